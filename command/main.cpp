@@ -1,0 +1,91 @@
+#include <CLI/CLI.hpp>
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "command/subcommand.h"
+
+namespace tarvo::command {
+namespace {
+
+constexpr std::array<AddSubcommand, 2> kSubcommands{AddConfigCommand, AddRunCommand};
+
+constexpr const char* kFooter =
+    R"(The options above may stand before or after the subcommand's name.
+
+Configuration entries take their values from, strongest first:
+  --g_NAME=VALUE          the command line
+  TARVO_g_NAME=VALUE      the environment
+  g_NAME = VALUE          a line of the TOML file given with --config
+  the declared default    (`tarvo config` shows it)
+An unknown entry, a value of the wrong kind and one out of the entry's range are
+errors; nothing is started then.
+
+Exit status:
+  0  done
+  1  failed; the reason is on standard error
+  2  wrong usage, or a module or the configuration is not as it should be
+
+Examples:
+  tarvo config
+  tarvo run --list
+  tarvo run net.tarvo.execution.crashlogresolve --config resolve.toml
+  tarvo --module build/release/modules/crashhandler.so config
+)";
+
+void AddSharedOptions(CLI::App& program, Context& context) {
+  program.set_version_flag("--version", "tarvo " TARVO_VERSION, "Print the version and exit");
+  program
+      .add_option("--module", context.host.modules,
+                  "Load this module; may be repeated. Default:\n"
+                  "every module in ../modules beside the\n"
+                  "program, or where modules are installed;\n"
+                  "crashhandler.so first")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
+  program
+      .add_option("--config", context.host.configFile,
+                  "Read configuration entries from this\n"
+                  "TOML file")
+      ->type_name("FILE");
+  program
+      .add_option("--bind", context.host.bindings,
+                  "Use this class for an interface; may be\n"
+                  "repeated. Default: the class loaded last")
+      ->type_name("INTERFACE=CLASS")
+      ->allow_extra_args(false);
+}
+
+std::string FailureMessage(const CLI::App*, const CLI::Error& error) {
+  return std::string("tarvo: ") + error.what() + "\nRun `tarvo --help` for more information.\n";
+}
+
+int Main(int argc, char** argv) {
+  Context context;
+  context.host.arguments = TakeConfigurationArguments(argc, argv);
+  CLI::App program("Captures crashes and resolves crash reports to function, file and line.",
+                   "tarvo");
+  program.require_subcommand(0, 1)->fallthrough()->footer(kFooter);
+  program.failure_message(FailureMessage);
+  AddSharedOptions(program, context);
+  for (const AddSubcommand add : kSubcommands) add(program, context);
+  try {
+    program.parse(argc, argv);
+    // Only now, so that a mistyped subcommand is named by the parser.
+    if (!context.action) throw CLI::RequiredError("A subcommand");
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? kDone : kWrongUsage;
+  }
+  return context.action();
+}
+
+}  // namespace
+}  // namespace tarvo::command
+
+int main(int argc, char** argv) try {
+  return tarvo::command::Main(argc, argv);
+} catch (const std::exception& exception) {
+  std::fprintf(stderr, "tarvo: %s\n", exception.what());
+  return tarvo::command::kFailed;
+}

@@ -1,0 +1,58 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "command/subcommand.h"
+
+namespace tarvo::command {
+namespace {
+
+constexpr const char* kFooter =
+    R"(The job runs once; what it reads and writes is set by configuration entries.
+
+The shared options and the exit statuses are those of `tarvo --help`.
+
+Example:
+  tarvo run net.tarvo.execution.crashlogresolve --g_crashlogDirectory=reports \
+      --g_symbolArchiveDirectory=archives --g_symbolTemporaryDirectory=cache
+)";
+
+struct RunOptions {
+  std::string jobId;
+  bool listOnly = false;
+};
+
+int ListJobs(Host& host) {
+  for (const std::string& id : host.ExecutionJobIds()) std::puts(id.c_str());
+  return kDone;
+}
+
+int RunJob(Host& host, const std::string& jobId) {
+  const auto ids = host.ExecutionJobIds();
+  const bool isKnown = std::ranges::find(ids, jobId) != ids.end();
+  const auto result = host.RunExecutionJob(jobId);
+  return result ? kDone : Fail(result.GetError(), isKnown ? kFailed : kWrongUsage);
+}
+
+}  // namespace
+
+void AddRunCommand(CLI::App& program, Context& context) {
+  CLI::App* run = program.add_subcommand("run", "Run an execution job of a module");
+  run->footer(kFooter);
+  auto options = std::make_shared<RunOptions>();
+  auto* id = run->add_option("JOB_ID", options->jobId, "The job's id; --list shows the known ones");
+  auto* list = run->add_flag("--list", options->listOnly, "Print the known ids, one a line");
+  list->excludes(id);
+  run->callback([&context, options] {
+    if (options->jobId.empty() && !options->listOnly) throw CLI::RequiredError("JOB_ID");
+    context.action = [&context, options] {
+      return WithHost(context, [options](Host& host) {
+        return options->listOnly ? ListJobs(host) : RunJob(host, options->jobId);
+      });
+    };
+  });
+}
+
+}  // namespace tarvo::command

@@ -1,0 +1,20 @@
+#include "command/subcommand.h"
+
+#include <cstdio>
+
+#include "tarvo/format.h"
+
+namespace tarvo::command {
+
+int WithHost(const Context& context, const std::function<int(Host&)>& work) {
+  const auto host = Host::Start(context.host);
+  return host ? work(**host) : Fail(host.GetError(), kWrongUsage);
+}
+
+int Fail(const Error& error, int status) {
+  // Whole lines, also beside output of the modules.
+  std::fputs(Format("tarvo: @\n", error).ToStdString().c_str(), stderr);
+  return status;
+}
+
+}  // namespace tarvo::command

@@ -1,0 +1,23 @@
+#include "crashlog/crash_log.h"
+
+#include <utility>
+
+#include "connection.h"
+#include "crashlog/report_reader.h"
+#include "crashlog/symbol_cache.h"
+
+namespace tarvo::crashhandler {
+
+Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
+  Result<String> text = g_tarvo.framework->Files().ReadText(report);
+  if (!text) return text.GetError();
+  return ParseReport(*std::move(text));
+}
+
+Result<Url> CrashLog::GetSymbolFile(const String& moduleName, const String& build,
+                                    const String& /*architecture*/, const Url& archiveDirectory,
+                                    const Url& temporaryDirectory) {
+  return SymbolCache(archiveDirectory, temporaryDirectory).GetSymbolFile(moduleName, build);
+}
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <utility>
+
+#include "tarvo/data_dictionary.h"
+#include "tarvo/result.h"
+#include "tarvo/string.h"
+#include "tarvo/url.h"
+
+namespace tarvo::crashhandler {
+
+/// A crash report that was read: the tree of property_names.h and what is done with it.
+class CrashLog {
+ public:
+  /// Reads the file `report` into a crash log (see report_reader.h). The file's error when it
+  /// cannot be read, else the first error in it; there is no partial crash log.
+  static Result<DataDictionary> ParseBugReport(const Url& report);
+
+  /// What ParseBugReport has read.
+  explicit CrashLog(DataDictionary data) : data_(std::move(data)) {}
+
+  /// Writes the function, source file and line of every frame that can be resolved into the frame,
+  /// by the framework's symbolification interface. A frame that cannot be resolved stays as it is;
+  /// it is no error, and the console tells why (see resolve_messages.h). The error is that there is
+  /// no symbolification.
+  ///
+  /// May unpack archives and then takes minutes. Any thread; several crash logs at once.
+  Result<void> Resolve(const Url& archiveDirectory, const Url& temporaryDirectory);
+
+  [[nodiscard]] const DataDictionary& Data() const noexcept { return data_; }
+
+  /// The symbol bundle of one module, once (see SymbolCache). The bundle is the same for every
+  /// `architecture`.
+  static Result<Url> GetSymbolFile(const String& moduleName, const String& build,
+                                   const String& architecture, const Url& archiveDirectory,
+                                   const Url& temporaryDirectory);
+
+ private:
+  DataDictionary data_;
+};
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,82 @@
+#include <algorithm>
+#include <utility>
+
+#include "crashlog/block.h"
+#include "crashlog/line_rules.h"
+#include "crashlog/section_parsers.h"
+#include "crashlog/text.h"
+
+namespace tarvo::crashhandler {
+namespace {
+
+/// A register line without its first word, from which the pairs are cut one after another.
+class RegisterLine {
+ public:
+  explicit RegisterLine(std::string_view line) noexcept : left_(line), equals_(line.find('=')) {}
+
+  /// Cuts off what stands before the first "=" of what is left or, failing that, its first ":".
+  /// False when it holds neither.
+  bool CutName(std::string_view& name) noexcept {
+    const std::size_t separator = equals_ != std::string_view::npos ? equals_ : left_.find(':');
+    if (separator == std::string_view::npos) return false;
+    name = left_.substr(0, separator);
+    Advance(separator + 1);
+    return true;
+  }
+
+  /// Cuts off what stands before the first blank, and all blanks around it.
+  std::string_view CutValue() noexcept {
+    Advance(left_.size() - SkipBlanks(left_).size());
+    const auto blank = std::ranges::find_if(left_, IsBlank);
+    const std::string_view value = left_.substr(0, static_cast<std::size_t>(blank - left_.begin()));
+    Advance(left_.size() - SkipBlanks(left_.substr(value.size())).size());
+    return value;
+  }
+
+  [[nodiscard]] std::string_view Left() const noexcept { return left_; }
+
+  /// Whether all that remains is the block's closing brace: some writers put it there.
+  [[nodiscard]] bool IsAtClosingBrace() const noexcept {
+    return left_.starts_with('}') && SkipBlanks(left_.substr(1)).empty();
+  }
+
+ private:
+  /// Drops `count` characters. The place of the next "=" is kept, and looked for again only when it
+  /// is passed, so that a long line without one is not searched at every pair.
+  void Advance(std::size_t count) noexcept {
+    left_.remove_prefix(count);
+    if (equals_ == std::string_view::npos) return;
+    equals_ = equals_ >= count ? equals_ - count : left_.find('=');
+  }
+
+  std::string_view left_;
+  std::size_t equals_;
+};
+
+Result<void> ReadRegisterLine(Tokenizer& tokens, DataDictionary& registers) {
+  if (tokens.Kind() != TokenKind::Identifier)
+    return ErrorInLine("ParseRegisters found an error in line @ with symbol type @", tokens,
+                       KindName(tokens.Kind()));
+  std::string_view word = tokens.Text();
+  RegisterLine line(tokens.RestOfLine());
+  do {
+    std::string_view name;
+    if (!line.CutName(name)) return ErrorInLine("ParseRegisters found an erro in line @", tokens);
+    String key = word.empty() ? tokens.Share(name) : Join(tokens, word, name);
+    word = {};
+    registers.Set(std::move(key), tokens.Share(line.CutValue()));
+  } while (!line.Left().empty() && !line.IsAtClosingBrace());
+  if (!line.Left().empty()) tokens.Return(line.Left());
+  return {};
+}
+
+}  // namespace
+
+Result<DataDictionary> ParseRegisters(Tokenizer& tokens) {
+  DataDictionary registers;
+  Result<void> result = ReadBlock(tokens, [&] { return ReadRegisterLine(tokens, registers); });
+  if (!result) return result.GetError();
+  return registers;
+}
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,103 @@
+#include "linux/linux_crashhandler/crash_child.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/register_page.h"
+#include "linux/linux_crashhandler/signals.h"
+#include "linux/linux_crashhandler/stack_request.h"
+
+namespace tarvo::crashhandler {
+namespace {
+
+/// Signals that may be taken from a thread in front of its SIGSTOP. There are 64.
+constexpr int kMaximumPassedSignals = 64;
+
+void Print(const char* text) {
+  // Nothing can be done about a standard output that takes no text.
+  if (write(STDOUT_FILENO, text, strlen(text)) < 0) return;
+}
+
+void PrintNumber(int number) {
+  char digits[16];
+  std::size_t at = sizeof(digits);
+  digits[--at] = '\0';
+  auto rest = static_cast<unsigned>(number);
+  do {
+    digits[--at] = static_cast<char>('0' + rest % 10);
+    rest /= 10;
+  } while (rest != 0);
+  Print(digits + at);
+}
+
+void PrintWaitError(int status) {
+  Print("error in waitpid: ");
+  if ((status & 0x7f) == 0) {
+    Print("WIFEXITED\n");
+  } else if ((status & 0xff00) != 0) {
+    Print("WEXITSTATUS: ");
+    PrintNumber(status);
+  } else {
+    Print((status & 0x7f) == 0x7f ? "WTERMSIG\n" : "WIFSIGNALED\n");
+  }
+}
+
+/// Stops the thread. A signal that was on its way may stop it before SIGSTOP does; detaching then
+/// would leave the SIGSTOP behind and stop the whole process for good, so each such signal is
+/// passed on until SIGSTOP is there.
+void Attach(pid_t tid) {
+  ptrace(PTRACE_ATTACH, tid, nullptr, nullptr);
+  for (int passed = 0; passed <= kMaximumPassedSignals; ++passed) {
+    int status = 0;
+    pid_t stopped = 0;
+    do {
+      stopped = waitpid(-1, &status, __WALL);
+    } while (stopped < 0 && errno == EINTR);
+    if (stopped != tid) {
+      PrintWaitError(status);
+      return;
+    }
+    if (!WIFSTOPPED(status) || WSTOPSIG(status) == SIGSTOP) return;
+    ptrace(PTRACE_CONT, tid, nullptr, WSTOPSIG(status));
+  }
+}
+
+void CopyRegisters(pid_t tid) {
+  errno = 0;
+  if (ptrace(PTRACE_GETREGS, tid, nullptr, &sharedRegisterPage->general) != 0)
+    Diagnose(kCaptureSource.Here(), "Ptrace(PTRACE_GETREGS, ...) returned error:@",
+             ErrorText(errno));
+  errno = 0;
+  if (ptrace(PTRACE_GETFPREGS, tid, nullptr, &sharedRegisterPage->floating) != 0)
+    Diagnose(kCaptureSource.Here(), "ptrace(PTRACE_GETFPREGS,...) returned error:@",
+             ErrorText(errno));
+  errno = 0;
+  if (ptrace(PTRACE_DETACH, tid, nullptr, nullptr) != 0)
+    Diagnose(kCaptureSource.Here(), "detach error: @", ErrorText(errno));
+}
+
+}  // namespace
+
+void RunCrashChild(pid_t crashedProcess) {
+  // A fault in here must end the child, and a child whose parent is gone would wait for ever.
+  ResetFatalSignals();
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != crashedProcess) _exit(0);
+  for (std::size_t i = 0; i < g_crashInfo.threads.size; ++i) {
+    currentThreadRecord = &g_crashInfo.threads.items[i];
+    pthread_mutex_lock(&sharedRegisterPage->registersConsumed);
+    const auto tid = static_cast<pid_t>(currentThreadRecord->tid);
+    Attach(tid);
+    CopyRegisters(tid);
+    pthread_mutex_unlock(&sharedRegisterPage->registersReady);
+  }
+  _exit(0);
+}
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace tarvo::crashhandler {
+
+/// Attaches to each thread of the crash record in turn, copies its registers into the shared page
+/// and hands the page over; ends the child with status 0. What fails is diagnosed, and the page
+/// then keeps what it held. `crashedProcess` is the parent; when that ends, so does the child.
+/// Crash child.
+[[noreturn]] void RunCrashChild(pid_t crashedProcess);
+
+}  // namespace tarvo::crashhandler

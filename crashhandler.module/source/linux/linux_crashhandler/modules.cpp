@@ -1,0 +1,53 @@
+#include "linux/linux_crashhandler/modules.h"
+
+#include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/capture_memory.h"
+#include "linux/linux_crashhandler/proc_file.h"
+
+namespace tarvo::crashhandler {
+namespace {
+
+/// The size that the report gives: the file sizes of all program headers, of every type.
+std::uint64_t SumOfFileSizes(const dl_phdr_info& info) {
+  std::uint64_t sum = 0;
+  for (std::size_t i = 0; i < info.dlpi_phnum; ++i) sum += info.dlpi_phdr[i].p_filesz;
+  return sum;
+}
+
+/// Crashed process. Always 0, so that the iteration runs to the end.
+int AppendModule(dl_phdr_info* info, std::size_t, void*) {
+  ModuleRecord* record = Append(g_crashInfo.modules);
+  ModuleImage* image = Append(g_moduleImages);
+  if (record == nullptr || image == nullptr) {
+    if (record != nullptr) --g_crashInfo.modules.size;
+    Diagnose(kCaptureSource.Here(), "net.tarvo.error.outofmemory");
+    return 0;
+  }
+  *record = {info->dlpi_name, info->dlpi_addr, SumOfFileSizes(*info)};
+  *image = {info->dlpi_name, info->dlpi_addr, info->dlpi_phdr, info->dlpi_phnum};
+  return 0;
+}
+
+}  // namespace
+
+CaptureArray<ModuleImage> g_moduleImages;
+
+const ElfW(Phdr) * ModuleImage::SegmentOf(std::uint64_t address) const {
+  for (std::size_t i = 0; i < headerCount; ++i) {
+    const ElfW(Phdr)& header = headers[i];
+    // Unsigned: below the segment the difference wraps to something large.
+    if (header.p_type == PT_LOAD && address - base - header.p_vaddr < header.p_memsz)
+      return &header;
+  }
+  return nullptr;
+}
+
+void ListModules() { dl_iterate_phdr(AppendModule, nullptr); }
+
+bool IsCode(std::uint64_t address) {
+  for (const ModuleImage& image : g_moduleImages)
+    if (const auto* segment = image.SegmentOf(address)) return (segment->p_flags & PF_X) != 0;
+  return IsMappedExecutable(address);
+}
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,145 @@
+#include "linux/linux_crashhandler/proc_file.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace tarvo::crashhandler {
+namespace {
+
+/// Longer than the longest line of `status` that is looked for.
+constexpr std::size_t kStatusOverlap = 64;
+/// No line of `maps` is shorter.
+constexpr std::size_t kShortestMapsLine = 40;
+
+/// Reads hexadecimal digits from the front of `text` and takes them off.
+std::uint64_t TakeHexadecimal(std::string_view& text) {
+  std::uint64_t value = 0;
+  while (!text.empty()) {
+    const char c = text.front();
+    unsigned digit = 0;
+    if (c >= '0' && c <= '9') {
+      digit = static_cast<unsigned>(c - '0');
+    } else if (c >= 'a' && c <= 'f') {
+      digit = static_cast<unsigned>(c - 'a' + 10);
+    } else {
+      break;
+    }
+    value = value << 4 | digit;
+    text.remove_prefix(1);
+  }
+  return value;
+}
+
+/// What stands behind `label` and its blanks in a `status` text; empty when it is not there.
+std::string_view StatusValue(std::string_view status, std::string_view label) {
+  const std::size_t at = status.find(label);
+  if (at == std::string_view::npos) return {};
+  status.remove_prefix(at + label.size());
+  while (!status.empty() && (status.front() == ' ' || status.front() == '\t'))
+    status.remove_prefix(1);
+  return status;
+}
+
+}  // namespace
+
+int OpenRaw(const char* path, int extraFlags) {
+  return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC | extraFlags));
+}
+
+void CloseRaw(int file) { syscall(SYS_close, file); }
+
+ssize_t ReadRaw(int file, std::span<char> buffer) {
+  std::size_t size = 0;
+  while (size < buffer.size()) {
+    const long read = syscall(SYS_read, file, buffer.data() + size, buffer.size() - size);
+    if (read < 0 && errno == EINTR) continue;
+    if (read < 0) return size == 0 ? -1 : static_cast<ssize_t>(size);
+    if (read == 0) break;
+    size += static_cast<std::size_t>(read);
+  }
+  return static_cast<ssize_t>(size);
+}
+
+const char* TaskPath(std::span<char, 64> buffer, pid_t tid, const char* name) {
+  char digits[16];
+  std::size_t count = 0;
+  for (auto rest = static_cast<unsigned>(tid); rest != 0 || count == 0; rest /= 10)
+    digits[count++] = static_cast<char>('0' + rest % 10);
+  std::size_t size = 0;
+  const auto append = [&](char c) {
+    if (size < buffer.size() - 1) buffer[size++] = c;
+  };
+  for (const char c : std::string_view("/proc/self/task/")) append(c);
+  while (count != 0) append(digits[--count]);
+  append('/');
+  for (; *name != '\0'; ++name) append(*name);
+  buffer[size] = '\0';
+  return buffer.data();
+}
+
+ThreadStatus ReadThreadStatus(pid_t tid) {
+  char path[64];
+  const int file = OpenRaw(TaskPath(path, tid, "status"));
+  if (file < 0) return {};
+  // Read to the line that is wanted: the list of supplementary groups before it has no limit worth
+  // a buffer.
+  ThreadStatus result{.exists = true};
+  char buffer[2048];
+  std::size_t held = 0;
+  for (;;) {
+    const ssize_t read = ReadRaw(file, std::span(buffer).subspan(held));
+    if (read <= 0) break;
+    const std::string_view status(buffer, held + static_cast<std::size_t>(read));
+    const std::string_view state = StatusValue(status, "\nState:");
+    if (state.starts_with('Z') || state.starts_with('X')) result.ended = true;
+    std::string_view blocked = StatusValue(status, "\nSigBlk:");
+    if (blocked.size() > 16) {
+      result.blockedSignals = TakeHexadecimal(blocked);
+      break;
+    }
+    held = std::min(status.size(), kStatusOverlap);
+    memmove(buffer, status.data() + status.size() - held, held);
+  }
+  CloseRaw(file);
+  return result;
+}
+
+bool IsMappedExecutable(std::uint64_t address) {
+  const int file = OpenRaw("/proc/self/maps");
+  if (file < 0) return true;
+  // Lines are "start-end rwxp …"; what follows the permissions is skipped, however long it is.
+  char buffer[1024];
+  std::size_t held = 0;
+  bool skipping = false;
+  bool executable = false;
+  for (bool found = false; !found;) {
+    const ssize_t read = ReadRaw(file, std::span(buffer).subspan(held));
+    std::string_view text(buffer, held + static_cast<std::size_t>(read > 0 ? read : 0));
+    if (read <= 0) break;
+    while (!text.empty() && !found) {
+      if (!skipping) {
+        if (text.size() < kShortestMapsLine) break;
+        const std::uint64_t start = TakeHexadecimal(text);
+        text.remove_prefix(1);
+        const std::uint64_t end = TakeHexadecimal(text);
+        found = address >= start && address < end;
+        executable = found && text.size() > 3 && text[3] == 'x';
+        skipping = true;
+      }
+      const std::size_t lineEnd = text.find('\n');
+      skipping = lineEnd == std::string_view::npos;
+      text.remove_prefix(skipping ? text.size() : lineEnd + 1);
+    }
+    held = text.size();
+    memmove(buffer, text.data(), held);
+  }
+  CloseRaw(file);
+  return executable;
+}
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <signal.h>
+
+#include "tarvo/crashhandler.h"
+
+namespace tarvo::crashhandler {
+
+/// Installs the crash handler for SIGSEGV, SIGILL, SIGBUS, SIGSYS, SIGTRAP and SIGFPE and the stack
+/// handler for SIGHUP, keeps the previous actions, and prepares all that the crash path must not do
+/// first in a crash. Returns 1. Before a crash.
+int InstallCrashHandler();
+
+/// Puts the previous actions back. When a capture runs in another thread, waits for the end of the
+/// process instead: the capture needs its handlers. Before a crash.
+void RestoreSignalHandlers();
+
+/// Store the functions that are called at a crash and after it. Before a crash.
+void SetCrashReportCallback(CrashCallback callback);
+void SetAfterReportCallback(CrashCallback callback);
+
+/// "SIGSEGV" and the like; "unknown signal" for a signal that is not handled here. Any context.
+const char* SignalName(int signal);
+
+/// Puts the stack handler in place for SIGHUP again, in case the program has replaced it. Crashed
+/// process.
+void ReinstallStackHandler();
+
+/// Sets the mask of the crashing thread: the fatal signals and SIGHUP get through (a second fault
+/// must reach the handler, and the thread is asked for its own stack), all others wait. SIGPIPE and
+/// SIGXFSZ would otherwise end the process while the report is written. Crashed process.
+void MaskSignalsForCapture();
+
+/// Gives the fatal signals their default effect. Crash child.
+void ResetFatalSignals();
+
+/// Calls the function that handled SIGHUP before the module did, if there was one. Signalled
+/// thread.
+void ForwardHangup(int signal, siginfo_t* info, void* context);
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,61 @@
+#include "main/resolve_bug_report.h"
+
+#include <utility>
+
+#include "connection.h"
+#include "crashlog/crash_log.h"
+#include "crashlog/crash_log_writer.h"
+#include "main/configuration.h"
+#include "main/main.h"
+#include "tarvo/format.h"
+
+namespace tarvo::crashhandler {
+namespace {
+
+constexpr std::string_view kResolvedSuffix = "resolved.json";
+constexpr std::string_view kSourceSuffix = "source";
+
+/// `given` or, where it is empty, the directory in the configuration entry `name`.
+Result<Url> DirectoryOr(const Url& given, const String& configured, std::string_view name) {
+  if (!given.IsEmpty()) return given;
+  Result<Url> directory = Url::FromText(configured);
+  if (directory && directory->IsEmpty())
+    return Error::IllegalState(kMainSource.Here(), Format("@ is not defined.", name));
+  return directory;
+}
+
+Result<void> WriteSourceCopy(const DataDictionary& crashLog, const Url& copy) {
+  Result<Ref<OutputFile>> file = g_tarvo.framework->Files().Create(copy);
+  if (!file) return file.GetError();
+  if (Result<void> written = WriteCrashLog(crashLog, **file); !written) return written;
+  return (*file)->Commit();
+}
+
+Result<void> WriteOutcome(const DataDictionary& crashLog, const Url& report) {
+  const Result<Url> document = report.WithSuffix(kResolvedSuffix);
+  if (!document) return document.GetError();
+  Result<void> written = g_tarvo.framework->DataFormats().WriteJson(crashLog, *document);
+  if (!written || report.Suffix() == kSourceSuffix) return written;
+  const Result<Url> copy = report.WithSuffix(kSourceSuffix);
+  if (!copy) return copy.GetError();
+  return WriteSourceCopy(crashLog, *copy);
+}
+
+}  // namespace
+
+Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirectory,
+                              const Url& symbolTemporaryDirectory) {
+  const Result<Url> archives =
+      DirectoryOr(symbolArchiveDirectory, g_symbolArchiveDirectory, "g_symbolArchiveDirectory");
+  if (!archives) return archives.GetError();
+  const Result<Url> temporary = DirectoryOr(symbolTemporaryDirectory, g_symbolTemporaryDirectory,
+                                            "g_symbolTemporaryDirectory");
+  if (!temporary) return temporary.GetError();
+  Result<DataDictionary> parsed = CrashLog::ParseBugReport(crashLog);
+  if (!parsed) return parsed.GetError();
+  CrashLog log(*std::move(parsed));
+  if (Result<void> resolved = log.Resolve(*archives, *temporary); !resolved) return resolved;
+  return WriteOutcome(log.Data(), crashLog);
+}
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace scene {
+
+/// Updates a tree of `depth` levels and calls `leaf` at its innermost node, `depth` calls deep.
+[[gnu::visibility("default")]] void Update(int depth, void (*leaf)(void*), void* argument);
+
+}  // namespace scene

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "source/module.h"
+#include "tarvo/host/host.h"
+
+namespace tarvo {
+
+/// Which component stands for which interface.
+class Components {
+ public:
+  /// Chooses among the modules' components, which must outlive this object: the last of each
+  /// interface, unless a binding "INTERFACE=CLASS" names another. An illegal-argument error for a
+  /// binding of another form, or of an interface or class that no module brings.
+  Result<void> Choose(const std::vector<std::unique_ptr<Module>>& modules,
+                      const std::vector<std::string>& bindings);
+
+  /// A reference to the component that is bound to the interface: a new object each time for
+  /// symbolification, whose objects are used by one thread; one shared object for the others. An
+  /// illegal-state error when no module brings one.
+  Result<Ref<Object>> Bind(std::string_view interfaceId);
+
+  /// Lets go of the shared objects; a later Bind makes new ones.
+  void Clear();
+
+  [[nodiscard]] std::vector<ComponentEntry> List() const;
+
+ private:
+  struct Component {
+    const Module* module;
+    const ComponentRecord* record;
+  };
+
+  Result<void> Name(const std::string& binding);
+
+  std::vector<Component> all_;
+  std::map<std::string_view, const ComponentRecord*> bound_;  ///< by interface
+  std::mutex mutex_;
+  std::map<std::string_view, Ref<Object>> shared_;  ///< by interface
+};
+
+}  // namespace tarvo

@@ -1,0 +1,28 @@
+#include "source/host_framework.h"
+
+#include "source/application_directories.h"
+#include "source/class_registry.h"
+#include "source/crash_services.h"
+#include "source/debugger_test.h"
+
+namespace tarvo {
+
+HostFramework::HostFramework(ClockService& clock)
+    : clock_(clock),
+      jobs_(clock),
+      isUnderDebugger_(RunsUnderDebugger()),
+      programDirectory_(DirectoryOfProgram()),
+      moduleDirectory_(programDirectory_) {}
+
+const CrashServices& HostFramework::Crash() { return kCrashServices; }
+
+Result<Ref<Object>> HostFramework::CreateObject(std::string_view classId) {
+  return CreateFrameworkObject(classId, ownEntries_);
+}
+
+Result<void> HostFramework::DeclareOwnEntries() {
+  DeclareHostEntries(ownEntries_, ownTable_);
+  return configuration_.Declare("host", ownTable_);
+}
+
+}  // namespace tarvo

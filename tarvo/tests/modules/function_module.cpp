@@ -1,0 +1,2 @@
+// A shared library whose `g_tarvo` is something else than a module's.
+extern "C" [[gnu::visibility("default")]] int g_tarvo() { return 42; }

@@ -1,0 +1,2 @@
+// A shared library that is no module.
+extern "C" [[gnu::visibility("default")]] int Answer() { return 42; }

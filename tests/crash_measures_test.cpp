@@ -1,0 +1,172 @@
+// What really happens in a crashing process: locks that nobody lets go of, threads that cannot
+// answer, faults within the capture, surroundings that end or hold up a process. Each program here
+// would hang, die of a signal or lose its report without the measure that its case is about.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "program.h"
+#include "report_layout.h"
+
+namespace {
+
+struct SubjectRun {
+  ProgramResult program;
+  std::string text;  ///< the report file
+};
+
+SubjectRun RunSubject(const std::vector<std::string>& arguments, bool intoFile = true,
+                      ProgramOptions options = {}) {
+  const ScratchDirectory scratch;
+  const std::string file = scratch / "subject_bugreport.txt";
+  std::vector<std::string> command = {BuildDirectory() + "/tests/crash_subject"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  if (intoFile) command.push_back("--g_crashReportUrl=" + file);
+  SubjectRun run;
+  run.program = RunProgram(command, options);
+  run.text = ReadFile(file);
+  return run;
+}
+
+/// A scenario whose whole point is that the process ends with status 1 and a complete report.
+struct Measure {
+  const char* scenario;
+  std::size_t threads;   ///< in the report; 0 where that is up to chance
+  std::size_t answered;  ///< of these, how many have frames
+};
+
+void PrintTo(const Measure& measure, std::ostream* out) { *out << measure.scenario; }
+
+constexpr Measure kMeasures[] = {{"unwinder-fault", 2, 2}, {"destructors", 2, 2},
+                                 {"main-returns", 22, 22}, {"thread-churn", 0, 0},
+                                 {"leader-gone", 2, 1},    {"hangup-ignored", 2, 2},
+                                 {"loader-held", 2, 2},    {"other-child", 1, 1},
+                                 {"cancelled", 2, 2},      {"secondary-callback", 1, 1}};
+
+class CrashMeasure : public testing::TestWithParam<Measure> {};
+
+TEST_P(CrashMeasure, LeavesOneCompleteReport) {
+  const Measure& measure = GetParam();
+  const SubjectRun run = RunSubject({measure.scenario});
+  ASSERT_EQ(run.program.exitStatus, 1) << run.program.Describe();
+  Report report;
+  ASSERT_NO_THROW(report = ReadReport(run.text)) << run.text;
+  EXPECT_EQ(FindFaults(report), std::vector<std::string>()) << run.text;
+  if (measure.threads == 0) return;
+  EXPECT_EQ(report.threads.size(), measure.threads);
+  const auto answered = std::ranges::count_if(
+      report.threads, [](const ReportThread& thread) { return !thread.frames.empty(); });
+  EXPECT_EQ(static_cast<std::size_t>(answered), measure.answered) << run.text;
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, CrashMeasure, testing::ValuesIn(kMeasures),
+                         [](const testing::TestParamInfo<Measure>& test) {
+                           std::string name = test.param.scenario;
+                           std::ranges::replace(name, '-', '_');
+                           return name;
+                         });
+
+// The control of "destructors": at the same point an ordinary exit waits for ever.
+TEST(CrashEnd, OrdinaryExitWouldHang) {
+  ProgramOptions brief;
+  brief.timeout = std::chrono::milliseconds(1500);
+  EXPECT_TRUE(RunSubject({"--no-host", "destructors-at-exit"}, false, brief).program.timedOut);
+}
+
+TEST(CrashCallbacks, FaultInACallbackEndsTheProcess) {
+  const SubjectRun run = RunSubject({"callback-crashes"});
+  EXPECT_EQ(run.program.exitStatus, 1) << run.program.Describe();
+  EXPECT_EQ(run.program.errors, "half of it\n");
+}
+
+TEST(CrashCallbacks, SecondaryRunsAfterTheReport) {
+  EXPECT_EQ(RunSubject({"secondary-callback"}).program.errors, "after the report\n");
+}
+
+TEST(Hangup, GoesToThePreviousHandlerWhileNoCaptureRuns) {
+  const SubjectRun run = RunSubject({"hangup-handler"});
+  EXPECT_EQ(run.program.exitStatus, 0) << run.program.Describe();
+  EXPECT_EQ(run.program.errors, "previous\nprevious\nrestored\nprevious\n");
+  EXPECT_EQ(run.text, "");
+}
+
+// The report goes to standard error as a whole where there is no file for it, also while another
+// thread holds the stream's lock for ever, or when the file takes only a part.
+TEST(ReportDestination, FallsBackToStandardError) {
+  struct Case {
+    const char* scenario;
+    const char* url;
+  };
+  const ScratchDirectory scratch;
+  const std::string limited = scratch / "limited_bugreport.txt";
+  const Case cases[] = {{"null-write", ""},
+                        {"null-write", "--g_crashReportUrl=/nonexistent/folder/report.txt"},
+                        {"streams-held", ""},
+                        {"file-limit", limited.c_str()}};
+  for (const Case& test : cases) {
+    std::vector<std::string> arguments = {test.scenario};
+    const std::string url = test.url;
+    if (!url.empty())
+      arguments.push_back(url.starts_with("--") ? url : "--g_crashReportUrl=" + url);
+    const ProgramResult result = RunSubject(arguments, false).program;
+    EXPECT_EQ(result.exitStatus, 1) << test.scenario << " " << result.Describe();
+    Report report;
+    EXPECT_NO_THROW(report = ReadReport(result.errors)) << test.scenario << " " << test.url;
+    EXPECT_EQ(FindFaults(report), std::vector<std::string>());
+  }
+}
+
+// A pipe that nobody reads must not end the process by SIGPIPE.
+TEST(ReportDestination, ClosedStandardErrorStillEndsWithStatusOne) {
+  ProgramOptions options;
+  options.closeStandardError = true;
+  const ProgramResult result = RunSubject({"null-write"}, false, options).program;
+  EXPECT_EQ(result.exitStatus, 1) << result.Describe();
+}
+
+// A program that has forked without exec, such as a daemon, has another process id than the one
+// that the handler was installed in.
+TEST(CrashInFork, ReportsTheChildsOwnThreads) {
+  const SubjectRun run = RunSubject({"forked-child"});
+  EXPECT_EQ(run.program.exitStatus, 0) << run.program.Describe();
+  Report report;
+  ASSERT_NO_THROW(report = ReadReport(run.text)) << run.text;
+  EXPECT_EQ(report.threads.size(), 1U);
+  EXPECT_FALSE(report.threads[0].frames.empty());
+}
+
+TEST(CallStack, IsCutToItsInnermostFrames) {
+  const ScratchDirectory scratch;
+  const std::string file = scratch / "deep_bugreport.txt";
+  const ProgramResult result = RunProgram({BuildDirectory() + "/bin/crashdemo", "--depth", "300",
+                                           "--threads", "1", "--g_crashReportUrl=" + file});
+  ASSERT_EQ(result.exitStatus, 1) << result.Describe();
+  const Report report = ReadReport(ReadFile(file));
+  ASSERT_NE(report.Named("victim"), nullptr);
+  EXPECT_EQ(report.Named("victim")->frames.size(), 99U);
+  EXPECT_TRUE(report.Named("victim")->Shows("CrashNullWrite"));
+}
+
+// Generated code belongs to no module; its frame says so, and is not taken for a wild call.
+TEST(CallStack, CodeOutsideAllModulesIsAFrameOfItsOwn) {
+  const SubjectRun run = RunSubject({"generated-code"});
+  ASSERT_EQ(run.program.exitStatus, 1) << run.program.Describe();
+  const Report report = ReadReport(run.text);
+  std::string address = run.program.output;
+  address.resize(address.find('\n'));
+  EXPECT_TRUE(std::ranges::any_of(report.threads.at(0).frames, [&](const ReportFrame& frame) {
+    return frame.text == "[" + address + "]";
+  })) << run.text;
+}
+
+TEST(Debugger, KeepsTheCaptureOut) {
+  const SubjectRun run = RunSubject({"traced"});
+  EXPECT_EQ(run.program.errors, "SetCallback 0, SetSecondaryCallback 0, handler none\n");
+}
+
+}  // namespace
