@@ -1,6 +1,8 @@
 #include <CLI/CLI.hpp>
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <string>
 
@@ -61,6 +63,13 @@ std::string FailureMessage(const CLI::App*, const CLI::Error& error) {
   return std::string("tarvo: ") + error.what() + "\nRun `tarvo --help` for more information.\n";
 }
 
+/// `status`, or failure when not all that was printed could be written.
+int WithOutput(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  std::fprintf(stderr, "tarvo: Could not write to standard output: %s\n", std::strerror(errno));
+  return status == kDone ? kFailed : status;
+}
+
 int Main(int argc, char** argv) {
   Context context;
   context.host.arguments = TakeConfigurationArguments(argc, argv);
@@ -77,7 +86,7 @@ int Main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return program.exit(error) == 0 ? kDone : kWrongUsage;
   }
-  return context.action();
+  return WithOutput(context.action());
 }
 
 }  // namespace

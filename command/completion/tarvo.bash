@@ -24,7 +24,7 @@ _tarvo() {
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
       --module) modules+=(--module "${COMP_WORDS[++i]}") ;;
-      --config | --bind) ((++i)) ;;
+      --config | --bind | =) ((++i)) ;;
       -*) ;;
       *) [[ -z $subcommand ]] && subcommand=${COMP_WORDS[i]} ;;
     esac

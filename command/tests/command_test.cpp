@@ -268,6 +268,13 @@ TEST_F(CommandTest, ExitStatusesTellUseStartAndFailureApart) {
   }
 }
 
+TEST_F(CommandTest, AFullDiskIsAFailure) {
+  const std::string line = TARVO_PROGRAM " --module " + kAlpha + " config >/dev/full";
+  const auto end = RunProgram({"/bin/sh", "-c", line}, {kQuiet});
+  EXPECT_EQ(end.errors, "tarvo: Could not write to standard output: No space left on device\n");
+  EXPECT_EQ(end.status, 1);
+}
+
 TEST_F(CommandTest, BashCompletes) {
   const struct {
     std::string line;  ///< its last word is completed
@@ -277,13 +284,13 @@ TEST_F(CommandTest, BashCompletes) {
       {"tarvo --module M run ''", "alpha.fail alpha.throw alpha.values"},
       {"tarvo run --module M alpha.f", "alpha.fail"},
       {"tarvo --module M config --g_alphaS", "--g_alphaSwitch="},
-      {"tarvo --module M --g_U", "--g_UnitTests_Id="},
+      {"tarvo --module M --g_alphaText = run --g_U", "--g_UnitTests_Id="},
       {"tarvo run --l", "--list"},
       {"tarvo run --b", "--bind"},
       {"tarvo config --config sett", "settings.toml"},
   };
+  std::ofstream(directory_ / "settings.toml") << "";
   for (const auto& [line, expected] : kCases) {
-    const auto end = Run({}, {}, "");
     std::string words = line;
     if (const auto at = words.find(" M "); at != std::string::npos)
       words.replace(at + 1, 1, kAlpha);

@@ -58,10 +58,14 @@ Result<Ref<Object>> Components::Bind(std::string_view interfaceId) {
                                Format("No component is bound to the interface @.", interfaceId));
   }
   if (interfaceId == Symbolification::kInterfaceId) return bound->second->create();
+  {
+    const std::scoped_lock lock(mutex_);
+    if (const auto made = shared_.find(interfaceId); made != shared_.end()) return made->second;
+  }
+  // Outside the lock: a component may bind others while it is made.
+  Ref<Object> made = bound->second->create();
   const std::scoped_lock lock(mutex_);
-  Ref<Object>& shared = shared_[bound->first];
-  if (!shared) shared = bound->second->create();
-  return shared;
+  return shared_.try_emplace(bound->first, std::move(made)).first->second;
 }
 
 void Components::Clear() {

@@ -49,7 +49,7 @@ Result<std::vector<Assignment>> ReadConfigurationFile(const std::string& path) {
                                          .value = ValueOf(node),
                                          .source = Place(path, line)});
   }
-  std::ranges::stable_sort(byLine, {}, [](const auto& entry) { return entry.first; });
+  std::ranges::sort(byLine, {}, [](const auto& entry) { return entry.first; });
   std::vector<Assignment> assignments;
   for (auto& [line, assignment] : byLine) assignments.push_back(std::move(assignment));
   return assignments;

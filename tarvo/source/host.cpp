@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 #include <atomic>
 #include <exception>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "source/application_directories.h"

@@ -3,7 +3,7 @@
 #include "source/application_directories.h"
 #include "source/class_registry.h"
 #include "source/crash_services.h"
-#include "source/debugger_test.h"
+#include "source/debugger_detection.h"
 
 namespace tarvo {
 

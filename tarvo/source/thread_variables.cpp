@@ -48,6 +48,7 @@ struct Snapshot {
 static_assert(alignof(NameAndValue) <= alignof(Snapshot));
 
 struct Slot {
+  std::atomic<pid_t> tid{0};  ///< the owner's; saves a reader the way to the other slots' snapshots
   std::atomic<Snapshot*> snapshot{nullptr};
   std::atomic<bool> owned{true};
   Snapshot* retired = nullptr;  ///< used by the owner only
@@ -117,6 +118,7 @@ class SlotKey {
     const Slot* const own = Instance().Get();
     for (Slot* slot = g_slots.load(); slot != nullptr; slot = slot->next) {
       if (slot == own) {
+        slot->tid.store(gettid());
         if (Snapshot* snapshot = slot->snapshot.load(); snapshot != nullptr)
           snapshot->tid.store(gettid());
         continue;
@@ -148,7 +150,9 @@ Slot* TakeFreeSlot() noexcept {
 Slot* OwnSlot() noexcept {
   if (Slot* slot = SlotKey::Instance().Get(); slot != nullptr) return slot;
   Slot* slot = TakeFreeSlot();
-  if (slot == nullptr || SlotKey::Instance().Set(slot)) return slot;
+  if (slot == nullptr) return nullptr;
+  slot->tid.store(gettid());
+  if (SlotKey::Instance().Set(slot)) return slot;
   GiveUpSlot(slot);
   return nullptr;
 }
@@ -275,6 +279,8 @@ void MarkReader() noexcept {
 ThreadVariableList LookUpThreadVariables(pid_t tid) {
   MarkReader();
   for (Slot* slot = g_slots.load(); slot != nullptr; slot = slot->next) {
+    if (slot->tid.load(std::memory_order_relaxed) != tid) continue;
+    // The slot may have changed hands meanwhile, so the snapshot's own id decides.
     Snapshot* snapshot = slot->snapshot.load();
     if (snapshot != nullptr && snapshot->tid.load(std::memory_order_relaxed) == tid)
       return {.items = snapshot->Items(), .size = snapshot->size};

@@ -93,6 +93,7 @@ TEST_F(HostTest, NamesWhatCannotBeLoaded) {
       {{.modules = {"/"}}, couldNot("/", "/: cannot read file data: Is a directory")},
       {{.modules = ModuleFiles({"no_module"})}, noModule("no_module")},
       {{.modules = ModuleFiles({"function_module"})}, noModule("function_module")},
+      {{.modules = ModuleFiles({"dependent"})}, noModule("dependent")},
       {{.modules = ModuleFiles({"newer"})},
        couldNot(ModuleFile("newer"),
                 "it was built for SDK version 99 (connection of 32 bytes), expected version 1 (32 "

@@ -66,9 +66,8 @@ String Format(std::string_view pattern, const Arguments&... arguments) {
     const std::size_t at = pattern.find('@');
     if (at == std::string_view::npos) return;
     out += pattern.substr(0, at);
-    pattern.remove_prefix(at + 1);
-    const bool hexadecimal = pattern.starts_with("{x}");
-    if (hexadecimal) pattern.remove_prefix(3);
+    const bool hexadecimal = pattern.substr(at + 1).starts_with("{x}");
+    pattern = pattern.substr(at + (hexadecimal ? 4 : 1));
     AppendArgument(out, argument, hexadecimal);
   };
   (fill(arguments), ...);

@@ -1,4 +1,4 @@
-#include "source/debugger_test.h"
+#include "source/debugger_detection.h"
 
 #include <algorithm>
 #include <array>

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace tarvo::data_internal {
+
+/// The header of items that need none.
+struct NoHeader {};
+
+/// Items behind a header in one reference-counted allocation, which is copied when a holder that is
+/// not alone changes it. A null pointer stands for no items, so empty trees cost nothing.
+template <typename Item, typename Header>
+class SharedItems {
+ public:
+  SharedItems() noexcept = default;
+  SharedItems(const SharedItems& other) noexcept : block_(other.block_) {
+    if (block_ != nullptr) block_->references.fetch_add(1, std::memory_order_relaxed);
+  }
+  SharedItems(SharedItems&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+  SharedItems& operator=(SharedItems other) noexcept {
+    std::swap(block_, other.block_);
+    return *this;
+  }
+  ~SharedItems() {
+    if (block_ != nullptr && block_->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+      Block::Destroy(block_);
+  }
+
+  [[nodiscard]] std::size_t Size() const noexcept { return block_ == nullptr ? 0 : block_->size; }
+  [[nodiscard]] const Item* Items() const noexcept {
+    return block_ == nullptr ? nullptr : block_->Items();
+  }
+  /// The header; there must be items.
+  [[nodiscard]] const Header& GetHeader() const noexcept { return block_->header; }
+
+  /// The items and the header to change, which no other holder sees; there must be items.
+  [[nodiscard]] Item* MutableItems() {
+    if (!IsAlone()) MoveTo(block_->capacity);
+    return block_->Items();
+  }
+  [[nodiscard]] Header& MutableHeader() {
+    if (!IsAlone()) MoveTo(block_->capacity);
+    return block_->header;
+  }
+
+  /// Adds an item made from `parts`, which must not be parts of these items. Not inlined: it would
+  /// swell its callers, and GCC 12 takes a moved variant's other alternatives for uninitialised.
+  template <typename... Parts>
+  [[gnu::noinline]] void Append(Parts&&... parts) {
+    if (block_ == nullptr || block_->size == block_->capacity) {
+      MoveTo(std::max(kFewest, 2 * Size()));
+    } else if (!IsAlone()) {
+      MoveTo(block_->capacity);
+    }
+    new (block_->Items() + block_->size) Item{std::forward<Parts>(parts)...};
+    ++block_->size;
+  }
+  void Reserve(std::size_t count) {
+    if (block_ == nullptr ? count > 0 : count > block_->capacity) MoveTo(count);
+  }
+
+ private:
+  static constexpr std::size_t kFewest = 2;
+
+  struct Block {
+    std::atomic<std::size_t> references{1};
+    std::size_t size = 0;
+    std::size_t capacity;
+    [[no_unique_address]] Header header;
+
+    explicit Block(std::size_t count) noexcept : capacity(count) {}
+    [[nodiscard]] Item* Items() noexcept { return reinterpret_cast<Item*>(this + 1); }
+
+    static Block* Create(std::size_t capacity) {
+      static_assert(alignof(Item) <= alignof(Block));
+      return new (::operator new(sizeof(Block) + capacity * sizeof(Item))) Block(capacity);
+    }
+    static void Destroy(Block* block) noexcept {
+      std::destroy_n(block->Items(), block->size);
+      block->~Block();
+      ::operator delete(block);
+    }
+  };
+
+  [[nodiscard]] bool IsAlone() const noexcept {
+    return block_->references.load(std::memory_order_acquire) == 1;
+  }
+
+  /// Puts the items into a block of their own: moves them when nobody shares them.
+  void MoveTo(std::size_t capacity) {
+    SharedItems fresh;
+    fresh.block_ = Block::Create(capacity);
+    if (block_ != nullptr && IsAlone()) {
+      std::uninitialized_move_n(block_->Items(), block_->size, fresh.block_->Items());
+      fresh.block_->header = std::move(block_->header);
+    } else if (block_ != nullptr) {
+      fresh.block_->header = block_->header;
+      std::uninitialized_copy_n(block_->Items(), block_->size, fresh.block_->Items());
+    }
+    fresh.block_->size = Size();
+    std::swap(block_, fresh.block_);
+  }
+
+  Block* block_ = nullptr;
+};
+
+}  // namespace tarvo::data_internal
