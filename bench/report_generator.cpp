@@ -11,15 +11,21 @@ namespace tarvo::bench {
 namespace {
 
 constexpr std::array<std::string_view, 43> kRegisters = {
-    "rax", "rbx", "rcx", "rdx", "rdi", "orig_rax", "rsi", "rbp", "rsp", "r8", "r9",
-    "r10", "r11", "r12", "r13", "r14", "r15", "rip", "eflags", "cs", "ss", "fs_base",
-    "gs_base", "ds", "es", "fs", "gs", "cwd", "swd", "ftw", "fop", "rip", "rdp",
-    "mxcsr", "mxcr_mask", "st0", "st1", "st2", "st3", "st4", "st5", "st6", "st7"};
+    "rax",    "rbx", "rcx", "rdx",     "rdi",     "orig_rax", "rsi",   "rbp",       "rsp",
+    "r8",     "r9",  "r10", "r11",     "r12",     "r13",      "r14",   "r15",       "rip",
+    "eflags", "cs",  "ss",  "fs_base", "gs_base", "ds",       "es",    "fs",        "gs",
+    "cwd",    "swd", "ftw", "fop",     "rip",     "rdp",      "mxcsr", "mxcr_mask", "st0",
+    "st1",    "st2", "st3", "st4",     "st5",     "st6",      "st7"};
 
 constexpr std::array<std::string_view, 8> kFunctions = {
-    "main", "__libc_start_main", "_ZN5Scene6UpdateERKNS_7ContextE", "pthread_cond_wait",
-    "_ZNSt6thread11_State_implINS_8_InvokerISt5tupleIJPFvvEEEEEE6_M_runEv", "?",
-    "_ZN8Renderer4DrawERK4Meshi", "clone"};
+    "main",
+    "__libc_start_main",
+    "_ZN5Scene6UpdateERKNS_7ContextE",
+    "pthread_cond_wait",
+    "_ZNSt6thread11_State_implINS_8_InvokerISt5tupleIJPFvvEEEEEE6_M_runEv",
+    "?",
+    "_ZN8Renderer4DrawERK4Meshi",
+    "clone"};
 
 constexpr std::size_t kFramesPerThread = 24;
 constexpr std::size_t kFewestModules = 40;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "crashlog/block.h"
@@ -15,12 +16,21 @@ constexpr bool StartsFrameLine(TokenKind kind) noexcept {
          kind == TokenKind::Illegal || kind == TokenKind::OpenBracket;
 }
 
-/// Reads a block and puts it into `thread`.
-Result<void> ReadInto(DataDictionary& thread, const String& property,
-                      Result<DataDictionary> (*parse)(Tokenizer&), Tokenizer& tokens) {
-  Result<DataDictionary> block = parse(tokens);
+/// Memory is not prepared for more entries than this, so that it cannot be made to cost more than
+/// what is read into it.
+constexpr std::size_t kMaximumPrepared = 128;
+
+/// How many entries to expect where `previous` has the array or dictionary `key`.
+template <typename Container>
+std::size_t ExpectedSize(const DataDictionary& previous, const String& key) noexcept {
+  const auto* container = previous.FindAs<Container>(key);
+  return container == nullptr ? 0 : std::min(container->Size(), kMaximumPrepared);
+}
+
+/// Puts a block that was read into `thread`.
+Result<void> Store(DataDictionary& thread, const String& key, Result<DataDictionary> block) {
   if (!block) return block.GetError();
-  thread.Set(property, *std::move(block));
+  thread.Set(key, *std::move(block));
   return {};
 }
 
@@ -28,12 +38,14 @@ Result<void> ReadInto(DataDictionary& thread, const String& property,
 
 Result<DataArray> ParseThreads(Tokenizer& tokens) {
   DataArray threads;
+  DataDictionary previous;
   Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
     if (tokens.Kind() != TokenKind::Identifier ||
         !tokens.Text().starts_with(keyword::kThreadPrefix))
       return ErrorInLine("ParseThreads found an error in line @", tokens);
-    Result<DataDictionary> thread = ParseCallstack(tokens);
+    Result<DataDictionary> thread = ParseCallstack(tokens, previous);
     if (!thread) return thread.GetError();
+    previous = *thread;
     threads.Append(*std::move(thread));
     return {};
   });
@@ -41,22 +53,27 @@ Result<DataArray> ParseThreads(Tokenizer& tokens) {
   return threads;
 }
 
-Result<DataDictionary> ParseCallstack(Tokenizer& tokens) {
+Result<DataDictionary> ParseCallstack(Tokenizer& tokens, const DataDictionary& previous) {
   const Result<std::uint64_t> number =
       ToThreadNumber(tokens.Text().substr(keyword::kThreadPrefix.size()), tokens);
   if (!number) return number.GetError();
   DataDictionary thread;
+  thread.Reserve(previous.Size());
   thread.Set(property::kThreadNumber, *number);
 
   DataArray frames;
+  FrameReader frameReader;
   Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
-    if (tokens.IsIdentifier(keyword::kRegisters))
-      return ReadInto(thread, property::kRegisters, ParseRegisters, tokens);
+    if (tokens.IsIdentifier(keyword::kRegisters)) {
+      const auto expected = ExpectedSize<DataDictionary>(previous, property::kRegisters);
+      return Store(thread, property::kRegisters, ParseRegisters(tokens, expected));
+    }
     if (tokens.IsIdentifier(keyword::kVariables))
-      return ReadInto(thread, property::kProperties, ParseVariables, tokens);
+      return Store(thread, property::kProperties, ParseVariables(tokens));
     if (!StartsFrameLine(tokens.Kind()))
       return ErrorInLine("ParseCallstack found an error in line @", tokens);
-    frames.Append(ReadFrameLine(tokens));
+    if (frames.IsEmpty()) frames.Reserve(ExpectedSize<DataArray>(previous, property::kCallstack));
+    frames.Append(frameReader.Read(tokens));
     return {};
   });
   if (!result) return result.GetError();

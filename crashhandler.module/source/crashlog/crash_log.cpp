@@ -1,17 +1,23 @@
 #include "crashlog/crash_log.h"
 
+#include <new>
 #include <utility>
 
 #include "connection.h"
 #include "crashlog/report_reader.h"
+#include "crashlog/source.h"
 #include "crashlog/symbol_cache.h"
 
 namespace tarvo::crashhandler {
 
 Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
-  Result<String> text = g_tarvo.framework->Files().ReadText(report);
-  if (!text) return text.GetError();
-  return ParseReport(*std::move(text));
+  try {
+    Result<String> text = g_tarvo.framework->Files().ReadText(report);
+    if (!text) return text.GetError();
+    return ParseReport(*std::move(text));
+  } catch (const std::bad_alloc&) {
+    return Error::OutOfMemory(kSource.Here());
+  }
 }
 
 Result<Url> CrashLog::GetSymbolFile(const String& moduleName, const String& build,

@@ -13,7 +13,8 @@ namespace tarvo::crashhandler {
 class CrashLog {
  public:
   /// Reads the file `report` into a crash log (see report_reader.h). The file's error when it
-  /// cannot be read, else the first error in it; there is no partial crash log.
+  /// cannot be read, an out-of-memory error when the tree does not fit, else the first error in the
+  /// report; there is no partial crash log.
   static Result<DataDictionary> ParseBugReport(const Url& report);
 
   /// What ParseBugReport has read.

@@ -73,28 +73,36 @@ std::optional<std::uint64_t> FindAddress(std::string_view tail) noexcept {
   return ParseDigits(number.substr(0, number.find(')')), 16);
 }
 
-}  // namespace
-
-DataDictionary ReadFrameLine(Tokenizer& tokens) {
-  const TokenKind first = tokens.Kind();
-  const std::size_t firstSize = tokens.Text().size();
-  const std::string_view line = tokens.LineFromToken();
+/// `first` and `firstSize` are the kind and size of the token that starts the line.
+DataDictionary ParseLine(std::string_view line, TokenKind first, std::size_t firstSize,
+                         const Tokenizer& tokens) {
   const std::size_t stackPointer = line.find(kStackPointer, firstSize);
   const bool hasStackPointer = stackPointer != std::string_view::npos;
-  const std::string_view head = line.substr(0, stackPointer);
-
-  auto [module, function] = SplitHead(first, firstSize, head, hasStackPointer);
+  auto [module, function] =
+      SplitHead(first, firstSize, line.substr(0, stackPointer), hasStackPointer);
+  function = hasStackPointer ? SkipBlanks(function) : Trim(function);
   const std::optional<std::uint64_t> address =
       FindAddress(line.substr(hasStackPointer ? stackPointer : firstSize));
-  function = hasStackPointer ? SkipBlanks(function) : Trim(function);
 
   DataDictionary frame;
-  const int count = !module.empty() + !function.empty() + address.has_value();
-  if (count != 0) frame.Reserve(static_cast<std::size_t>(count));
+  frame.Reserve(std::size_t{!module.empty()} + !function.empty() + address.has_value());
   if (!module.empty()) frame.Set(property::kModuleName, tokens.Share(module));
   if (!function.empty()) frame.Set(property::kFunctionName, tokens.Share(function));
   if (address) frame.Set(property::kAddress, *address);
   return frame;
+}
+
+}  // namespace
+
+const DataDictionary& FrameReader::Read(Tokenizer& tokens) {
+  const TokenKind first = tokens.Kind();
+  const std::size_t firstSize = tokens.Text().size();
+  const std::string_view line = tokens.LineFromToken();
+  if (line != line_) {
+    frame_ = ParseLine(line, first, firstSize, tokens);
+    line_ = line;
+  }
+  return frame_;
 }
 
 }  // namespace tarvo::crashhandler

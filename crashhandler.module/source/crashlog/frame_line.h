@@ -1,11 +1,13 @@
 #pragma once
 
+#include <string_view>
+
 #include "crashlog/tokenizer.h"
 #include "tarvo/data_dictionary.h"
 
 namespace tarvo::crashhandler {
 
-/// Reads one line of a call stack, which the tokenizer's current token starts, into a frame:
+/// Reads the lines of a call stack into frames:
 ///
 ///     module:\tfunction (SP: 0x7ffc60, PC: 0x401136)
 ///
@@ -22,6 +24,15 @@ namespace tarvo::crashhandler {
 ///     12 module: function …      a module, when a blank follows its ":"
 ///
 /// A module's name without ":" before " (SP: 0x" ends at a blank that a number follows.
-DataDictionary ReadFrameLine(Tokenizer& tokens);
+class FrameReader {
+ public:
+  /// Reads the line that the tokenizer's current token starts. Equal lines one after the other, as
+  /// an endless recursion leaves them, share one frame's memory.
+  const DataDictionary& Read(Tokenizer& tokens);
+
+ private:
+  std::string_view line_;
+  DataDictionary frame_;
+};
 
 }  // namespace tarvo::crashhandler

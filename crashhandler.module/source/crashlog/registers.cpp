@@ -12,24 +12,27 @@ namespace {
 /// A register line without its first word, from which the pairs are cut one after another.
 class RegisterLine {
  public:
-  explicit RegisterLine(std::string_view line) noexcept : left_(line), equals_(line.find('=')) {}
+  explicit RegisterLine(std::string_view line) noexcept : left_(line) {}
 
   /// Cuts off what stands before the first "=" of what is left or, failing that, its first ":".
   /// False when it holds neither.
   bool CutName(std::string_view& name) noexcept {
-    const std::size_t separator = equals_ != std::string_view::npos ? equals_ : left_.find(':');
+    // Once there is no "=", there is none later: a long line is not searched again at every pair.
+    std::size_t separator = hasEquals_ ? left_.find('=') : std::string_view::npos;
+    hasEquals_ = separator != std::string_view::npos;
+    if (!hasEquals_) separator = left_.find(':');
     if (separator == std::string_view::npos) return false;
     name = left_.substr(0, separator);
-    Advance(separator + 1);
+    left_.remove_prefix(separator + 1);
     return true;
   }
 
   /// Cuts off what stands before the first blank, and all blanks around it.
   std::string_view CutValue() noexcept {
-    Advance(left_.size() - SkipBlanks(left_).size());
+    left_ = SkipBlanks(left_);
     const auto blank = std::ranges::find_if(left_, IsBlank);
-    const std::string_view value = left_.substr(0, static_cast<std::size_t>(blank - left_.begin()));
-    Advance(left_.size() - SkipBlanks(left_.substr(value.size())).size());
+    const std::string_view value(left_.begin(), blank);
+    left_ = SkipBlanks({blank, left_.end()});
     return value;
   }
 
@@ -41,16 +44,8 @@ class RegisterLine {
   }
 
  private:
-  /// Drops `count` characters. The place of the next "=" is kept, and looked for again only when it
-  /// is passed, so that a long line without one is not searched at every pair.
-  void Advance(std::size_t count) noexcept {
-    left_.remove_prefix(count);
-    if (equals_ == std::string_view::npos) return;
-    equals_ = equals_ >= count ? equals_ - count : left_.find('=');
-  }
-
   std::string_view left_;
-  std::size_t equals_;
+  bool hasEquals_ = true;
 };
 
 Result<void> ReadRegisterLine(Tokenizer& tokens, DataDictionary& registers) {
@@ -72,9 +67,12 @@ Result<void> ReadRegisterLine(Tokenizer& tokens, DataDictionary& registers) {
 
 }  // namespace
 
-Result<DataDictionary> ParseRegisters(Tokenizer& tokens) {
+Result<DataDictionary> ParseRegisters(Tokenizer& tokens, std::size_t expected) {
   DataDictionary registers;
-  Result<void> result = ReadBlock(tokens, [&] { return ReadRegisterLine(tokens, registers); });
+  Result<void> result = ReadBlock(tokens, [&] {
+    if (registers.IsEmpty()) registers.Reserve(expected);
+    return ReadRegisterLine(tokens, registers);
+  });
   if (!result) return result.GetError();
   return registers;
 }

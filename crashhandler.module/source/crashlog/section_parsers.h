@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "crashlog/tokenizer.h"
 #include "tarvo/data_dictionary.h"
 #include "tarvo/result.h"
@@ -18,11 +20,13 @@ Result<DataDictionary> ParseVariables(Tokenizer& tokens);
 
 /// "Call_Stacks": the threads.
 Result<DataArray> ParseThreads(Tokenizer& tokens);
-/// One "Call_Stack_Thread_<number>": frame lines, registers and variables.
-Result<DataDictionary> ParseCallstack(Tokenizer& tokens);
+/// One "Call_Stack_Thread_<number>": frame lines, registers and variables. Memory is prepared for
+/// as much as `previous` has, the thread before it: threads of one report are alike.
+Result<DataDictionary> ParseCallstack(Tokenizer& tokens, const DataDictionary& previous);
 /// A thread's "Registers": lines of pairs "name: value" or "name=value", separated by blanks. A "}"
-/// that is all that remains of a line closes the block.
-Result<DataDictionary> ParseRegisters(Tokenizer& tokens);
+/// that is all that remains of a line closes the block. Memory is prepared for `expected`
+/// registers.
+Result<DataDictionary> ParseRegisters(Tokenizer& tokens, std::size_t expected);
 
 /// "Loaded_Modules"; the first module is marked as the executable.
 Result<DataArray> ParseLoadedModules(Tokenizer& tokens);

@@ -7,6 +7,7 @@
 #include "connection.h"
 #include "crashlog/configuration.h"
 #include "crashlog/plain_name.h"
+#include "tarvo/format.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -15,14 +16,31 @@ constexpr std::string_view kArchiveSuffix = "_dsym.zip";
 
 FileService& Files() { return g_tarvo.framework->Files(); }
 
-bool IsDirectory(const DirectoryEntry& entry) {
-  return (entry.attributes & kDirectoryAttribute) != 0;
+}  // namespace
+
+Result<Url> FindSymbolArchive(const String& build, ArchiveDirectory& archiveDirectory) {
+  if (!IsPlainName(build)) return Url();
+  const String fileName = Format("@@", build, kArchiveSuffix);
+  const Url direct = archiveDirectory.Root().Append(fileName);
+  if (Files().Detect(direct) == FileKind::File) return direct;
+  return g_optimizeSymbolFileSearch ? SearchArchiveHierarchy(build, fileName, archiveDirectory)
+                                    : SearchArchiveRecursive(fileName, archiveDirectory.Root());
 }
 
-/// Calls `visit` for the entries of `directory` until it gives a Url that is not empty, or an
-/// error; this is then the outcome.
-template <typename Visit>
-Result<Url> FirstHit(const Url& directory, Visit visit) {
+Result<Url> SearchArchiveHierarchy(const String& build, const String& fileName,
+                                   ArchiveDirectory& archiveDirectory) {
+  const String key = BuildSearchKey(build);
+  for (std::size_t i = 0;; ++i) {
+    const Result<const DirectoryEntry*> directory = archiveDirectory.SecondLevel(i);
+    if (!directory) return directory.GetError();
+    if (*directory == nullptr) return Url();
+    if (!(*directory)->name.Contains(key)) continue;
+    const Url archive = (*directory)->url.Append("builds").Append(fileName);
+    if (Files().Detect(archive) == FileKind::File) return archive;
+  }
+}
+
+Result<Url> SearchArchiveRecursive(const String& fileName, const Url& directory) {
   Result<Ref<BrowseIterator>> entries = Files().Browse(directory);
   if (!entries) return entries.GetError();
   DirectoryEntry entry;
@@ -30,40 +48,13 @@ Result<Url> FirstHit(const Url& directory, Visit visit) {
     const Result<bool> isThere = (*entries)->Next(entry);
     if (!isThere) return isThere.GetError();
     if (!*isThere) return Url();
-    Result<Url> hit = visit(entry);
-    if (!hit || !hit->IsEmpty()) return hit;
+    if ((entry.attributes & kDirectoryAttribute) != 0) {
+      Result<Url> below = SearchArchiveRecursive(fileName, entry.url);
+      if (!below || !below->IsEmpty()) return below;
+    } else if (entry.name.EqualsIgnoringCase(fileName)) {
+      return entry.url;
+    }
   }
-}
-
-}  // namespace
-
-Result<Url> FindSymbolArchive(const String& build, const Url& archiveDirectory) {
-  if (!IsPlainName(build)) return Url();
-  const String fileName(build.ToStdString() + std::string(kArchiveSuffix));
-  const Url direct = archiveDirectory.Append(fileName);
-  if (Files().Detect(direct) == FileKind::File) return direct;
-  return g_optimizeSymbolFileSearch ? SearchArchiveHierarchy(build, fileName, archiveDirectory)
-                                    : SearchArchiveRecursive(fileName, archiveDirectory);
-}
-
-Result<Url> SearchArchiveHierarchy(const String& build, const String& fileName,
-                                   const Url& archiveDirectory) {
-  const String key = BuildSearchKey(build);
-  const auto probeBuilds = [&](const DirectoryEntry& second) -> Result<Url> {
-    if (!IsDirectory(second) || !second.name.Contains(key)) return Url();
-    const Url archive = second.url.Append("builds").Append(fileName);
-    return Files().Detect(archive) == FileKind::File ? archive : Url();
-  };
-  return FirstHit(archiveDirectory, [&](const DirectoryEntry& first) -> Result<Url> {
-    return IsDirectory(first) ? FirstHit(first.url, probeBuilds) : Url();
-  });
-}
-
-Result<Url> SearchArchiveRecursive(const String& fileName, const Url& directory) {
-  return FirstHit(directory, [&](const DirectoryEntry& entry) -> Result<Url> {
-    if (IsDirectory(entry)) return SearchArchiveRecursive(fileName, entry.url);
-    return entry.name.EqualsIgnoringCase(fileName) ? entry.url : Url();
-  });
 }
 
 String BuildSearchKey(const String& build) {

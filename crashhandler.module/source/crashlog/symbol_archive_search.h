@@ -1,5 +1,6 @@
 #pragma once
 
+#include "crashlog/archive_directory.h"
 #include "tarvo/result.h"
 #include "tarvo/string.h"
 #include "tarvo/url.h"
@@ -14,12 +15,12 @@ namespace tarvo::crashhandler {
 /// SearchArchiveHierarchy, or by SearchArchiveRecursive when g_optimizeSymbolFileSearch is off.
 ///
 /// `build` comes from a report: one that is no plain file name (IsPlainName) has no archive.
-Result<Url> FindSymbolArchive(const String& build, const Url& archiveDirectory);
+Result<Url> FindSymbolArchive(const String& build, ArchiveDirectory& archiveDirectory);
 
 /// Looks for the file ARCHIVES/any directory/directory with the build's search key in its name/
 /// "builds"/`fileName`. Lists two levels of directories and looks at one path for each match.
 Result<Url> SearchArchiveHierarchy(const String& build, const String& fileName,
-                                   const Url& archiveDirectory);
+                                   ArchiveDirectory& archiveDirectory);
 
 /// Looks through the whole tree, depth first, for an entry named `fileName` in any case of the
 /// letters. The first one that is met counts.

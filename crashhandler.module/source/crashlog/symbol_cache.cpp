@@ -43,7 +43,7 @@ Result<Url> SymbolCache::GetSymbolFile(const String& moduleName, const String& b
   if (!bundle.IsEmpty()) return bundle;
   const Url expected = directory->Append(Format("@@", moduleName, kSuffixes.front()));
   return Error::File(kSource.Here(), Format("Symbol file @ for @ not found.", expected, build),
-                     archiveDirectory_);
+                     archiveDirectory_.Root());
 }
 
 Result<Url> SymbolCache::BuildDirectory(const String& build) {
@@ -52,9 +52,10 @@ Result<Url> SymbolCache::BuildDirectory(const String& build) {
   return outcomes_.emplace_back(PrepareBuildDirectory(build));
 }
 
-Result<Url> SymbolCache::PrepareBuildDirectory(const String& build) const {
-  const Error notFound = Error::File(
-      kSource.Here(), Format("Could not find symbol archive for @.", build), archiveDirectory_);
+Result<Url> SymbolCache::PrepareBuildDirectory(const String& build) {
+  const Error notFound =
+      Error::File(kSource.Here(), Format("Could not find symbol archive for @.", build),
+                  archiveDirectory_.Root());
   if (!IsPlainName(build)) return notFound;
   const Url directory = temporaryDirectory_.Append(build);
   if (g_tarvo.framework->Files().Detect(directory) == FileKind::Directory) return directory;

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "crashlog/archive_directory.h"
 #include "tarvo/data_dictionary.h"
 #include "tarvo/result.h"
 #include "tarvo/string.h"
@@ -36,9 +37,9 @@ class SymbolCache {
 
  private:
   Result<Url> BuildDirectory(const String& build);
-  Result<Url> PrepareBuildDirectory(const String& build) const;
+  Result<Url> PrepareBuildDirectory(const String& build);
 
-  Url archiveDirectory_;
+  ArchiveDirectory archiveDirectory_;
   Url temporaryDirectory_;
   DataDictionary positions_;  ///< of each build met so far in outcomes_
   std::vector<Result<Url>> outcomes_;

@@ -74,7 +74,8 @@ constexpr bool IsWhiteSpace(char c) noexcept {
 
 /// The end of the quoted text that starts at `start`: behind the closing quote, or the line's end.
 const char* EndOfQuoted(const char* start, const char* end) noexcept {
-  const char* at = std::find_if(start + 1, end, [&](char c) { return c == *start || c == '\n'; });
+  const char* at =
+      std::find_if(start + 1, end, [&](char c) { return c == *start || c == '\n' || c == '\r'; });
   return at != end && *at == *start ? at + 1 : at;
 }
 
@@ -109,7 +110,7 @@ TokenKind Tokenizer::ReadNext() noexcept {
   switch (kind_) {
     case TokenKind::Identifier:
     case TokenKind::Number:
-      next_ = std::find_if_not(start + 1, end_, IsWordCharacter);
+      next_ = std::find_if_not(start + 1, end_, [](char c) { return IsWordCharacter(c); });
       break;
     case TokenKind::String:
     case TokenKind::CharacterString:

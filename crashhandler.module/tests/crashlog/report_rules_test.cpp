@@ -87,6 +87,8 @@ constexpr Rule kSections[] = {
      "error: ParseBugReport found an error in line 4 with 12 and unknown symbol type"},
     {"String", R"("a { b" {})",
      "error: ParseBugReport found an error in line 3 with \"a { b\" and unknown symbol type"},
+    {"StringEndsWithItsLine", "\"a\nb\" {}",
+     "error: ParseBugReport found an error in line 3 with \"a and unknown symbol type"},
     {"NonAscii", "\xC3\xBC {}",
      "error: ParseBugReport found an error in line 3 with \xC3\xBC and unknown symbol type"},
     {"Again", "Exception { a = 1\n b = 2\n } Exception { c = 3\n }",
@@ -126,6 +128,9 @@ constexpr Rule kThreads[] = {
     {"NoNumber", "Call_Stacks { Call_Stack_Thread_ {} }",
      "error.conversion: Could not convert \"\" in line 3 into a number: expected decimal digits of "
      "at most 64 bits"},
+    {"NumberAndMore", "Call_Stacks { Call_Stack_Thread_12x {} }",
+     "error.conversion: Could not convert \"12x\" in line 3 into a number: expected decimal digits "
+     "of at most 64 bits"},
     {"LongNumber", "Call_Stacks { Call_Stack_Thread_18446744073709551616 {} }",
      "error.conversion: Could not convert \"18446744073709551616\" in line 3 into a number: "
      "expected decimal digits of "
@@ -262,6 +267,7 @@ constexpr Rule kFrames[] = {
     {"NoStackPointer", "a.so: \t f \t", R"("ModuleName": "a.so","FunctionName": "f")"},
     {"LongAddress", "a: f (SP: 0x10, PC: 0x10000000000000000)",
      R"("ModuleName": "a","FunctionName": "f")"},
+    {"AddressAndMore", "a: f (SP: 0x10, PC: 0x20g)", R"("ModuleName": "a","FunctionName": "f")"},
     {"NoDigits", "a: f (SP: 0x10, PC: 0x)", R"("ModuleName": "a","FunctionName": "f")"},
     {"NothingAtAll", ": ", ""},
     {"KeywordsInTheLine", "Registers_x: Variables { (SP: 0x10, PC: 0x20)",

@@ -131,6 +131,8 @@ TEST(Regeneration, WritesWhatResolutionAddedAndWhatOtherTreesHold) {
   module.Set(property::kBaseAddress, std::uint64_t{0x1000});
   DataArray modules;
   modules.Append(module);
+  module.Set(property::kBaseAddress, std::uint64_t{0x1100});
+  modules.Append(module);  // Of modules with one name the first one counts.
   modules.Append(DataDictionary());
   DataDictionary computer;
   computer.Set(property::kOsType, "Microsoft windows");
@@ -152,7 +154,8 @@ TEST(Regeneration, WritesWhatResolutionAddedAndWhatOtherTreesHold) {
             "  demo: 0x1136 {Crash(int);demo.cpp;12;0x136}\r\n  : 0x0 {;;;0x0}\r\n"
             "Variables\r\n{\r\nArg|HackForMoltwick =\r\n}\r\nRegisters\r\n{\r\n}\r\n}\r\n}\r\n"
             "Loaded_Modules\r\n{\r\nModuleName = demo\r\n{\r\n  ModuleName = demo\r\n"
-            "  BaseAddress = 0x1000\r\n}\r\nModuleName = unknown\r\n{\r\n}\r\n}\r\n}\r\n");
+            "  BaseAddress = 0x1000\r\n}\r\nModuleName = demo\r\n{\r\n  ModuleName = demo\r\n"
+            "  BaseAddress = 0x1100\r\n}\r\nModuleName = unknown\r\n{\r\n}\r\n}\r\n}\r\n");
 }
 
 TEST(Regeneration, EndsWithTheFirstWriteThatFails) {
