@@ -69,6 +69,9 @@ class CrashMatrix : public testing::TestWithParam<std::tuple<Kind, const char*>>
 
 TEST_P(CrashMatrix, LeavesOneCompleteReport) {
   const auto& [kind, place] = GetParam();
+  const std::string_view name = kind.name;
+  if (kSanitized && name == "in-malloc") GTEST_SKIP() << "the sanitizer has its own malloc";
+  if (kSanitized && name == "in-constructor") GTEST_SKIP() << kNoDlopen;
   const std::string_view where = place;
   const Report report = RunDemo(kind.name, place).report;
   EXPECT_EQ(report.exception.at("ExceptionNumber"), kind.number);
@@ -83,7 +86,7 @@ TEST_P(CrashMatrix, LeavesOneCompleteReport) {
 
   const std::size_t workers = kThreads + (where == "main" ? 0 : 1);
   EXPECT_EQ(report.threads.size(), workers + 1);
-  const bool hasBlocked = std::string_view(kind.name) == "blocked-thread";
+  const bool hasBlocked = name == "blocked-thread";
   const auto answered = std::ranges::count_if(
       report.threads, [](const ReportThread& thread) { return !thread.frames.empty(); });
   EXPECT_EQ(answered, static_cast<long>(report.threads.size()) - (hasBlocked ? 1 : 0));
@@ -130,8 +133,10 @@ TEST(CrashDemo, ThreadsHaveTheirVariablesAndModulesTheirOrder) {
         << name << " expected, found " << crash.report.modules[at].path;
   }
   EXPECT_GT(at, 4U);
-  EXPECT_EQ(crash.report.modules.back().name, "crashhandler.so");
-  EXPECT_EQ(crash.report.modules.back().build, "UNKNOWNBUILDID");
+  const auto handler =
+      std::ranges::find(crash.report.modules, "crashhandler.so", &ReportModule::name);
+  ASSERT_NE(handler, crash.report.modules.end());
+  EXPECT_EQ(handler->build, "UNKNOWNBUILDID");
 }
 
 // Two threads crash at the same moment: one of them captures, the other waits with its stack in the
@@ -171,6 +176,7 @@ TEST(CrashDemo, RefusedTracingIsDiagnosedForEachThread) {
 // The control of all that is bounded by time here: without the handler the same programs die of
 // their signal, so that a status of 1 is the capture's work.
 TEST(CrashDemo, WithoutTheModuleTheSignalEndsTheProgram) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer's own handler ends the program with a status";
   const ScratchDirectory scratch;
   ProgramOptions noModule;
   noModule.directory = scratch.Path();

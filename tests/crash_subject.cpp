@@ -2,11 +2,14 @@
 // argument names. "--no-host" in front runs the same without the framework, as a control.
 
 #include <dlfcn.h>
+#include <errno.h>
+#include <linux/seccomp.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +24,7 @@
 #include <string>
 #include <thread>
 
+#include "seccomp_filter.h"
 #include "tarvo/crashhandler.h"
 #include "tarvo/host/host.h"
 
@@ -203,6 +207,40 @@ int HangupHandler() {
   return 0;
 }
 
+/// A thread that is signalled all the time is stopped by one of those signals, not by the tracer's.
+int SignalStorm() {
+  const auto host = StartHost();
+  signal(SIGUSR1, [](int) {});
+  static std::atomic<pthread_t> target{0};
+  StartThread([] {
+    target = pthread_self();
+    WaitForever();
+  });
+  while (target.load() == 0) usleep(1000);
+  StartThread([] {
+    for (;;) pthread_kill(target.load(), SIGUSR1);
+  });
+  usleep(20'000);
+  NullWrite();
+  return 0;
+}
+
+// --- a crash child that cannot be made, or does not live -----------------------------------------
+
+int ForkRefused() {
+  const auto host = StartHost();
+  if (!InstallSeccompFilter(SYS_clone, SECCOMP_RET_ERRNO | EAGAIN)) return 5;
+  NullWrite();
+  return 0;
+}
+
+int TracerKilled() {
+  const auto host = StartHost();
+  if (!InstallSeccompFilter(SYS_ptrace, SECCOMP_RET_KILL_PROCESS)) return 5;
+  NullWrite();
+  return 0;
+}
+
 // --- locks that others hold ----------------------------------------------------------------------
 
 int StreamsHeld() {
@@ -283,14 +321,16 @@ int GeneratedCode() {
 int Traced() {
   const pid_t child = fork();
   if (child == 0) {
+    struct sigaction before;
+    struct sigaction after;
+    sigaction(SIGSEGV, nullptr, &before);
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
     const auto host = StartHost();
-    struct sigaction action;
-    sigaction(SIGSEGV, nullptr, &action);
+    sigaction(SIGSEGV, nullptr, &after);
     std::fprintf(stderr, "SetCallback %d, SetSecondaryCallback %d, handler %s\n",
                  Service(*host)->SetCallback(nullptr),
                  Service(*host)->SetSecondaryCallback(nullptr),
-                 action.sa_handler == SIG_DFL ? "none" : "installed");
+                 before.sa_sigaction == after.sa_sigaction ? "not installed" : "installed");
     _exit(0);
   }
   waitpid(child, nullptr, 0);
@@ -313,6 +353,9 @@ const std::map<std::string, int (*)()> kScenarios = {{"null-write", CrashInMain}
                                                      {"thread-churn", ThreadChurn},
                                                      {"leader-gone", LeaderGone},
                                                      {"hangup-ignored", HangupIgnored},
+                                                     {"signal-storm", SignalStorm},
+                                                     {"fork-refused", ForkRefused},
+                                                     {"tracer-killed", TracerKilled},
                                                      {"hangup-handler", HangupHandler},
                                                      {"streams-held", StreamsHeld},
                                                      {"loader-held", LoaderHeld},

@@ -4,6 +4,16 @@
 #include <string>
 #include <vector>
 
+/// Whether this build has a sanitizer's runtime in it.
+#ifdef TARVO_SANITIZED
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+/// Why tests that load a library by its name alone are skipped in such a build.
+inline constexpr const char* kNoDlopen =
+    "the sanitizer's dlopen searches the directories of its own runtime, not of the program";
+
 /// How a program that a test ran has ended.
 struct ProgramResult {
   int exitStatus = -1;    ///< -1 when it did not exit by itself
