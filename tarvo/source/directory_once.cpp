@@ -39,7 +39,7 @@ std::string WorkPath(const Url& directory) {
   const auto end =
       std::to_chars(digits.data(), digits.data() + digits.size(), Hash(directory.Name()), 16);
   return directory.Parent()
-      .Append(".tarvo-" + std::string(digits.data(), end.ptr))
+      .Append(".tarvo-making-" + std::string(digits.data(), end.ptr))
       .SystemPath()
       .ToStdString();
 }

@@ -17,8 +17,8 @@ using FillDirectory = std::function<Result<void>(int directory)>;
 ///
 /// Layout beside `directory`, while it is being made:
 ///
-///     .tarvo-<hash of the name>/lock   locked (flock) by the one who makes it
-///     .tarvo-<hash of the name>/tree   what `fill` fills, renamed to `directory` at its end
+///     .tarvo-making-<hash of the name>/lock   locked (flock) by the one who makes it
+///     .tarvo-making-<hash of the name>/tree   what `fill` fills, renamed to `directory` at its end
 ///
 /// The kernel drops the lock of a killed process, so the next one takes over and clears away the
 /// tree that was left. The working directory goes with success and with failure; a kill leaves it

@@ -1,5 +1,6 @@
 #include "source/entry_path.h"
 
+#include <algorithm>
 #include <ranges>
 
 #include "tarvo/format.h"
@@ -8,6 +9,7 @@ namespace tarvo {
 namespace {
 
 constexpr SourceFile kSource{"tarvo/source/entry_path"};
+constexpr std::size_t kMaximumNameInMessage = 256;
 
 /// The names between the "/" of `path`, without empty ones and ".".
 std::vector<std::string> NamesOf(std::string_view path) {
@@ -22,6 +24,13 @@ std::vector<std::string> NamesOf(std::string_view path) {
 Error Refused(SourceLocation where, std::string_view reason) { return Error::Plain(where, reason); }
 
 }  // namespace
+
+std::string NameForMessage(std::string_view name) {
+  std::string shown(name.substr(0, kMaximumNameInMessage));
+  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
+  std::ranges::replace_if(shown, isControl, '?');
+  return shown;
+}
 
 Result<std::vector<std::string>> EntryNames(std::string_view path) {
   if (path.starts_with('/')) return Refused(kSource.Here(), "its path is absolute");
@@ -42,8 +51,9 @@ Result<void> CheckLinkTarget(std::string_view target, std::size_t depth) {
                            static_cast<std::size_t>(down - names.begin()) <= depth &&
                            std::find(down, names.end(), "..") == names.end();
   if (staysInside) return {};
-  return Refused(kSource.Here(),
-                 Format("it is a link to \"@\", which may lead out of the directory", target));
+  return Refused(
+      kSource.Here(),
+      Format("it is a link to \"@\", which may lead out of the directory", NameForMessage(target)));
 }
 
 }  // namespace tarvo

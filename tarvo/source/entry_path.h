@@ -13,6 +13,10 @@ namespace tarvo {
 /// A deeper nesting has no use and makes the tree costly to remove.
 inline constexpr std::size_t kMaximumEntryDepth = 100;
 
+/// A name of an archive as messages show it: cut where it is longer than 256 bytes, and with "?"
+/// for control characters, which could make more lines of one or steer a terminal.
+[[nodiscard]] std::string NameForMessage(std::string_view name);
+
 /// The names that an entry's path leads through, the last one its own; none for the directory
 /// itself
 /// ("./"). Empty names and "." are left out. An error when the path is absolute, holds "..", or

@@ -47,8 +47,9 @@ Result<FileDescriptor> ExtractionTree::OpenChild(int directory, const std::strin
   FileDescriptor child(Uninterrupted([&] { return openat(directory, name.c_str(), kFlags); }));
   if (child.IsOpen()) return child;
   if (errno == ENOTDIR) {
-    return Error::Plain(kSource.Here(),
-                        Format("its path leads through \"@\", which is no directory", name));
+    return Error::Plain(
+        kSource.Here(),
+        Format("its path leads through \"@\", which is no directory", NameForMessage(name)));
   }
   if (errno != ENOENT) return SystemError(kSource.Here(), errno);
   if (mkdirat(directory, name.c_str(), 0777) == 0) {

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "source/entry_path.h"
 #include "source/extraction_tree.h"
 #include "source/zip_reader.h"
 #include "tarvo/format.h"
@@ -24,7 +25,6 @@ constexpr SourceFile kSource{"tarvo/source/zip_extraction"};
 
 constexpr off_t kBytesForThread = 4 << 20;  ///< of the archive; less is not worth a thread
 constexpr unsigned kMaximumThreads = 4;
-constexpr std::size_t kMaximumNameInMessage = 256;
 
 /// While it lives, the reader library takes names for UTF-8 in this thread, whatever the process's
 /// locale is.
@@ -146,8 +146,8 @@ class Extraction {
     const std::scoped_lock lock(mutex_);
     isOver_ = true;
     if (error_) return;
-    const std::string_view path = std::string_view(entry.path).substr(0, kMaximumNameInMessage);
-    const String where = path.empty() ? String() : Format("entry \"@\": ", path);
+    const String where =
+        entry.path.empty() ? String() : Format("entry \"@\": ", NameForMessage(entry.path));
     error_ = Error::File(kSource.Here(),
                          Format("Could not extract \"@\": @@", archive_, where, reason), archive_);
   }

@@ -1,7 +1,7 @@
 #include "source/json_writer.h"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
+#include <rapidjson/reader.h>
 
 #include <limits>
 #include <random>
@@ -99,11 +99,11 @@ TEST(JsonWriterTest, AnIndependentReaderTakesWhateverIsWritten) {
   for (int round = 0; round < 2000; ++round) {
     std::string text(random() % 40, '\0');
     for (char& c : text) c = static_cast<char>(random() % 3 == 0 ? random() : 0xE0 | random());
-    rapidjson::Document reader;
     const std::string document = Document(With(String(text), String(text)));
-    reader.Parse<rapidjson::kParseValidateEncodingFlag>(document.c_str());
-    ASSERT_FALSE(reader.HasParseError()) << document;
-    ASSERT_EQ(reader.MemberCount(), 1u);
+    rapidjson::StringStream input(document.c_str());
+    rapidjson::BaseReaderHandler<> ignored;
+    rapidjson::Reader reader;
+    ASSERT_TRUE(reader.Parse<rapidjson::kParseValidateEncodingFlag>(input, ignored)) << document;
   }
 }
 

@@ -180,6 +180,7 @@ INSTANTIATE_TEST_SUITE_P(
     Entries, HostileArchiveTest,
     testing::Values(
         HostileCase{"ParentDirectory", {{"ok"}, {"../evil"}}, "../evil", kDotDot},
+        HostileCase{"ControlCharacters", {{"../a\nb\x1B[2J"}}, "../a?b?[2J", kDotDot},
         HostileCase{"ParentOfParent", {{"a/../../evil"}}, "a/../../evil", kDotDot},
         HostileCase{"DosParent", {{.path = "..\\evil", .madeBy = 0}}, "../evil", kDotDot},
         HostileCase{"Absolute", {{"/tmp/evil"}}, "/tmp/evil", "its path is absolute"},

@@ -39,15 +39,27 @@ ModuleAndFunction SplitNamed(std::string_view head, bool hasStackPointer) noexce
   return {head.substr(0, end), Behind(head, end)};
 }
 
+/// Whether a module's name may start so: like an identifier, with "?", or outside of ASCII.
+constexpr bool StartsName(char c) noexcept {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '?' ||
+         (c & 0x80) != 0;
+}
+
 /// `rest` is what follows the number. A ":" without a blank behind it is a part of a function's
 /// name ("std::sort"), and ends no module's.
 ModuleAndFunction SplitNumbered(std::string_view rest) noexcept {
   rest = SkipBlanks(rest);
   const std::size_t colon = rest.find(':');
   if (colon == 0) return {{}, Behind(rest, colon)};
-  if (colon == std::string_view::npos || colon + 1 == rest.size() || !IsBlank(rest[colon + 1]))
-    return {{}, rest};
+  const bool endsName = colon != std::string_view::npos && colon + 1 < rest.size() &&
+                        IsBlank(rest[colon + 1]) && StartsName(rest.front());
+  if (!endsName) return {{}, rest};
   return {rest.substr(0, colon), Behind(rest, colon)};
+}
+
+/// Whether the number at the start is more than the beginning of a name ("7z.dll").
+constexpr bool IsWholeWord(std::string_view head, std::size_t size) noexcept {
+  return head.size() == size || IsBlank(head[size]) || head[size] == ':';
 }
 
 ModuleAndFunction SplitHead(TokenKind first, std::size_t firstSize, std::string_view head,
@@ -60,7 +72,8 @@ ModuleAndFunction SplitHead(TokenKind first, std::size_t firstSize, std::string_
       return {{}, colon == std::string_view::npos ? head : Behind(head, colon)};
     }
     case TokenKind::Number:
-      return SplitNumbered(head.substr(firstSize));
+      if (IsWholeWord(head, firstSize)) return SplitNumbered(head.substr(firstSize));
+      [[fallthrough]];
     default:
       return SplitNamed(head, hasStackPointer);
   }

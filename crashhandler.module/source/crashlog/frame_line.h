@@ -22,6 +22,7 @@ namespace tarvo::crashhandler {
 ///     0x401136: function …       no module
 ///     0x401136 function …        no module
 ///     12 module: function …      a module, when a blank follows its ":"
+///     7z.dll:\tfunction …        a module: the number is no word of its own
 ///
 /// A module's name without ":" before " (SP: 0x" ends at a blank that a number follows.
 class FrameReader {

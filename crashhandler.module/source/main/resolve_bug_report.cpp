@@ -1,5 +1,6 @@
 #include "main/resolve_bug_report.h"
 
+#include <new>
 #include <utility>
 
 #include "connection.h"
@@ -44,7 +45,7 @@ Result<void> WriteOutcome(const DataDictionary& crashLog, const Url& report) {
 }  // namespace
 
 Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirectory,
-                              const Url& symbolTemporaryDirectory) {
+                              const Url& symbolTemporaryDirectory) try {
   const Result<Url> archives =
       DirectoryOr(symbolArchiveDirectory, g_symbolArchiveDirectory, "g_symbolArchiveDirectory");
   if (!archives) return archives.GetError();
@@ -56,6 +57,8 @@ Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirec
   CrashLog log(*std::move(parsed));
   if (Result<void> resolved = log.Resolve(*archives, *temporary); !resolved) return resolved;
   return WriteOutcome(log.Data(), crashLog);
+} catch (const std::bad_alloc&) {
+  return Error::OutOfMemory(kMainSource.Here());
 }
 
 }  // namespace tarvo::crashhandler

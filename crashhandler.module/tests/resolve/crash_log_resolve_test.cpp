@@ -151,15 +151,5 @@ TEST_F(CrashLogResolveTest, TheSameErrorIsToldOnceWhileNoOtherCameBetween) {
   EXPECT_EQ(Said(), (Lines{missingApp, missing, missingApp}));
 }
 
-TEST_F(CrashLogResolveTest, ACopyOfTheCrashLogIsNotTouched) {
-  WriteArchive("archives/B1_dsym.zip", {"lib.so.dsym/"});
-  framework_.answers = {{"lib.so.dsym", {{0x234, {"Crash(int)", "lib.cpp", 12}}}}};
-  const DataDictionary before = *ParseReport(Report("", "B1", Frame("lib.so", "?", "7234")));
-  CrashLog crashLog(before);
-  ASSERT_TRUE(crashLog.Resolve(Place("archives"), Place("cache")));
-  EXPECT_EQ(FramesOf(before), Lines{"lib.so ? 0x7234 "});
-  EXPECT_NE(FramesOf(crashLog.Data()), FramesOf(before));
-}
-
 }  // namespace
 }  // namespace tarvo::crashhandler
