@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+
+/// What the module and its program tarvo-symbol-indexer have to agree on.
+namespace tarvo::symbolreader {
+
+/// The program's exit status when the debug file or the limits are at fault; others than this and 0
+/// stand for what may be better next time.
+inline constexpr int kExitUnreadable = 1;
+
+}  // namespace tarvo::symbolreader
+
+/// How the module asks tarvo-symbol-indexer for single addresses, over a stream socket, in the
+/// machine's byte order. The program starts with an AnswerGreeting, with the bytes of the error
+/// text behind it where the file cannot be read. Then the question is the address, 8 bytes; the
+/// answer an AnswerHeader with the bytes of function and file behind it. Questions are answered one
+/// by one; the program ends when the socket is closed.
+namespace tarvo::symbolreader {
+
+/// More than this of a function's name or a file's path is cut off.
+inline constexpr std::uint32_t kMostAnswerText = 1 << 20;
+
+struct AnswerGreeting {
+  std::uint32_t isOpen = 0;
+  std::uint32_t errorSize = 0;
+  std::uint64_t imageStart = 0;
+  std::uint64_t imageEnd = 0;
+};
+static_assert(sizeof(AnswerGreeting) == 24);
+
+struct AnswerHeader {
+  std::uint32_t isKnown = 0;  ///< 0: nothing is known of the address; the rest is 0 too
+  std::uint32_t functionSize = 0;
+  std::uint32_t fileSize = 0;
+  std::uint32_t padding = 0;
+  std::int64_t line = 0;
+};
+static_assert(sizeof(AnswerHeader) == 24);
+
+}  // namespace tarvo::symbolreader

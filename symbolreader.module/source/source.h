@@ -1,0 +1,10 @@
+#pragma once
+
+#include "tarvo/source_location.h"
+
+namespace tarvo::symbolreader {
+
+/// The folder speaks as one: its errors carry this path and the line in the file that made them.
+inline constexpr SourceFile kSource{"symbolreader.module/source"};
+
+}  // namespace tarvo::symbolreader

@@ -1,0 +1,103 @@
+#include "symbol_file_cache.h"
+
+#include <sys/stat.h>
+
+#include <optional>
+
+#include "bundle.h"
+#include "tarvo/format.h"
+
+namespace tarvo::symbolreader {
+
+/// One file, or the error of opening it. `mutex` guards `outcome` and is held while it is opened;
+/// `bytes` and `isHeld` belong to the cache's mutex.
+struct SymbolFileCache::Entry {
+  std::string key;
+  std::mutex mutex;
+  std::optional<Result<SymbolFileRef>> outcome;
+  std::size_t bytes = 0;
+  bool isHeld = true;
+};
+
+namespace {
+
+/// What tells this file in this state from all others. Empty when it cannot be looked at.
+std::string KeyOf(const std::string& path, std::string_view architecture) {
+  struct stat status{};
+  if (stat(path.c_str(), &status) != 0) return {};
+  return Format("@ @ @ @ @.@ @", path, status.st_dev, status.st_ino, status.st_size,
+                status.st_mtim.tv_sec, status.st_mtim.tv_nsec, architecture)
+      .ToStdString();
+}
+
+}  // namespace
+
+SymbolFileCache& SymbolFileCache::Instance() {
+  static SymbolFileCache cache;
+  return cache;
+}
+
+Result<SymbolFileRef> SymbolFileCache::Open(const std::string& bundle,
+                                            std::string_view architecture) {
+  const auto path = FindDebugFile(bundle);
+  if (!path) return path.GetError();
+  const std::string key = KeyOf(*path, architecture);
+  if (key.empty()) return OpenSymbolFile(*path, architecture);
+  const std::shared_ptr<Entry> entry = Use(key);
+  const std::scoped_lock lock(entry->mutex);
+  if (!entry->outcome) {
+    entry->outcome = OpenSymbolFile(*path, architecture);
+    const bool isOpen = static_cast<bool>(*entry->outcome);
+    Account(entry, isOpen ? (**entry->outcome)->source->Bytes() : 0);
+  }
+  return *entry->outcome;
+}
+
+std::shared_ptr<SymbolFileCache::Entry> SymbolFileCache::Use(const std::string& key) {
+  const std::scoped_lock lock(mutex_);
+  if (const auto place = places_.find(key); place != places_.end()) {
+    entries_.splice(entries_.begin(), entries_, place->second);
+    return entries_.front();
+  }
+  auto entry = std::make_shared<Entry>();
+  entry->key = key;
+  entries_.push_front(entry);
+  places_.emplace(entry->key, entries_.begin());
+  Drop();
+  return entry;
+}
+
+void SymbolFileCache::Account(const std::shared_ptr<Entry>& entry, std::size_t bytes) {
+  const std::scoped_lock lock(mutex_);
+  if (!entry->isHeld) return;
+  entry->bytes = bytes;
+  bytes_ += bytes;
+  Drop();
+}
+
+/// Lets go from the end, but keeps the one that was used last.
+void SymbolFileCache::Drop() {
+  while (entries_.size() > 1 && (entries_.size() > mostFiles_ || bytes_ > mostBytes_)) {
+    const std::shared_ptr<Entry>& last = entries_.back();
+    last->isHeld = false;
+    bytes_ -= last->bytes;
+    places_.erase(last->key);
+    entries_.pop_back();
+  }
+}
+
+void SymbolFileCache::Clear() {
+  Entries dropped;
+  const std::scoped_lock lock(mutex_);
+  for (const auto& entry : entries_) entry->isHeld = false;
+  dropped.swap(entries_);
+  places_.clear();
+  bytes_ = 0;
+}
+
+SymbolFileCache::Load SymbolFileCache::Held() const {
+  const std::scoped_lock lock(mutex_);
+  return {.files = entries_.size(), .bytes = bytes_};
+}
+
+}  // namespace tarvo::symbolreader

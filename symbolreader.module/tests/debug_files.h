@@ -1,0 +1,90 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tarvo/host/host.h"
+#include "tarvo/symbolification.h"
+
+namespace tarvo::symbolreader {
+
+/// A directory of its own, removed with all in it at the end.
+class ScratchDirectory {
+ public:
+  ScratchDirectory();
+  ~ScratchDirectory();
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+  [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
+    return path_ / name;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// How one kind of debug file is made from data/sample.cpp.
+struct Recipe {
+  std::string_view name;
+  std::string_view bundle;        ///< what is loaded
+  std::string_view architecture;  ///< what it is loaded for
+  std::string_view file;          ///< what llvm-symbolizer is given, with its further arguments
+  bool isIndexed;
+  std::uint64_t imageStart;  ///< where the image begins by its own account
+  std::string_view script;   ///< run by sh; $SAMPLE is the source
+};
+
+extern const std::vector<Recipe> kRecipes;
+const Recipe& RecipeNamed(std::string_view name);
+
+/// The directory in which the recipe was carried out, once for all tests. Empty when it could not
+/// be, mostly for want of a tool; `Log()` says why.
+std::filesystem::path Make(const Recipe& recipe);
+std::string Log();
+
+/// Skips the test when the recipe cannot be carried out here.
+#define TARVO_MAKE_OR_SKIP(directory, recipe)                                \
+  const std::filesystem::path directory = tarvo::symbolreader::Make(recipe); \
+  if (directory.empty()) GTEST_SKIP() << (recipe).name << ": " << tarvo::symbolreader::Log()
+
+/// What a look-up gave; `error` is set when it failed.
+struct Answer {
+  std::string function;
+  std::string file;
+  std::int64_t line = 0;
+  std::string error;
+
+  friend bool operator==(const Answer&, const Answer&) = default;
+  friend std::ostream& operator<<(std::ostream& stream, const Answer& answer);
+};
+
+/// The addresses of the executable sections of `file`, every byte, and what llvm-symbolizer answers
+/// for each. `arguments` are "FILE" or "FILE OPTION…".
+std::map<std::uint64_t, Answer> SymbolizerAnswers(const std::filesystem::path& directory,
+                                                  std::string_view arguments);
+
+/// A host with the symbol reader, its indices in `indices`.
+std::unique_ptr<Host> StartHost(const std::filesystem::path& indices,
+                                std::vector<std::string> arguments = {},
+                                const std::string& module = SYMBOLREADER_MODULE);
+SymbolificationRef BindReader(Host& host);
+/// Loads and resolves, as a crash log does for each frame.
+Answer Ask(const SymbolificationRef& reader, const std::filesystem::path& bundle,
+           std::string_view architecture, std::uint64_t offset);
+/// The answers of a new reader of a new host to `offsets`.
+std::map<std::uint64_t, Answer> Answers(const std::filesystem::path& indices, const Recipe& recipe,
+                                        const std::map<std::uint64_t, Answer>& addresses,
+                                        std::vector<std::string> arguments = {});
+
+std::string ReadFile(const std::filesystem::path& path);
+void WriteFile(const std::filesystem::path& path, std::string_view bytes);
+std::vector<std::string> ListDirectory(const std::filesystem::path& path);
+
+}  // namespace tarvo::symbolreader

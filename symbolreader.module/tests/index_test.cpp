@@ -1,0 +1,161 @@
+// The directory of indices: reuse, damage, several processes, and what happens without it.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "debug_files.h"
+#include "index_format.h"
+
+namespace tarvo::symbolreader {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Index : public testing::Test {
+ protected:
+  void SetUp() override {
+    TARVO_MAKE_OR_SKIP(directory, recipe_);
+    addresses_ = SymbolizerAnswers(directory, recipe_.file);
+  }
+
+  std::map<std::uint64_t, Answer> Resolve(std::vector<std::string> arguments = {}) {
+    testing::internal::CaptureStderr();
+    auto answers = Answers(indices_, recipe_, addresses_, std::move(arguments));
+    errors_ = testing::internal::GetCapturedStderr();
+    return answers;
+  }
+  fs::path IndexFile() const { return indices_ / ListDirectory(indices_).front(); }
+
+  const Recipe& recipe_ = RecipeNamed("ElfPie");
+  const ScratchDirectory scratch_;
+  fs::path indices_ = scratch_ / "a/b/indices";
+  std::map<std::uint64_t, Answer> addresses_;
+  std::string errors_;
+};
+
+TEST_F(Index, IsMadeOnceAndNamedAfterTheBuildId) {
+  EXPECT_EQ(Resolve(), addresses_);
+  const auto files = ListDirectory(indices_);
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_TRUE(files[0].ends_with("-x86_64-v" + std::to_string(kIndexVersion) + ".gsym"));
+  EXPECT_EQ(files[0].find('-'), 40U) << "a build id has 20 bytes";
+  EXPECT_EQ(fs::status(indices_).permissions(), fs::perms::owner_all);
+  const auto time = fs::last_write_time(IndexFile());
+  EXPECT_EQ(Resolve(), addresses_);
+  EXPECT_EQ(fs::last_write_time(IndexFile()), time);
+  EXPECT_EQ(errors_, "");
+}
+
+TEST_F(Index, IsRebuiltWhenItIsDamaged) {
+  EXPECT_EQ(Resolve(), addresses_);
+  const fs::path file = IndexFile();
+  const std::string whole = ReadFile(file);
+  std::vector<std::string> damaged = {"", "x", whole.substr(0, whole.size() / 2), whole + "x",
+                                      std::string(whole.size(), '\0')};
+  for (const std::size_t at :
+       {std::size_t{0}, std::size_t{60}, whole.size() / 3, whole.size() / 2, whole.size() - 60,
+        whole.size() - sizeof(IndexTrailer), whole.size() - 20, whole.size() - 1}) {
+    damaged.push_back(whole);
+    damaged.back()[at] ^= 4;
+  }
+  for (const std::string& bytes : damaged) {
+    WriteFile(file, bytes);
+    WriteFile(file.string().replace(file.string().find(".gsym"), 5, ".1-0.tmp"), "left behind");
+    EXPECT_EQ(Resolve(), addresses_);
+    EXPECT_EQ(ReadFile(file).size(), whole.size());
+    EXPECT_EQ(ListDirectory(indices_).size(), 1U);
+  }
+}
+
+TEST_F(Index, UnderAnothersNameIsNotBelieved) {
+  const Recipe& other = RecipeNamed("ElfFixedWithoutId");
+  TARVO_MAKE_OR_SKIP(directory, other);
+  const auto expected = SymbolizerAnswers(directory, other.file);
+  EXPECT_EQ(Resolve(), addresses_);
+  const fs::path own = IndexFile();
+  EXPECT_EQ(Answers(scratch_ / "others", other, expected), expected);
+  fs::copy_file(scratch_ / "others" / ListDirectory(scratch_ / "others").front(), own,
+                fs::copy_options::overwrite_existing);
+  EXPECT_EQ(Resolve(), addresses_);
+}
+
+TEST_F(Index, IsMadeByManyProcessesAtOnce) {
+  constexpr int kProcesses = 4;
+  std::vector<pid_t> children;
+  for (int i = 0; i < kProcesses; ++i) {
+    children.push_back(fork());
+    if (children.back() == 0) _exit(Answers(indices_, recipe_, addresses_) == addresses_ ? 0 : 1);
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  }
+  EXPECT_EQ(ListDirectory(indices_).size(), 1U);
+}
+
+TEST_F(Index, ThatCannotBeWrittenIsSaidOnce) {
+  WriteFile(scratch_ / "file", "");
+  indices_ = scratch_ / "file/below";
+  EXPECT_EQ(Resolve(), addresses_);
+  EXPECT_TRUE(errors_.contains("The index directory " + indices_.string() +
+                               " cannot be used: Not a directory."))
+      << errors_;
+  EXPECT_EQ(std::ranges::count(errors_, '\n'), 1) << errors_;
+}
+
+TEST_F(Index, FailureIsRememberedUntilTheLimitsChange) {
+#ifdef TARVO_SANITIZED
+  GTEST_SKIP() << "a sanitized indexer has no memory limit";
+#endif
+  const std::vector<std::string> tight = {"--g_symbolIndexMemory=1"};
+  EXPECT_EQ(Resolve(tight), addresses_);
+  EXPECT_TRUE(errors_.contains("memory limit 1 MiB, time limit 600 s")) << errors_;
+  auto files = ListDirectory(indices_);
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_TRUE(files[0].ends_with(".failed")) << files[0];
+  const auto time = fs::last_write_time(IndexFile());
+  EXPECT_EQ(Resolve(tight), addresses_);
+  EXPECT_EQ(fs::last_write_time(IndexFile()), time);
+  EXPECT_EQ(Resolve(), addresses_);
+  EXPECT_EQ(errors_, "");
+  files = ListDirectory(indices_);
+  EXPECT_TRUE(std::ranges::any_of(files, [](const auto& name) { return name.ends_with(".gsym"); }));
+}
+
+TEST_F(Index, MissingProgramIsNamed) {
+  const fs::path module = scratch_ / "symbolreader.so";
+  fs::copy(SYMBOLREADER_MODULE, module);
+  testing::internal::CaptureStderr();
+  const auto host = StartHost(indices_, {}, module);
+  const std::string error =
+      Ask(BindReader(*host), Make(recipe_) / recipe_.bundle, "x86_64", 0x1000).error;
+  const std::string reason = "tarvo-symbol-indexer did not start: No such file or directory.";
+  EXPECT_TRUE(error.ends_with((scratch_ / reason).string())) << error;
+  testing::internal::GetCapturedStderr();
+}
+
+TEST(IndexDirectory, DefaultsToTheUsersCache) {
+  const Recipe& recipe = RecipeNamed("ElfPie");
+  TARVO_MAKE_OR_SKIP(directory, recipe);
+  const ScratchDirectory scratch;
+  const std::string home = (scratch / "home").string();
+  struct Case {
+    std::string cache;
+    std::string_view expected;
+  };
+  for (const Case& test :
+       {Case{"", "home/.cache/tarvo/symbols"}, Case{"relative", "home/.cache/tarvo/symbols"},
+        Case{(scratch / "cache").string(), "cache/tarvo/symbols"}}) {
+    setenv("HOME", home.c_str(), 1);
+    setenv("XDG_CACHE_HOME", test.cache.c_str(), 1);
+    const auto host = StartHost("");
+    (void)Ask(BindReader(*host), directory / recipe.bundle, "x86_64", 0x1000);
+    EXPECT_EQ(ListDirectory(scratch / test.expected).size(), 1U) << test.cache;
+  }
+}
+
+}  // namespace
+}  // namespace tarvo::symbolreader

@@ -1,0 +1,94 @@
+// Open symbol files: shared by readers and threads, let go when there are too many.
+
+#include <thread>
+
+#include "configuration.h"
+#include "connection.h"
+#include "debug_files.h"
+#include "symbol_file_cache.h"
+
+namespace tarvo::symbolreader {
+namespace {
+
+TEST(Sharing, ThreadsResolveAtOnce) {
+  constexpr int kThreads = 4;
+  for (const std::string_view name : {"ElfPie", "MachOExecutable", "PePdb"}) {
+    const Recipe& recipe = RecipeNamed(name);
+    TARVO_MAKE_OR_SKIP(directory, recipe);
+    const auto expected = SymbolizerAnswers(directory, recipe.file);
+    const ScratchDirectory scratch;
+    for (const char* indices : {"indices", "/dev/null/none"}) {
+      const auto host = StartHost(scratch / indices);
+      std::vector<int> differences(kThreads);
+      {
+        std::vector<std::jthread> threads;
+        for (int& difference : differences) {
+          threads.emplace_back([&] {
+            const auto reader = BindReader(*host);
+            for (const auto& [address, answer] : expected)
+              difference += !answer.function.empty() && Ask(reader, directory / recipe.bundle,
+                                                            recipe.architecture, address) != answer;
+          });
+        }
+      }
+      EXPECT_EQ(differences, std::vector<int>(kThreads)) << name << " " << indices;
+    }
+  }
+}
+
+TEST(Sharing, IsBoundedInNumberAndBytes) {
+  const ScratchDirectory scratch;
+  const auto host = StartHost(scratch / "indices");
+  // This program's copy of the module.
+  Registration registration;
+  RegisterConfiguration(registration);
+  g_tarvo.framework = &host->Services();
+  std::vector<std::string> bundles;
+  std::vector<std::string> architectures;
+  for (const std::string_view name : {"ElfPie", "ElfFixedWithoutId", "ElfArm64"}) {
+    const Recipe& recipe = RecipeNamed(name);
+    TARVO_MAKE_OR_SKIP(directory, recipe);
+    bundles.push_back((directory / recipe.bundle).string());
+    architectures.emplace_back(recipe.architecture);
+  }
+  const auto open = [&](SymbolFileCache& cache, int which) {
+    const auto file = cache.Open(bundles[which], architectures[which]);
+    EXPECT_TRUE(file) << file.GetError().Text().View();
+    return file ? (*file).get() : nullptr;
+  };
+  SymbolFileCache two(2);
+  const SymbolFile* first = open(two, 0);
+  open(two, 1);
+  EXPECT_EQ(open(two, 0), first) << "still shared";
+  open(two, 2);  // pushes out the one that was used longest ago
+  EXPECT_EQ(two.Held().files, 2U);
+  EXPECT_EQ(open(two, 0), first);
+  EXPECT_FALSE(two.Open(bundles[0], "arm64")) << "and errors have a place too";
+  EXPECT_EQ(two.Held().files, 2U);
+
+  SymbolFileCache small(10, 1);
+  for (const int which : {0, 1, 2, 1}) open(small, which);
+  EXPECT_EQ(small.Held().files, 1U);
+  EXPECT_EQ(small.Held().bytes, std::filesystem::file_size(bundles[1]));
+  small.Clear();
+  EXPECT_EQ(small.Held().files + small.Held().bytes, 0U);
+  g_tarvo.framework = nullptr;
+}
+
+TEST(Sharing, AReplacedFileIsReadAnew) {
+  const Recipe& elf = RecipeNamed("ElfPie");
+  TARVO_MAKE_OR_SKIP(directory, elf);
+  const ScratchDirectory scratch;
+  const auto host = StartHost(scratch / "indices");
+  const auto bundle = scratch / "module.dsym";
+  WriteFile(bundle, "nothing yet");
+  EXPECT_NE(Ask(BindReader(*host), bundle, "x86_64", 0).error, "");
+  std::filesystem::copy_file(directory / elf.bundle, bundle,
+                             std::filesystem::copy_options::overwrite_existing);
+  const auto addresses = SymbolizerAnswers(directory, elf.file);
+  const auto& [address, expected] = *std::next(addresses.begin(), addresses.size() / 2);
+  EXPECT_EQ(Ask(BindReader(*host), bundle, "x86_64", address), expected);
+}
+
+}  // namespace
+}  // namespace tarvo::symbolreader
