@@ -13,16 +13,21 @@ constexpr SourceFile kSource{"tarvo/source/components"};
 }  // namespace
 
 Result<void> Components::Choose(const std::vector<std::unique_ptr<Module>>& modules,
+                                std::vector<ComponentRecord> ofProgram,
                                 const std::vector<std::string>& bindings) {
-  for (const auto& module : modules) {
-    for (const ComponentRecord& record : module->Registered().components) {
-      all_.push_back({module.get(), &record});
-      bound_[record.interfaceId] = &record;
-    }
-  }
+  ofProgram_ = std::move(ofProgram);
+  for (const auto& module : modules) Add(module->Id(), module->Registered().components);
+  Add("program", ofProgram_);
   for (const std::string& binding : bindings)
     if (auto result = Name(binding); !result) return result;
   return {};
+}
+
+void Components::Add(const std::string& owner, const std::vector<ComponentRecord>& records) {
+  for (const ComponentRecord& record : records) {
+    all_.push_back({owner, &record});
+    bound_[record.interfaceId] = &record;
+  }
 }
 
 Result<void> Components::Name(const std::string& binding) {
@@ -76,8 +81,8 @@ void Components::Clear() {
 
 std::vector<ComponentEntry> Components::List() const {
   std::vector<ComponentEntry> list;
-  for (const auto& [module, record] : all_) {
-    list.push_back({.owner = module->Id(),
+  for (const auto& [owner, record] : all_) {
+    list.push_back({.owner = owner,
                     .interfaceId = std::string(record->interfaceId),
                     .className = std::string(record->className),
                     .status = record->status,

@@ -15,10 +15,12 @@ namespace tarvo {
 /// Which component stands for which interface.
 class Components {
  public:
-  /// Chooses among the modules' components, which must outlive this object: the last of each
-  /// interface, unless a binding "INTERFACE=CLASS" names another. An illegal-argument error for a
-  /// binding of another form, or of an interface or class that no module brings.
+  /// Chooses among the components of the modules, which must outlive this object, and those of the
+  /// program: the last of each interface, unless a binding "INTERFACE=CLASS" names another. An
+  /// illegal-argument error for a binding of another form, or of an interface or class that nobody
+  /// brings.
   Result<void> Choose(const std::vector<std::unique_ptr<Module>>& modules,
+                      std::vector<ComponentRecord> ofProgram,
                       const std::vector<std::string>& bindings);
 
   /// A reference to the component that is bound to the interface: a new object each time for
@@ -33,12 +35,14 @@ class Components {
 
  private:
   struct Component {
-    const Module* module;
+    std::string owner;
     const ComponentRecord* record;
   };
 
+  void Add(const std::string& owner, const std::vector<ComponentRecord>& records);
   Result<void> Name(const std::string& binding);
 
+  std::vector<ComponentRecord> ofProgram_;
   std::vector<Component> all_;
   std::map<std::string_view, const ComponentRecord*> bound_;  ///< by interface
   std::mutex mutex_;

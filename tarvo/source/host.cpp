@@ -77,7 +77,8 @@ Result<void> Host::Implementation::Start(const HostOptions& options) {
     return Error::IllegalState(kSource.Here(), "A host is already running in this process.");
   if (auto loaded = LoadModules(options); !loaded) return loaded;
   if (auto configured = Configure(options); !configured) return configured;
-  if (auto chosen = framework_.Bindings().Choose(modules_, options.bindings); !chosen)
+  if (auto chosen = framework_.Bindings().Choose(modules_, options.components, options.bindings);
+      !chosen)
     return chosen;
   for (const auto& module : modules_)
     if (auto initialised = module->Initialise(); !initialised) return initialised;

@@ -23,7 +23,7 @@ Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
 Result<Url> CrashLog::GetSymbolFile(const String& moduleName, const String& build,
                                     const String& /*architecture*/, const Url& archiveDirectory,
                                     const Url& temporaryDirectory) {
-  return SymbolCache(archiveDirectory, temporaryDirectory).GetSymbolFile(moduleName, build);
+  return SymbolCache(archiveDirectory, temporaryDirectory).GetSymbolFile(moduleName, build).bundle;
 }
 
 }  // namespace tarvo::crashhandler

@@ -6,6 +6,7 @@
 #include "crashlog/module_symbols.h"
 #include "crashlog/property_names.h"
 #include "crashlog/resolve_messages.h"
+#include "tarvo/resolve_observer.h"
 #include "tarvo/symbolification.h"
 
 namespace tarvo::crashhandler {
@@ -21,45 +22,75 @@ struct SourcePosition {
 /// Resolves the frames of one crash log, one by one.
 class FrameResolver {
  public:
-  /// `crashLog` is the one whose frames are resolved; it outlives the resolver.
+  /// `crashLog` is the one whose frames are resolved; it outlives the resolver. `observer` may be
+  /// null.
   FrameResolver(const DataDictionary& crashLog, const Url& archiveDirectory,
-                const Url& temporaryDirectory, SymbolificationRef symbolification)
+                const Url& temporaryDirectory, SymbolificationRef symbolification,
+                Ref<ResolveObserver> observer)
       : architecture_(ApplicationArchitecture(crashLog)),
         modules_(crashLog, archiveDirectory, temporaryDirectory),
-        symbolification_(std::move(symbolification)) {}
+        symbolification_(std::move(symbolification)),
+        observer_(std::move(observer)) {}
 
   /// Completes `frame`, or leaves it as it is and says why.
   void Resolve(DataDictionary& frame) {
     const auto* name = frame.FindAs<String>(property::kModuleName);
     const auto* address = frame.FindAs<std::uint64_t>(property::kAddress);
-    if (name == nullptr || address == nullptr) return;
+    if (name == nullptr || address == nullptr) return Tell(FrameOutcome::NoModule, frame);
     const Result<ModuleSymbols>* module = modules_.Find(*name);
-    if (module == nullptr) return;
-    if (!*module) return ShowUnresolvedFrame(frame);
-    const auto& [baseAddress, symbolFile] = **module;
-    if (!symbolFile) return ShowSymbolFileError(symbolFile.GetError());
-    const Result<SourcePosition> position = LookUp(*symbolFile, *address - baseAddress);
-    if (!position) return ShowUnresolvedFrame(frame);
+    if (module == nullptr) return Tell(FrameOutcome::ModuleNotListed, frame);
+    if (!*module) {
+      ShowUnresolvedFrame(frame);
+      return Tell(FrameOutcome::ModuleIncomplete, frame, {}, &module->GetError());
+    }
+    ResolveInModule(frame, *address, **module);
+  }
+
+ private:
+  void ResolveInModule(DataDictionary& frame, std::uint64_t address, const ModuleSymbols& module) {
+    const auto& [symbolFile, failure] = module.symbols;
+    if (!symbolFile) {
+      ShowSymbolFileError(symbolFile.GetError());
+      return Tell(failure, frame, module.build, &symbolFile.GetError());
+    }
+    FrameOutcome outcome = FrameOutcome::Resolved;
+    const Result<SourcePosition> position =
+        LookUp(*symbolFile, address - module.baseAddress, outcome);
+    if (!position) {
+      ShowUnresolvedFrame(frame);
+      return Tell(outcome, frame, module.build, &position.GetError());
+    }
     frame.Set(property::kFunctionName, position->function);
     frame.Set(property::kSourceFileName, position->sourceFile);
     frame.Set(property::kSourceLine, position->line);
     ShowResolvedFrame(frame);
+    Tell(outcome, frame, module.build);
   }
 
- private:
-  Result<SourcePosition> LookUp(const Url& symbolFile, std::uint64_t offset) {
+  void Tell(FrameOutcome outcome, const DataDictionary& frame, const String& build = {},
+            const Error* error = nullptr) {
+    if (observer_) observer_->FrameDone({outcome, frame, build, error});
+  }
+
+  /// `outcome` becomes the kind of failure when there is one.
+  Result<SourcePosition> LookUp(const Url& symbolFile, std::uint64_t offset,
+                                FrameOutcome& outcome) {
     SourcePosition position;
+    outcome = FrameOutcome::UnreadableBundle;
     if (Result<void> loaded = symbolification_->Load(symbolFile, architecture_); !loaded)
       return loaded.GetError();
+    outcome = FrameOutcome::UnknownAddress;
     Result<void> resolved =
         symbolification_->Resolve(offset, position.sourceFile, position.line, position.function);
     if (!resolved) return resolved.GetError();
+    outcome = FrameOutcome::Resolved;
     return position;
   }
 
   String architecture_;
   ModuleTable modules_;
   SymbolificationRef symbolification_;
+  Ref<ResolveObserver> observer_;
 };
 
 /// Calls `visit` for each dictionary in the array `key` of `parent`, to change it in place.
@@ -77,7 +108,9 @@ void ForEachDictionary(DataDictionary& parent, std::string_view key, Visit visit
 Result<void> CrashLog::Resolve(const Url& archiveDirectory, const Url& temporaryDirectory) {
   Result<SymbolificationRef> symbolification = Bind<Symbolification>(*g_tarvo.framework);
   if (!symbolification) return symbolification.GetError();
-  FrameResolver resolver(data_, archiveDirectory, temporaryDirectory, *std::move(symbolification));
+  const Result<Ref<ResolveObserver>> observer = Bind<ResolveObserver>(*g_tarvo.framework);
+  FrameResolver resolver(data_, archiveDirectory, temporaryDirectory, *std::move(symbolification),
+                         observer.ValueOr(nullptr));
   ForEachDictionary(data_, property::kThreads, [&](DataDictionary& thread) {
     ShowThread(thread);
     ForEachDictionary(thread, property::kCallstack,

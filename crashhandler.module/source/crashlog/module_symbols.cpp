@@ -56,7 +56,7 @@ Result<ModuleSymbols> ModuleTable::Prepare(const DataDictionary& module) {
   String name = *module.FindAs<String>(property::kModuleName);
   std::uint64_t baseAddress = *base;
   if (*isExecutable) ApplicationBundleName(crashLog_, name, baseAddress);
-  return ModuleSymbols{baseAddress, cache_.GetSymbolFile(name, *build)};
+  return ModuleSymbols{baseAddress, *build, cache_.GetSymbolFile(name, *build)};
 }
 
 }  // namespace tarvo::crashhandler

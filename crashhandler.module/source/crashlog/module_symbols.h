@@ -14,7 +14,8 @@ namespace tarvo::crashhandler {
 /// What the frames of one module need to be resolved.
 struct ModuleSymbols {
   std::uint64_t baseAddress = 0;  ///< what offsets count from
-  Result<Url> symbolFile;         ///< the module's symbol bundle, or why there is none
+  String build;
+  BundleSearch symbols;
 };
 
 /// The loaded modules of a crash log by name, with their symbols. A module's symbols are looked for

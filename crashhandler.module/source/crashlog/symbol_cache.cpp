@@ -36,35 +36,37 @@ Url FindBundle(const Url& buildDirectory, const String& moduleName) {
 
 }  // namespace
 
-Result<Url> SymbolCache::GetSymbolFile(const String& moduleName, const String& build) {
-  const Result<Url> directory = BuildDirectory(build);
-  if (!directory) return directory;
-  const Url bundle = IsPlainName(moduleName) ? FindBundle(*directory, moduleName) : Url();
-  if (!bundle.IsEmpty()) return bundle;
-  const Url expected = directory->Append(Format("@@", moduleName, kSuffixes.front()));
-  return Error::File(kSource.Here(), Format("Symbol file @ for @ not found.", expected, build),
-                     archiveDirectory_.Root());
+BundleSearch SymbolCache::GetSymbolFile(const String& moduleName, const String& build) {
+  BundleSearch directory = BuildDirectory(build);
+  if (!directory.bundle) return directory;
+  const Url bundle = IsPlainName(moduleName) ? FindBundle(*directory.bundle, moduleName) : Url();
+  if (!bundle.IsEmpty()) return {bundle};
+  const Url expected = directory.bundle->Append(Format("@@", moduleName, kSuffixes.front()));
+  return {Error::File(kSource.Here(), Format("Symbol file @ for @ not found.", expected, build),
+                      archiveDirectory_.Root()),
+          FrameOutcome::NoBundle};
 }
 
-Result<Url> SymbolCache::BuildDirectory(const String& build) {
+BundleSearch SymbolCache::BuildDirectory(const String& build) {
   if (const auto* position = positions_.FindAs<std::uint64_t>(build)) return outcomes_[*position];
   positions_.Set(build, std::uint64_t{outcomes_.size()});
   return outcomes_.emplace_back(PrepareBuildDirectory(build));
 }
 
-Result<Url> SymbolCache::PrepareBuildDirectory(const String& build) {
-  const Error notFound =
+BundleSearch SymbolCache::PrepareBuildDirectory(const String& build) {
+  const BundleSearch notFound = {
       Error::File(kSource.Here(), Format("Could not find symbol archive for @.", build),
-                  archiveDirectory_.Root());
+                  archiveDirectory_.Root()),
+      FrameOutcome::NoArchive};
   if (!IsPlainName(build)) return notFound;
   const Url directory = temporaryDirectory_.Append(build);
-  if (g_tarvo.framework->Files().Detect(directory) == FileKind::Directory) return directory;
+  if (g_tarvo.framework->Files().Detect(directory) == FileKind::Directory) return {directory};
   const Result<Url> archive = FindSymbolArchive(build, archiveDirectory_);
-  if (!archive) return archive;
+  if (!archive) return {archive, FrameOutcome::UnreadableArchive};
   if (archive->IsEmpty()) return notFound;
   if (Result<void> extracted = ExtractSymbolArchive(*archive, directory); !extracted)
-    return extracted.GetError();
-  return directory;
+    return {extracted.GetError(), FrameOutcome::UnreadableArchive};
+  return {directory};
 }
 
 }  // namespace tarvo::crashhandler

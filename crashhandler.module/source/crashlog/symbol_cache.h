@@ -4,11 +4,18 @@
 
 #include "crashlog/archive_directory.h"
 #include "tarvo/data_dictionary.h"
+#include "tarvo/resolve_observer.h"
 #include "tarvo/result.h"
 #include "tarvo/string.h"
 #include "tarvo/url.h"
 
 namespace tarvo::crashhandler {
+
+/// A symbol bundle, or why there is none.
+struct BundleSearch {
+  Result<Url> bundle;
+  FrameOutcome outcome = FrameOutcome::Resolved;  ///< the kind of failure
+};
 
 /// The cache of unpacked symbols, as one resolve uses it: a directory TEMPORARY/BUILD for each
 /// build, with the content of the build's archive. A build whose directory is there is neither
@@ -33,16 +40,16 @@ class SymbolCache {
   /// Errors: the file errors "Could not find symbol archive for BUILD." and "Symbol file PATH for
   /// BUILD not found." with the archive directory as their URL; those of listing directories; those
   /// of the job. Both texts come from a report: one that is no plain file name counts as not found.
-  Result<Url> GetSymbolFile(const String& moduleName, const String& build);
+  BundleSearch GetSymbolFile(const String& moduleName, const String& build);
 
  private:
-  Result<Url> BuildDirectory(const String& build);
-  Result<Url> PrepareBuildDirectory(const String& build);
+  BundleSearch BuildDirectory(const String& build);
+  BundleSearch PrepareBuildDirectory(const String& build);
 
   ArchiveDirectory archiveDirectory_;
   Url temporaryDirectory_;
   DataDictionary positions_;  ///< of each build met so far in outcomes_
-  std::vector<Result<Url>> outcomes_;
+  std::vector<BundleSearch> outcomes_;
 };
 
 }  // namespace tarvo::crashhandler

@@ -199,12 +199,12 @@ TEST_F(SymbolCacheTest, OneObjectSearchesAndExtractsABuildOnce) {
   SymbolCache cache(Place("archives"), Place("cache"));
   const std::string damaged =
       "Could not extract \"" + Text("archives/B1_dsym.zip") + "\": Unrecognized archive format";
-  EXPECT_EQ(cache.GetSymbolFile("a", "B1").GetError().Text(), damaged);
-  EXPECT_FALSE(cache.GetSymbolFile("a", "B2"));
+  EXPECT_EQ(cache.GetSymbolFile("a", "B1").bundle.GetError().Text(), damaged);
+  EXPECT_FALSE(cache.GetSymbolFile("a", "B2").bundle);
   WriteArchive("archives/B1_dsym.zip", {"a.dsym"});
   WriteArchive("archives/B2_dsym.zip", {"a.dsym"});
-  EXPECT_EQ(cache.GetSymbolFile("b", "B1").GetError().Text(), damaged);
-  EXPECT_FALSE(cache.GetSymbolFile("a", "B2"));
+  EXPECT_EQ(cache.GetSymbolFile("b", "B1").bundle.GetError().Text(), damaged);
+  EXPECT_FALSE(cache.GetSymbolFile("a", "B2").bundle);
   EXPECT_EQ(Get("a", "B1"), "B1/a.dsym");  // another resolve finds what came meanwhile
 }
 

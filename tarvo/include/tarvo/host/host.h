@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "tarvo/framework.h"
+#include "tarvo/registration.h"
 #include "tarvo/result.h"
 
 namespace tarvo {
@@ -46,6 +47,10 @@ struct HostOptions {
   /// Which component is bound to an interface, each "INTERFACE=CLASS". Of several components for
   /// an interface that is not named here the last loaded one is bound.
   std::vector<std::string> bindings{};
+
+  /// Components that the program itself brings. They count as loaded after the modules'. Their texts
+  /// must outlive the Host.
+  std::vector<ComponentRecord> components{};
 
   /// The time that modules see and that timed waits for jobs follow; must outlive the Host. Null:
   /// the system's steady clock.
@@ -71,7 +76,7 @@ struct ConfigurationEntry {
 
 /// One component as it stands.
 struct ComponentEntry {
-  std::string owner;  ///< the id of the module that brought it
+  std::string owner;  ///< the id of the module that brought it, or "program"
   std::string interfaceId;
   std::string className;
   std::string status;  ///< "uninitialized", or "initialized" once its module is

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "tarvo/data_dictionary.h"
+#include "tarvo/error.h"
+#include "tarvo/object.h"
+#include "tarvo/string.h"
+
+namespace tarvo {
+
+/// What became of a frame of a crash report when it was resolved.
+enum class FrameOutcome : std::uint8_t {
+  Resolved,
+  NoModule,           ///< the report gives no module, or no address
+  ModuleNotListed,    ///< the report does not list the frame's module
+  ModuleIncomplete,   ///< the report lists it without a build, or what it says cannot be read
+  NoArchive,          ///< there is no symbol archive of the module's build
+  UnreadableArchive,  ///< searching or unpacking the archive failed
+  NoBundle,           ///< the archive holds nothing for the module
+  UnreadableBundle,   ///< no debug information, another architecture, or damaged
+  UnknownAddress,     ///< the symbols do not cover the address
+};
+inline constexpr std::size_t kFrameOutcomes = 9;
+
+/// One frame, as an observer is told of it. Valid during the call.
+struct FrameReport {
+  FrameOutcome outcome = FrameOutcome::Resolved;
+  const DataDictionary& frame;   ///< of the crash log, completed when it was resolved
+  const String& build;           ///< of the frame's module; empty where that is not known
+  const Error* error = nullptr;  ///< why it was not resolved; null where `outcome` says it all
+};
+
+/// A component that is told what becomes of each frame. Nobody has to bring one.
+class ResolveObserver : public Object {
+ public:
+  static constexpr std::string_view kInterfaceId = "net.tarvo.interface.resolveobserver";
+
+  /// Called in the thread that resolves, once for each frame, in the order of the report. Several
+  /// reports may be resolved at once, each in a thread of its own.
+  virtual void FrameDone(const FrameReport& report) = 0;
+
+ protected:
+  ~ResolveObserver() = default;
+};
+
+}  // namespace tarvo
