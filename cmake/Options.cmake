@@ -24,8 +24,9 @@ add_compile_options(
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align -Werror
   # Frames of a crash are walked by unwind tables; every function gets them, handlers too.
   -fasynchronous-unwind-tables
-  # Names in the binaries do not depend on where the project was checked out.
-  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  # Names in the binaries do not depend on where the project was checked out, and are the sources'
+  # names as seen from there.
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 if(TARVO_SANITIZE)
   # The instrumentation hides from GCC that a variant's other members are not read. The checks for
