@@ -1,0 +1,50 @@
+#include "command/normalize/own_frame.h"
+
+#include <charconv>
+
+namespace tarvo::command {
+namespace {
+
+constexpr std::string_view kAddressStart = "[0x";
+constexpr std::string_view kNoProgramCounter = " PC: (nil))";
+
+std::optional<std::uint64_t> ParseHexadecimal(std::string_view digits) noexcept {
+  std::uint64_t number = 0;
+  const char* end = digits.data() + digits.size();
+  const auto [stop, status] = std::from_chars(digits.data(), end, number, 16);
+  if (status != std::errc{} || stop != end) return std::nullopt;
+  return number;
+}
+
+/// "libscene.so(update+0x1c) " into module, function and offset.
+bool SplitName(std::string_view name, OwnFrame& frame) noexcept {
+  if (name.empty()) return true;
+  const std::size_t open = name.rfind('(');
+  if (open == std::string_view::npos || !name.ends_with(") ")) return false;
+  frame.module = name.substr(0, open);
+  const std::string_view inside = name.substr(open + 1, name.size() - open - 3);
+  const std::size_t sign = inside.find_last_of("+-");
+  frame.function = inside.substr(0, sign);
+  frame.offset = sign == std::string_view::npos ? std::string_view{} : inside.substr(sign);
+  return true;
+}
+
+}  // namespace
+
+std::optional<OwnFrame> ParseOwnFrame(std::string_view content) noexcept {
+  const std::size_t nameEnd = content.rfind("]:\t(nil) (SP: ");
+  if (nameEnd == std::string_view::npos || !content.ends_with(kNoProgramCounter))
+    return std::nullopt;
+  const std::string_view text = content.substr(0, nameEnd);
+  const std::size_t bracket = text.rfind(kAddressStart);
+  if (bracket == std::string_view::npos) return std::nullopt;
+  const auto address = ParseHexadecimal(text.substr(bracket + kAddressStart.size()));
+  OwnFrame frame;
+  if (!address || !SplitName(text.substr(0, bracket), frame)) return std::nullopt;
+  frame.address = *address;
+  frame.tail = content.substr(content.find(" (SP: ", nameEnd));
+  frame.tail.remove_suffix(kNoProgramCounter.size());
+  return frame;
+}
+
+}  // namespace tarvo::command

@@ -1,0 +1,55 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "command/normalize/normalize.h"
+#include "command/step_back_option.h"
+#include "command/subcommand.h"
+
+namespace tarvo::command {
+namespace {
+
+constexpr const char* kFooter =
+    R"(Reports of tarvo's own capture name a frame's module, function and address in one
+text. The printed report has them where other reports have them: module,
+function with offset, program counter. Return addresses are stepped back by one
+byte, into the call; those of interrupted frames are not. `tarvo resolve` does the
+same on a copy before it resolves; the report itself is never changed.
+
+The shared options and the exit statuses are those of `tarvo --help`.
+
+Example:
+  tarvo normalize demo_bugreport.txt | less
+)";
+
+struct NormalizeOptions {
+  std::string report;
+  StepBack stepBack = StepBack::OwnReports;
+};
+
+int PrintNormalized(Host& host, const NormalizeOptions& options) {
+  const Url report = Url::FromSystemPath(options.report);
+  const Result<String> text = host.Services().Files().ReadText(report);
+  if (!text) return Fail(text.GetError());
+  const std::string normalized = Normalized(text->View(), options.stepBack);
+  std::fwrite(normalized.data(), 1, normalized.size(), stdout);
+  return kDone;
+}
+
+}  // namespace
+
+void AddNormalizeCommand(CLI::App& program, Context& context) {
+  CLI::App* normalize = program.add_subcommand("normalize", "Print a report as it is resolved");
+  normalize->footer(kFooter);
+  auto options = std::make_shared<NormalizeOptions>();
+  normalize->add_option("REPORT", options->report, "The crash report")->required();
+  AddStepBackOptions(*normalize, options->stepBack);
+  normalize->callback([&context, options] {
+    context.action = [&context, options] {
+      return WithHost(context, [options](Host& host) { return PrintNormalized(host, *options); });
+    };
+  });
+}
+
+}  // namespace tarvo::command

@@ -1,0 +1,355 @@
+// Runs `tarvo resolve` over real crashes of the demo with real symbols, and over reports of all
+// origins with a symbolification that answers from a table.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "run_program.h"
+#include "temporary_directory.h"
+#include "zip_builder.h"
+
+namespace tarvo {
+namespace {
+
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class ResolveCommandTest : public testing::Test {
+ protected:
+  void Write(const fs::path& path, std::string_view content) {
+    fs::create_directories((folder_ / path).parent_path());
+    std::ofstream(folder_ / path, std::ios::binary) << content;
+  }
+  [[nodiscard]] std::string Text(const std::string& path) const {
+    return (folder_ / path).string();
+  }
+
+  /// In the test's folder, within a time that no run may take.
+  ProgramEnd Run(Texts line) {
+    const Texts start = {"/bin/sh", "-c", "cd \"$0\" && exec timeout 60 \"$@\"", Text(".")};
+    line.insert(line.begin(), start.begin(), start.end());
+    return RunProgram(line);
+  }
+  ProgramEnd Tarvo(Texts arguments) {
+    arguments.insert(arguments.begin(), TARVO_PROGRAM);
+    return Run(arguments);
+  }
+
+  TemporaryDirectory folder_;
+};
+
+// --- Real crashes --------------------------------------------------------------------------------
+
+/// The line of the demo's source that holds `statement`.
+std::string LineOf(const std::string& statement) {
+  std::istringstream source(ReadFile(FAULTS_SOURCE));
+  int number = 0;
+  for (std::string line; std::getline(source, line);) {
+    ++number;
+    if (line.find(statement) != std::string::npos) return std::to_string(number);
+  }
+  return "no line with " + statement;
+}
+
+/// Every resolved frame of a document, as "FUNCTION FILE:LINE" with the file's own name.
+Texts ResolvedFrames(const fs::path& document) {
+  static const std::regex kFrame(
+      R"re("FunctionName": "(.*)",\s*"Address": \d+,\s*"SourceFileName": ".*?([^/"]*)",\s*"SourceLine": (\d+))re");
+  const std::string text = ReadFile(document);
+  Texts frames;
+  for (std::sregex_iterator at(text.begin(), text.end(), kFrame), end; at != end; ++at)
+    frames.push_back((*at)[1].str() + " " + (*at)[2].str() + ":" + (*at)[3].str());
+  return frames;
+}
+
+struct CrashLine {
+  const char* kind;
+  const char* function;
+  const char* statement;
+};
+
+TEST_F(ResolveCommandTest, EveryKindOfCrashResolvesToItsLine) {
+  if (!fs::exists(MODULES "/symbolreader.so")) GTEST_SKIP() << "built without the symbol reader";
+  const CrashLine crashes[] = {
+      {"null-write", "CrashNullWrite", "*nowhere = 1;"},
+      {"null-call", "CrashNullCall", "Call(nullptr);"},
+      {"wild-call", "CrashWildCall", "0x2AAA'DEAD'B000"},
+      {"data-call", "CrashDataCall", "&g_table"},
+      {"illegal", "CrashIllegal", "ud2"},
+      {"bus", "CrashBus", "volatile int*>(map)"},
+      {"divide", "CrashDivide", "dividend / zero"},
+      {"trap", "CrashTrap", "int3"},
+      {"sys", "CrashSys", "syscall(SYS_acct"},
+      {"double", "CrashDouble", "  CrashNullWrite();"},
+      {"in-malloc", "CrashInMalloc", "std::malloc(2 * kLarge)"},
+      {"busy-malloc", "CrashNullWrite", "*nowhere = 1;"},
+      {"in-constructor", "CrashInConstructor", "dlopen("},
+      {"blocked-thread", "CrashNullWrite", "*nowhere = 1;"},
+      {"hangup", "CrashNullWrite", "*nowhere = 1;"},
+      {"tracing-refused", "CrashNullWrite", "*nowhere = 1;"},
+  };
+  fs::create_directories(folder_ / "reports");
+  for (const auto& [kind, function, statement] : crashes) {
+    const auto end = Run({CRASHDEMO_PROGRAM, "--threads", "2", "--kind", kind,
+                          "--g_crashReportUrl=reports/" + std::string(kind) + "_bugreport.txt"});
+    ASSERT_EQ(end.status, 1) << kind << end.errors;
+  }
+  const auto packed = Tarvo({"pack", "--build", "UNKNOWNBUILDID", "--archives", "archives",
+                             CRASHDEMO_PROGRAM, SCENE_LIBRARY});
+  ASSERT_EQ(packed.status, 0) << packed.errors;
+  const auto end = Tarvo({"resolve", "reports", "--archives", "archives", "--cache", "cache",
+                          "--quiet", "--g_symbolIndexDirectory=" + Text("index")});
+  EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.output + end.errors, "");
+  for (const auto& [kind, function, statement] : crashes) {
+    const Texts frames =
+        ResolvedFrames(folder_ / "reports" / (std::string(kind) + "_bugreport.resolved.json"));
+    const std::string crash = std::string(function) + " faults.cpp:" + LineOf(statement);
+    EXPECT_NE(std::ranges::find(frames, crash), frames.end())
+        << kind << ": no " << crash << " in " << testing::PrintToString(frames);
+    const auto isWork = [](const std::string& frame) {
+      return frame.find("scene::Update(int, void (*)(void*), void*) scene.cpp:") == 0;
+    };
+    EXPECT_GE(std::ranges::count_if(frames, isWork), 3) << kind;
+  }
+}
+
+// --- Reports of all origins ----------------------------------------------------------------------
+
+/// A tree of reports, with archives for two of their builds and answers for these.
+class ResolveOriginsTest : public ResolveCommandTest {
+ protected:
+  ResolveOriginsTest() {
+    Write("answers",
+          "application.app.dsym|0x10000c3d4|Renderer::Draw(int)|C:\\src\\renderer.cpp|31\n"
+          "Pallado Pebble.app.dSYM|0x100001136|main|/Users/zoe/main.mm|7\n");
+    Write("archives/r15/x3/builds/R15.6-4213_dsym.zip",
+          ZipBuilder().Add({"Release/application.app.dsym/x", "symbols"}).Finish());
+    Write("archives/r15/y/builds/R15.5-400_dsym.zip",
+          ZipBuilder().Add({"Pebble/Pallado Pebble.app.dSYM/x", "symbols"}).Finish());
+    for (const std::string& origin : kOrigins)
+      Write("reports/" + origin + "_bugreport.txt",
+            ReadFile(fs::path(REPORTS) / (origin + "_bugreport.txt")));
+  }
+
+  ProgramEnd WithRecorder(Texts arguments) {
+    const Texts more = {"--module", MODULES "/crashhandler.so", "--module", RECORDER_MODULE,
+                        "--g_recorderAnswers=" + Text("answers")};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return Tarvo(arguments);
+  }
+  ProgramEnd Resolve(Texts arguments) {
+    const Texts start = {"resolve", "--archives", "archives", "--cache", "cache"};
+    arguments.insert(arguments.begin(), start.begin(), start.end());
+    return WithRecorder(arguments);
+  }
+  /// Contents by name.
+  std::map<std::string, std::string> Files(const std::string& directory) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::directory_iterator(folder_ / directory))
+      files[entry.path().filename()] = ReadFile(entry.path());
+    return files;
+  }
+
+  const Texts kOrigins = {"linux", "macos", "tarvo", "windows"};
+};
+
+/// Without the lines that the recorder writes.
+std::string WithoutCalls(const std::string& output) {
+  static const std::regex kCall("(load|resolve) .*\n");
+  return std::regex_replace(output, kCall, "");
+}
+
+TEST_F(ResolveOriginsTest, WritesWhatTheJobWritesForNormalizedReports) {
+  for (const std::string& origin : kOrigins) {
+    const std::string name = origin + "_bugreport.txt";
+    Write("job/" + name, Tarvo({"normalize", "reports/" + name}).output);
+  }
+  const auto job =
+      WithRecorder({"run", "net.tarvo.execution.crashlogresolve", "--g_crashlogDirectory=job",
+                    "--g_symbolArchiveDirectory=archives", "--g_symbolTemporaryDirectory=cache"});
+  ASSERT_EQ(job.status, 0) << job.errors;
+  const auto originals = Files("reports");
+  for (const char* jobs : {"1", "4"}) {
+    ASSERT_EQ(Resolve({"reports", "--jobs", jobs}).status, 0);
+    auto expected = Files("job");
+    for (const auto& [name, content] : originals) expected[name] = content;
+    EXPECT_EQ(Files("reports"), expected);
+    for (const auto& entry : fs::directory_iterator(folder_ / "reports"))
+      if (entry.path().extension() != ".txt") fs::remove(entry.path());
+  }
+}
+
+TEST_F(ResolveOriginsTest, SaysWhatWasDoneAndWhatIsMissing) {
+  Write("reports/bad_bugreport.txt", "Some other report {}");
+  Write("reports/macos_bugreport.log", "TARVO_Crash_Report {}");
+  const auto end = Resolve({"reports", "reports/macos_bugreport.txt", "reports/macos_bugreport.log",
+                            "missing", "--jobs", "2", "--summary", "summary.json"});
+  EXPECT_EQ(end.status, 1);
+  EXPECT_EQ(end.errors, "");
+  EXPECT_EQ(WithoutCalls(end.output), R"(Reports: 5 read, 4 resolved, 3 failed
+Frames:  12, 1 resolved (8.3 %)
+          3  no module or no address in the report
+          4  module not listed in the report
+          3  no build in the report
+          1  address outside what the symbols cover
+What would help most, in frames:
+          1  entry of ? in the list of modules
+          1  entry of KERNEL32.DLL in the list of modules
+          1  entry of libc.so.6 in the list of modules
+          1  entry of libstdc++.so.6 in the list of modules
+          1  build of kernel_app
+          1  build of libc.so.6
+          1  build of my plug-in 2.dll
+          1  debug information of crashdemo, build R15.6-4213
+Failed:
+  missing: There is no such file or directory.
+  reports/bad_bugreport.txt: Wrong type of report: Some
+  reports/macos_bugreport.txt: Its outcome would have the same name as that of reports/macos_bugreport.log.
+)");
+  EXPECT_EQ(ReadFile(folder_ / "summary.json"), R"({
+  "Reports": {
+    "Read": 5,
+    "Resolved": 4,
+    "Failed": 3,
+    "UpToDate": 0,
+    "NotComeTo": 0
+  },
+  "Frames": {
+    "All": 12,
+    "Resolved": 1,
+    "NoModule": 3,
+    "ModuleNotListed": 4,
+    "NoBuild": 3,
+    "ArchiveMissing": 0,
+    "ArchiveUnreadable": 0,
+    "BundleMissing": 0,
+    "NoDebugInformation": 0,
+    "AddressOutside": 1
+  },
+  "Missing": [
+    {
+      "Reason": "ModuleNotListed",
+      "Module": "?",
+      "Frames": 1
+    },
+    {
+      "Reason": "ModuleNotListed",
+      "Module": "KERNEL32.DLL",
+      "Frames": 1
+    },
+    {
+      "Reason": "ModuleNotListed",
+      "Module": "libc.so.6",
+      "Frames": 1
+    },
+    {
+      "Reason": "ModuleNotListed",
+      "Module": "libstdc++.so.6",
+      "Frames": 1
+    },
+    {
+      "Reason": "NoBuild",
+      "Module": "kernel_app",
+      "Frames": 1,
+      "Error": "There is no value of key Build"
+    },
+    {
+      "Reason": "NoBuild",
+      "Module": "libc.so.6",
+      "Frames": 1,
+      "Error": "There is no value of key Build"
+    },
+    {
+      "Reason": "NoBuild",
+      "Module": "my plug-in 2.dll",
+      "Frames": 1,
+      "Error": "There is no value of key Build"
+    },
+    {
+      "Reason": "AddressOutside",
+      "Build": "R15.6-4213",
+      "Module": "crashdemo",
+      "Frames": 1,
+      "Error": "no such address"
+    }
+  ],
+  "Failures": [
+    {
+      "Report": "missing",
+      "Error": "There is no such file or directory."
+    },
+    {
+      "Report": "reports/bad_bugreport.txt",
+      "Error": "Wrong type of report: Some"
+    },
+    {
+      "Report": "reports/macos_bugreport.txt",
+      "Error": "Its outcome would have the same name as that of reports/macos_bugreport.log."
+    }
+  ]
+}
+)");
+  const auto quiet = Resolve({"reports", "--quiet"});
+  EXPECT_EQ(quiet.status, 1);
+  EXPECT_EQ(WithoutCalls(quiet.output) + quiet.errors,
+            "tarvo: reports/bad_bugreport.txt: Wrong type of report: Some\n");
+}
+
+TEST_F(ResolveOriginsTest, LeavesAloneWhatIsUpToDate) {
+  const auto age = [&](const std::string& file, int hours) {
+    fs::last_write_time(folder_ / file,
+                        fs::file_time_type::clock::now() - std::chrono::hours(hours));
+  };
+  const auto counts = [&] {
+    const std::string output = WithoutCalls(Resolve({"reports", "--missing-only"}).output);
+    return output.substr(0, output.find('\n'));
+  };
+  for (const std::string& origin : kOrigins) age("reports/" + origin + "_bugreport.txt", 9);
+  age("archives/r15/y/builds/R15.5-400_dsym.zip", 9);
+  age("archives/r15/x3/builds/R15.6-4213_dsym.zip", 9);
+  EXPECT_EQ(counts(), "Reports: 4 read, 4 resolved, 0 failed");
+  EXPECT_EQ(counts(), "Reports: 0 read, 0 resolved, 0 failed, 4 up to date");
+  age("reports/linux_bugreport.resolved.json", 10);  // the report is newer
+  fs::remove(folder_ / "reports/windows_bugreport.source");
+  EXPECT_EQ(counts(), "Reports: 2 read, 2 resolved, 0 failed, 2 up to date");
+  age("archives/r15/y/builds/R15.5-400_dsym.zip", -1);  // the build of the macOS report
+  EXPECT_EQ(counts(), "Reports: 1 read, 1 resolved, 0 failed, 3 up to date");
+}
+
+TEST_F(ResolveOriginsTest, RefusesWrongUsage) {
+  const std::string hint = "\nRun `tarvo --help` for more information.\n";
+  const std::pair<Texts, std::string> cases[] = {
+      {{"resolve"}, "tarvo: PATH is required" + hint},
+      {{"resolve", "reports", "--cache", "c"}, "tarvo: --archives is required.\n"},
+      {{"resolve", "reports", "--archives", "archives"}, "tarvo: --cache is required.\n"},
+      {{"resolve", "reports", "--archives", "a", "--cache", "c"},
+       "tarvo: The archive directory \"a\" is no directory.\n"},
+      {{"resolve", "reports", "--jobs", "0"},
+       "tarvo: --jobs: Value 0 not in range 1 to 256" + hint},
+      {{"resolve", "reports", "--exact", "--adjust"}, "tarvo: --exact excludes --adjust" + hint},
+      {{"normalize"}, "tarvo: REPORT is required" + hint},
+  };
+  for (const auto& [arguments, expected] : cases) {
+    const auto end = Tarvo(arguments);
+    EXPECT_EQ(end.status, 2) << expected;
+    EXPECT_EQ(end.output + end.errors, expected);
+  }
+}
+
+}  // namespace
+}  // namespace tarvo
