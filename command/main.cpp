@@ -12,10 +12,7 @@ namespace tarvo::command {
 namespace {
 
 constexpr std::array kSubcommands{
-    AddResolveCommand,
-    AddNormalizeCommand,
-    AddRunCommand,
-    AddConfigCommand,
+    AddResolveCommand, AddNormalizeCommand, AddPackCommand, AddRunCommand, AddConfigCommand,
 };
 
 constexpr const char* kFooter =

@@ -32,6 +32,7 @@ using AddSubcommand = void (*)(CLI::App& program, Context& context);
 
 void AddConfigCommand(CLI::App& program, Context& context);
 void AddNormalizeCommand(CLI::App& program, Context& context);
+void AddPackCommand(CLI::App& program, Context& context);
 void AddResolveCommand(CLI::App& program, Context& context);
 void AddRunCommand(CLI::App& program, Context& context);
 

@@ -4,12 +4,12 @@
 #include <optional>
 #include <system_error>
 
+#include "tarvo/symbol_archive.h"
+
 namespace tarvo::command {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::string_view kArchiveSuffix = "_dsym.zip";
 
 std::optional<fs::file_time_type> TimeOf(const fs::path& file) {
   std::error_code missing;
@@ -32,10 +32,10 @@ Freshness::Freshness(const Url& archives) {
                                            fs::directory_options::skip_permission_denied, end);
   for (; !end && entries != fs::recursive_directory_iterator(); entries.increment(end)) {
     const std::string name = entries->path().filename().string();
-    if (!name.ends_with(kArchiveSuffix)) continue;
+    if (!name.ends_with(symbol_archive::kSuffix)) continue;
     const auto time = TimeOf(entries->path());
     if (!time) continue;
-    const std::string build = name.substr(0, name.size() - kArchiveSuffix.size());
+    const std::string build = name.substr(0, name.size() - symbol_archive::kSuffix.size());
     const auto [newest, isFirst] = archives_.try_emplace(build, *time);
     newest->second = std::max(newest->second, *time);
   }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "command/printable.h"
+#include "command/safe_text.h"
 #include "tarvo/format.h"
 
 namespace tarvo::command {
@@ -60,8 +60,8 @@ std::string FramesText(const Tally& tally) {
 
 /// What one has to get: "symbol archive of build 2209-city".
 std::string Help(const Tally::Lack& lack) {
-  const std::string module = Printable(lack.module);
-  const std::string build = Printable(lack.build);
+  const std::string module = SafeText(lack.module);
+  const std::string build = SafeText(lack.build);
   switch (lack.outcome) {
     case FrameOutcome::NoArchive:
       return "symbol archive of build " + build;
@@ -85,7 +85,7 @@ std::string LacksText(const Tally& tally) {
     text += Number(count.frames, 11) + "  " + Help(lack) + "\n";
     const bool isExplained = lack.outcome == FrameOutcome::UnreadableArchive ||
                              lack.outcome == FrameOutcome::UnreadableBundle;
-    if (isExplained) text += std::string(13, ' ') + "(" + Printable(count.reason) + ")\n";
+    if (isExplained) text += std::string(13, ' ') + "(" + SafeText(count.reason) + ")\n";
   }
   return text;
 }
@@ -93,7 +93,7 @@ std::string LacksText(const Tally& tally) {
 std::string FailuresText(const std::vector<Failure>& failures) {
   std::string text = failures.empty() ? "" : "Failed:\n";
   for (std::size_t i = 0; i < std::min(failures.size(), kShownFailures); ++i)
-    text += "  " + Printable(failures[i].file.Text()) + ": " + Printable(failures[i].reason) + "\n";
+    text += "  " + SafeText(failures[i].file.Text()) + ": " + SafeText(failures[i].reason) + "\n";
   if (failures.size() > kShownFailures)
     text += "  and " + Number(failures.size() - kShownFailures) + " more\n";
   return text;

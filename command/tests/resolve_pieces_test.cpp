@@ -8,10 +8,10 @@
 #include <thread>
 #include <vector>
 
-#include "command/printable.h"
 #include "command/resolve/progress.h"
 #include "command/resolve/report_list.h"
 #include "command/resolve/schedule.h"
+#include "command/safe_text.h"
 
 namespace tarvo::command {
 namespace {
@@ -106,7 +106,7 @@ TEST(ReportListTest, FindsBuilds) {
             (std::vector<std::string>{"1", "2", "a b"}));
 }
 
-TEST(PrintableTest, NothingActsOnATerminal) {
+TEST(SafeTextTest, NothingActsOnATerminal) {
   const std::pair<std::string, std::string> cases[] = {
       {"plain ~ Überlauf €😀", "plain ~ Überlauf €😀"},
       {std::string("\x1b[2J\a\n\0", 7), "\\x1b[2J\\x07\\x0a\\x00"},
@@ -116,7 +116,7 @@ TEST(PrintableTest, NothingActsOnATerminal) {
       {"\xed\xa0\x80", "\\xed\\xa0\\x80"},                             // a surrogate
       {"a\xe2\x82", "a\\xe2\\x82"},                                    // cut
   };
-  for (const auto& [text, expected] : cases) EXPECT_EQ(Printable(text), expected);
+  for (const auto& [text, expected] : cases) EXPECT_EQ(SafeText(text), expected);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "crashlog/property_names.h"
 #include "crashlog/text.h"
+#include "tarvo/symbol_archive.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -47,7 +48,9 @@ String ApplicationArchitecture(const DataDictionary& crashLog) {
 void ApplicationBundleName(const DataDictionary& crashLog, String& moduleName,
                            std::uint64_t& baseAddress) {
   if (ApplicationVersion(crashLog) >= kBundleVersion) {
-    moduleName = moduleName == "kernel_app" ? "kernel_app.app"_text : "application.app"_text;
+    moduleName = String::Literal(moduleName == symbol_archive::kKernelName
+                                     ? symbol_archive::kKernelApplicationName
+                                     : symbol_archive::kApplicationName);
     baseAddress -= kPreferredLoadAddress;
     return;
   }

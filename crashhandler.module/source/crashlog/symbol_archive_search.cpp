@@ -1,9 +1,5 @@
 #include "crashlog/symbol_archive_search.h"
 
-#include <algorithm>
-#include <ranges>
-#include <string>
-
 #include "connection.h"
 #include "crashlog/configuration.h"
 #include "crashlog/plain_name.h"
@@ -12,15 +8,13 @@
 namespace tarvo::crashhandler {
 namespace {
 
-constexpr std::string_view kArchiveSuffix = "_dsym.zip";
-
 FileService& Files() { return g_tarvo.framework->Files(); }
 
 }  // namespace
 
 Result<Url> FindSymbolArchive(const String& build, ArchiveDirectory& archiveDirectory) {
   if (!IsPlainName(build)) return Url();
-  const String fileName = Format("@@", build, kArchiveSuffix);
+  const String fileName = Format("@@", build, symbol_archive::kSuffix);
   const Url direct = archiveDirectory.Root().Append(fileName);
   if (Files().Detect(direct) == FileKind::File) return direct;
   return g_optimizeSymbolFileSearch ? SearchArchiveHierarchy(build, fileName, archiveDirectory)
@@ -35,7 +29,7 @@ Result<Url> SearchArchiveHierarchy(const String& build, const String& fileName,
     if (!directory) return directory.GetError();
     if (*directory == nullptr) return Url();
     if (!(*directory)->name.Contains(key)) continue;
-    const Url archive = (*directory)->url.Append("builds").Append(fileName);
+    const Url archive = (*directory)->url.Append(symbol_archive::kBuildsDirectory).Append(fileName);
     if (Files().Detect(archive) == FileKind::File) return archive;
   }
 }
@@ -55,22 +49,6 @@ Result<Url> SearchArchiveRecursive(const String& fileName, const Url& directory)
       return entry.url;
     }
   }
-}
-
-String BuildSearchKey(const String& build) {
-  // What stands behind the current character, last character first: erasing there is popping here,
-  // so a long build takes linear time.
-  constexpr std::size_t kErasedBehind = 2;
-  std::string behind;
-  for (const char c : std::views::reverse(build.View())) {
-    if (c >= '0' && c <= '9') {
-      behind += c;
-    } else {
-      behind.resize(behind.size() - std::min(behind.size(), kErasedBehind));
-    }
-  }
-  std::ranges::reverse(behind);
-  return String(behind);
 }
 
 }  // namespace tarvo::crashhandler

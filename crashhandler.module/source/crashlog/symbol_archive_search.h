@@ -3,6 +3,7 @@
 #include "crashlog/archive_directory.h"
 #include "tarvo/result.h"
 #include "tarvo/string.h"
+#include "tarvo/symbol_archive.h"
 #include "tarvo/url.h"
 
 /// Symbols are kept per build in zip archives: BUILD_dsym.zip, below one directory. All searches
@@ -26,10 +27,6 @@ Result<Url> SearchArchiveHierarchy(const String& build, const String& fileName,
 /// letters. The first one that is met counts.
 Result<Url> SearchArchiveRecursive(const String& fileName, const Url& directory);
 
-/// What the name of a second-level directory must contain to be searched for `build`: the build's
-/// digits, less what this rule takes away. From the last character to the first, each character
-/// that is no digit is erased together with up to two characters that then stand behind it:
-/// "B12345" gives "345", "2024.117" gives "20247".
-[[nodiscard]] String BuildSearchKey(const String& build);
+using symbol_archive::BuildSearchKey;
 
 }  // namespace tarvo::crashhandler

@@ -11,6 +11,7 @@
 #include "crashlog/symbol_archive_search.h"
 #include "crashlog/symbol_extraction.h"
 #include "tarvo/format.h"
+#include "tarvo/symbol_archive.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -21,7 +22,8 @@ struct Place {
   bool mayBeFile;
 };
 constexpr std::array kPlaces = {Place{"", true}, Place{"Release/", false}, Place{"Pebble/", false}};
-constexpr std::array<std::string_view, 2> kSuffixes = {".dsym", ".dSYM"};
+constexpr std::array<std::string_view, 2> kSuffixes = {symbol_archive::kBundleSuffix,
+                                                       symbol_archive::kAppleBundleSuffix};
 
 Url FindBundle(const Url& buildDirectory, const String& moduleName) {
   for (const std::string_view suffix : kSuffixes) {

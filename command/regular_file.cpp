@@ -1,0 +1,38 @@
+#include "command/regular_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "command/safe_text.h"
+#include "tarvo/format.h"
+
+namespace tarvo::command {
+namespace {
+
+constexpr SourceFile kSource{"command/regular_file"};
+
+Error OpenError(SourceLocation where, const std::string& path, const char* reason) {
+  return Error::File(where, Format("Could not open \"@\": @", SafeText(path), reason),
+                     Url::FromSystemPath(path));
+}
+
+}  // namespace
+
+Result<RegularFile> OpenRegularFile(const std::string& path) {
+  // Without O_NONBLOCK the opening of a pipe waits for its writer.
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (descriptor < 0) return OpenError(kSource.Here(), path, std::strerror(errno));
+  RegularFile opened{File(fdopen(descriptor, "rb"))};
+  struct stat status{};
+  if (!opened.file || fstat(descriptor, &status) != 0)
+    return OpenError(kSource.Here(), path, std::strerror(errno));
+  if (!S_ISREG(status.st_mode)) return OpenError(kSource.Here(), path, "It is no regular file");
+  opened.size = static_cast<std::uint64_t>(status.st_size);
+  return opened;
+}
+
+}  // namespace tarvo::command
