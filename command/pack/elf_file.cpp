@@ -2,18 +2,29 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
+
 #include "command/pack/elf_operations.h"
+#include "command/safe_text.h"
 #include "tarvo/format.h"
+#include "tarvo/host/host.h"
 
 namespace tarvo::command {
 namespace {
 
 constexpr SourceFile kSource{"command/pack/elf_file"};
 
+/// The library's path: it stands beside the host library.
+std::string LibraryPath() {
+  Dl_info host{};
+  if (dladdr(reinterpret_cast<const void*>(&Host::Start), &host) == 0) return kElfLibrary;
+  return std::filesystem::path(host.dli_fname).parent_path() / kElfLibrary;
+}
+
 /// Loads the library once. It stays, as errors hold texts of it.
 Result<const ElfOperations*> Load() {
   static const ElfOperations* const operations = [] {
-    void* library = dlopen(kElfLibrary, RTLD_NOW | RTLD_LOCAL);
+    void* library = dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_LOCAL);
     return static_cast<const ElfOperations*>(
         library == nullptr ? nullptr : dlsym(library, kElfOperationsSymbol));
   }();
@@ -21,7 +32,7 @@ Result<const ElfOperations*> Load() {
   return Error::IllegalState(
       kSource.Here(),
       Format("ELF files cannot be packed: @ cannot be loaded. It is made where LLVM 19 is there.",
-             kElfLibrary));
+             SafeText(LibraryPath())));
 }
 
 }  // namespace

@@ -17,7 +17,6 @@ struct ElfOperations {
   Result<std::uint32_t> (*checksum)(const std::string& path);
 };
 
-/// Found beside the host library, by the program's search path.
 inline constexpr const char* kElfLibrary = "libtarvo-elf.so";
 /// The library's one exported object, an ElfOperations.
 inline constexpr const char* kElfOperationsSymbol = "tarvoElfOperations";

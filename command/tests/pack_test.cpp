@@ -1,0 +1,304 @@
+// Packs real ELF files, made here by the compiler and the binutils, with the real program.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "run_program.h"
+
+namespace tarvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Makes all files that the tests pack. The libraries "separate" was called for are stripped, and
+/// have their debug information somewhere else.
+constexpr const char* kMakeFiles = R"(
+exec 2>&1 && set -e
+cat >a.cpp <<end
+int Fault(int* p) { return *p; }
+int main(int argc, char**) { return argc > 1 ? Fault(nullptr) : 0; }
+end
+echo 'extern const char path[] __attribute__((section(".interp"))) = "/lib64/ld-linux-x86-64.so.2";' |
+  cat a.cpp - >i.cpp
+g++ -g a.cpp -o app
+g++ -g -no-pie a.cpp -o kernel_app
+library() { g++ -g -fPIC -shared -o "$@"; }
+library old_program i.cpp
+library libstarts.so i.cpp -Wl,-soname,libstarts.so.6
+library libshared.so.1.2 a.cpp -Wl,-soname,libshared.so.1
+library libescape.so a.cpp -Wl,-soname,../libescape.so
+separate() { objcopy --only-keep-debug $1 $2 && strip $1 && objcopy --add-gnu-debuglink=$2 $1; }
+mkdir -p .debug "debug$PWD"
+for name in beside hidden below wrong other; do
+  library lib$name.so a.cpp -Wl,--build-id=$([ $name = other ] && echo 0xab || echo none)
+  separate lib$name.so $name.debug
+done
+mv hidden.debug .debug
+echo x >>wrong.debug
+library libid.so a.cpp -Wl,--build-id=0xabcdef01 && separate libid.so x.debug
+mkdir -p debug/.build-id/ab && mv x.debug debug/.build-id/ab/cdef01.debug
+library libother.so a.cpp -Wl,--build-id=0xabcdef02 && separate libother.so other.debug
+cp debug/.build-id/ab/cdef01.debug debug/.build-id/ab/cdef02.debug && rm other.debug
+# A debug link to a file that holds the code too.
+library libbelow.so a.cpp -Wl,--build-id=none && mv libbelow.so "debug$PWD/below.full"
+strip "debug$PWD/below.full" -o libbelow.so && (cd "debug$PWD" && objcopy --add-gnu-debuglink=below.full "$OLDPWD/libbelow.so")
+g++ -g -c a.cpp -o a.o && ar rc a.a a.o && strip app -o stripped && head -c 9000 app >truncated
+mkdir -p Scripting.dSYM/Contents/Resources/DWARF empty.dSYM linked.dSYM/Contents/Resources/DWARF
+echo dwarf >Scripting.dSYM/Contents/Resources/DWARF/Scripting && echo plist >Scripting.dSYM/Contents/Info.plist
+echo dwarf >linked.dSYM/Contents/Resources/DWARF/x && ln -s /etc/passwd linked.dSYM/up
+mkdir twins && cp libshared.so.1.2 twins/second.so && mkfifo pipe && : >empty
+)";
+
+std::string Content(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class PackTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    std::string pattern = (fs::temp_directory_path() / "tarvo-test-XXXXXX").string();
+    // Without links in it, as the program shows the paths of separate files.
+    directory_ = fs::canonical(mkdtemp(pattern.data()));
+    const ProgramEnd made = Shell(kMakeFiles);
+    ASSERT_EQ(made.status, 0) << made.output;
+  }
+  static void TearDownTestSuite() { fs::remove_all(directory_); }
+  void TearDown() override { fs::remove_all(directory_ / "archives"); }
+
+  /// Runs shell commands in the directory of the files; "pack" there packs for the build B12345.
+  static ProgramEnd Shell(const std::string& commands) {
+    return RunProgram({"/bin/bash", "-c",
+                       "cd \"$0\"; tarvo() { '" TARVO_PROGRAM "' \"$@\"; }\n"
+                       "pack() { tarvo pack --build B12345 --archives archives"
+                       " --debug-directory debug \"$@\"; }\n" +
+                           commands,
+                       directory_.string()});
+  }
+
+  static std::string Size(const fs::path& file) {
+    return std::to_string(fs::file_size(directory_ / file));
+  }
+
+  static inline fs::path directory_;
+};
+
+constexpr const char* kArchive = "archives/B12345_dsym.zip";
+
+TEST_F(PackTest, PacksTheDebugSectionsOfEveryFile) {
+  const auto end = Shell(
+      "pack libid.so app libshared.so.1.2 libbeside.so libhidden.so libbelow.so Scripting.dSYM/ &&"
+      "unzip -q -d out archives/B12345_dsym.zip");
+  EXPECT_EQ(end.errors, "");
+  const struct {
+    std::string bundle;
+    std::string source;
+    bool isWholeFile;
+  } kBundles[] = {
+      {"Scripting.dSYM", "Scripting.dSYM", true},
+      {"application.app.dsym", "app", false},
+      {"libbelow.so.dsym", "debug" + directory_.string() + "/below.full", false},
+      {"libbeside.so.dsym", directory_ / "beside.debug", true},
+      {"libhidden.so.dsym", directory_ / ".debug/hidden.debug", true},
+      {"libid.so.dsym", "debug/.build-id/ab/cdef01.debug", true},
+      {"libshared.so.1.dsym", "libshared.so.1.2", false},
+  };
+  std::string expected;
+  for (const auto& [bundle, source, isWholeFile] : kBundles) {
+    const bool isDirectory = bundle == "Scripting.dSYM";
+    expected += bundle + ": " + (isDirectory ? "12" : Size("out/" + bundle)) + " bytes from " +
+                source + '\n';
+    if (isDirectory) {
+      EXPECT_EQ(Shell("diff -r out/Scripting.dSYM Scripting.dSYM").status, 0);
+      continue;
+    }
+    if (isWholeFile) {
+      EXPECT_EQ(Content(directory_ / "out" / bundle), Content(directory_ / source)) << bundle;
+    }
+    EXPECT_EQ(Shell("readelf -SW out/" + bundle +
+                    " | sed -n 's/.* \\.\\(text\\|data\\|debug_info\\) *\\([A-Z]*\\) .*/\\1 \\2/p'")
+                  .output,
+              "text NOBITS\ndata NOBITS\ndebug_info PROGBITS\n")
+        << bundle;
+  }
+  EXPECT_EQ(end.output, expected + kArchive + ": " + Size(kArchive) + " bytes\n");
+  fs::remove_all(directory_ / "out");
+}
+
+TEST_F(PackTest, ProgramsAreToldFromLibraries) {
+  const struct {
+    const char* file;
+    const char* bundle;
+  } kCases[] = {{"app", "application.app.dsym"},
+                {"kernel_app", "kernel_app.app.dsym"},
+                {"old_program", "application.app.dsym"},
+                {"libstarts.so", "libstarts.so.6.dsym"},
+                {"twins/second.so", "libshared.so.1.dsym"},
+                {"./Scripting.dSYM/",
+                 "Scripting.dSYM/\nScripting.dSYM/Contents/\n"
+                 "Scripting.dSYM/Contents/Info.plist\n"
+                 "Scripting.dSYM/Contents/Resources/\n"
+                 "Scripting.dSYM/Contents/Resources/DWARF/\n"
+                 "Scripting.dSYM/Contents/Resources/DWARF/Scripting"}};
+  for (const auto& [file, bundle] : kCases)
+    EXPECT_EQ(Shell(std::string("pack ") + file + " >/dev/null && unzip -Z1 " + kArchive).output,
+              std::string(bundle) + '\n');
+}
+
+TEST_F(PackTest, EveryFileThatCannotBePackedIsNamed) {
+  constexpr const char* kAnything = ", expected an ELF program or library or a dSYM bundle.";
+  constexpr const char* kDebug = ", expected some in it or in a separate debug file.";
+  const std::string wrong = (directory_ / "wrong.debug").string();
+  const struct {
+    std::string file;
+    std::string error;
+  } kCases[] = {
+      {"nothing", std::string("found nothing there") + kAnything},
+      {"a.cpp", std::string("found a file of another format") + kAnything},
+      {"empty", std::string("found an empty file") + kAnything},
+      {"a.a", std::string("found a static library") + kAnything},
+      {"a.o", "found an object file, expected a linked program or library."},
+      {"twins", std::string("found a directory not named *.dSYM") + kAnything},
+      {"empty.dSYM", "found no file in Contents/Resources/DWARF, expected a debug file there."},
+      {"linked.dSYM",
+       "found \"up\" in it, no file and no directory, expected files and directories only."},
+      {"stripped", std::string("found no debug information") + kDebug},
+      {"libwrong.so",
+       "found no debug information, but \"" + wrong + "\" has another checksum" + kDebug},
+      {"libother.so",
+       "found no debug information, but \"debug/.build-id/ab/cdef02.debug\" has "
+       "another build id" +
+           std::string(kDebug)},
+      {"libescape.so", "found the shared name \"../libescape.so\", expected a name without \"/\"."},
+      {".debug/hidden.debug",
+       "found a separate debug file, expected the library or program that it belongs to."},
+  };
+  std::string line = "mkdir archives; echo older >archives/B12345_dsym.zip; pack app ";
+  std::string expected;
+  for (const auto& [file, error] : kCases) {
+    line += file + ' ';
+    expected += "tarvo: Cannot pack \"" + file + "\": " + error + '\n';
+  }
+  const auto end = Shell(line +
+                         "libshared.so.1.2 twins/second.so; status=$?; ls -A archives; "
+                         "cat archives/*; exit $status");
+  EXPECT_EQ(end.errors,
+            expected +
+                "tarvo: Cannot pack both \"libshared.so.1.2\" and \"twins/second.so\": they are "
+                "libshared.so.1.dsym in the archive.\n"
+                "tarvo: No archive was made for \"B12345\".\n");
+  EXPECT_EQ(end.output, "B12345_dsym.zip\nolder\n");
+  EXPECT_EQ(end.status, 1);
+  // LLVM's own words follow.
+  EXPECT_EQ(Shell("pack truncated").errors.substr(0, 32), "tarvo: Cannot pack \"truncated\": ");
+}
+
+TEST_F(PackTest, APipeDoesNotBlock) {
+  EXPECT_EQ(Shell("timeout 0.2 cat pipe").status, 124) << "a reader that waits is ended";
+  const auto end = Shell("export -f pack tarvo; timeout 20 bash -c 'pack pipe'");
+  EXPECT_EQ(end.status, 1);
+  EXPECT_EQ(end.errors,
+            "tarvo: Could not open \"pipe\": It is no regular file\n"
+            "tarvo: No archive was made for \"B12345\".\n");
+}
+
+TEST_F(PackTest, AnArchiveIsReplacedInOneStepOrStays) {
+  const struct {
+    const char* what;
+    const char* commands;
+    int status;
+    const char* files;
+  } kCases[] = {
+      {"the same in another order, time zone and place",
+       "pack app libid.so && cp archives/B12345_dsym.zip x.zip && rm -r archives && "
+       "TZ=Asia/Tokyo LC_ALL=C.UTF-8 pack ./libid.so ../${PWD##*/}/app && sleep 0.1 &&"
+       "cmp archives/B12345_dsym.zip x.zip",
+       0, "B12345_dsym.zip\n"},
+      {"an older one",
+       "mkdir archives; echo older >archives/B12345_dsym.zip; pack app && "
+       "unzip -tqq archives/B12345_dsym.zip",
+       0, "B12345_dsym.zip\n"},
+      {"a disk that is full",
+       "mkdir archives; echo older >archives/B12345_dsym.zip; trap '' XFSZ; ulimit -f 8; "
+       "pack app libid.so libshared.so.1.2; status=$?; "
+       "[ $(cat archives/B12345_dsym.zip) = older ] && exit $status",
+       1, "B12345_dsym.zip\n"},
+      {"a place that is taken", "mkdir -p archives/B12345_dsym.zip; pack app", 1,
+       "B12345_dsym.zip\n"},
+      {"a directory that cannot be made", "touch archives; pack app", 1, "archives\n"},
+  };
+  for (const auto& [what, commands, status, files] : kCases) {
+    const auto end = Shell(commands);
+    EXPECT_EQ(end.status, status) << what << '\n' << end.errors;
+    EXPECT_EQ(Shell("ls -A archives").output, files) << what;
+    fs::remove_all(directory_ / "archives");
+  }
+}
+
+TEST_F(PackTest, WrongUsage) {
+  const struct {
+    const char* arguments;
+    const char* error;
+  } kCases[] = {
+      {"--build '' app", "--build: found \"\", expected a plain file name"},
+      {"--build .. app", "--build: found \"..\", expected a plain file name"},
+      {"--build a/b app", "--build: found \"a/b\", expected a plain file name"},
+      {"--build b --layout deep app", "--layout: deep not in {flat,hierarchy}"},
+      {"--build b", "FILE is required"},
+      {"app", "--build is required"},
+  };
+  for (const auto& [arguments, error] : kCases) {
+    const auto end = Shell(std::string("tarvo pack --archives archives ") + arguments);
+    EXPECT_EQ(end.errors,
+              std::string("tarvo: ") + error + "\nRun `tarvo --help` for more information.\n");
+    EXPECT_EQ(end.status, 2);
+  }
+}
+
+TEST_F(PackTest, TheLookUpFindsWhatIsPacked) {
+  const struct {
+    std::string layout;
+    std::string build;
+    std::string place;
+  } kCases[] = {
+      {"flat", "B12345", "B12345_dsym.zip"},
+      {"hierarchy", "B12345", "symbols/345/builds/B12345_dsym.zip"},
+      {"hierarchy", "2024.117", "symbols/20247/builds/2024.117_dsym.zip"},
+      {"hierarchy", "nightly", "symbols/nightly/builds/nightly_dsym.zip"},  // has no key
+  };
+  for (const auto& [layout, build, place] : kCases) {
+    std::ofstream(directory_ / "x_bugreport.txt")
+        << "PALLADO_Crash_Report_LINUX\n{\nApplicationInfo { PALLADO_Version: 16.0\n}\n"
+           "Call_Stacks { Call_Stack_Thread_1 {\n"
+           "scene: main + 0x10 (SP: 0x1, PC: 0x401136)\n"
+           "libshared.so.1: Fault + 0x10 (SP: 0x1, PC: 0x501136)\n"
+           "libabsent.so: Fault + 0x10 (SP: 0x1, PC: 0x601136)\n} }\nLoaded_Modules {\n";
+    for (const char* module : {"scene", "libshared.so.1", "libabsent.so"})
+      std::ofstream(directory_ / "x_bugreport.txt", std::ios::app)
+          << "ModuleName = " << module << "\n{\nBaseAddress = 0x400000\nBuild = " << build
+          << "\n}\n";
+    std::ofstream(directory_ / "x_bugreport.txt", std::ios::app) << "}\n}\n";
+    const auto end = Shell("tarvo pack --layout " + layout + " --build " + build +
+                           " --archives archives app libshared.so.1.2 >/dev/null\n"
+                           "mkdir reports && mv x_bugreport.txt reports\n"
+                           "tarvo --module '" CRASHHANDLER_MODULE
+                           "' run net.tarvo.execution.crashlogresolve"
+                           " --g_crashlogDirectory=reports --g_symbolArchiveDirectory=archives"
+                           " --g_symbolTemporaryDirectory=cache >messages 2>&1\n"
+                           "sed 's/^[^ ]*: //' messages; (cd archives && find -type f); ls cache/*;"
+                           "rm -r reports cache archives");
+    // What reads symbols is not loaded: a module whose bundle was found stays at its name.
+    EXPECT_EQ(end.output, "main + 0x10 (0x401136)\nFault + 0x10 (0x501136)\nSymbol file cache/" +
+                              build + "/libabsent.so.dsym for " + build + " not found.\n./" +
+                              place + "\napplication.app.dsym\nlibshared.so.1.dsym\n")
+        << end.errors;
+  }
+}
+
+}  // namespace
+}  // namespace tarvo
