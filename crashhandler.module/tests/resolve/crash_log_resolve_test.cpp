@@ -151,5 +151,34 @@ TEST_F(CrashLogResolveTest, TheSameErrorIsToldOnceWhileNoOtherCameBetween) {
   EXPECT_EQ(Said(), (Lines{missingApp, missing, missingApp}));
 }
 
+TEST_F(CrashLogResolveTest, AnObserverIsToldWhatBecomesOfEachFrame) {
+  WriteArchive("archives/B1_dsym.zip", {"lib.so.dsym/", "text flag.dsym/"});
+  WriteFile("archives/E1_dsym.zip", "no archive");
+  framework_.answers = {{"lib.so.dsym", {{0x234, {"Crash(int)", "lib.cpp", 12}}}}};
+  Lines told;
+  framework_.frames = &told;
+  const std::string frames = Frame("lib.so", "", "7234") + "lib.so:\tno address\n" +
+                             Frame("not listed", "", "5") + Frame("no build", "", "2") +
+                             Frame("the Timber app", "", "1") + Frame("lib.so", "", "7ABC");
+  Resolve(Report("", "B1", frames));
+  const std::string cut =
+      "Could not extract \"" + Text("archives/E1_dsym.zip") + "\": Unrecognized archive format";
+  EXPECT_EQ(told, (Lines{"0 B1 ", "1  ", "2  ", "3  There is no value of key Build", "5 E1 " + cut,
+                         "8 B1 no such address"}));
+  told.clear();
+  Resolve(Report("", "B9", Frame("lib.so", "", "1") + Frame("text flag", "", "1")));
+  EXPECT_EQ(told, (Lines{"4 B9 Could not find symbol archive for B9.",
+                         "3  Another type has key IsExecutable"}));
+  told.clear();
+  WriteArchive("archives/B2_dsym.zip", {"other.so.dsym/"});
+  Resolve(Report("", "B2", Frame("lib.so", "", "1")));
+  EXPECT_EQ(told,
+            (Lines{"6 B2 Symbol file " + Text("cache/B2/lib.so.dsym") + " for B2 not found."}));
+  told.clear();
+  framework_.answers.clear();
+  Resolve(Report("", "B1", Frame("lib.so", "", "7234")));
+  EXPECT_EQ(told, (Lines{"7 B1 no symbols"}));
+}
+
 }  // namespace
 }  // namespace tarvo::crashhandler

@@ -10,6 +10,7 @@
 
 #include "recording_symbolification.h"
 #include "source/host_framework.h"
+#include "tarvo/resolve_observer.h"
 
 namespace tarvo::crashhandler {
 
@@ -52,6 +53,21 @@ class RecordingOutput final : public OutputService {
   std::vector<std::string> lines_;
 };
 
+/// Notes each frame as a line "OUTCOME BUILD ERROR", the outcome as its number.
+class RecordingObserver final : public Counted<ResolveObserver> {
+ public:
+  explicit RecordingObserver(std::vector<std::string>& lines) : lines_(lines) {}
+  void FrameDone(const FrameReport& report) override {
+    const String reason = report.error == nullptr ? String() : report.error->Text();
+    lines_.push_back(
+        Format("@ @ @", static_cast<int>(report.outcome), report.build, reason).ToStdString());
+  }
+
+ private:
+  ~RecordingObserver() override = default;
+  std::vector<std::string>& lines_;
+};
+
 /// The host's own files, jobs and archives, with an output, a clock and a symbolification in the
 /// test's hand. Calls of the symbolification stand among the lines of the output.
 class TestFramework final : public Framework {
@@ -67,7 +83,11 @@ class TestFramework final : public Framework {
     if (makeArchive && classId == ReadArchive::kZipClassId) return Ref<Object>(makeArchive());
     return host_.CreateObject(classId);
   }
-  Result<Ref<Object>> Bind(std::string_view) override {
+  Result<Ref<Object>> Bind(std::string_view interfaceId) override {
+    if (interfaceId == ResolveObserver::kInterfaceId && frames == nullptr)
+      return Error::IllegalState({}, "none");
+    if (interfaceId == ResolveObserver::kInterfaceId)
+      return Ref<Object>(Make<RecordingObserver>(*frames));
     return Ref<Object>(Make<RecordingSymbolification>(
         answers, [this](const String& call) { output.Add("", call); }));
   }
@@ -75,6 +95,8 @@ class TestFramework final : public Framework {
   [[nodiscard]] String ProgramDirectory() override { return {}; }
   [[nodiscard]] String ModuleDirectory() override { return {}; }
 
+  /// Where what an observer is told goes; null: there is none.
+  std::vector<std::string>* frames = nullptr;
   TestClock clock;
   RecordingOutput output;
   AnswerTable answers;
