@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <atomic>
 #include <charconv>
 #include <cstdio>
 #include <random>
@@ -19,12 +20,17 @@ constexpr std::string_view kAction = "write";
 constexpr std::size_t kBufferBytes = 64 * 1024;
 constexpr int kNameAttempts = 100;
 
+/// The start of this process's row of names, so that processes seldom try each other's.
+std::uint64_t RandomStart() {
+  std::random_device random;
+  return (std::uint64_t{random()} << 32) | random();
+}
+
 /// A name that does not grow with the file's own, which may have the longest length there is.
 std::string TemporaryName() {
+  static std::atomic<std::uint64_t> next = RandomStart();
   std::array<char, 16> digits;
-  std::random_device random;
-  const std::uint64_t number = (std::uint64_t{random()} << 32) | random();
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16);
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), ++next, 16);
   return ".tarvo-" + std::string(digits.data(), end.ptr);
 }
 
