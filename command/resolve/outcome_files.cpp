@@ -47,8 +47,8 @@ bool Freshness::IsUpToDate(const Report& report) const {
   const auto source = TimeOf(report.file);
   if (!document || !copy || !source) return false;
   const auto oldest = std::min(*document, *copy);
-  if (report.builds.size() == kMaximumBuilds) return false;
-  return oldest > *source && std::ranges::all_of(report.builds, [&](const std::string& build) {
+  if (report.builds->size() == kMaximumBuilds) return false;
+  return oldest > *source && std::ranges::all_of(*report.builds, [&](const std::string& build) {
            const auto archive = archives_.find(build);
            return archive == archives_.end() || oldest > archive->second;
          });

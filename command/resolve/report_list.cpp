@@ -3,17 +3,22 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
-#include <set>
 #include <system_error>
+#include <unordered_map>
+#include <utility>
 
 #include "command/normalize/report_lines.h"
-#include "command/resolve/outcome_files.h"
 #include "tarvo/format.h"
 
 namespace tarvo::command {
 namespace {
 
 constexpr std::string_view kReportNameEnd = "_bugreport.txt";
+
+struct Found {
+  std::string canonical;  ///< the path with no links in its directory
+  Url file;
+};
 
 class Collector {
  public:
@@ -31,16 +36,20 @@ class Collector {
     }
   }
 
-  /// Sorted, each once; then the two that would have one outcome.
+  /// Sorted, each once; of those with one outcome the first.
   std::vector<Url> TakeFiles() {
+    std::ranges::sort(found_, {}, &Found::canonical);
+    const auto doubles = std::ranges::unique(found_, {}, &Found::canonical);
+    found_.erase(doubles.begin(), doubles.end());
+    std::unordered_map<std::string_view, const Url*> stems;
     std::vector<Url> files;
-    std::map<std::string, Url> outcomes;
-    for (auto& [name, file] : found_) {
-      const auto [first, isNew] = outcomes.try_emplace(DocumentOf(file).Text().ToStdString(), file);
+    for (const auto& [canonical, file] : found_) {
+      const std::string_view stem(canonical.data(), canonical.size() - file.Suffix().Size());
+      const auto [first, isNew] = stems.try_emplace(stem, &file);
       if (isNew) {
-        files.push_back(std::move(file));
+        files.push_back(file);
       } else {
-        Fail(file, Format("Its outcome would have the same name as that of @.", first->second));
+        Fail(file, Format("Its outcome would have the same name as that of @.", *first->second));
       }
     }
     return files;
@@ -53,9 +62,11 @@ class Collector {
 
   void AddFile(const Url& file) {
     std::error_code missing;
-    const std::string path = file.SystemPath().ToStdString();
-    const auto canonical = std::filesystem::weakly_canonical(path, missing);
-    found_.try_emplace(missing ? path : canonical.string(), file);
+    const std::string directory = file.Parent().SystemPath().ToStdString();
+    const auto canonical = std::filesystem::weakly_canonical(directory, missing);
+    const std::filesystem::path name(file.Name().View());
+    found_.push_back(
+        {((missing ? std::filesystem::path(directory) : canonical) / name).string(), file});
   }
 
   void AddDirectory(const Url& directory) {
@@ -76,14 +87,14 @@ class Collector {
   }
 
   FileService& files_;
-  std::map<std::string, Url> found_;  ///< by canonical path
+  std::vector<Found> found_;
 };
 
 }  // namespace
 
-std::vector<std::string> BuildsIn(std::string_view report) {
+Builds BuildsIn(std::string_view report) {
   constexpr std::string_view kKey = "Build";
-  std::vector<std::string> builds;
+  Builds builds;
   for (std::size_t at = report.find(kKey); at != std::string_view::npos;
        at = report.find(kKey, at + kKey.size())) {
     const std::size_t start = report.rfind('\n', at) + 1;
@@ -99,13 +110,16 @@ ReportList ListReports(FileService& files, const std::vector<std::string>& paths
   Collector collector(files);
   for (const std::string& path : paths) collector.Add(Url::FromSystemPath(path));
   ReportList list;
-  for (const Url& file : collector.TakeFiles()) {
+  std::map<Builds, std::shared_ptr<const Builds>> known;
+  for (Url& file : collector.TakeFiles()) {
     const Result<String> text = files.ReadText(file);
-    if (text) {
-      list.reports.push_back({file, BuildsIn(*text), IsOwnReport(*text)});
-    } else {
+    if (!text) {
       collector.failures.push_back({file, text.GetError().Text()});
+      continue;
     }
+    std::shared_ptr<const Builds>& builds = known[BuildsIn(*text)];
+    if (builds == nullptr) builds = std::make_shared<const Builds>(BuildsIn(*text));
+    list.reports.push_back({std::move(file), builds, IsOwnReport(*text)});
   }
   list.failures = std::move(collector.failures);
   return list;

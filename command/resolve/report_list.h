@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,11 +14,13 @@ struct Failure {
   String reason;
 };
 
-/// A crash report that is to be resolved.
+using Builds = std::vector<std::string>;
+
+/// A crash report that is to be resolved. Small, for there may be any number of them.
 struct Report {
   Url file;
-  std::vector<std::string> builds;  ///< that it names, in its order; at most kMaximumBuilds
-  bool isOwn = false;               ///< of this project's own capture
+  std::shared_ptr<const Builds> builds;  ///< that it names, in its order; at most kMaximumBuilds
+  bool isOwn = false;                    ///< of this project's own capture
 };
 inline constexpr std::size_t kMaximumBuilds = 64;
 
@@ -36,6 +39,6 @@ struct ReportList {
 [[nodiscard]] ReportList ListReports(FileService& files, const std::vector<std::string>& paths);
 
 /// The builds of a report's modules, each once.
-[[nodiscard]] std::vector<std::string> BuildsIn(std::string_view report);
+[[nodiscard]] Builds BuildsIn(std::string_view report);
 
 }  // namespace tarvo::command

@@ -16,9 +16,9 @@ std::size_t TakeFront(std::deque<std::size_t>& queue) {
 Schedule::Schedule(std::span<const Report> reports) {
   std::map<std::string_view, std::size_t> firsts;
   for (std::size_t i = 0; i < reports.size(); ++i) {
-    if (reports[i].builds.empty()) {
+    if (reports[i].builds->empty()) {
       ready_.push_back(i);
-    } else if (const auto [first, isNew] = firsts.try_emplace(reports[i].builds.front(), i);
+    } else if (const auto [first, isNew] = firsts.try_emplace(reports[i].builds->front(), i);
                isNew) {
       firsts_.push_back(i);
       followers_[i];

@@ -22,9 +22,9 @@ using Order = std::vector<std::size_t>;
 std::vector<Report> ReportsOf(const std::vector<std::string>& builds) {
   std::vector<Report> reports;
   for (const std::string& build : builds) {
-    Report report;
-    if (!build.empty()) report.builds = {build, "other"};
-    reports.push_back(report);
+    Builds named;
+    if (!build.empty()) named = {build, "other"};
+    reports.push_back({.file = {}, .builds = std::make_shared<const Builds>(named)});
   }
   return reports;
 }
