@@ -11,7 +11,7 @@
 namespace tarvo::command {
 namespace {
 
-constexpr std::array kSubcommands{AddConfigCommand, AddPackCommand, AddRunCommand};
+constexpr std::array kSubcommands{AddConfigCommand, AddPackCommand, AddRunCommand, AddShowCommand};
 
 constexpr const char* kFooter =
     R"(The options above may stand before or after the subcommand's name.
