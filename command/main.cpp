@@ -12,7 +12,8 @@ namespace tarvo::command {
 namespace {
 
 constexpr std::array kSubcommands{
-    AddResolveCommand, AddNormalizeCommand, AddPackCommand, AddRunCommand, AddConfigCommand,
+    AddResolveCommand, AddShowCommand, AddPackCommand,
+    AddNormalizeCommand, AddRunCommand, AddConfigCommand,
 };
 
 constexpr const char* kFooter =

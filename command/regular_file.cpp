@@ -23,11 +23,14 @@ Error OpenError(SourceLocation where, const std::string& path, const char* reaso
 }  // namespace
 
 Result<RegularFile> OpenRegularFile(const std::string& path) {
-  // Without O_NONBLOCK the opening of a pipe waits for its writer.
+  // A device may act when it is opened. What comes in the file's place meanwhile is looked at again
+  // below, and without O_NONBLOCK the opening of a pipe would wait for its writer.
+  struct stat status{};
+  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    return OpenError(kSource.Here(), path, "It is no regular file");
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) return OpenError(kSource.Here(), path, std::strerror(errno));
   RegularFile opened{File(fdopen(descriptor, "rb"))};
-  struct stat status{};
   if (!opened.file || fstat(descriptor, &status) != 0)
     return OpenError(kSource.Here(), path, std::strerror(errno));
   if (!S_ISREG(status.st_mode)) return OpenError(kSource.Here(), path, "It is no regular file");

@@ -1,7 +1,5 @@
 #include "command/safe_text.h"
 
-#include <wchar.h>
-
 #include <algorithm>
 #include <array>
 
@@ -13,12 +11,11 @@ struct Range {
   char32_t last;
 };
 
-constexpr std::array kUnsafe = {Range{0x00, 0x1f},     Range{0x7f, 0x9f},
-                                Range{0x61c, 0x61c},     // Arabic letter mark
-                                Range{0x200e, 0x200f},   // marks of direction
-                                Range{0x2028, 0x202e},   // separators, embeddings, overrides
-                                Range{0x2066, 0x2069},   // isolates
-                                Range{0xfeff, 0xfeff}};  // byte order mark
+/// Control characters; of bidirectional text the marks, embeddings, overrides and isolates; line
+/// and paragraph separators; the byte order mark; tags, which nobody sees.
+constexpr std::array kUnsafe = {
+    Range{0x00, 0x1f},     Range{0x7f, 0x9f},     Range{0x61c, 0x61c},   Range{0x200e, 0x200f},
+    Range{0x2028, 0x202e}, Range{0x2066, 0x2069}, Range{0xfeff, 0xfeff}, Range{0xe0000, 0xe0fff}};
 
 /// Characters that take two columns: the blocks that are wide as a whole.
 constexpr std::array kWide = {

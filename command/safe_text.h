@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -8,7 +9,8 @@ namespace tarvo::command {
 /// `text` as it may go to a terminal: whatever could steer one, make more lines of one, or turn
 /// the order of what is read around stands as its bytes, each "\xNN". These are the control
 /// characters (C0, C1 and DEL), the line and paragraph separators, the marks, embeddings, overrides
-/// and isolates of bidirectional text, and bytes that are no UTF-8. The result is valid UTF-8.
+/// and isolates of bidirectional text, characters that nobody sees, and bytes that are no UTF-8.
+/// The result is valid UTF-8.
 [[nodiscard]] std::string SafeText(std::string_view text);
 
 /// The length of the UTF-8 sequence at the front of `text` (not empty), 0 where the bytes are none:

@@ -35,6 +35,7 @@ void AddNormalizeCommand(CLI::App& program, Context& context);
 void AddPackCommand(CLI::App& program, Context& context);
 void AddResolveCommand(CLI::App& program, Context& context);
 void AddRunCommand(CLI::App& program, Context& context);
+void AddShowCommand(CLI::App& program, Context& context);
 
 /// Starts the host with the shared options and calls `work`, whose exit status it returns; where
 /// the host cannot start it prints why and returns kWrongUsage.

@@ -1,0 +1,179 @@
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "command/regular_file.h"
+#include "command/safe_text.h"
+#include "command/show/crash_document.h"
+#include "command/show/printer.h"
+#include "command/subcommand.h"
+#include "tarvo/format.h"
+
+namespace tarvo::command {
+namespace {
+
+constexpr SourceFile kSource{"command/show_command"};
+
+constexpr const char* kFooter =
+    R"(FILE is what `tarvo resolve` leaves beside a report: *.resolved.json.
+
+The thread that crashed comes first and as a whole, an arrow at the frame that
+crashed; what stands above it is the crash handler at work. Equal frames in a row
+are one line with their number behind it. Below the frame that crashed stand the
+lines of its source, where that file is on this machine.
+
+Lines fit the terminal, or COLUMNS; 100 columns where there is none. Colours are
+for terminals, unless NO_COLOR is set.
+
+The shared options are those of `tarvo --help`.
+
+Exit status:
+  0  done
+  1  a file could not be shown, or has no such thread
+  2  wrong usage
+
+Examples:
+  tarvo show reports/crash_bugreport.resolved.json
+  tarvo show --all --color always reports/*.resolved.json | less -R
+)";
+
+struct Options {
+  std::vector<std::string> files;
+  std::string colour = "auto";
+  bool passesJson = false;
+  bool hidesSource = false;
+  bool showsAll = false;
+  std::optional<std::uint64_t> thread{};
+};
+
+std::size_t ToWidth(std::size_t columns) {
+  constexpr std::size_t kLeast = 40, kMost = 1000;
+  return std::clamp(columns, kLeast, kMost);
+}
+
+std::size_t OutputWidth() {
+  constexpr std::size_t kWithoutTerminal = 100;
+  if (const char* text = std::getenv("COLUMNS")) {
+    const std::string_view columns = text;
+    std::size_t width = 0;
+    const auto [stop, status] =
+        std::from_chars(columns.data(), columns.data() + columns.size(), width);
+    if (status == std::errc{} && stop == columns.data() + columns.size() && width > 0)
+      return ToWidth(width);
+  }
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return ToWidth(size.ws_col);
+  return kWithoutTerminal;
+}
+
+bool IsColoured(const std::string& when) {
+  if (when != "auto") return when == "always";
+  const char* noColour = std::getenv("NO_COLOR");
+  const char* terminal = std::getenv("TERM");
+  return (noColour == nullptr || *noColour == '\0') && isatty(STDOUT_FILENO) == 1 &&
+         terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
+Result<std::string> ReadDocument(const std::string& path) {
+  const auto opened = OpenRegularFile(path);
+  if (!opened) return opened.GetError();
+  if (opened->size > kMaximumDocumentBytes)
+    return Error::IllegalArgument(
+        kSource.Here(), Format("\"@\": found @ bytes, expected at most @.", SafeText(path),
+                               opened->size, kMaximumDocumentBytes));
+  std::string text(opened->size, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), opened->file.get()));
+  if (std::ferror(opened->file.get()) != 0)
+    return Error::IllegalState(kSource.Here(),
+                               Format("\"@\": it could not be read.", SafeText(path)));
+  return text;
+}
+
+/// "1, 2, 3": the numbers of the document's threads.
+std::string KnownThreads(const CrashDocument& document) {
+  constexpr std::size_t kMostNamed = 20;
+  std::string text;
+  std::size_t named = 0;
+  for (const DocumentThread& thread : document.threads) {
+    if (!thread.number) continue;
+    if (named++ == kMostNamed) return text + ", …";
+    text += (text.empty() ? "" : ", ") + std::to_string(*thread.number);
+  }
+  return text.empty() ? "none" : text;
+}
+
+struct LoadedDocument {
+  std::string text;
+  CrashDocument document;
+};
+
+/// A document that is sound and has the thread that is asked for.
+Result<LoadedDocument> Load(const std::string& path, std::optional<std::uint64_t> thread) {
+  auto text = ReadDocument(path);
+  if (!text) return text.GetError();
+  auto document = ParseCrashDocument(*text, path);
+  if (!document) return document.GetError();
+  const auto& threads = document->threads;
+  if (thread && std::ranges::find(threads, thread, &DocumentThread::number) == threads.end())
+    return Error::IllegalArgument(
+        kSource.Here(), Format("\"@\": found no thread @, expected one of: @.", SafeText(path),
+                               *thread, KnownThreads(*document)));
+  return LoadedDocument{*std::move(text), *std::move(document)};
+}
+
+int ShowFiles(const Options& options) {
+  const ShowOptions show{OutputWidth(), IsColoured(options.colour), options.showsAll,
+                         !options.hidesSource, options.thread};
+  int status = kDone;
+  bool isFirst = true;
+  for (const std::string& path : options.files) {
+    const auto loaded = Load(path, options.thread);
+    if (!loaded) {
+      status = Fail(loaded.GetError());
+      continue;
+    }
+    if (options.passesJson) {
+      std::fwrite(loaded->text.data(), 1, loaded->text.size(), stdout);
+      continue;
+    }
+    if (options.files.size() > 1)
+      std::printf("%s== %s\n", std::exchange(isFirst, false) ? "" : "\n", SafeText(path).c_str());
+    PrintCrashDocument(loaded->document, show, stdout);
+    if (std::ferror(stdout) != 0) break;
+  }
+  return status;
+}
+
+}  // namespace
+
+void AddShowCommand(CLI::App& program, Context& context) {
+  CLI::App* show = program.add_subcommand("show", "Print a resolved crash log for reading");
+  show->footer(kFooter);
+  auto options = std::make_shared<Options>();
+  auto* thread = show->add_option("--thread", options->thread, "Only the thread of this number")
+                     ->type_name("N");
+  auto* all = show->add_flag("--all", options->showsAll,
+                             "Every frame, none folded or shortened; registers,\n"
+                             "modules and the report's other sections too");
+  show->add_flag("--json", options->passesJson, "Print the file as it is, once it is checked")
+      ->excludes(thread)
+      ->excludes(all);
+  show->add_flag("--no-source", options->hidesSource, "No lines of source files");
+  show->add_option("--color", options->colour, "auto (the default), always or never")
+      ->type_name("WHEN")
+      ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
+  show->add_option("FILE", options->files, "Resolved crash logs")->required();
+  show->callback(
+      [&context, options] { context.action = [options] { return ShowFiles(*options); }; });
+}
+
+}  // namespace tarvo::command
