@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "command/pack/bundle.h"
@@ -75,7 +76,9 @@ Result<std::vector<Bundle>> FindBundles(const PackOptions& options) {
       refuse(bundle.GetError());
     }
   }
-  std::ranges::stable_sort(bundles, {}, ModuleOf);
+  std::ranges::sort(bundles, {}, [](const Bundle& bundle) {
+    return std::pair(ModuleOf(bundle), std::string_view(bundle.given));
+  });
   for (std::size_t i = 1; i < bundles.size(); ++i)
     if (ModuleOf(bundles[i - 1]) == ModuleOf(bundles[i]))
       refuse(Error::Plain(kSource.Here(),

@@ -14,10 +14,10 @@ constexpr const char* kDebugFiles = "Contents/Resources/DWARF";
 
 bool HoldsFile(const fs::path& directory) {
   std::error_code error;
-  const auto entries = fs::directory_iterator(directory, error);
-  return !error && std::any_of(begin(entries), end(entries), [&](const fs::directory_entry& e) {
-    return e.is_regular_file(error);
-  });
+  for (auto entry = fs::directory_iterator(directory, error);
+       !error && entry != fs::directory_iterator(); entry.increment(error))
+    if (entry->symlink_status(error).type() == fs::file_type::regular) return true;
+  return false;
 }
 
 Result<BundleEntry> Entry(const fs::path& bundle, const fs::directory_entry& found) {

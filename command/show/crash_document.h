@@ -61,7 +61,7 @@ struct CrashDocument {
 /// Reads a document. `name` is what errors call it. An illegal-argument error with the line and
 /// column when the text is no JSON in UTF-8, and one that says what was found when it is no
 /// resolved crash log: no object with an array "Threads", or a report that is not resolved yet.
-/// Takes some five times the document's size in memory; nesting costs no stack.
+/// Takes some three times the size of the text in memory; nesting costs nothing.
 Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::string& name);
 
 }  // namespace tarvo::command

@@ -192,10 +192,9 @@ class Printer {
 
   void PrintExcerpt(const DocumentFrame& frame, std::size_t indent) {
     const std::pair place(frame.sourceFile, frame.sourceLine);
-    if (!options_.showsSource || excerpts_ == kMostExcerpts || place == excerpt_) return;
+    if (!options_.showsSource || place == excerpt_) return;
     const auto lines = sources_.Excerpt(frame.sourceFile, frame.sourceLine);
     if (lines.empty()) return;
-    ++excerpts_;
     excerpt_ = place;
     const std::size_t width = std::to_string(lines.back().number).size();
     for (const SourceLine& line : lines) {
@@ -257,7 +256,6 @@ class Printer {
   std::FILE* out_;
   SourceReader sources_;
   std::string text_;  ///< not yet written
-  std::size_t excerpts_ = 0;
   /// The last one's file and line: recursion does not repeat it.
   std::pair<std::string_view, std::uint64_t> excerpt_{};
   bool isStarted_ = false;

@@ -18,8 +18,6 @@ struct ShowOptions {
 
 /// Without `showsAll` threads other than the one that crashed get that many lines of frames.
 inline constexpr std::size_t kLinesOfOtherThreads = 8;
-/// No more excerpts are read for one document.
-inline constexpr std::size_t kMostExcerpts = 500;
 
 /// Prints the document for reading. Whatever its texts hold, only printable characters and the
 /// sequences of `isColoured` get out. Ends early when `out` fails.

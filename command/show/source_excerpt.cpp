@@ -38,8 +38,9 @@ void SourceReader::Load(std::string_view path) {
 
 std::vector<SourceLine> SourceReader::Excerpt(std::string_view path, std::uint64_t line) {
   std::vector<SourceLine> lines;
-  if (path.empty() || line == 0) return lines;
+  if (path.empty() || line == 0 || work_ >= kMaximumSourceWork) return lines;
   Load(path);
+  work_ += content_.size();
   const std::uint64_t first = line - std::min(line - 1, kExcerptContext);
   std::string_view rest = content_;
   std::uint64_t number = 1;

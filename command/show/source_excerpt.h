@@ -9,6 +9,8 @@ namespace tarvo::command {
 
 /// Larger files have no excerpt.
 inline constexpr std::uint64_t kMaximumSourceBytes = std::uint64_t{16} << 20;
+/// Once so much was looked through for one document no more excerpts are read.
+inline constexpr std::uint64_t kMaximumSourceWork = std::uint64_t{256} << 20;
 /// What is behind is cut off.
 inline constexpr std::size_t kLongestSourceLine = 1000;
 /// Lines in front of the one of interest, and behind it.
@@ -32,6 +34,7 @@ class SourceReader {
 
   std::string path_;
   std::string content_;
+  std::uint64_t work_ = 0;  ///< bytes looked through
 };
 
 }  // namespace tarvo::command
