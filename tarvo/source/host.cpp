@@ -11,6 +11,7 @@
 
 #include "source/application_directories.h"
 #include "source/clock.h"
+#include "source/crash_guard/crash_guard.h"
 #include "source/host_framework.h"
 #include "source/module.h"
 #include "source/module_files.h"
@@ -64,10 +65,12 @@ class Host::Implementation {
   OnlyHost only_;
   HostFramework framework_;
   std::vector<std::unique_ptr<Module>> modules_;
+  CrashGuard crashGuard_;
 };
 
 Host::Implementation::~Implementation() {
   framework_.Queue().Shutdown();
+  crashGuard_.Stop();
   framework_.Bindings().Clear();
   while (!modules_.empty()) modules_.pop_back();
 }
@@ -79,8 +82,10 @@ Result<void> Host::Implementation::Start(const HostOptions& options) {
   if (auto configured = Configure(options); !configured) return configured;
   if (auto chosen = framework_.Bindings().Choose(modules_, options.bindings); !chosen)
     return chosen;
+  crashGuard_.NoteEarlierActions();
   for (const auto& module : modules_)
     if (auto initialised = module->Initialise(); !initialised) return initialised;
+  crashGuard_.Start(framework_.OwnEntries().crashGuard, framework_);
   return {};
 }
 
@@ -115,7 +120,7 @@ Result<void> Host::Implementation::Configure(const HostOptions& options) {
         !declared)
       return declared;
   }
-  if (auto declared = framework_.DeclareOwnEntries(); !declared) return declared;
+  if (auto declared = framework_.DeclareOwnEntries(options.crashGuard); !declared) return declared;
   if (!options.configFile.empty()) {
     const auto assignments = ReadConfigurationFile(options.configFile);
     if (!assignments) return assignments.GetError();

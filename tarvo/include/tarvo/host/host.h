@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "tarvo/framework.h"
+#include "tarvo/host/crash_guard.h"
 #include "tarvo/result.h"
 
 namespace tarvo {
@@ -46,6 +47,9 @@ struct HostOptions {
   /// Which component is bound to an interface, each "INTERFACE=CLASS". Of several components for
   /// an interface that is not named here the last loaded one is bound.
   std::vector<std::string> bindings{};
+
+  /// What the crash guard does unless the configuration says otherwise.
+  CrashGuardOptions crashGuard{};
 
   /// The time that modules see and that timed waits for jobs follow; must outlive the Host. Null:
   /// the system's steady clock.

@@ -1,0 +1,105 @@
+#include "source/crash_guard/signal_entry.h"
+
+#include <errno.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+#include "source/crash_guard/deadline.h"
+#include "source/crash_guard/fault_facts.h"
+#include "source/crash_guard/guard_state.h"
+
+namespace tarvo {
+namespace {
+
+/// How often a later crash yields to the first one, which is about to enter the capture.
+constexpr int kYields = 1000;
+
+std::atomic<bool> g_isHandedOver{false};
+
+bool IsFunction(const SignalAction& action) {
+  return (action.sa_flags & SA_SIGINFO) != 0 ||
+         (action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN);
+}
+
+void Call(const SignalAction& action, int signal, siginfo_t* info, void* context) {
+  if ((action.sa_flags & SA_SIGINFO) != 0) {
+    action.sa_sigaction(signal, info, context);
+  } else {
+    action.sa_handler(signal);
+  }
+}
+
+/// Takes back a signal that was raised for this thread while it was blocked.
+void DropPending(int signal) {
+  sigset_t only;
+  sigemptyset(&only);
+  sigaddset(&only, signal);
+  const timespec now{};
+  while (sigtimedwait(&only, nullptr, &now) < 0 && errno == EINTR) {
+  }
+}
+
+/// Has the action that was there before handle the signal, with the mask that it asked for. False
+/// when it declined.
+bool HandledEarlier(int signal, siginfo_t* info, void* context) {
+  const SignalAction& earlier = g_guard.earlier[IndexOf(signal)];
+  if (!IsFunction(earlier)) return false;
+  SignalAction own;
+  sigaction(signal, nullptr, &own);
+  sigset_t mask;
+  pthread_sigmask(SIG_BLOCK, &earlier.sa_mask, &mask);
+  Call(earlier, signal, info, context);
+  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+  SignalAction now;
+  sigaction(signal, nullptr, &now);
+  const bool declined =
+      !IsFunction(now) ? now.sa_handler == SIG_DFL : (earlier.sa_flags & SA_RESETHAND) != 0;
+  if (!declined) return true;
+  sigaction(signal, &own, nullptr);
+  DropPending(signal);
+  return false;
+}
+
+/// The crash that is captured: all that the guard has to say of it, before the capture begins.
+void BeginCrash(pid_t self, int signal, const siginfo_t& info, const void* context) {
+  StartDeadline(self, g_guard.deadline);
+  PublishFaultFacts(self, signal, info, *static_cast<const ucontext_t*>(context));
+  g_isHandedOver.store(true);
+}
+
+/// A crash beside the one that is captured.
+void JoinCrash(pid_t self, int signal) {
+  for (int i = 0; i < kYields && !g_isHandedOver.load(); ++i) sched_yield();
+  // The capture's SIGHUP uses the thread's own stack. When that has no room for a signal frame, the
+  // signal is gone and SIGSEGV comes instead (linux-6.1 kernel/signal.c, signal_setup_done), or the
+  // handler itself runs out of it; here is room, and the capture still waits for the answer.
+  if (signal == SIGSEGV) syscall(SYS_tgkill, getpid(), self, SIGHUP);
+}
+
+}  // namespace
+
+void GuardSignal(int signal, siginfo_t* info, void* context) {
+  const int savedError = errno;
+  const auto self = static_cast<pid_t>(syscall(SYS_gettid));
+  if (IsDeadline(*info)) EndLateCapture();
+  const bool isFirst = !IsCrashing();
+  if (isFirst && HandledEarlier(signal, info, context)) {
+    errno = savedError;
+    return;
+  }
+  if (!g_guard.active.load()) {
+    // Called by a handler that outlived the guard. The fault repeats, or the caller goes on.
+    ::signal(signal, SIG_DFL);
+    return;
+  }
+  if (OwnCrash(self)) {
+    BeginCrash(self, signal, *info, context);
+  } else if (IsCrashing() && g_crashOwner.load() << 32 >> 32 != static_cast<std::uint32_t>(self)) {
+    JoinCrash(self, signal);
+  }
+  Call(g_guard.capture, signal, info, context);
+}
+
+}  // namespace tarvo
