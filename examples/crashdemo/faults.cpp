@@ -147,7 +147,7 @@ int CrashStackOverflow(int depth) {
   return CrashStackOverflow(depth + 1) + used[0];
 }
 
-void CrashAbort() { std::abort(); }
+void CrashAbort() { Call(std::abort); }
 
 void CrashUncaught() { throw std::out_of_range("tile 2204 of 318"); }
 
