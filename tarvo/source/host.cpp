@@ -12,6 +12,7 @@
 #include "source/application_directories.h"
 #include "source/clock.h"
 #include "source/crash_guard/crash_guard.h"
+#include "source/crash_guard/report_file.h"
 #include "source/host_framework.h"
 #include "source/module.h"
 #include "source/module_files.h"
@@ -60,6 +61,7 @@ class Host::Implementation {
  private:
   Result<void> LoadModules(const HostOptions& options);
   Result<void> Configure(const HostOptions& options);
+  Result<void> UseGuardedReport();
   [[nodiscard]] const ExecutionJobRecord* FindExecutionJob(std::string_view jobId) const;
 
   OnlyHost only_;
@@ -131,7 +133,19 @@ Result<void> Host::Implementation::Configure(const HostOptions& options) {
   if (!assignments) return assignments.GetError();
   if (auto assigned = entries.Assign(*assignments); !assigned) return assigned;
   entries.Apply();
-  return {};
+  return UseGuardedReport();
+}
+
+/// Gives the capture the path under which the guard will put the report's file.
+Result<void> Host::Implementation::UseGuardedReport() {
+  const CrashGuardOptions& guard = framework_.OwnEntries().crashGuard;
+  if (!guard.enabled || guard.report.IsEmpty()) return {};
+  auto path = PrepareReportFile(guard.report.View());
+  if (!path) return path.GetError();
+  auto assigned = framework_.Entries().Assign(
+      {{.name = "g_crashReportUrl", .value = PlainText{*path}, .source = "g_crashGuardReport"}});
+  if (assigned) framework_.Entries().Apply();
+  return assigned;
 }
 
 const ExecutionJobRecord* Host::Implementation::FindExecutionJob(std::string_view jobId) const {

@@ -5,8 +5,10 @@
 namespace tarvo {
 namespace {
 
-void DeclareCrashGuard(CrashGuardOptions& entries, const CrashGuardOptions& defaults,
+void DeclareCrashGuard(HostEntries& all, const CrashGuardOptions& defaults,
                        ConfigurationTable& table) {
+  CrashGuardOptions& entries = all.crashGuard;
+  all.crashGuardReport = defaults.report.ToStdString();
   table.DeclareBool("g_crashGuard", entries.enabled, defaults.enabled, kGeneralCategory,
                     "capture stack overflows and aborts too, with the registers at the fault");
   table.DeclareInt("g_crashGuardDeadline", entries.deadline, defaults.deadline, 0,
@@ -14,6 +16,10 @@ void DeclareCrashGuard(CrashGuardOptions& entries, const CrashGuardOptions& defa
                    "seconds after which the guard ends a capture that does not end; 0: never");
   table.DeclareBool("g_crashGuardReraise", entries.reraise, defaults.reraise, kGeneralCategory,
                     "the guard ends the process by the signal of the crash, not with status 1");
+  table.DeclareString("g_crashGuardReport", entries.report, all.crashGuardReport.c_str(),
+                      kGeneralCategory,
+                      "the guard's path of the report instead of g_crashReportUrl; %p stands for "
+                      "the process id, %e for the program's name, %t for the time of its start");
 }
 
 }  // namespace
@@ -30,7 +36,7 @@ void DeclareHostEntries(HostEntries& entries, const CrashGuardOptions& crashGuar
       "g_archiveMaximumEntries", entries.archiveLimits.entries, ArchiveLimits::kDefaultEntries, 0,
       std::numeric_limits<std::int64_t>::max(), kGeneralCategory,
       "most files and directories that one archive is extracted to; more are an error");
-  DeclareCrashGuard(entries.crashGuard, crashGuard, table);
+  DeclareCrashGuard(entries, crashGuard, table);
 }
 
 }  // namespace tarvo

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "source/archive_limits.h"
 #include "tarvo/configuration.h"
 #include "tarvo/host/crash_guard.h"
@@ -11,6 +13,7 @@ struct HostEntries {
   String unitTestsId;  ///< g_UnitTests_Id
   ArchiveLimits archiveLimits;
   CrashGuardOptions crashGuard;
+  std::string crashGuardReport;  ///< the default of its report, which the table points to
 };
 
 /// Sets the variables to their defaults, the crash guard's to the program's, and declares them.

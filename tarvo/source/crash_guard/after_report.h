@@ -4,8 +4,9 @@
 
 namespace tarvo {
 
-/// A crash callback: ends the process by the signal of the crash, with its default effect. Returns
-/// only when the kernel refuses. Crashed process.
-void EndBySignal(const CrashInfo* crash);
+/// The crash callback behind the report: names the report file on standard error, if there is one
+/// of the guard's, and ends the process by the signal of the crash, if the guard is to. Crashed
+/// process.
+void EndCrash(const CrashInfo* crash);
 
 }  // namespace tarvo

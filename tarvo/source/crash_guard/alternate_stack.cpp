@@ -16,13 +16,16 @@ namespace {
 
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kWhole = kAlternateStackSize + 2 * kPage;
-/// 8 TiB, and up to 4 TiB more: above the addresses of programs that are not relocated, below all
-/// that the kernel chooses.
-constexpr std::uint64_t kLowest = std::uint64_t{8} << 40;
-constexpr std::uint64_t kSpread = std::uint64_t{4} << 40;
+/// 20 TiB, and up to 16 TiB more: above the addresses of programs that are not relocated and the
+/// address sanitizer's shadow, below all that the kernel chooses (from 42.7 TiB upwards).
+constexpr std::uint64_t kLowest = std::uint64_t{20} << 40;
+constexpr std::uint64_t kSpread = std::uint64_t{16} << 40;
+/// Places that are tried. Should all be taken, the kernel chooses: the thread has its alternate
+/// stack all the same, and the capture may lose its outer frames.
+constexpr int kAttempts = 4;
 
 pthread_key_t g_key;
-/// Where the next one is to go. Addresses are not used again: there is room for 50 million threads,
+/// Where the next one is to go. Addresses are not used again: there is room for 90 million threads,
 /// and the kernel chooses when there is none.
 constinit std::atomic<std::uint64_t> g_next{0};
 
@@ -61,9 +64,14 @@ bool PrepareAlternateStacks() {
 }
 
 void* MapAlternateStack() {
-  auto* wanted = reinterpret_cast<void*>(g_next.fetch_add(kWhole));
-  void* whole = mmap(wanted, kWhole, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-  if (whole == MAP_FAILED) return nullptr;
+  void* whole = nullptr;
+  for (int i = 0; i < kAttempts; ++i) {
+    if (whole != nullptr) munmap(whole, kWhole);
+    auto* wanted = reinterpret_cast<void*>(g_next.fetch_add(kWhole));
+    whole = mmap(wanted, kWhole, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+    if (whole == MAP_FAILED) return nullptr;
+    if (whole == wanted) break;
+  }
   void* stack = static_cast<char*>(whole) + kPage;
   if (mprotect(stack, kAlternateStackSize, PROT_READ | PROT_WRITE) == 0) return stack;
   munmap(whole, kWhole);

@@ -33,12 +33,13 @@ SignalAction GuardingAction() {
   return action;
 }
 
-void EndBySignalAfterReport(Framework& framework) {
+void TakeTheEnd(Framework& framework) {
   const auto crashHandler = Bind<CrashHandler>(framework);
-  if (!crashHandler || !(*crashHandler)->SetSecondaryCallback(EndBySignal))
-    framework.Output().Diagnostic(kSource.Here(),
-                                  "g_crashGuardReraise has no effect: no module takes a callback "
-                                  "for the end of a crash.");
+  if (!crashHandler || !(*crashHandler)->SetSecondaryCallback(EndCrash))
+    framework.Output().Diagnostic(
+        kSource.Here(),
+        "g_crashGuardReraise has no effect, and reports are not named: no "
+        "module takes a callback for the end of a crash.");
 }
 
 }  // namespace
@@ -57,7 +58,8 @@ void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
   if (auto guarded = GuardThreadStarts(); !guarded)
     framework.Output().Diagnostic(kSource.Here(), guarded.GetError().Text().View());
   RecordUncaughtExceptions();
-  if (options.reraise) EndBySignalAfterReport(framework);
+  g_guard.reraise = options.reraise;
+  if (options.reraise || !options.report.IsEmpty()) TakeTheEnd(framework);
   const SignalAction action = GuardingAction();
   for (const int signal : kGuardedSignals) sigaction(signal, &action, nullptr);
   started_ = true;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "source/crash_guard/guard_state.h"
 #include "source/crash_guard/text_buffer.h"
 #include "source/crash_services.h"
 
@@ -60,9 +61,10 @@ constexpr Meaning kCodes[] = {
     {SIGSYS, kSeccompCode, "SYS_SECCOMP, system call trapped by a filter"},
 };
 
-constexpr Meaning kSignals[] = {
-    {SIGSEGV, 0, "SIGSEGV"}, {SIGILL, 0, "SIGILL"}, {SIGBUS, 0, "SIGBUS"},  {SIGSYS, 0, "SIGSYS"},
-    {SIGTRAP, 0, "SIGTRAP"}, {SIGFPE, 0, "SIGFPE"}, {SIGABRT, 0, "SIGABRT"}};
+/// In the order of kGuardedSignals.
+constexpr std::array kSignalNames = {"SIGSEGV", "SIGILL", "SIGBUS", "SIGSYS",
+                                     "SIGTRAP", "SIGFPE", "SIGABRT"};
+static_assert(kSignalNames.size() == kGuardedSignals.size());
 
 struct Register {
   const char* name;
@@ -79,19 +81,12 @@ constexpr Register kRegisters[] = {
 
 /// The facts with their texts, which the report reads later.
 struct Facts {
-  TextBuffer<24> signal;
   TextBuffer<64> code;
   TextBuffer<64> origin;
   std::array<TextBuffer<20>, std::size(kRegisters)> registers;
   std::array<NameAndValue, 3 + std::size(kRegisters)> items;
 };
 constinit Facts g_facts;
-
-void DescribeSignal(int signal) {
-  for (const Meaning& known : kSignals)
-    if (known.signal == signal) return g_facts.signal.Append(known.text);
-  g_facts.signal.AppendDecimal(signal);
-}
 
 void DescribeCode(const siginfo_t& info) {
   for (const Meaning& known : kCodes)
@@ -115,12 +110,13 @@ const char* DescribeOrigin(const siginfo_t& info) {
 
 }  // namespace
 
+const char* NameOfSignal(int signal) { return kSignalNames[IndexOf(signal)]; }
+
 void PublishFaultFacts(pid_t self, int signal, const siginfo_t& info, const ucontext_t& context) {
-  DescribeSignal(signal);
   DescribeCode(info);
   const char* origin = DescribeOrigin(info);
   std::size_t count = 0;
-  g_facts.items[count++] = {"FaultSignal", g_facts.signal.Text()};
+  g_facts.items[count++] = {"FaultSignal", NameOfSignal(signal)};
   g_facts.items[count++] = {"FaultCode", g_facts.code.Text()};
   g_facts.items[count++] = {origin, g_facts.origin.Text()};
   for (std::size_t i = 0; i < std::size(kRegisters); ++i) {

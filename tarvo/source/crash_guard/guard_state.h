@@ -10,7 +10,9 @@
 //   who gets the signal        signal_entry      crashed process
 //   signal, code, registers    fault_facts       crashed process
 //   end of a late capture      deadline          crashed process
-//   end by the signal          after_report      crashed process
+//   the report's path          report_pattern    before a crash
+//   the report's file          report_file       crashed process
+//   its name, and the signal   after_report      crashed process
 //
 // "Crashed process" is the crashing thread inside its signal handler: locks may be held for ever,
 // the heap may be broken, any pointer may be wild. What runs there makes system calls and touches
@@ -40,6 +42,7 @@ struct GuardState {
   /// The capture's action.
   SignalAction capture;
   std::int64_t deadline;
+  bool reraise;
   /// Whether the guard is on. A program's handler may hold the guard's action and call it later.
   std::atomic<bool> active;
 };
@@ -55,6 +58,9 @@ bool IsCrashing();
 
 /// Makes the calling thread the owner of the process's crash, if there was none. Crashed process.
 bool OwnCrash(pid_t self);
+
+/// Whether thread `self` is the owner. Any context.
+bool IsOwner(pid_t self);
 
 /// The place of a guarded signal in kGuardedSignals. Any context.
 std::size_t IndexOf(int signal);

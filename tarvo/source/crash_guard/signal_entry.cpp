@@ -1,7 +1,7 @@
 #include "source/crash_guard/signal_entry.h"
 
 #include <errno.h>
-#include <sched.h>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -9,12 +9,10 @@
 #include "source/crash_guard/deadline.h"
 #include "source/crash_guard/fault_facts.h"
 #include "source/crash_guard/guard_state.h"
+#include "source/crash_guard/report_file.h"
 
 namespace tarvo {
 namespace {
-
-/// How often a later crash yields to the first one, which is about to enter the capture.
-constexpr int kYields = 1000;
 
 std::atomic<bool> g_isHandedOver{false};
 
@@ -65,13 +63,15 @@ bool HandledEarlier(int signal, siginfo_t* info, void* context) {
 /// The crash that is captured: all that the guard has to say of it, before the capture begins.
 void BeginCrash(pid_t self, int signal, const siginfo_t& info, const void* context) {
   StartDeadline(self, g_guard.deadline);
+  OpenReportFile();
   PublishFaultFacts(self, signal, info, *static_cast<const ucontext_t*>(context));
   g_isHandedOver.store(true);
 }
 
 /// A crash beside the one that is captured.
 void JoinCrash(pid_t self, int signal) {
-  for (int i = 0; i < kYields && !g_isHandedOver.load(); ++i) sched_yield();
+  // The capture must find the report's file, and takes the thread that comes first.
+  while (!g_isHandedOver.load()) poll(nullptr, 0, 1);
   // The capture's SIGHUP uses the thread's own stack. When that has no room for a signal frame, the
   // signal is gone and SIGSEGV comes instead (linux-6.1 kernel/signal.c, signal_setup_done), or the
   // handler itself runs out of it; here is room, and the capture still waits for the answer.
@@ -96,7 +96,7 @@ void GuardSignal(int signal, siginfo_t* info, void* context) {
   }
   if (OwnCrash(self)) {
     BeginCrash(self, signal, *info, context);
-  } else if (IsCrashing() && g_crashOwner.load() << 32 >> 32 != static_cast<std::uint32_t>(self)) {
+  } else if (IsCrashing() && !IsOwner(self)) {
     JoinCrash(self, signal);
   }
   Call(g_guard.capture, signal, info, context);

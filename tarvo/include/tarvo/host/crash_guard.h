@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tarvo/string.h"
+
 /// The crash guard: what a program can add to the capture of crashes, so that no fault gets past it
 /// and no capture goes on for ever.
 ///
@@ -46,14 +48,22 @@ struct CrashGuardOptions {
   /// 1, so that core dumps and supervisors see it. Takes the crash handler's secondary callback.
   /// Entry g_crashGuardReraise.
   bool reraise = false;
+
+  /// The path of the report's file instead of g_crashReportUrl, made for each process: %p stands
+  /// for its id, also that of a forked child, %e for the name that the program was called by, %t
+  /// for the time of the start, as in 20261121T130940Z, %% for %. A relative path starts at the
+  /// working directory of the start. A line on standard error names the report. Takes the crash
+  /// handler's secondary callback, and at the crash one file descriptor, at most 1023. Empty: the
+  /// report goes where g_crashReportUrl says. Entry g_crashGuardReport.
+  String report{};
 };
 
 inline constexpr std::int64_t kCrashGuardMaximumDeadline = 86400;
 inline constexpr std::int64_t kCrashGuardGrace = 3;
 
-/// Bytes of a thread's alternate stack, without the guard page below and above it. A capture takes 9
-/// KiB of it where a signal frame has 3.3 KiB (AVX-512), and up to three frames more than that where
-/// the thread's registers are larger.
+/// Bytes of a thread's alternate stack, without the guard page below and above it. A capture takes
+/// 9 KiB of it where a signal frame has 3.3 KiB (AVX-512), and up to three frames more than that
+/// where the thread's registers are larger.
 inline constexpr std::size_t kAlternateStackSize = std::size_t{64} << 10;
 
 }  // namespace tarvo
