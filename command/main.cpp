@@ -11,7 +11,8 @@
 namespace tarvo::command {
 namespace {
 
-constexpr std::array<AddSubcommand, 2> kSubcommands{AddConfigCommand, AddRunCommand};
+constexpr std::array<AddSubcommand, 3> kSubcommands{AddConfigCommand, AddExecCommand,
+                                                    AddRunCommand};
 
 constexpr const char* kFooter =
     R"(The options above may stand before or after the subcommand's name.
@@ -31,6 +32,7 @@ Exit status:
 
 Examples:
   tarvo config
+  tarvo exec -- python3 script.py
   tarvo run --list
   tarvo run net.tarvo.execution.crashlogresolve --config resolve.toml
   tarvo --module build/release/modules/crashhandler.so config

@@ -31,6 +31,7 @@ struct Context {
 using AddSubcommand = void (*)(CLI::App& program, Context& context);
 
 void AddConfigCommand(CLI::App& program, Context& context);
+void AddExecCommand(CLI::App& program, Context& context);
 void AddRunCommand(CLI::App& program, Context& context);
 
 /// Starts the host with the shared options and calls `work`, whose exit status it returns; where

@@ -225,7 +225,10 @@ TEST(OwnHandlers, RecoverAndDecline) {
                 {"before-once", ""},
                 {"before-repair", "recovered\n"},
                 {"after-call", "recovered\nrecovered\n"},
-                {"after-put-back", "recovered\nrecovered\n"}};
+                {"after-put-back", "recovered\nrecovered\n"},
+                {"after-default", "recovered\nrecovered\n"},
+                {"after-raise", "recovered\nrecovered\n"},
+                {"after-sigset", "recovered\nrecovered\n"}};
   for (const auto& [scenario, output] : kCases) {
     const GuardedRun run = RunSubject(scenario);
     EXPECT_EQ(run.program.exitStatus, 1) << scenario << run.program.Describe();

@@ -247,6 +247,13 @@ void SetDefaultAndRaise(int signal, siginfo_t*, void*) {
   ::signal(signal, SIG_DFL);
   raise(signal);
 }
+void SetDefaultBySigset(int signal, siginfo_t*, void*) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  sigset(signal, SIG_DFL);  // editors of a certain age do
+#pragma GCC diagnostic pop
+  kill(getpid(), signal);
+}
 void Return(int, siginfo_t*, void*) {}
 void CallReplaced(int signal, siginfo_t* info, void* context) {
   g_replaced.sa_sigaction(signal, info, context);
@@ -392,6 +399,9 @@ const std::map<std::string, int (*)()> kScenarios = {
     {"before-repair", Repairing},
     {"after-call", Recovering<Recover<CallReplaced>, false>},
     {"after-put-back", Recovering<Recover<PutReplacedBack>, false>},
+    {"after-default", Recovering<Recover<SetDefault>, false>},
+    {"after-raise", Recovering<Recover<SetDefaultAndRaise>, false>},
+    {"after-sigset", Recovering<Recover<SetDefaultBySigset>, false>},
     {"restored", Restored},
     {"late-callback", LateCallback},
     {"late-streams-held", LateWithStreamsHeld},

@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include "source/crash_guard/after_report.h"
+#include "source/crash_guard/default_action.h"
 #include "source/crash_guard/guard_state.h"
-#include "source/crash_guard/signal_entry.h"
 #include "source/crash_guard/terminate.h"
 #include "source/crash_guard/thread_start.h"
 #include "tarvo/crashhandler.h"
@@ -23,14 +23,6 @@ SignalAction ActionOf(int signal) {
 
 bool IsSame(const SignalAction& left, const SignalAction& right) {
   return left.sa_sigaction == right.sa_sigaction;
-}
-
-/// The guard's action in the place of the capture's.
-SignalAction GuardingAction() {
-  SignalAction action = g_guard.capture;
-  action.sa_sigaction = GuardSignal;
-  action.sa_flags |= SA_ONSTACK;
-  return action;
 }
 
 void TakeTheEnd(Framework& framework) {
@@ -70,12 +62,13 @@ void CrashGuard::Stop() {
   started_ = false;
   while (IsCrashing()) pause();
   const SignalAction action = GuardingAction();
+  // Before the actions go: now SIG_DFL means what it says.
+  g_guard.active.store(false);
   for (const int signal : kGuardedSignals) {
     const SignalAction& before =
         signal == SIGABRT ? g_guard.earlier[IndexOf(SIGABRT)] : g_guard.capture;
     if (IsSame(ActionOf(signal), action)) sigaction(signal, &before, nullptr);
   }
-  g_guard.active.store(false);
   StopRecordingUncaughtExceptions();
   StopGuardingThreadStarts();
 }

@@ -7,6 +7,7 @@
 //   thrown type and message    terminate         before a crash, in std::terminate
 //   threads' starts            thread_start      before a crash
 //   threads' alternate stacks  alternate_stack   before a crash
+//   what SIG_DFL means         default_action    any context
 //   who gets the signal        signal_entry      crashed process
 //   signal, code, registers    fault_facts       crashed process
 //   end of a late capture      deadline          crashed process

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "source/crash_guard/deadline.h"
+#include "source/crash_guard/default_action.h"
 #include "source/crash_guard/fault_facts.h"
 #include "source/crash_guard/guard_state.h"
 #include "source/crash_guard/report_file.h"
@@ -44,18 +45,19 @@ void DropPending(int signal) {
 bool HandledEarlier(int signal, siginfo_t* info, void* context) {
   const SignalAction& earlier = g_guard.earlier[IndexOf(signal)];
   if (!IsFunction(earlier)) return false;
-  SignalAction own;
-  sigaction(signal, nullptr, &own);
+  const unsigned defaults = DefaultsReplaced();
   sigset_t mask;
   pthread_sigmask(SIG_BLOCK, &earlier.sa_mask, &mask);
   Call(earlier, signal, info, context);
   pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   SignalAction now;
   sigaction(signal, nullptr, &now);
+  // Where this library does not stand in front of the C library, SIG_DFL is there as it was set.
   const bool declined =
-      !IsFunction(now) ? now.sa_handler == SIG_DFL : (earlier.sa_flags & SA_RESETHAND) != 0;
+      DefaultsReplaced() != defaults || !IsFunction(now) || (earlier.sa_flags & SA_RESETHAND) != 0;
   if (!declined) return true;
-  sigaction(signal, &own, nullptr);
+  const SignalAction guarding = GuardingAction();
+  sigaction(signal, &guarding, nullptr);
   DropPending(signal);
   return false;
 }

@@ -18,19 +18,22 @@
 ///
 /// Who gets a fatal signal, in this order:
 ///   1. an action that the program installed after Host::Start. To let the rest have its turn it
-///      calls the action that it replaced, or puts that back and returns;
+///      calls the action that it replaced, puts that back, or sets SIG_DFL;
 ///   2. an action that was there before Host::Start. It recovers by returning or by siglongjmp. It
 ///      declines by setting SIG_DFL, whether it raises the signal again or not; so does one that
 ///      was installed with SA_RESETHAND;
 ///   3. the capture.
-/// While a capture runs, 2 is left out.
+/// While a capture runs, 2 is left out. With the guard on, SIG_DFL means 2 and 3 for these signals,
+/// by whoever sets it through `sigaction`, `signal` or `sigset`.
 ///
 /// Which threads have an alternate stack: the one that starts the Host, and every one that is
 /// started later through pthread_create or thrd_create (std::thread and the like call one of them)
 /// by anything in the process. Not those that ran before, that the C library starts for itself
-/// (timer_create with SIGEV_THREAD, getaddrinfo_a) or that come from a bare clone. The host library
-/// stands in front of the C library for that: the program links it itself, or preloads it; a
-/// diagnostic line says so when it does not. A thread that has an alternate stack keeps it.
+/// (timer_create with SIGEV_THREAD, getaddrinfo_a) or that come from a bare clone. A thread that
+/// has an alternate stack keeps it.
+///
+/// For the threads and for SIG_DFL the host library stands in front of the C library: the program
+/// links it itself, or preloads it; a diagnostic line says so when it does not.
 namespace tarvo {
 
 /// The defaults of the entries that are named at each field. Nothing here costs a running program
