@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -99,36 +100,35 @@ bool CanBePreloaded(const std::string& file) {
   return !file.empty() && file.find_first_of(" :\t\n") == std::string::npos;
 }
 
-std::string AbsolutePattern(const std::string& pattern) {
+/// The report's pattern, absolute, so that programs that are started elsewhere leave their reports
+/// at the same place; empty when the configuration has a place for them.
+std::string ReportPattern(const Context& context, const ExecOptions& options) {
+  const bool hasPlace =
+      std::getenv("TARVO_g_crashReportUrl") != nullptr ||
+      std::ranges::any_of(context.host.arguments, [](const std::string& argument) {
+        return argument.starts_with("--g_crashReportUrl=");
+      });
+  if (options.report.empty() && hasPlace) return {};
   std::error_code error;
-  return fs::absolute(pattern, error).string();
+  return fs::absolute(options.report.empty() ? kDefaultReport : options.report, error).string();
 }
 
-void SetEnvironment(const Context& context, const ExecOptions& options, const Files& files) {
+void SetEnvironment(const Context& context, const std::string& report, const Files& files) {
   for (const std::string& argument : context.host.arguments) PassEntry(argument);
   setenv(kModulesVariable, files.modules.c_str(), 1);
+  setenv(kReportVariable, report.c_str(), 1);
   if (!context.host.configFile.empty())
     setenv(kConfigVariable, fs::absolute(context.host.configFile).c_str(), 1);
-  // Absolute, so that programs that are started elsewhere leave their reports at the same place.
-  const bool hasPlace = std::getenv("TARVO_g_crashReportUrl") != nullptr;
-  if (!options.report.empty() || !hasPlace) {
-    const std::string pattern = options.report.empty() ? kDefaultReport : options.report;
-    setenv(kReportVariable, AbsolutePattern(pattern).c_str(), 1);
-  }
   const char* before = std::getenv("LD_PRELOAD");
   const std::string others = before == nullptr || *before == '\0' ? "" : std::string(before) + ":";
   setenv("LD_PRELOAD", (others + files.hostLibrary + ":" + files.preload).c_str(), 1);
 }
 
-/// The program's configuration is checked here once, so that its mistakes are this command's.
-int CheckConfiguration(const Context& context, const Files& files) {
+/// The program's configuration is tried here once, so that its mistakes are this command's.
+int TryConfiguration(const Context& context, const std::string& report, const Files& files) {
   HostOptions options = context.host;
-  options.modules = {};
-  for (std::size_t at = 0; at < files.modules.size();) {
-    const std::size_t end = std::min(files.modules.find(':', at), files.modules.size());
-    options.modules.push_back(files.modules.substr(at, end - at));
-    at = end + 1;
-  }
+  options.modules = SplitFiles(files.modules);
+  options.crashGuard = {.enabled = true, .report = report};
   const auto host = Host::Start(options);
   return host ? kDone : Fail(host.GetError(), kNotStarted);
 }
@@ -146,8 +146,9 @@ int Run(const Context& context, const ExecOptions& options) {
                   "\" cannot be preloaded: it is not there, or its path has a blank or colon");
   files.modules = FindModules(context.host.modules, files.hostLibrary);
   if (files.modules.empty()) return Refuse("There is no module crashhandler.so");
-  if (const int status = CheckConfiguration(context, files); status != kDone) return status;
-  SetEnvironment(context, options, files);
+  const std::string report = ReportPattern(context, options);
+  if (const int status = TryConfiguration(context, report, files); status != kDone) return status;
+  SetEnvironment(context, report, files);
   std::vector<char*> arguments;
   for (const std::string& word : options.words)
     arguments.push_back(const_cast<char*>(word.c_str()));

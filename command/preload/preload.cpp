@@ -4,7 +4,6 @@
 #include <elf.h>
 #include <link.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -20,17 +19,6 @@ namespace {
 std::string Variable(const char* name) {
   const char* value = std::getenv(name);
   return value == nullptr ? "" : value;
-}
-
-std::vector<std::string> Modules() {
-  std::vector<std::string> modules;
-  const std::string all = Variable(tarvo::command::kModulesVariable);
-  for (std::size_t at = 0; at < all.size();) {
-    const std::size_t end = std::min(all.find(':', at), all.size());
-    modules.push_back(all.substr(at, end - at));
-    at = end + 1;
-  }
-  return modules;
 }
 
 /// Whether the program itself is linked with the host library: then it starts a host of its own,
@@ -60,7 +48,7 @@ bool HasOwnHost() {
 }
 
 [[gnu::constructor]] void StartHost() {
-  const std::vector<std::string> modules = Modules();
+  const auto modules = tarvo::command::SplitFiles(Variable(tarvo::command::kModulesVariable));
   if (modules.empty() || HasOwnHost()) return;
   auto host = tarvo::Host::Start(
       {.modules = modules,
