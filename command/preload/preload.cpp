@@ -24,27 +24,15 @@ std::string Variable(const char* name) {
 /// Whether the program itself is linked with the host library: then it starts a host of its own,
 /// and there is room for one. The first object of the loader's list is the program.
 bool HasOwnHost() {
-  const auto isLinked = [](dl_phdr_info* info, std::size_t, void* result) {
-    const char* names = nullptr;
-    for (int pass = 0; pass < 2; ++pass) {
-      for (int i = 0; i < info->dlpi_phnum; ++i) {
-        if (info->dlpi_phdr[i].p_type != PT_DYNAMIC) continue;
-        const auto* entry =
-            reinterpret_cast<const ElfW(Dyn)*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr);
-        for (; entry->d_tag != DT_NULL; ++entry) {
-          if (entry->d_tag == DT_STRTAB) names = reinterpret_cast<const char*>(entry->d_un.d_ptr);
-          if (pass == 1 && entry->d_tag == DT_NEEDED &&
-              std::string_view(names + entry->d_un.d_val).starts_with("libtarvo.so."))
-            *static_cast<bool*>(result) = true;
-        }
-      }
-      if (names == nullptr) break;
-    }
-    return 1;
-  };
-  bool result = false;
-  dl_iterate_phdr(isLinked, &result);
-  return result;
+  const ElfW(Dyn)* const entries = _r_debug.r_map->l_ld;
+  const char* names = nullptr;
+  for (const auto* entry = entries; entry->d_tag != DT_NULL; ++entry)
+    if (entry->d_tag == DT_STRTAB) names = reinterpret_cast<const char*>(entry->d_un.d_ptr);
+  for (const auto* entry = entries; names != nullptr && entry->d_tag != DT_NULL; ++entry)
+    if (entry->d_tag == DT_NEEDED &&
+        std::string_view(names + entry->d_un.d_val).starts_with("libtarvo.so."))
+      return true;
+  return false;
 }
 
 [[gnu::constructor]] void StartHost() {
