@@ -250,14 +250,21 @@ TEST(OwnHandlers, ArePutBackWithTheHost) {
 constexpr const char* kLate =
     "tarvo: The capture of the crash did not end within 1 seconds; the process ends now.\n";
 
-TEST(Deadline, EndsACaptureThatCannotEnd) {
+// Without the thread that does not answer, the report is whole.
+TEST(Deadline, PassesOverAThreadThatCannotBeInterrupted) {
   const auto start = std::chrono::steady_clock::now();
   const GuardedRun run = RunGuarded(
       "/bin/crashdemo", {"--kind", "stuck-thread", "--threads", "3", "--g_crashGuardDeadline=1"});
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
   EXPECT_EQ(run.program.exitStatus, 1) << run.program.Describe();
-  EXPECT_EQ(run.program.errors, kLate);
-  EXPECT_EQ(run.text, "");
+  EXPECT_TRUE(run.program.errors.starts_with(
+      "tarvo: The capture of the crash did not end within 1 seconds; it goes on without 1 thread "
+      "that does not answer.\n"))
+      << run.program.errors;
+  ASSERT_EQ(run.report.threads.size(), 5U);
+  for (const ReportThread& thread : run.report.threads)
+    EXPECT_EQ(thread.frames.empty(), thread.Name() == "render-0") << run.text;
+  EXPECT_TRUE(Crashed(run.report).Shows("CrashNullWrite"));
 }
 
 // The control: with no deadline, and without the guard, the same crash hangs.
@@ -279,6 +286,13 @@ TEST(Deadline, FlushesAndEndsAlsoWhenFlushingHangs) {
     EXPECT_EQ(result.exitStatus, 1) << result.Describe();
     EXPECT_EQ(result.errors, kLate);
   }
+  // Threads were passed over, and then it hangs elsewhere.
+  const ProgramResult stuck = RunSubject("late-with-stuck-threads", "1").program;
+  EXPECT_EQ(stuck.exitStatus, 1) << stuck.Describe();
+  EXPECT_EQ(stuck.output.substr(stuck.output.rfind('\n') + 1), "4 threads");
+  EXPECT_NE(stuck.errors.find("it goes on without 3 threads that do not answer.\n"),
+            std::string::npos);
+  EXPECT_TRUE(stuck.errors.ends_with(kLate)) << stuck.errors;
 }
 
 TEST(Deadline, KillsWhenNoSignalReachesTheCapture) {

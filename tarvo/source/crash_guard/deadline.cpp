@@ -10,6 +10,7 @@
 
 #include "source/crash_guard/guard_state.h"
 #include "source/crash_guard/signal_entry.h"
+#include "source/crash_guard/stuck_threads.h"
 #include "source/crash_guard/text_buffer.h"
 #include "tarvo/host/crash_guard.h"
 
@@ -20,10 +21,16 @@ constexpr int kSignal = SIGTRAP;
 /// How long standard error may take to become writable, and flushing may last.
 constexpr int kLineMilliseconds = 200;
 constexpr std::int64_t kFlushSeconds = 1;
+/// What a capture gets to go on without the threads that it waited for.
+constexpr std::int64_t kPassingSeconds = 3;
+static_assert(kPassingSeconds + kFlushSeconds < kCrashGuardGrace);
 
 /// The kernel's ids of the two timers; the address of the first marks its signals.
 int g_timers[2] = {-1, -1};
-std::atomic<int> g_timesUp{0};
+
+/// What the first timer's signals have led to.
+enum class Lateness { InTime, PassingOver, Flushing };
+std::atomic<Lateness> g_lateness{Lateness::InTime};
 
 void Set(int timer, std::int64_t seconds) {
   itimerspec when{};
@@ -37,15 +44,27 @@ void Make(int& timer, sigevent& event, std::int64_t seconds) {
   if (syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &timer) == 0) Set(timer, seconds);
 }
 
-void PrintLine() {
-  TextBuffer<160> line;
-  line.Append("tarvo: The capture of the crash did not end within ");
-  line.AppendDecimal(g_guard.deadline);
-  line.Append(" seconds; the process ends now.\n");
+void Print(const TextBuffer<200>& line) {
   pollfd error{STDERR_FILENO, POLLOUT, 0};
   if (poll(&error, 1, kLineMilliseconds) != 1 || (error.revents & POLLOUT) == 0) return;
   // There is nobody left to tell when this fails.
   if (write(STDERR_FILENO, line.Text(), line.Size()) < 0) return;
+}
+
+void PrintLine(int stuckThreads) {
+  TextBuffer<200> line;
+  line.Append("tarvo: The capture of the crash did not end within ");
+  line.AppendDecimal(g_guard.deadline);
+  line.Append(" seconds; ");
+  if (stuckThreads == 0) {
+    line.Append("the process ends now.\n");
+  } else {
+    line.Append("it goes on without ");
+    line.AppendDecimal(stuckThreads);
+    line.Append(stuckThreads == 1 ? " thread that does" : " threads that do");
+    line.Append(" not answer.\n");
+  }
+  Print(line);
 }
 
 }  // namespace
@@ -77,10 +96,21 @@ bool IsDeadline(const siginfo_t& info) {
          info.si_value.sival_ptr == &g_timers[0];
 }
 
-void EndLateCapture() {
-  if (g_timesUp.fetch_add(1) == 0) {
+void OnDeadline() {
+  const Lateness before = g_lateness.load();
+  if (before == Lateness::InTime) {
+    const int stuckThreads = PassOverStuckThreads();
+    PrintLine(stuckThreads);
+    if (stuckThreads > 0) {
+      g_lateness.store(Lateness::PassingOver);
+      Set(g_timers[0], kPassingSeconds);
+      return;
+    }
+  }
+  if (before == Lateness::PassingOver) PrintLine(0);
+  if (before != Lateness::Flushing) {
+    g_lateness.store(Lateness::Flushing);
     Set(g_timers[0], kFlushSeconds);
-    PrintLine();
     fflush(nullptr);
   }
   for (;;) _exit(1);

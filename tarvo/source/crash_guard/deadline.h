@@ -22,8 +22,10 @@ void StartDeadline(pid_t self, std::int64_t seconds);
 /// Whether a signal is the first timer's. Any context.
 bool IsDeadline(const siginfo_t& info);
 
-/// Says that the capture has taken too long, flushes and ends the process with status 1. Should
-/// that hang, it comes here again and ends at once. Crashed process.
-[[noreturn]] void EndLateCapture();
+/// Says that the capture has taken too long. Where threads are stuck it passes over them and
+/// returns, and the capture has three seconds more. Else, and when those are over, it flushes and
+/// ends the process with status 1; should flushing hang, it comes here again and ends at once.
+/// Crashed process.
+void OnDeadline();
 
 }  // namespace tarvo

@@ -11,6 +11,7 @@
 #include "source/crash_guard/fault_facts.h"
 #include "source/crash_guard/guard_state.h"
 #include "source/crash_guard/report_file.h"
+#include "source/crash_guard/stuck_threads.h"
 
 namespace tarvo {
 namespace {
@@ -62,6 +63,18 @@ bool HandledEarlier(int signal, siginfo_t* info, void* context) {
   return false;
 }
 
+/// Whether the signal is one of the guard's for a capture that does not end, and is done with.
+bool IsOwnSignal(const siginfo_t& info, void* context) {
+  if (IsDeadline(info)) {
+    OnDeadline();
+  } else if (IsRefusedOpen(info)) {
+    AnswerOpen(context);
+  } else {
+    return false;
+  }
+  return true;
+}
+
 /// The crash that is captured: all that the guard has to say of it, before the capture begins.
 void BeginCrash(pid_t self, int signal, const siginfo_t& info, const void* context) {
   StartDeadline(self, g_guard.deadline);
@@ -85,9 +98,7 @@ void JoinCrash(pid_t self, int signal) {
 void GuardSignal(int signal, siginfo_t* info, void* context) {
   const int savedError = errno;
   const auto self = static_cast<pid_t>(syscall(SYS_gettid));
-  if (IsDeadline(*info)) EndLateCapture();
-  const bool isFirst = !IsCrashing();
-  if (isFirst && HandledEarlier(signal, info, context)) {
+  if (IsOwnSignal(*info, context) || (!IsCrashing() && HandledEarlier(signal, info, context))) {
     errno = savedError;
     return;
   }

@@ -42,9 +42,11 @@ struct CrashGuardOptions {
   /// Whether there is a guard. Entry g_crashGuard.
   bool enabled = false;
 
-  /// Seconds from the crash after which a capture that has not ended is ended: what was written is
-  /// flushed, a line on standard error says so, and the process ends with status 1; if even that
-  /// takes longer than kCrashGuardGrace, by SIGKILL. 0: never. Entry g_crashGuardDeadline.
+  /// Seconds from the crash after which a capture that has not ended is ended; a line on standard
+  /// error says so. Threads that cannot be interrupted are left out from then on, and where there
+  /// are such the capture gets three more seconds to finish the report. Else, and after those, what
+  /// was written is flushed, and the process ends with status 1; if it has not ended
+  /// kCrashGuardGrace after the deadline, by SIGKILL. 0: never. Entry g_crashGuardDeadline.
   std::int64_t deadline = 30;
 
   /// Whether the process ends by the signal of the crash, after the report, instead of with status
@@ -62,7 +64,7 @@ struct CrashGuardOptions {
 };
 
 inline constexpr std::int64_t kCrashGuardMaximumDeadline = 86400;
-inline constexpr std::int64_t kCrashGuardGrace = 3;
+inline constexpr std::int64_t kCrashGuardGrace = 5;  ///< seconds
 
 /// Bytes of a thread's alternate stack, without the guard page below and above it. A capture takes
 /// 9 KiB of it where a signal frame has 3.3 KiB (AVX-512), and up to three frames more than that
