@@ -2,12 +2,11 @@
 
 #include <pthread.h>
 #include <signal.h>
-#include <sys/auxv.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 
 #include <atomic>
 #include <cstdint>
-#include <cstring>
 
 #include "tarvo/host/crash_guard.h"
 
@@ -31,9 +30,8 @@ constinit std::atomic<std::uint64_t> g_next{0};
 
 std::uint64_t FirstAddress() {
   std::uint64_t random = 0;
-  // 16 random bytes that the kernel gives to every program.
-  if (const auto* bytes = reinterpret_cast<const void*>(getauxval(AT_RANDOM)); bytes != nullptr)
-    std::memcpy(&random, bytes, sizeof(random));
+  // Without random bytes the addresses can be foretold; nothing else depends on them.
+  if (getrandom(&random, sizeof(random), GRND_NONBLOCK) < 0) random = 0;
   return kLowest + random % kSpread / kPage * kPage;
 }
 
