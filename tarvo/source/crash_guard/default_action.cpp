@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <array>
+
 #include "source/crash_guard/signal_entry.h"
 
 namespace {
@@ -10,15 +12,17 @@ using Sigaction = int (*)(int, const struct sigaction*, struct sigaction*);
 using Signal = sighandler_t (*)(int, sighandler_t);
 
 std::atomic<Sigaction> g_sigaction{nullptr};
-std::atomic<Signal> g_signal{nullptr};
-std::atomic<Signal> g_sigset{nullptr};
+/// The older ways to set a handler. Programs in strict ISO C get __sysv_signal for signal.
+constexpr std::array kSignalNames = {"signal", "sigset", "__sysv_signal", "sysv_signal",
+                                     "bsd_signal"};
+std::array<std::atomic<Signal>, kSignalNames.size()> g_signal{};
 std::atomic<unsigned> g_replaced{0};
 
 /// When the library is loaded: looking up a function is nothing for a signal handler.
 [[gnu::constructor]] void FindNext() {
   g_sigaction.store(reinterpret_cast<Sigaction>(dlsym(RTLD_NEXT, "sigaction")));
-  g_signal.store(reinterpret_cast<Signal>(dlsym(RTLD_NEXT, "signal")));
-  g_sigset.store(reinterpret_cast<Signal>(dlsym(RTLD_NEXT, "sigset")));
+  for (std::size_t i = 0; i < kSignalNames.size(); ++i)
+    g_signal[i].store(reinterpret_cast<Signal>(dlsym(RTLD_NEXT, kSignalNames[i])));
 }
 
 int NextSigaction(int signal, const struct sigaction* action, struct sigaction* old) {
@@ -38,10 +42,10 @@ int PutGuard(int signal, struct sigaction* old) {
 }
 
 /// What the C library's function does, and then the guard in the place of SIG_DFL.
-sighandler_t SetHandler(const std::atomic<Signal>& next, int signal, sighandler_t handler) {
-  if (next.load() == nullptr) FindNext();
+sighandler_t SetHandler(std::size_t way, int signal, sighandler_t handler) {
+  if (g_signal[way].load() == nullptr) FindNext();
   const bool isGuarded = handler == SIG_DFL && IsGuarded(signal);
-  const sighandler_t before = next.load()(signal, handler);
+  const sighandler_t before = g_signal[way].load()(signal, handler);
   if (isGuarded && before != SIG_ERR) PutGuard(signal, nullptr);
   return before;
 }
@@ -58,11 +62,20 @@ extern "C" {
 }
 
 [[gnu::visibility("default")]] sighandler_t signal(int signal, sighandler_t handler) noexcept {
-  return SetHandler(g_signal, signal, handler);
+  return SetHandler(0, signal, handler);
 }
-
 [[gnu::visibility("default")]] sighandler_t sigset(int signal, sighandler_t handler) noexcept {
-  return SetHandler(g_sigset, signal, handler);
+  return SetHandler(1, signal, handler);
+}
+[[gnu::visibility("default")]] sighandler_t __sysv_signal(int signal,
+                                                          sighandler_t handler) noexcept {
+  return SetHandler(2, signal, handler);
+}
+[[gnu::visibility("default")]] sighandler_t sysv_signal(int signal, sighandler_t handler) noexcept {
+  return SetHandler(3, signal, handler);
+}
+[[gnu::visibility("default")]] sighandler_t bsd_signal(int signal, sighandler_t handler) noexcept {
+  return SetHandler(4, signal, handler);
 }
 
 }  // extern "C"

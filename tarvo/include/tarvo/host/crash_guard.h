@@ -24,7 +24,8 @@
 ///      was installed with SA_RESETHAND;
 ///   3. the capture.
 /// While a capture runs, 2 is left out. With the guard on, SIG_DFL means 2 and 3 for these signals,
-/// by whoever sets it through `sigaction`, `signal` or `sigset`.
+/// by whoever sets it through `sigaction`, `signal` or its variants. (An action of 1 that was
+/// installed with SA_RESETHAND is the last one: the kernel sets the real SIG_DFL.)
 ///
 /// Which threads have an alternate stack: the one that starts the Host, and every one that is
 /// started later through pthread_create or thrd_create (std::thread and the like call one of them)
