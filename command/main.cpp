@@ -12,8 +12,8 @@ namespace tarvo::command {
 namespace {
 
 constexpr std::array kSubcommands{
-    AddResolveCommand, AddShowCommand, AddPackCommand,
-    AddNormalizeCommand, AddRunCommand, AddConfigCommand,
+    AddResolveCommand, AddShowCommand,      AddPackCommand,   AddExecCommand,
+    AddRunCommand,     AddNormalizeCommand, AddConfigCommand,
 };
 
 constexpr const char* kFooter =
@@ -34,6 +34,7 @@ Exit status:
 
 Examples:
   tarvo config
+  tarvo exec -- python3 script.py
   tarvo run --list
   tarvo run net.tarvo.execution.crashlogresolve --config resolve.toml
   tarvo --module build/release/modules/crashhandler.so config

@@ -31,6 +31,7 @@ struct Context {
 using AddSubcommand = void (*)(CLI::App& program, Context& context);
 
 void AddConfigCommand(CLI::App& program, Context& context);
+void AddExecCommand(CLI::App& program, Context& context);
 void AddNormalizeCommand(CLI::App& program, Context& context);
 void AddPackCommand(CLI::App& program, Context& context);
 void AddResolveCommand(CLI::App& program, Context& context);

@@ -52,12 +52,14 @@ struct Crash {
   Report report;
 };
 
-Crash RunDemo(const std::string& kind, const std::string& place, int threads = kThreads) {
+Crash RunDemo(const std::string& kind, const std::string& place, int threads = kThreads,
+              bool guard = true) {
   const ScratchDirectory scratch;
   const std::string file = scratch / "demo_bugreport.txt";
   Crash crash;
   crash.program = RunProgram({BuildDirectory() + "/bin/crashdemo", "--kind", kind, "--in", place,
-                              "--threads", std::to_string(threads), "--g_crashReportUrl=" + file});
+                              "--threads", std::to_string(threads), "--g_crashReportUrl=" + file,
+                              guard ? "--g_crashGuard=true" : "--g_crashGuard=false"});
   crash.text = ReadFile(file);
   EXPECT_EQ(crash.program.exitStatus, 1) << crash.program.Describe();
   EXPECT_NO_THROW(crash.report = ReadReport(crash.text)) << crash.program.Describe();
@@ -65,15 +67,15 @@ Crash RunDemo(const std::string& kind, const std::string& place, int threads = k
   return crash;
 }
 
-class CrashMatrix : public testing::TestWithParam<std::tuple<Kind, const char*>> {};
+class CrashMatrix : public testing::TestWithParam<std::tuple<Kind, const char*, bool>> {};
 
 TEST_P(CrashMatrix, LeavesOneCompleteReport) {
-  const auto& [kind, place] = GetParam();
+  const auto& [kind, place, guard] = GetParam();
   const std::string_view name = kind.name;
   if (kSanitized && name == "in-malloc") GTEST_SKIP() << "the sanitizer has its own malloc";
   if (kSanitized && name == "in-constructor") GTEST_SKIP() << kNoDlopen;
   const std::string_view where = place;
-  const Report report = RunDemo(kind.name, place).report;
+  const Report report = RunDemo(kind.name, place, kThreads, guard).report;
   EXPECT_EQ(report.exception.at("ExceptionNumber"), kind.number);
   EXPECT_EQ(report.exception.at("ExceptionText"), kind.signal);
 
@@ -93,19 +95,20 @@ TEST_P(CrashMatrix, LeavesOneCompleteReport) {
 }
 
 std::string NameOfCase(const testing::TestParamInfo<CrashMatrix::ParamType>& info) {
-  std::string name = std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param);
+  std::string name = std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param) +
+                     (std::get<2>(info.param) ? "_guarded" : "");
   std::ranges::replace(name, '-', '_');
   return name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, CrashMatrix,
                          testing::Combine(testing::ValuesIn(kKinds),
-                                          testing::Values("main", "worker")),
+                                          testing::Values("main", "worker"), testing::Bool()),
                          NameOfCase);
 
 // A report of a known process, line by line: what no single check above looks at.
 TEST(CrashDemo, ThreadsHaveTheirVariablesAndModulesTheirOrder) {
-  const Crash crash = RunDemo("null-write", "worker", 2);
+  const Crash crash = RunDemo("null-write", "worker", 2, false);
   std::vector<std::vector<std::pair<std::string, std::string>>> variables;
   for (const ReportThread& thread : crash.report.threads) variables.push_back(thread.variables);
   const std::vector<std::vector<std::pair<std::string, std::string>>> expected = {

@@ -43,6 +43,12 @@ prefix/bin/crashdemo --threads 2 --g_crashReportUrl=demo_bugreport.txt >/dev/nul
 [[ $status == 1 ]] || fail "the installed crashdemo ended with status $status"
 [[ $(tail -n 1 demo_bugreport.txt) == "}" ]] || fail "the installed crashdemo left no whole report"
 
+# A program that knows nothing of all this crashes under the installed command.
+status=0
+prefix/bin/tarvo exec --report exec_bugreport.txt -- sh -c 'kill -SEGV $$' 2>/dev/null || status=$?
+[[ $status == 1 ]] || fail "the program under the installed tarvo exec ended with status $status"
+[[ $(tail -n 1 exec_bugreport.txt) == "}" ]] || fail "the installed tarvo exec left no whole report"
+
 # No path of the machine that built it.
 strings -a prefix/lib/tarvo/modules/crashhandler.so >"$scratch/strings"
 ! grep -F "$source" "$scratch/strings" || fail "the module names the source directory"

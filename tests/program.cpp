@@ -33,6 +33,11 @@ struct Pipe {
   close(STDIN_FILENO);
   open("/dev/null", O_RDONLY);
   if (!options.directory.empty() && chdir(options.directory.c_str()) != 0) _exit(126);
+  // What the sanitizer would handle itself is the crash handler's here.
+  if (kSanitized)
+    putenv(
+        strdup("ASAN_OPTIONS=handle_segv=0:handle_sigbus=0:handle_sigill=0:handle_sigfpe=0:"
+               "handle_sigtrap=0:handle_abort=0"));
   for (const std::string& variable : options.environment) putenv(strdup(variable.c_str()));
   std::vector<char*> pointers;
   for (const std::string& argument : arguments) pointers.push_back(strdup(argument.c_str()));

@@ -1,7 +1,6 @@
 #include "command/normalize/module_entries.h"
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <utility>
 
@@ -10,13 +9,7 @@ namespace {
 
 /// As "%p" prints an address: zero is "(nil)".
 std::optional<std::uint64_t> ParseBase(std::string_view text) noexcept {
-  if (text == "(nil)") return 0;
-  if (!text.starts_with("0x")) return std::nullopt;
-  std::uint64_t number = 0;
-  const auto [stop, status] =
-      std::from_chars(text.data() + 2, text.data() + text.size(), number, 16);
-  if (status != std::errc{}) return std::nullopt;
-  return number;
+  return text == "(nil)" ? 0 : ParseAddress(text);
 }
 
 void Add(ModuleEntry& module, const KeyValue& line) {

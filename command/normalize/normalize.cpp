@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -52,7 +53,11 @@ bool IsOfHandler(const OwnFrame& frame) {
 /// Of one thread's frames those whose address is no return address: the first, which its stack
 /// handler interrupted, and its double, for the unwinder sees that frame too; the frame that the
 /// crash handler interrupted, and the trampoline in between, where nothing was called from.
-std::vector<bool> ExactFrames(std::span<const OwnFrame> frames) {
+///
+/// After a call that led nowhere the frame in the interrupted one's place is the caller's. `fault`,
+/// the program counter at the fault where the report has it, tells.
+std::vector<bool> ExactFrames(std::span<const OwnFrame> frames,
+                              std::optional<std::uint64_t> fault) {
   std::vector<bool> exact(frames.size(), false);
   if (frames.empty()) return exact;
   exact[0] = true;
@@ -61,8 +66,16 @@ std::vector<bool> ExactFrames(std::span<const OwnFrame> frames) {
   while (at < frames.size() && frames[at].module != kCaptureModule) ++at;
   while (at < frames.size() && IsOfHandler(frames[at])) ++at;
   if (at + 1 >= frames.size() || !IsSignalTrampoline(frames[at])) return exact;
-  exact[at] = exact[at + 1] = true;
+  exact[at] = true;
+  exact[at + 1] = !fault || *fault == frames[at + 1].address;
   return exact;
+}
+
+/// The program counter that the crash guard has put among a thread's variables.
+std::optional<std::uint64_t> FaultCounter(std::string_view line) {
+  const auto variable = SplitKeyValue(line);
+  if (!variable || variable->key != "Fault_rip") return std::nullopt;
+  return ParseAddress(variable->value);
 }
 
 // --- Reports of the own capture ------------------------------------------------------------------
@@ -115,14 +128,18 @@ class OwnReport {
 
  private:
   void ReadFrames() {
-    std::size_t first = 0;  // of the current thread
+    // Of the current thread.
+    std::size_t first = 0;
+    std::optional<std::uint64_t> fault;
     const auto endThread = [&] {
-      const auto exact = ExactFrames(std::span(frames_).subspan(first));
+      const auto exact = ExactFrames(std::span(frames_).subspan(first), fault);
       exact_.insert(exact_.end(), exact.begin(), exact.end());
       first = frames_.size();
+      fault.reset();
     };
     for (std::size_t i = 0; i < lines_.size(); ++i) {
       if (lines_[i].kind == LineKind::Thread) endThread();
+      if (lines_[i].kind == LineKind::Variable && !fault) fault = FaultCounter(lines_[i].text);
       if (lines_[i].kind != LineKind::Frame) continue;
       if (const auto frame = ParseOwnFrame(Content(lines_[i].text))) {
         frames_.push_back(*frame);

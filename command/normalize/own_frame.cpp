@@ -5,16 +5,8 @@
 namespace tarvo::command {
 namespace {
 
-constexpr std::string_view kAddressStart = "[0x";
+constexpr std::string_view kAddressStart = "[";
 constexpr std::string_view kNoProgramCounter = " PC: (nil))";
-
-std::optional<std::uint64_t> ParseHexadecimal(std::string_view digits) noexcept {
-  std::uint64_t number = 0;
-  const char* end = digits.data() + digits.size();
-  const auto [stop, status] = std::from_chars(digits.data(), end, number, 16);
-  if (status != std::errc{} || stop != end) return std::nullopt;
-  return number;
-}
 
 /// "libscene.so(update+0x1c) " into module, function and offset.
 bool SplitName(std::string_view name, OwnFrame& frame) noexcept {
@@ -38,13 +30,22 @@ std::optional<OwnFrame> ParseOwnFrame(std::string_view content) noexcept {
   const std::string_view text = content.substr(0, nameEnd);
   const std::size_t bracket = text.rfind(kAddressStart);
   if (bracket == std::string_view::npos) return std::nullopt;
-  const auto address = ParseHexadecimal(text.substr(bracket + kAddressStart.size()));
+  const auto address = ParseAddress(text.substr(bracket + kAddressStart.size()));
   OwnFrame frame;
   if (!address || !SplitName(text.substr(0, bracket), frame)) return std::nullopt;
   frame.address = *address;
   frame.tail = content.substr(content.find(" (SP: ", nameEnd));
   frame.tail.remove_suffix(kNoProgramCounter.size());
   return frame;
+}
+
+std::optional<std::uint64_t> ParseAddress(std::string_view text) noexcept {
+  if (!text.starts_with("0x")) return std::nullopt;
+  std::uint64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, status] = std::from_chars(text.data() + 2, end, number, 16);
+  if (status != std::errc{} || stop != end) return std::nullopt;
+  return number;
 }
 
 }  // namespace tarvo::command

@@ -20,4 +20,7 @@ struct OwnFrame {
 /// Takes a frame's line apart; nothing when it is another one.
 [[nodiscard]] std::optional<OwnFrame> ParseOwnFrame(std::string_view content) noexcept;
 
+/// "0x7f2a…" as a number; nothing when it is another text.
+[[nodiscard]] std::optional<std::uint64_t> ParseAddress(std::string_view text) noexcept;
+
 }  // namespace tarvo::command

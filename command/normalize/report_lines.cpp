@@ -7,7 +7,7 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kOwnHeader = "TARVO_Crash_Report";
 
 /// The blocks whose lines have a meaning here.
-enum class Block { Body, Skipped, Stacks, Thread, ThreadPart, Modules, Module };
+enum class Block { Body, Skipped, Stacks, Thread, Registers, Variables, Modules, Module };
 
 constexpr std::string_view Trimmed(std::string_view text, std::string_view blanks) noexcept {
   const std::size_t first = text.find_first_not_of(blanks);
@@ -40,9 +40,11 @@ class Reader {
         return ReadStacks(content);
       case Block::Thread:
         return ReadThread(content);
-      // The last line of registers may carry the brace behind them.
-      case Block::ThreadPart:
-        return Leave(Ends(content), Block::Thread);
+      case Block::Registers:  // its last line may carry the brace behind the registers
+        return Leave(content.starts_with('}') || content.ends_with('}'), Block::Thread);
+      case Block::Variables:
+        if (content.starts_with('}')) return Leave(true, Block::Thread);
+        return LineKind::Variable;
       case Block::Modules:
         return ReadModules(content);
       case Block::Module:
@@ -52,8 +54,9 @@ class Reader {
   }
 
  private:
-  [[nodiscard]] bool Ends(std::string_view content) const noexcept {
-    return content.starts_with('}') || (inRegisters_ && content.ends_with('}'));
+  LineKind Enter(Block inner) noexcept {
+    block_ = inner;
+    return LineKind::Other;
   }
 
   LineKind Leave(bool ends, Block outer) noexcept {
@@ -75,11 +78,8 @@ class Reader {
   }
 
   LineKind ReadThread(std::string_view content) noexcept {
-    inRegisters_ = Opens(content, "Registers");
-    if (inRegisters_ || Opens(content, "Variables")) {
-      block_ = Block::ThreadPart;
-      return LineKind::Other;
-    }
+    if (Opens(content, "Registers")) return Enter(Block::Registers);
+    if (Opens(content, "Variables")) return Enter(Block::Variables);
     if (content.starts_with('}')) return Leave(true, Block::Stacks);
     return content.empty() || content == "{" ? LineKind::Other : LineKind::Frame;
   }
@@ -96,7 +96,6 @@ class Reader {
   }
 
   Block block_ = Block::Body;
-  bool inRegisters_ = false;
 };
 
 }  // namespace

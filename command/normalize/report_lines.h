@@ -13,6 +13,7 @@ enum class LineKind {
   Other,
   Thread,       ///< opens a thread's block
   Frame,        ///< a line of a call stack
+  Variable,     ///< "NAME = VALUE" of a thread
   Module,       ///< opens a module's entry, "ModuleName = …"
   ModuleValue,  ///< "KEY = VALUE" of a module's entry
   ModuleOpen,   ///< the "{" behind a Module line

@@ -55,6 +55,13 @@ TEST(NormalizeTest, TakesTheFramesOfOwnReportsApart) {
   const std::string working =
       Thread(Own("crashhandler.so(Work+0x1)", "c001") + Own("libc.so.6(qsort+0x2)", "7002") +  //
              Own("a.so(Sort+0x3)", "5003"));
+  // What was called was no code, so that the capture begins with the caller.
+  const auto called = [](const std::string& frames) {
+    std::string thread = Thread(frames);
+    return thread.replace(thread.find("Task = "), 0, "Fault_rip = 0x0000000000000000\n\t\t\t\t");
+  };
+  const std::string wild = called(Own("crashhandler.so(+0x1)", "c001") +
+                                  Own("libc.so.6(+0x3c050)", "7050") + Own("a.so(f+0x1)", "5001"));
   const std::string modules = Module("a.so", "/opt/a.so", "0x5000", "7");
   const std::string expected =
       OwnReport(Thread(Plain("libc.so.6:\tpause + 0x32", "7f32", "7f32") +
@@ -70,9 +77,12 @@ TEST(NormalizeTest, TakesTheFramesOfOwnReportsApart) {
                            Plain("a.so:\tCrash + 0xe", "500e", "500d")) +
                     Thread(Plain("crashhandler.so:\tWork + 0x1", "c001", "c001") +
                            Plain("libc.so.6:\tqsort + 0x2", "7002", "7001") +
-                           Plain("a.so:\tSort + 0x3", "5003", "5002")),
+                           Plain("a.so:\tSort + 0x3", "5003", "5002")) +
+                    called(Plain("crashhandler.so:\t+ 0x1", "c001", "c001") +
+                           Plain("libc.so.6:\t+ 0x3c050", "7050", "7050") +
+                           Plain("a.so:\tf + 0x1", "5001", "5000")),
                 modules);
-  const std::string report = OwnReport(waiting + crashing + working, modules);
+  const std::string report = OwnReport(waiting + crashing + working + wild, modules);
   EXPECT_EQ(Normalized(report, StepBack::OwnReports), expected);
   EXPECT_EQ(Normalized(report, StepBack::AllReports), expected);
 }

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <linux/seccomp.h>
+#include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <thread>
 
 #include "seccomp_filter.h"
@@ -24,11 +26,39 @@ using Function = void (*)();
 
 int g_table[64] = {1};
 volatile int g_sink = 0;
+volatile int g_deepest = -1;
 
 [[gnu::noinline]] void Call(Function target) {
   // What is called is not for the compiler to know.
   asm volatile("" : "+r"(target));
   target();
+}
+
+/// A handler as language runtimes have one: it knows the faults that it caused itself, and leaves
+/// all others to the handler that was there before.
+thread_local sigjmp_buf* t_probe = nullptr;
+struct sigaction g_beforeProbe;
+
+void OnProbe(int signal, siginfo_t* info, void* context) {
+  if (t_probe != nullptr) siglongjmp(*t_probe, 1);
+  if ((g_beforeProbe.sa_flags & SA_SIGINFO) != 0) {
+    g_beforeProbe.sa_sigaction(signal, info, context);
+  } else {
+    sigaction(signal, &g_beforeProbe, nullptr);
+  }
+}
+
+/// Whether `address` can be read.
+bool Probe(const volatile int* address) {
+  sigjmp_buf back;
+  if (sigsetjmp(back, 1) != 0) {
+    t_probe = nullptr;
+    return false;
+  }
+  t_probe = &back;
+  g_sink = *address;
+  t_probe = nullptr;
+  return true;
 }
 
 }  // namespace
@@ -109,6 +139,38 @@ void CrashWithoutTracing() {
   CrashNullWrite();
 }
 
+// NOLINTNEXTLINE(misc-no-recursion)
+int CrashStackOverflow(int depth) {
+  volatile char used[200] = {};
+  used[0] = static_cast<char>(depth);
+  if (depth == g_deepest) return 0;
+  return CrashStackOverflow(depth + 1) + used[0];
+}
+
+void CrashAbort() { Call(std::abort); }
+
+void CrashUncaught() { throw std::out_of_range("tile 2204 of 318"); }
+
+void CrashHeapCorruption() {
+  constexpr std::size_t kSize = 2000;
+  char* block = static_cast<char*>(std::malloc(kSize));
+  void* volatile next = std::malloc(kSize);
+  // The size of the next block, in front of it.
+  char* end = block + kSize + 8;
+  asm volatile("" : "+r"(end));
+  for (int i = 0; i < 8; ++i) end[i] = 'x';
+  std::free(next);
+}
+
+void CrashAfterRecovery() {
+  struct sigaction action = {};
+  action.sa_sigaction = OnProbe;
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+  sigaction(SIGSEGV, &action, &g_beforeProbe);
+  if (Probe(nullptr)) return;
+  CrashNullWrite();
+}
+
 }  // extern "C"
 
 namespace {
@@ -133,7 +195,17 @@ constexpr Fault kFaults[] = {
      "CrashNullWrite"},
     {"hangup", "null-write after a SIGHUP", CrashAfterHangup, "CrashAfterHangup"},
     {"tracing-refused", "null-write where the kernel refuses tracing", CrashWithoutTracing,
-     "CrashWithoutTracing"}};
+     "CrashWithoutTracing"},
+    {"stack-overflow", "recurse without end", [] { g_sink = CrashStackOverflow(0); },
+     "CrashStackOverflow"},
+    {"abort", "call abort", CrashAbort, "CrashAbort"},
+    {"uncaught-exception", "throw where nobody catches", CrashUncaught, "CrashUncaught"},
+    {"heap-corruption", "write behind a block; free finds out", CrashHeapCorruption,
+     "CrashHeapCorruption"},
+    {"stuck-thread", "null-write while a thread cannot be interrupted", CrashNullWrite,
+     "CrashNullWrite"},
+    {"recovering-handler", "null-write after the program's own handler recovered",
+     CrashAfterRecovery, "CrashAfterRecovery"}};
 
 }  // namespace
 

@@ -31,13 +31,14 @@ std::string KindsHelp() {
   std::string text = "Kinds:\n";
   for (const Fault& fault : AllFaults()) {
     std::string kind(fault.kind);
-    kind.resize(std::max<std::size_t>(kind.size(), 17), ' ');
+    kind.resize(std::max<std::size_t>(kind.size(), 20), ' ');
     text += "  " + kind + std::string(fault.help) + "\n";
   }
   return text +
          "\nThe program's configuration may stand on the command line too, for example\n"
          "  --g_crashReportUrl=crash_bugreport.txt   write the report there, not to standard "
          "error\n"
+         "  --g_crashGuard=false                     capture without the crash guard\n"
          "`tarvo config` lists all entries.\n";
 }
 
@@ -53,8 +54,10 @@ void DeclareOptions(CLI::App& app, DemoOptions& options) {
   app.add_option("--depth", options.workers.depth, "Calls that each thread is deep")
       ->check(CLI::Range(1, 100000))
       ->capture_default_str();
-  app.add_option("--in", options.place, "Which thread crashes")
-      ->check(CLI::IsMember({"main", "worker"}))
+  app.add_option("--in", options.place,
+                 "Which thread crashes: the main one, one more worker,\n"
+                 "or one that the plug-in starts")
+      ->check(CLI::IsMember({"main", "worker", "plugin"}))
       ->capture_default_str();
   app.add_flag("--hold", options.hold, "Do not crash; wait, for a debugger to look at the program");
   app.footer(KindsHelp());
@@ -68,14 +71,17 @@ void DeclareOptions(CLI::App& app, DemoOptions& options) {
 
 void Crash(const DemoOptions& options, Workers& workers) {
   const Fault& fault = FaultOf(options.kind);
-  std::printf("%d worker threads are at work; now %s: %.*s\n", options.workers.count,
-              options.place == "main" ? "the main thread" : "one more worker",
+  const char* who = options.place == "main"     ? "the main thread"
+                    : options.place == "worker" ? "one more worker"
+                                                : "a thread of the plug-in";
+  std::printf("%d worker threads are at work; now %s: %.*s\n", options.workers.count, who,
               static_cast<int>(fault.help.size()), fault.help.data());
   std::fflush(stdout);
   if (options.place == "worker") {
     workers.RunInWorker("victim", fault.run);
   } else {
-    scene::Update(
+    auto* const update = options.place == "main" ? scene::Update : scene::UpdateInThread;
+    update(
         options.workers.depth, [](void* run) { reinterpret_cast<void (*)()>(run)(); },
         reinterpret_cast<void*>(fault.run));
   }
@@ -94,7 +100,7 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : 2;
   }
 
-  auto host = tarvo::Host::Start({.arguments = configuration});
+  auto host = tarvo::Host::Start({.arguments = configuration, .crashGuard = {.enabled = true}});
   if (!host) {
     std::fprintf(stderr, "crashdemo: %s\n", host.GetError().Text().ToStdString().c_str());
     return 2;
@@ -102,6 +108,7 @@ int main(int argc, char** argv) {
   (void)tarvo::SetThreadVariable("Document", "city.scene");
   options.workers.allocating = options.kind == "busy-malloc";
   options.workers.oneBlocked = options.kind == "blocked-thread";
+  options.workers.oneStuck = options.kind == "stuck-thread";
   Workers workers(options.workers);
   if (options.hold) Hold();
   Crash(options, workers);

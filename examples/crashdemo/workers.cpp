@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdlib>
@@ -30,6 +32,15 @@ void Allocate(void* atWork) {
   for (std::size_t size = 1;; size = size % 5000 + 16) std::free(g_allocate(size));
 }
 
+/// The kernel holds a thread inside vfork until the child has ended or runs another program.
+void Stick(void* atWork) {
+  static_cast<std::latch*>(atWork)->count_down();
+  if (vfork() == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (;;) pause();
+  }
+}
+
 void Describe(const std::string& name, const char* task) {
   pthread_setname_np(pthread_self(), name.c_str());
   (void)tarvo::SetThreadVariable("Task", task);
@@ -49,7 +60,8 @@ Workers::Workers(const WorkerOptions& options) : options_(options) {
         sigfillset(&all);
         pthread_sigmask(SIG_BLOCK, &all, nullptr);
       }
-      scene::Update(options.depth, options.allocating ? Allocate : Wait, &atWork);
+      auto* const work = options.oneStuck && i == 0 ? Stick : options.allocating ? Allocate : Wait;
+      scene::Update(options.depth, work, &atWork);
     }).detach();
   }
   atWork.wait();

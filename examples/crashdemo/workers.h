@@ -11,6 +11,7 @@ struct WorkerOptions {
   int depth = 8;            ///< calls between a thread's start and where it waits
   bool allocating = false;  ///< instead of waiting, each allocates and frees all the time
   bool oneBlocked = false;  ///< the first one blocks all signals
+  bool oneStuck = false;    ///< the first one is in a system call that no signal interrupts
 };
 
 /// A program's worth of threads: named, with variables, each some calls deep in the plug-in, at

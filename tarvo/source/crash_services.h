@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <span>
 
 #include "tarvo/framework.h"
 
@@ -20,5 +21,11 @@ void WriteCrashDiagnostic(const char* path, std::uint32_t line, const char* text
 /// The reading half of the thread variables (thread_variables.cpp). Run anywhere.
 ThreadVariableList LookUpThreadVariables(pid_t tid);
 void ReleaseThreadVariables();
+
+/// Shows `facts`, which live as long as the process, behind the variables that thread `tid` has
+/// now; what it sets later is not shown. Of more than kMaximumCrashVariables in all the thread's
+/// last ones are left out. Crashed process, once.
+inline constexpr std::size_t kMaximumCrashVariables = 512;
+void AddCrashVariables(pid_t tid, std::span<const NameAndValue> facts);
 
 }  // namespace tarvo

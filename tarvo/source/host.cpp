@@ -11,6 +11,8 @@
 
 #include "source/application_directories.h"
 #include "source/clock.h"
+#include "source/crash_guard/crash_guard.h"
+#include "source/crash_guard/report_file.h"
 #include "source/host_framework.h"
 #include "source/module.h"
 #include "source/module_files.h"
@@ -59,15 +61,18 @@ class Host::Implementation {
  private:
   Result<void> LoadModules(const HostOptions& options);
   Result<void> Configure(const HostOptions& options);
+  Result<void> UseGuardedReport();
   [[nodiscard]] const ExecutionJobRecord* FindExecutionJob(std::string_view jobId) const;
 
   OnlyHost only_;
   HostFramework framework_;
   std::vector<std::unique_ptr<Module>> modules_;
+  CrashGuard crashGuard_;
 };
 
 Host::Implementation::~Implementation() {
   framework_.Queue().Shutdown();
+  crashGuard_.Stop();
   framework_.Bindings().Clear();
   while (!modules_.empty()) modules_.pop_back();
 }
@@ -80,8 +85,10 @@ Result<void> Host::Implementation::Start(const HostOptions& options) {
   if (auto chosen = framework_.Bindings().Choose(modules_, options.components, options.bindings);
       !chosen)
     return chosen;
+  crashGuard_.NoteEarlierActions();
   for (const auto& module : modules_)
     if (auto initialised = module->Initialise(); !initialised) return initialised;
+  crashGuard_.Start(framework_.OwnEntries().crashGuard, framework_);
   return {};
 }
 
@@ -116,7 +123,7 @@ Result<void> Host::Implementation::Configure(const HostOptions& options) {
         !declared)
       return declared;
   }
-  if (auto declared = framework_.DeclareOwnEntries(); !declared) return declared;
+  if (auto declared = framework_.DeclareOwnEntries(options.crashGuard); !declared) return declared;
   if (!options.configFile.empty()) {
     const auto assignments = ReadConfigurationFile(options.configFile);
     if (!assignments) return assignments.GetError();
@@ -127,7 +134,19 @@ Result<void> Host::Implementation::Configure(const HostOptions& options) {
   if (!assignments) return assignments.GetError();
   if (auto assigned = entries.Assign(*assignments); !assigned) return assigned;
   entries.Apply();
-  return {};
+  return UseGuardedReport();
+}
+
+/// Gives the capture the path under which the guard will put the report's file.
+Result<void> Host::Implementation::UseGuardedReport() {
+  const CrashGuardOptions& guard = framework_.OwnEntries().crashGuard;
+  if (!guard.enabled || guard.report.IsEmpty()) return {};
+  auto path = PrepareReportFile(guard.report.View());
+  if (!path) return path.GetError();
+  auto assigned = framework_.Entries().Assign(
+      {{.name = "g_crashReportUrl", .value = PlainText{*path}, .source = "g_crashGuardReport"}});
+  if (assigned) framework_.Entries().Apply();
+  return assigned;
 }
 
 const ExecutionJobRecord* Host::Implementation::FindExecutionJob(std::string_view jobId) const {

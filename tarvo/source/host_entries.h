@@ -1,7 +1,10 @@
 #pragma once
 
+#include <string>
+
 #include "source/archive_limits.h"
 #include "tarvo/configuration.h"
+#include "tarvo/host/crash_guard.h"
 
 namespace tarvo {
 
@@ -9,9 +12,12 @@ namespace tarvo {
 struct HostEntries {
   String unitTestsId;  ///< g_UnitTests_Id
   ArchiveLimits archiveLimits;
+  CrashGuardOptions crashGuard;
+  std::string crashGuardReport;  ///< the default of its report, which the table points to
 };
 
-/// Sets the variables to their defaults and declares them.
-void DeclareHostEntries(HostEntries& entries, ConfigurationTable& table);
+/// Sets the variables to their defaults, the crash guard's to the program's, and declares them.
+void DeclareHostEntries(HostEntries& entries, const CrashGuardOptions& crashGuard,
+                        ConfigurationTable& table);
 
 }  // namespace tarvo

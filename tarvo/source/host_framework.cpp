@@ -20,8 +20,8 @@ Result<Ref<Object>> HostFramework::CreateObject(std::string_view classId) {
   return CreateFrameworkObject(classId, ownEntries_);
 }
 
-Result<void> HostFramework::DeclareOwnEntries() {
-  DeclareHostEntries(ownEntries_, ownTable_);
+Result<void> HostFramework::DeclareOwnEntries(const CrashGuardOptions& crashGuard) {
+  DeclareHostEntries(ownEntries_, crashGuard, ownTable_);
   return configuration_.Declare("host", ownTable_);
 }
 

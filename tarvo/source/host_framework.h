@@ -39,7 +39,8 @@ class HostFramework final : public Framework {
   [[nodiscard]] Components& Bindings() noexcept { return components_; }
   [[nodiscard]] JobQueue& Queue() noexcept { return jobs_; }
   /// Declares the host's own entries, after those of the modules.
-  Result<void> DeclareOwnEntries();
+  Result<void> DeclareOwnEntries(const CrashGuardOptions& crashGuard);
+  [[nodiscard]] const HostEntries& OwnEntries() const noexcept { return ownEntries_; }
   void SetModuleDirectory(const std::string& directory) { moduleDirectory_ = directory; }
 
  private:

@@ -58,6 +58,10 @@ struct Slot {
 constinit std::atomic<Slot*> g_slots{nullptr};
 constinit std::array<std::atomic<pid_t>, kReaderMarks> g_readers{};
 constinit std::atomic<bool> g_unmarkedReader{false};
+/// The variables of the thread that crashed, with what is known of the crash.
+constinit std::array<NameAndValue, kMaximumCrashVariables> g_crashVariables{};
+constinit std::size_t g_crashVariableCount = 0;
+constinit std::atomic<pid_t> g_crashedThread{0};
 static_assert(std::atomic<Slot*>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free &&
               std::atomic<bool>::is_always_lock_free);
 
@@ -115,6 +119,7 @@ class SlotKey {
   /// so what they retired is not touched again.
   static void FollowFork() {
     for (auto& reader : g_readers) reader.store(0);
+    g_crashedThread.store(0);
     const Slot* const own = Instance().Get();
     for (Slot* slot = g_slots.load(); slot != nullptr; slot = slot->next) {
       if (slot == own) {
@@ -278,6 +283,8 @@ void MarkReader() noexcept {
 
 ThreadVariableList LookUpThreadVariables(pid_t tid) {
   MarkReader();
+  if (tid != 0 && g_crashedThread.load() == tid)
+    return {.items = g_crashVariables.data(), .size = g_crashVariableCount};
   for (Slot* slot = g_slots.load(); slot != nullptr; slot = slot->next) {
     if (slot->tid.load(std::memory_order_relaxed) != tid) continue;
     // The slot may have changed hands meanwhile, so the snapshot's own id decides.
@@ -286,6 +293,17 @@ ThreadVariableList LookUpThreadVariables(pid_t tid) {
       return {.items = snapshot->Items(), .size = snapshot->size};
   }
   return {};
+}
+
+void AddCrashVariables(pid_t tid, std::span<const NameAndValue> facts) {
+  facts = facts.first(std::min(facts.size(), kMaximumCrashVariables));
+  // Not released: the texts are read until the process ends.
+  const ThreadVariableList own = LookUpThreadVariables(tid);
+  const std::size_t kept = std::min(own.size, kMaximumCrashVariables - facts.size());
+  const auto end = std::copy_n(own.items, kept, g_crashVariables.begin());
+  std::ranges::copy(facts, end);
+  g_crashVariableCount = kept + facts.size();
+  g_crashedThread.store(tid);
 }
 
 void ReleaseThreadVariables() {

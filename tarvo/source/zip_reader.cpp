@@ -1,7 +1,5 @@
 #include "source/zip_reader.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "source/archive_library.h"
 #include "source/file_descriptor.h"
 
 namespace tarvo {
@@ -21,9 +20,9 @@ constexpr SourceFile kSource{"tarvo/source/zip_reader"};
 constexpr std::int64_t kDirectoryBytesForEntry = 256;
 constexpr std::int64_t kFreeDirectoryBytes = 4 << 20;
 
-ZipEntry::Kind KindOf(archive_entry* entry) {
-  if (archive_entry_hardlink(entry) != nullptr) return ZipEntry::Kind::Other;
-  switch (archive_entry_filetype(entry)) {
+ZipEntry::Kind KindOf(const ArchiveLibrary& library, archive_entry* entry) {
+  if (library.hardLink(entry) != nullptr) return ZipEntry::Kind::Other;
+  switch (library.fileType(entry)) {
     case AE_IFREG:
       return ZipEntry::Kind::File;
     case AE_IFDIR:
@@ -42,13 +41,14 @@ std::string TextOrEmpty(const char* text) { return text == nullptr ? std::string
 /// Where the library's reads come from. It seeks before every entry, mostly to where it has just
 /// read, so what was read last is kept and given again.
 struct ZipReader::Input {
+  const ArchiveLibrary& library;
   int file;
   std::int64_t size = 0;
   std::int64_t position = 0;
-  std::int64_t left;  ///< how many bytes may still be read
+  std::int64_t left = 0;  ///< how many bytes may still be read
   std::int64_t keptFrom = 0;
   std::int64_t keptTo = 0;
-  std::array<char, 256 * 1024> kept;
+  std::array<char, 256 * 1024> kept{};
 
   static la_ssize_t Read(archive* reader, void* self, const void** bytes) {
     auto& input = *static_cast<Input*>(self);
@@ -60,13 +60,13 @@ struct ZipReader::Input {
   /// Reads what stands at the position; nothing at the end of the file.
   bool Fill(archive* reader) {
     if (left <= 0) {
-      archive_set_error(reader, EFBIG, "its directory is larger than the limit of entries allows");
+      library.setError(reader, EFBIG, "its directory is larger than the limit of entries allows");
       return false;
     }
     const ssize_t count =
         Uninterrupted([&] { return pread(file, kept.data(), kept.size(), position); });
     if (count < 0) {
-      archive_set_error(reader, errno, "its file could not be read");
+      library.setError(reader, errno, "its file could not be read");
       return false;
     }
     keptFrom = position;
@@ -89,48 +89,52 @@ struct ZipReader::Input {
   }
 };
 
-void ZipReader::Close::operator()(archive* reader) const noexcept { archive_read_free(reader); }
+void ZipReader::Close::operator()(archive* reader) const noexcept { library->readFree(reader); }
 
 ZipReader::ZipReader(int file, std::int64_t maximumEntries)
-    : input_(std::make_unique<Input>()), reader_(archive_read_new()) {
-  input_->file = file;
-  input_->size = std::max<std::int64_t>(0, lseek(file, 0, SEEK_END));
-  input_->left =
-      std::min(maximumEntries, input_->size) * kDirectoryBytesForEntry + kFreeDirectoryBytes;
-}
+    : file_(file), maximumEntries_(maximumEntries), reader_(nullptr, Close{nullptr}) {}
 
 ZipReader::~ZipReader() = default;
 
 Error ZipReader::Failure(SourceLocation where) const {
-  const char* text = archive_error_string(reader_.get());
+  const char* text = input_->library.errorText(reader_.get());
   return Error::Plain(where, text == nullptr ? "the archive cannot be read" : text);
 }
 
 Result<void> ZipReader::Open() {
+  const auto loaded = ArchiveLibrary::Load();
+  if (!loaded) return loaded.GetError();
+  const ArchiveLibrary& library = **loaded;
+  input_.reset(new Input{.library = library, .file = file_});
+  input_->size = std::max<std::int64_t>(0, lseek(file_, 0, SEEK_END));
+  input_->left =
+      std::min(maximumEntries_, input_->size) * kDirectoryBytesForEntry + kFreeDirectoryBytes;
+  reader_ = {library.readNew(), Close{&library}};
   if (reader_ == nullptr) return Error::OutOfMemory(kSource.Here());
   archive* const reader = reader_.get();
   // The form without a central directory is not supported on purpose: an archive that has lost it
   // was cut off.
-  const bool isOpen = archive_read_support_format_zip_seekable(reader) == ARCHIVE_OK &&
-                      archive_read_set_read_callback(reader, Input::Read) == ARCHIVE_OK &&
-                      archive_read_set_skip_callback(reader, Input::Skip) == ARCHIVE_OK &&
-                      archive_read_set_seek_callback(reader, Input::Seek) == ARCHIVE_OK &&
-                      archive_read_set_callback_data(reader, input_.get()) == ARCHIVE_OK &&
-                      archive_read_open1(reader) == ARCHIVE_OK;
+  const bool isOpen = library.supportZip(reader) == ARCHIVE_OK &&
+                      library.setRead(reader, Input::Read) == ARCHIVE_OK &&
+                      library.setSkip(reader, Input::Skip) == ARCHIVE_OK &&
+                      library.setSeek(reader, Input::Seek) == ARCHIVE_OK &&
+                      library.setData(reader, input_.get()) == ARCHIVE_OK &&
+                      library.open(reader) == ARCHIVE_OK;
   return isOpen ? Result<void>() : Failure(kSource.Here());
 }
 
 Result<bool> ZipReader::Next(ZipEntry& entry) {
+  const ArchiveLibrary& library = input_->library;
   archive_entry* header = nullptr;
-  const int status = archive_read_next_header(reader_.get(), &header);
+  const int status = library.nextHeader(reader_.get(), &header);
   if (status == ARCHIVE_EOF) return false;
-  if (header != nullptr) entry.path = TextOrEmpty(archive_entry_pathname(header));
+  if (header != nullptr) entry.path = TextOrEmpty(library.path(header));
   if (status != ARCHIVE_OK) return Failure(kSource.Here());
   input_->left = std::numeric_limits<std::int64_t>::max();
-  entry.kind = KindOf(header);
-  entry.isExecutable = (archive_entry_perm(header) & 0111) != 0;
-  entry.isEncrypted = archive_entry_is_encrypted(header) != 0;
-  entry.linkTarget = TextOrEmpty(archive_entry_symlink(header));
+  entry.kind = KindOf(library, header);
+  entry.isExecutable = (library.permissions(header) & 0111) != 0;
+  entry.isEncrypted = library.isEncrypted(header) != 0;
+  entry.linkTarget = TextOrEmpty(library.symbolicLink(header));
   return true;
 }
 
@@ -140,7 +144,7 @@ Result<std::string_view> ZipReader::ReadBlock() {
   la_int64_t offset = 0;
   int status = ARCHIVE_OK;
   while (status == ARCHIVE_OK && size == 0)
-    status = archive_read_data_block(reader_.get(), &bytes, &size, &offset);
+    status = input_->library.readBlock(reader_.get(), &bytes, &size, &offset);
   if (status == ARCHIVE_EOF) return std::string_view();
   if (status != ARCHIVE_OK) return Failure(kSource.Here());
   return std::string_view(static_cast<const char*>(bytes), size);

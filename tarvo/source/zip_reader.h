@@ -13,6 +13,8 @@ struct archive;
 
 namespace tarvo {
 
+struct ArchiveLibrary;
+
 /// One entry of an archive, as its header tells.
 struct ZipEntry {
   enum class Kind { File, Directory, Link, Other };
@@ -38,7 +40,7 @@ class ZipReader {
   ZipReader(const ZipReader&) = delete;
   ZipReader& operator=(const ZipReader&) = delete;
 
-  /// Before all else, once.
+  /// Before all else, once. Loads the archive library.
   Result<void> Open();
   /// Moves to the next entry, in the order of their places in the file, and describes it; false at
   /// the end. Costs little when the entry before was not read.
@@ -48,12 +50,15 @@ class ZipReader {
 
  private:
   struct Close {
+    const ArchiveLibrary* library;
     void operator()(archive* reader) const noexcept;
   };
   struct Input;
 
   [[nodiscard]] Error Failure(SourceLocation where) const;
 
+  const int file_;
+  const std::int64_t maximumEntries_;
   std::unique_ptr<Input> input_;
   std::unique_ptr<archive, Close> reader_;
 };

@@ -221,6 +221,19 @@ TEST_F(HostTest, AQueryFindsTextsThatSomeSourceHasSet) {
   }
 }
 
+TEST_F(HostTest, TheProgramsCrashGuardIsTheDefaultOfItsEntries) {
+  Start({.arguments = {"--g_crashGuardDeadline=5", "--g_crashGuard=false"},
+         .modules = ModuleFiles({"alpha"}),
+         .crashGuard = {.enabled = true, .deadline = 7, .reraise = true, .report = "%p.txt"}});
+  std::string guard;
+  for (const auto& entry : host_->ConfigurationEntries())
+    if (entry.name.starts_with("g_crashGuard"))
+      guard += entry.name + ' ' + entry.fallback + ' ' + entry.range + ' ' + entry.value + '\n';
+  EXPECT_EQ(guard,
+            "g_crashGuard true  false\ng_crashGuardDeadline 7 0 to 86400 5\n"
+            "g_crashGuardReraise true  true\ng_crashGuardReport %p.txt  %p.txt\n");
+}
+
 TEST_F(HostTest, KnowsItsDirectories) {
   Start({.modules = ModuleFiles({"alpha"})});
   const std::string program = std::filesystem::read_symlink("/proc/self/exe").parent_path();

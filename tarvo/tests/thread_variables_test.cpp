@@ -118,6 +118,23 @@ TEST(ThreadVariables, SetByADestructorAtTheThreadsEndAreNotLeftBehind) {
   EXPECT_EQ(Variables(tid), "");
 }
 
+// The facts of a crash stand behind the crashed thread's variables, and always find room.
+TEST(ThreadVariables, ACrashAddsItsFacts) {
+  const NameAndValue facts[] = {{"FaultSignal", "SIGSEGV"}, {"FaultCode", "7"}};
+  const auto crash = [&](std::size_t count) {
+    return InThread([&] {
+      for (std::size_t i = 0; i < count; ++i) (void)SetThreadVariable("v" + std::to_string(i), "x");
+      AddCrashVariables(gettid(), facts);
+      return Variables(gettid());
+    });
+  };
+  EXPECT_EQ(crash(0), "FaultSignal=SIGSEGV;FaultCode=7;");
+  EXPECT_EQ(crash(2), "v0=x;v1=x;FaultSignal=SIGSEGV;FaultCode=7;");
+  const std::string full = crash(kMaximumCrashVariables);
+  EXPECT_EQ(std::ranges::count(full, ';'), static_cast<long>(kMaximumCrashVariables));
+  EXPECT_TRUE(full.ends_with(";v509=x;FaultSignal=SIGSEGV;FaultCode=7;")) << full;
+}
+
 TEST(ThreadVariables, AForkedChildKeepsThoseOfItsOnlyThread) {
   std::latch isSet(1);
   std::latch isDone(1);

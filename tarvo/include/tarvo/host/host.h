@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "tarvo/framework.h"
+#include "tarvo/host/crash_guard.h"
 #include "tarvo/registration.h"
 #include "tarvo/result.h"
 
@@ -48,9 +49,12 @@ struct HostOptions {
   /// an interface that is not named here the last loaded one is bound.
   std::vector<std::string> bindings{};
 
-  /// Components that the program itself brings. They count as loaded after the modules'. Their texts
-  /// must outlive the Host.
+  /// Components that the program itself brings. They count as loaded after the modules'. Their
+  /// texts must outlive the Host.
   std::vector<ComponentRecord> components{};
+
+  /// What the crash guard does unless the configuration says otherwise.
+  CrashGuardOptions crashGuard{};
 
   /// The time that modules see and that timed waits for jobs follow; must outlive the Host. Null:
   /// the system's steady clock.

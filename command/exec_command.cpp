@@ -1,0 +1,180 @@
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "command/exec_target.h"
+#include "command/preload/environment.h"
+#include "command/subcommand.h"
+
+namespace tarvo::command {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kFooter =
+    R"(The program runs unchanged in the place of this command: its standard streams,
+signals, terminal and exit status are its own. Programs that it starts are covered
+as well. At a crash a line on standard error names the report, and the process ends
+with status 1; with --g_crashGuardReraise=true by the signal, as without this
+command.
+
+Configuration entries are given in front of "--"; they reach the program as
+environment variables TARVO_g_NAME.
+
+Not covered: static programs and programs with rights of their own (set-user-ID,
+capabilities), into which the loader preloads nothing. One that is named here is an
+error; those that the program starts run without capture.
+
+Exit status: the program's own, or
+  125  the program cannot be covered, or this command failed
+  126  the program was found and cannot be run
+  127  the program was not found
+
+Examples:
+  tarvo exec -- python3 script.py
+  tarvo exec --report '/var/crash/%e-%p_bugreport.txt' -- sh -c 'xz -T4 <in >out'
+)";
+
+constexpr const char* kDefaultReport = "%e-%p_bugreport.txt";
+
+struct ExecOptions {
+  std::string report;
+  std::vector<std::string> words;  ///< the program and its arguments
+};
+
+/// The libraries and modules that belong to this program.
+struct Files {
+  std::string hostLibrary;
+  std::string preload;
+  std::string modules;  ///< ":" between them
+};
+
+int Refuse(const std::string& text, int status = kNotStarted) {
+  std::fprintf(stderr, "tarvo: %s.\n", text.c_str());
+  return status;
+}
+
+/// The folder of the host library and, in it, the preloaded one.
+void FindLibraries(Files& files) {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<const void*>(&TakeConfigurationArguments), &info) == 0) return;
+  std::error_code error;
+  files.hostLibrary = fs::canonical(info.dli_fname, error).string();
+  files.preload = (fs::path(files.hostLibrary).parent_path() / "tarvo_exec.so").string();
+}
+
+/// The modules that were asked for; else the crash handler alone, so that programs load no more
+/// than they need.
+std::string FindModules(const std::vector<std::string>& asked, const std::string& hostLibrary) {
+  std::error_code error;
+  std::string all;
+  for (const std::string& module : asked)
+    all += (all.empty() ? "" : ":") + fs::absolute(module, error).string();
+  if (!all.empty()) return all;
+  const fs::path program = fs::read_symlink("/proc/self/exe", error).parent_path();
+  for (const fs::path& folder : {program.parent_path() / "modules",
+                                 fs::path(hostLibrary).parent_path() / "tarvo" / "modules"})
+    if (fs::exists(folder / "crashhandler.so", error)) return folder / "crashhandler.so";
+  return {};
+}
+
+/// "--g_NAME=VALUE" as a variable of the environment.
+void PassEntry(const std::string& argument) {
+  const std::size_t equals = argument.find('=');
+  const std::string name = "TARVO_" + argument.substr(2, equals - 2);
+  setenv(name.c_str(), equals == std::string::npos ? "" : argument.c_str() + equals + 1, 1);
+}
+
+/// The loader takes blanks and colons for the ends of names.
+bool CanBePreloaded(const std::string& file) {
+  return !file.empty() && file.find_first_of(" :\t\n") == std::string::npos;
+}
+
+/// The report's pattern, absolute, so that programs that are started elsewhere leave their reports
+/// at the same place; empty when the configuration has a place for them.
+std::string ReportPattern(const Context& context, const ExecOptions& options) {
+  const bool hasPlace =
+      std::getenv("TARVO_g_crashReportUrl") != nullptr ||
+      std::ranges::any_of(context.host.arguments, [](const std::string& argument) {
+        return argument.starts_with("--g_crashReportUrl=");
+      });
+  if (options.report.empty() && hasPlace) return {};
+  std::error_code error;
+  return fs::absolute(options.report.empty() ? kDefaultReport : options.report, error).string();
+}
+
+void SetEnvironment(const Context& context, const std::string& report, const Files& files) {
+  for (const std::string& argument : context.host.arguments) PassEntry(argument);
+  setenv(kModulesVariable, files.modules.c_str(), 1);
+  setenv(kReportVariable, report.c_str(), 1);
+  if (!context.host.configFile.empty())
+    setenv(kConfigVariable, fs::absolute(context.host.configFile).c_str(), 1);
+  const char* before = std::getenv("LD_PRELOAD");
+  const std::string others = before == nullptr || *before == '\0' ? "" : std::string(before) + ":";
+  setenv("LD_PRELOAD", (others + files.hostLibrary + ":" + files.preload).c_str(), 1);
+}
+
+/// The program's configuration is tried here once, so that its mistakes are this command's.
+int TryConfiguration(const Context& context, const std::string& report, const Files& files) {
+  HostOptions options = context.host;
+  options.modules = SplitFiles(files.modules);
+  options.crashGuard = {.enabled = true, .report = report};
+  const auto host = Host::Start(options);
+  return host ? kDone : Fail(host.GetError(), kNotStarted);
+}
+
+int Run(const Context& context, const ExecOptions& options) {
+  const std::string& name = options.words.front();
+  const std::string program = FindProgram(name);
+  if (program.empty()) return Refuse("There is no program \"" + name + "\"", kNoSuchProgram);
+  if (const TargetProblem problem = CheckTarget(program); !problem.text.empty())
+    return Refuse(problem.text, problem.status);
+  Files files;
+  FindLibraries(files);
+  if (!CanBePreloaded(files.hostLibrary) || access(files.preload.c_str(), R_OK) != 0)
+    return Refuse("The library \"" + files.preload +
+                  "\" cannot be preloaded: it is not there, or its path has a blank or colon");
+  files.modules = FindModules(context.host.modules, files.hostLibrary);
+  if (files.modules.empty()) return Refuse("There is no module crashhandler.so");
+  const std::string report = ReportPattern(context, options);
+  if (const int status = TryConfiguration(context, report, files); status != kDone) return status;
+  SetEnvironment(context, report, files);
+  std::vector<char*> arguments;
+  for (const std::string& word : options.words)
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  execv(program.c_str(), arguments.data());
+  return Refuse("\"" + program + "\" could not be run: " + std::strerror(errno), kCannotRun);
+}
+
+}  // namespace
+
+void AddExecCommand(CLI::App& program, Context& context) {
+  CLI::App* exec = program.add_subcommand("exec", "Run a program with crash capture");
+  exec->footer(kFooter);
+  auto options = std::make_shared<ExecOptions>();
+  exec->add_option("--report", options->report,
+                   "The report's path; %p stands for the\n"
+                   "process id, %e for the program's name,\n"
+                   "%t for the time of its start. Default:\n" +
+                       std::string(kDefaultReport) + " in the\ncurrent directory")
+      ->type_name("PATTERN");
+  exec->add_option("PROGRAM", options->words, "The program and its arguments, behind \"--\"")
+      ->type_name("[ARGUMENT...]")
+      ->required();
+  exec->callback([&context, options] {
+    context.action = [&context, options] { return Run(context, *options); };
+  });
+}
+
+}  // namespace tarvo::command

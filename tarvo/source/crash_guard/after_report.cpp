@@ -1,0 +1,49 @@
+#include "source/crash_guard/after_report.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "source/crash_guard/fault_facts.h"
+#include "source/crash_guard/guard_state.h"
+#include "source/crash_guard/report_file.h"
+#include "source/crash_guard/text_buffer.h"
+
+namespace tarvo {
+namespace {
+
+void NameReport(int signal, const char* path) {
+  TextBuffer<PATH_MAX + 200> line;
+  line.Append("tarvo: Process ");
+  line.AppendDecimal(getpid());
+  line.Append(" (");
+  line.Append(program_invocation_short_name);
+  line.Append(") crashed with ");
+  line.Append(NameOfSignal(signal));
+  line.Append("; its report is ");
+  line.Append(path);
+  line.Append("\n");
+  if (write(STDERR_FILENO, line.Text(), line.Size()) < 0) return;  // nobody is there to read it
+}
+
+/// Returns only when the kernel refuses.
+void EndBySignal(int signal) {
+  ::signal(signal, SIG_DFL);
+  sigset_t own;
+  sigemptyset(&own);
+  sigaddset(&own, signal);
+  // Sent while it may be blocked, then let through: it is there when the call returns.
+  syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), signal);
+  pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
+}
+
+}  // namespace
+
+void EndCrash(const CrashInfo* crash) {
+  if (const char* path = ReportFilePath(); path[0] != '\0') NameReport(crash->signal, path);
+  if (g_guard.reraise) EndBySignal(crash->signal);
+}
+
+}  // namespace tarvo

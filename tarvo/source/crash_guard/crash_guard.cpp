@@ -1,0 +1,76 @@
+#include "source/crash_guard/crash_guard.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include "source/crash_guard/after_report.h"
+#include "source/crash_guard/default_action.h"
+#include "source/crash_guard/guard_state.h"
+#include "source/crash_guard/terminate.h"
+#include "source/crash_guard/thread_start.h"
+#include "tarvo/crashhandler.h"
+
+namespace tarvo {
+namespace {
+
+constexpr SourceFile kSource{"tarvo/source/crash_guard/crash_guard"};
+
+SignalAction ActionOf(int signal) {
+  SignalAction action{};
+  sigaction(signal, nullptr, &action);
+  return action;
+}
+
+bool IsSame(const SignalAction& left, const SignalAction& right) {
+  return left.sa_sigaction == right.sa_sigaction;
+}
+
+void TakeTheEnd(Framework& framework) {
+  const auto crashHandler = Bind<CrashHandler>(framework);
+  if (!crashHandler || !(*crashHandler)->SetSecondaryCallback(EndCrash))
+    framework.Output().Diagnostic(
+        kSource.Here(),
+        "g_crashGuardReraise has no effect, and reports are not named: no "
+        "module takes a callback for the end of a crash.");
+}
+
+}  // namespace
+
+void CrashGuard::NoteEarlierActions() {
+  for (std::size_t i = 0; i < kGuardedSignals.size(); ++i)
+    g_guard.earlier[i] = ActionOf(kGuardedSignals[i]);
+}
+
+void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
+  const SignalAction installed = ActionOf(SIGSEGV);
+  if (!options.enabled || IsSame(installed, g_guard.earlier[IndexOf(SIGSEGV)])) return;
+  g_guard.capture = installed;
+  g_guard.deadline = options.deadline;
+  g_guard.active.store(true);
+  if (auto guarded = GuardThreadStarts(); !guarded)
+    framework.Output().Diagnostic(kSource.Here(), guarded.GetError().Text().View());
+  RecordUncaughtExceptions();
+  g_guard.reraise = options.reraise;
+  if (options.reraise || !options.report.IsEmpty()) TakeTheEnd(framework);
+  const SignalAction action = GuardingAction();
+  for (const int signal : kGuardedSignals) sigaction(signal, &action, nullptr);
+  started_ = true;
+}
+
+void CrashGuard::Stop() {
+  if (!started_) return;
+  started_ = false;
+  while (IsCrashing()) pause();
+  const SignalAction action = GuardingAction();
+  // Before the actions go: now SIG_DFL means what it says.
+  g_guard.active.store(false);
+  for (const int signal : kGuardedSignals) {
+    const SignalAction& before =
+        signal == SIGABRT ? g_guard.earlier[IndexOf(SIGABRT)] : g_guard.capture;
+    if (IsSame(ActionOf(signal), action)) sigaction(signal, &before, nullptr);
+  }
+  StopRecordingUncaughtExceptions();
+  StopGuardingThreadStarts();
+}
+
+}  // namespace tarvo

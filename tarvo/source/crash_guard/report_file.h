@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "tarvo/result.h"
+
+namespace tarvo {
+
+// A report of its own for each process, also for one that was forked and runs no other program. The
+// capture knows one path for its report, given at the start, when the process id at the crash is
+// not known yet. So that path is the name under which /proc lists a file descriptor, and at the
+// crash the report's file is opened and put there.
+
+/// Prepares the report file of `pattern`, relative to the working directory of now; the system path
+/// to give to the capture. An illegal-argument error for a "%" that is followed by none of p, e, t
+/// and %, and for a path that is too long. Before a crash.
+Result<std::string> PrepareReportFile(std::string_view pattern);
+
+/// Opens the file for this process, if there is a pattern. Where that fails, the capture does not
+/// find its path and writes to standard error. Crashed process.
+void OpenReportFile();
+
+/// The path of the open file; empty when there is none. Crashed process.
+const char* ReportFilePath();
+
+}  // namespace tarvo

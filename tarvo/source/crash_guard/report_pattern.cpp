@@ -1,0 +1,92 @@
+#include <errno.h>
+#include <sys/resource.h>
+#include <time.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "source/crash_guard/report_file.h"
+#include "source/crash_guard/report_template.h"
+#include "tarvo/format.h"
+
+namespace tarvo {
+namespace {
+
+constexpr SourceFile kSource{"tarvo/source/crash_guard/report_pattern"};
+
+/// Programs seldom have so many files open; should one have, its file there is closed at the crash.
+constexpr rlim_t kHighestDescriptor = 1023;
+/// Room for the digits of a process id in the place of its mark.
+constexpr std::size_t kProcessIdRoom = 10;
+
+int HighDescriptor() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == 0) return kHighestDescriptor;
+  return static_cast<int>(std::min(limit.rlim_cur - 1, kHighestDescriptor));
+}
+
+/// The name that the program was called by, as a part of a file's name.
+std::string ProgramName() {
+  std::string name = program_invocation_short_name;
+  std::ranges::replace_if(
+      name, [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == '/'; }, '_');
+  return name.empty() ? "program" : name;
+}
+
+/// "20261121T130940Z"
+std::string StartTime() {
+  const time_t now = time(nullptr);
+  tm parts{};
+  gmtime_r(&now, &parts);
+  char text[32];
+  return {text, strftime(text, sizeof(text), "%Y%m%dT%H%M%SZ", &parts)};
+}
+
+Result<std::string> Expand(std::string_view pattern) {
+  std::string path;
+  for (std::size_t i = 0; i < pattern.size(); ++i) {
+    if (pattern[i] != '%') {
+      path += pattern[i];
+      continue;
+    }
+    const char what = ++i < pattern.size() ? pattern[i] : '\0';
+    if (what == 'p') {
+      path += kProcessIdMark;
+    } else if (what == 'e') {
+      path += ProgramName();
+    } else if (what == 't') {
+      path += StartTime();
+    } else if (what == '%') {
+      path += '%';
+    } else {
+      return Error::IllegalArgument(
+          kSource.Here(),
+          Format("The report path \"@\" has a % that is followed by none of p (process id), e "
+                 "(program name), t (time of the start) and %.",
+                 pattern));
+    }
+  }
+  return path;
+}
+
+}  // namespace
+
+Result<std::string> PrepareReportFile(std::string_view pattern) {
+  const auto expanded = Expand(pattern);
+  if (!expanded) return expanded.GetError();
+  std::error_code error;
+  const std::string path = std::filesystem::absolute(*expanded, error).string();
+  const auto ids = static_cast<std::size_t>(std::ranges::count(path, kProcessIdMark));
+  if (error || path.size() + ids * kProcessIdRoom >= sizeof(g_reportTemplate)) {
+    return Error::IllegalArgument(
+        kSource.Here(), Format("The report path \"@\" cannot be made absolute, or is longer than @ "
+                               "bytes then.",
+                               pattern, sizeof(g_reportTemplate) - 1));
+  }
+  *std::ranges::copy(path, g_reportTemplate).out = '\0';
+  g_reportDescriptor = HighDescriptor();
+  return "/proc/self/fd/" + std::to_string(g_reportDescriptor);
+}
+
+}  // namespace tarvo
