@@ -20,7 +20,7 @@ constexpr std::int64_t kMostTime = 24 * 60 * 60;
 
 std::string g_directory;
 
-/// The XDG base directory specification has relative paths ignored.
+/// By the XDG base directory rules relative paths are ignored.
 std::string UserCacheDirectory() {
   const auto absolute = [](const char* name) {
     const char* value = std::getenv(name);
