@@ -33,11 +33,11 @@ Exit status:
   2  wrong usage, or a module or the configuration is not as it should be
 
 Examples:
-  tarvo config
   tarvo exec -- python3 script.py
-  tarvo run --list
-  tarvo run net.tarvo.execution.crashlogresolve --config resolve.toml
-  tarvo --module build/release/modules/crashhandler.so config
+  tarvo pack --build R15.6-4213 --archives archives bin/scene lib/libscene.so.1
+  tarvo resolve reports --archives archives --cache cache
+  tarvo show reports/crash_bugreport.resolved.json
+  tarvo config --module build/release/modules/crashhandler.so
 )";
 
 void AddSharedOptions(CLI::App& program, Context& context) {
