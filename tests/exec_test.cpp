@@ -229,6 +229,24 @@ TEST_F(Exec, AThreadedCompressorIsCaughtAtWork) {
   EXPECT_GE(reports.begin()->second.threads.size(), 4U);
 }
 
+// It restores the terminal in a handler of its own, sets SIG_DFL and raises the signal again.
+TEST_F(Exec, AnEditorUnderATerminalIsCaughtBehindItsOwnHandler) {
+  if (access("/usr/bin/vim", X_OK) != 0) GTEST_SKIP() << "vim is not installed";
+  ProgramOptions options;
+  options.directory = scratch_.Path();
+  const std::string editor =
+      "(sleep 0.5; kill -SEGV $$) & exec " + BuildDirectory() + "/bin/tarvo exec -- vim -u NONE -N";
+  const ProgramResult result =
+      RunProgram({"/usr/bin/script", "-qec", "exec sh -c '" + editor + "'", "/dev/null"}, options);
+  EXPECT_EQ(result.exitStatus, 1) << result.Describe();
+  EXPECT_NE(result.output.find("Vim: Finished."), std::string::npos) << result.output;
+  const auto reports = Reports();
+  ASSERT_EQ(reports.size(), 1U) << result.output;
+  const ReportThread& thread = reports.begin()->second.threads.at(0);
+  EXPECT_EQ(thread.Name(), "vim");
+  EXPECT_NE(result.output.find(reports.begin()->first), std::string::npos) << result.output;
+}
+
 TEST_F(Exec, WithoutAPlaceTheReportGoesToStandardError) {
   const ProgramResult result =
       Run({"--report", "no/folder/%p_bugreport.txt", "--", "sh", "-c", "kill -SEGV $$"});
