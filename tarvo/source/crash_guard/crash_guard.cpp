@@ -6,6 +6,7 @@
 #include "source/crash_guard/after_report.h"
 #include "source/crash_guard/default_action.h"
 #include "source/crash_guard/guard_state.h"
+#include "source/crash_guard/report_file.h"
 #include "source/crash_guard/terminate.h"
 #include "source/crash_guard/thread_start.h"
 #include "tarvo/crashhandler.h"
@@ -64,9 +65,11 @@ void CrashGuard::Stop() {
   const SignalAction action = GuardingAction();
   // Before the actions go: now SIG_DFL means what it says.
   g_guard.active.store(false);
+  // The capture would empty the file at the report's descriptor, which is the program's now.
+  const bool keepsCapture = !ForgetReportFile();
   for (const int signal : kGuardedSignals) {
-    const SignalAction& before =
-        signal == SIGABRT ? g_guard.earlier[IndexOf(SIGABRT)] : g_guard.capture;
+    const bool isCaptured = keepsCapture && signal != SIGABRT;
+    const SignalAction& before = isCaptured ? g_guard.capture : g_guard.earlier[IndexOf(signal)];
     if (IsSame(ActionOf(signal), action)) sigaction(signal, &before, nullptr);
   }
   StopRecordingUncaughtExceptions();
