@@ -6,6 +6,7 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include "source/crash_guard/after_report.h"
 #include "source/crash_guard/deadline.h"
 #include "source/crash_guard/default_action.h"
 #include "source/crash_guard/fault_facts.h"
@@ -113,6 +114,14 @@ void GuardSignal(int signal, siginfo_t* info, void* context) {
     JoinCrash(self, signal);
   }
   Call(g_guard.capture, signal, info, context);
+}
+
+void GuardHangup(int signal, siginfo_t* info, void* context) {
+  if (IsCrashing()) {
+    Call(g_guard.captureHangup, signal, info, context);
+  } else {
+    EndBySignal(signal);
+  }
 }
 
 }  // namespace tarvo

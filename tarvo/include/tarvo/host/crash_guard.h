@@ -55,6 +55,11 @@ struct CrashGuardOptions {
   /// Entry g_crashGuardReraise.
   bool reraise = false;
 
+  /// Whether SIGHUP ends a process that has no handler for it and does not ignore it, as it would
+  /// without the capture. The capture has a use of its own for the signal, and else makes it
+  /// harmless. Entry g_crashGuardHangup.
+  bool hangup = false;
+
   /// The path of the report's file instead of g_crashReportUrl, made for each process: %p stands
   /// for its id, also that of a forked child, %e for the name that the program was called by, %t
   /// for the time of the start, as in 20261121T130940Z, %% for %. A relative path starts at the
