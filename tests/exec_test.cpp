@@ -84,6 +84,7 @@ TEST_F(Exec, ProgramsRunAsTheyWouldWithoutIt) {
       {"kill -KILL $$", "", "", -1, SIGKILL},
       {"kill -HUP $$; echo not reached", "", "", -1, SIGHUP},
       {"trap '' HUP; sh -c 'kill -HUP $$; echo ignored'", "ignored\n", "", 0, 0},
+      {"trap '' SEGV; sh -c 'kill -SEGV $$; echo ignored'", "ignored\n", "", 0, 0},
       {"trap 'echo caught; exit 3' HUP; kill -HUP $$", "caught\n", "", 3, 0},
       {"trap 'echo caught; exit 3' USR1; kill -USR1 $$", "caught\n", "", 3, 0},
       {"yes | head -n 2 | tr y n", "n\nn\n", "", 0, 0},

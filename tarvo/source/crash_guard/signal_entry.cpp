@@ -46,7 +46,9 @@ void DropPending(int signal) {
 /// when it declined.
 bool HandledEarlier(int signal, siginfo_t* info, void* context) {
   const SignalAction& earlier = g_guard.earlier[IndexOf(signal)];
-  if (!IsFunction(earlier)) return false;
+  // A fault cannot be ignored, and neither can abort; what somebody sends can.
+  if (!IsFunction(earlier))
+    return earlier.sa_handler == SIG_IGN && signal != SIGABRT && info->si_code <= 0;
   const unsigned defaults = DefaultsReplaced();
   sigset_t mask;
   pthread_sigmask(SIG_BLOCK, &earlier.sa_mask, &mask);

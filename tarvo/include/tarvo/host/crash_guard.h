@@ -21,7 +21,8 @@
 ///      calls the action that it replaced, puts that back, or sets SIG_DFL;
 ///   2. an action that was there before Host::Start. It recovers by returning or by siglongjmp. It
 ///      declines by setting SIG_DFL, whether it raises the signal again or not; so does one that
-///      was installed with SA_RESETHAND;
+///      was installed with SA_RESETHAND. Where SIG_IGN was there, signals that somebody sends are
+///      ignored, but for SIGABRT;
 ///   3. the capture.
 /// While a capture runs, 2 is left out. With the guard on, SIG_DFL means 2 and 3 for these signals,
 /// by whoever sets it through `sigaction`, `signal` or its variants. (An action of 1 that was
