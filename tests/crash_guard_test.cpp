@@ -214,6 +214,24 @@ TEST(GuardedStacks, AreThereInEveryThread) {
   EXPECT_EQ(RunSubject("stack-sizes").program.output, "there 65536\nthere 65536\nthere 65536\n");
 }
 
+// Calls do not come through the host library then; what does not depend on that is there.
+TEST(HostBehindTheCLibrary, SaysWhatIsMissing) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer's runtime comes first in any case";
+  ProgramOptions behind;
+  behind.environment = {"LD_PRELOAD=libc.so.6"};
+  const ProgramResult stacks = RunGuarded("/tests/guard_subject", {"stack-sizes"}, behind).program;
+  EXPECT_EQ(stacks.output, "there 65536\nnone 0\nnone 0\n");
+  EXPECT_NE(stacks.errors.find("New threads get no alternate stack: the host library was loaded "
+                               "behind the C library; link the program with it, or preload it."),
+            std::string::npos)
+      << stacks.errors;
+  for (const char* scenario : {"before-default", "before-raise", "after-put-back"}) {
+    const GuardedRun run = RunGuarded("/tests/guard_subject", {scenario}, behind);
+    EXPECT_EQ(run.program.output, "recovered\nrecovered\n") << scenario;
+    EXPECT_EQ(run.report.threads.size(), 1U) << scenario << run.program.Describe();
+  }
+}
+
 // --- the program's own handlers ------------------------------------------------------------------
 
 TEST(OwnHandlers, RecoverAndDecline) {

@@ -82,6 +82,10 @@ TEST_F(Exec, ProgramsRunAsTheyWouldWithoutIt) {
       {"cat /dev/null; echo out; echo err >&2; exit 7", "out\n", "err\n", 7, 0},
       {"kill -TERM $$", "", "", -1, SIGTERM},
       {"kill -KILL $$", "", "", -1, SIGKILL},
+      {"kill -HUP $$; echo not reached", "", "", -1, SIGHUP},
+      {"trap '' HUP; sh -c 'kill -HUP $$; echo ignored'", "ignored\n", "", 0, 0},
+      {"trap '' SEGV; sh -c 'kill -SEGV $$; echo ignored'", "ignored\n", "", 0, 0},
+      {"trap 'echo caught; exit 3' HUP; kill -HUP $$", "caught\n", "", 3, 0},
       {"trap 'echo caught; exit 3' USR1; kill -USR1 $$", "caught\n", "", 3, 0},
       {"yes | head -n 2 | tr y n", "n\nn\n", "", 0, 0},
       {"echo \"$0 $1\"", "sh \n", "", 0, 0},
@@ -227,6 +231,24 @@ TEST_F(Exec, AThreadedCompressorIsCaughtAtWork) {
   const auto reports = Reports();
   ASSERT_EQ(reports.size(), 1U) << result.Describe();
   EXPECT_GE(reports.begin()->second.threads.size(), 4U);
+}
+
+// It restores the terminal in a handler of its own, sets SIG_DFL and raises the signal again.
+TEST_F(Exec, AnEditorUnderATerminalIsCaughtBehindItsOwnHandler) {
+  if (access("/usr/bin/vim", X_OK) != 0) GTEST_SKIP() << "vim is not installed";
+  ProgramOptions options;
+  options.directory = scratch_.Path();
+  const std::string editor =
+      "(sleep 0.5; kill -SEGV $$) & exec " + BuildDirectory() + "/bin/tarvo exec -- vim -u NONE -N";
+  const ProgramResult result =
+      RunProgram({"/usr/bin/script", "-qec", "exec sh -c '" + editor + "'", "/dev/null"}, options);
+  EXPECT_EQ(result.exitStatus, 1) << result.Describe();
+  EXPECT_NE(result.output.find("Vim: Finished."), std::string::npos) << result.output;
+  const auto reports = Reports();
+  ASSERT_EQ(reports.size(), 1U) << result.output;
+  const ReportThread& thread = reports.begin()->second.threads.at(0);
+  EXPECT_EQ(thread.Name(), "vim");
+  EXPECT_NE(result.output.find(reports.begin()->first), std::string::npos) << result.output;
 }
 
 TEST_F(Exec, WithoutAPlaceTheReportGoesToStandardError) {

@@ -110,8 +110,8 @@ int Restored() {
   };
   const auto before = handlers();
   const auto terminate = std::get_terminate();
-  for (int round = 0; round < 2; ++round) {
-    auto host = StartHost();
+  for (const char* report : {"", "%p_bugreport.txt"}) {
+    auto host = StartHost(report);
     std::printf("with the host %d are as before", count(before, handlers()));
     host.reset();
     std::printf(", then %d, terminate %s\n", count(before, handlers()),

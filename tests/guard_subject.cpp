@@ -294,8 +294,9 @@ std::vector<std::string> g_configuration;
 
 }  // namespace
 
-std::unique_ptr<tarvo::Host> StartHost() {
-  auto host = tarvo::Host::Start({.arguments = g_configuration, .crashGuard = {.enabled = true}});
+std::unique_ptr<tarvo::Host> StartHost(const char* report) {
+  auto host = tarvo::Host::Start(
+      {.arguments = g_configuration, .crashGuard = {.enabled = true, .report = report}});
   if (!host) {
     std::fprintf(stderr, "%s\n", host.GetError().Text().ToStdString().c_str());
     std::exit(2);

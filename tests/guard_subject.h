@@ -12,6 +12,6 @@ using Scenarios = std::map<std::string, int (*)()>;
 Scenarios HandlerScenarios();
 
 /// Starts the host with the guard on; ends the program when that fails.
-std::unique_ptr<tarvo::Host> StartHost();
+std::unique_ptr<tarvo::Host> StartHost(const char* report = "");
 
 [[gnu::noinline]] void NullWrite();

@@ -41,7 +41,8 @@ bool HasOwnHost() {
   auto host = tarvo::Host::Start(
       {.modules = modules,
        .configFile = Variable(tarvo::command::kConfigVariable),
-       .crashGuard = {.enabled = true, .report = Variable(tarvo::command::kReportVariable)}});
+       .crashGuard = {
+           .enabled = true, .hangup = true, .report = Variable(tarvo::command::kReportVariable)}});
   if (!host) {
     std::fprintf(stderr, "tarvo: %s runs without crash capture: %s\n",
                  program_invocation_short_name, host.GetError().Text().ToStdString().c_str());

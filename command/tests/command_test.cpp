@@ -286,6 +286,8 @@ TEST_F(CommandTest, BashCompletes) {
       {"tarvo --module M config --g_alphaS", "--g_alphaSwitch="},
       {"tarvo --module M --g_alphaText = run --g_U", "--g_UnitTests_Id="},
       {"tarvo run --l", "--list"},
+      {"tarvo e", "exec"},
+      {"tarvo exec --r", "--report"},
       {"tarvo run --b", "--bind"},
       {"tarvo config --config sett", "settings.toml"},
   };

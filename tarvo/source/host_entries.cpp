@@ -16,6 +16,8 @@ void DeclareCrashGuard(HostEntries& all, const CrashGuardOptions& defaults,
                    "seconds after which the guard ends a capture that does not end; 0: never");
   table.DeclareBool("g_crashGuardReraise", entries.reraise, defaults.reraise, kGeneralCategory,
                     "the guard ends the process by the signal of the crash, not with status 1");
+  table.DeclareBool("g_crashGuardHangup", entries.hangup, defaults.hangup, kGeneralCategory,
+                    "SIGHUP ends the process as without the capture, which makes it harmless");
   table.DeclareString("g_crashGuardReport", entries.report, all.crashGuardReport.c_str(),
                       kGeneralCategory,
                       "the guard's path of the report instead of g_crashReportUrl; %p stands for "

@@ -231,7 +231,8 @@ TEST_F(HostTest, TheProgramsCrashGuardIsTheDefaultOfItsEntries) {
       guard += entry.name + ' ' + entry.fallback + ' ' + entry.range + ' ' + entry.value + '\n';
   EXPECT_EQ(guard,
             "g_crashGuard true  false\ng_crashGuardDeadline 7 0 to 86400 5\n"
-            "g_crashGuardReraise true  true\ng_crashGuardReport %p.txt  %p.txt\n");
+            "g_crashGuardReraise true  true\ng_crashGuardHangup false  false\n"
+            "g_crashGuardReport %p.txt  %p.txt\n");
 }
 
 TEST_F(HostTest, KnowsItsDirectories) {

@@ -28,7 +28,8 @@ void NameReport(int signal, const char* path) {
   if (write(STDERR_FILENO, line.Text(), line.Size()) < 0) return;  // nobody is there to read it
 }
 
-/// Returns only when the kernel refuses.
+}  // namespace
+
 void EndBySignal(int signal) {
   ::signal(signal, SIG_DFL);
   sigset_t own;
@@ -38,8 +39,6 @@ void EndBySignal(int signal) {
   syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), signal);
   pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
 }
-
-}  // namespace
 
 void EndCrash(const CrashInfo* crash) {
   if (const char* path = ReportFilePath(); path[0] != '\0') NameReport(crash->signal, path);

@@ -9,4 +9,8 @@ namespace tarvo {
 /// process.
 void EndCrash(const CrashInfo* crash);
 
+/// Ends the process by `signal`, with its default effect. Returns only when the kernel refuses.
+/// Crashed process.
+void EndBySignal(int signal);
+
 }  // namespace tarvo

@@ -6,6 +6,8 @@
 #include "source/crash_guard/after_report.h"
 #include "source/crash_guard/default_action.h"
 #include "source/crash_guard/guard_state.h"
+#include "source/crash_guard/report_file.h"
+#include "source/crash_guard/signal_entry.h"
 #include "source/crash_guard/terminate.h"
 #include "source/crash_guard/thread_start.h"
 #include "tarvo/crashhandler.h"
@@ -34,11 +36,19 @@ void TakeTheEnd(Framework& framework) {
         "module takes a callback for the end of a crash.");
 }
 
+void GuardHangups() {
+  g_guard.captureHangup = ActionOf(SIGHUP);
+  SignalAction action = g_guard.captureHangup;
+  action.sa_sigaction = GuardHangup;
+  sigaction(SIGHUP, &action, nullptr);
+}
+
 }  // namespace
 
 void CrashGuard::NoteEarlierActions() {
   for (std::size_t i = 0; i < kGuardedSignals.size(); ++i)
     g_guard.earlier[i] = ActionOf(kGuardedSignals[i]);
+  g_guard.earlierHangup = ActionOf(SIGHUP);
 }
 
 void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
@@ -54,6 +64,7 @@ void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
   if (options.reraise || !options.report.IsEmpty()) TakeTheEnd(framework);
   const SignalAction action = GuardingAction();
   for (const int signal : kGuardedSignals) sigaction(signal, &action, nullptr);
+  if (options.hangup && g_guard.earlierHangup.sa_handler == SIG_DFL) GuardHangups();
   started_ = true;
 }
 
@@ -64,11 +75,15 @@ void CrashGuard::Stop() {
   const SignalAction action = GuardingAction();
   // Before the actions go: now SIG_DFL means what it says.
   g_guard.active.store(false);
+  // The capture would empty the file at the report's descriptor, which is the program's now.
+  const bool keepsCapture = !ForgetReportFile();
   for (const int signal : kGuardedSignals) {
-    const SignalAction& before =
-        signal == SIGABRT ? g_guard.earlier[IndexOf(SIGABRT)] : g_guard.capture;
+    const bool isCaptured = keepsCapture && signal != SIGABRT;
+    const SignalAction& before = isCaptured ? g_guard.capture : g_guard.earlier[IndexOf(signal)];
     if (IsSame(ActionOf(signal), action)) sigaction(signal, &before, nullptr);
   }
+  if (ActionOf(SIGHUP).sa_sigaction == GuardHangup)
+    sigaction(SIGHUP, &g_guard.captureHangup, nullptr);
   StopRecordingUncaughtExceptions();
   StopGuardingThreadStarts();
 }

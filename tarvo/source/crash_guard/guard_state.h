@@ -41,8 +41,10 @@ inline constexpr std::array kGuardedSignals = {SIGSEGV, SIGILL, SIGBUS, SIGSYS,
 struct GuardState {
   /// The actions that were there before the modules were initialised, as in kGuardedSignals.
   std::array<SignalAction, kGuardedSignals.size()> earlier;
-  /// The capture's action.
+  SignalAction earlierHangup;
+  /// The capture's action, and its one of SIGHUP.
   SignalAction capture;
+  SignalAction captureHangup;
   std::int64_t deadline;
   bool reraise;
   /// Whether the guard is on. A program's handler may hold the guard's action and call it later.

@@ -17,6 +17,9 @@ namespace tarvo {
 /// and %, and for a path that is too long. Before a crash.
 Result<std::string> PrepareReportFile(std::string_view pattern);
 
+/// Ends what PrepareReportFile began; whether it had. Before a crash.
+bool ForgetReportFile();
+
 /// Opens the file for this process, if there is a pattern. Where that fails, the capture does not
 /// find its path and writes to standard error. Crashed process.
 void OpenReportFile();

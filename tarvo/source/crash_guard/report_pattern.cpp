@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "source/crash_guard/report_file.h"
 #include "source/crash_guard/report_template.h"
@@ -88,5 +89,7 @@ Result<std::string> PrepareReportFile(std::string_view pattern) {
   g_reportDescriptor = HighDescriptor();
   return "/proc/self/fd/" + std::to_string(g_reportDescriptor);
 }
+
+bool ForgetReportFile() { return std::exchange(g_reportDescriptor, -1) >= 0; }
 
 }  // namespace tarvo

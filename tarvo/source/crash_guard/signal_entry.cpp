@@ -6,6 +6,7 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include "source/crash_guard/after_report.h"
 #include "source/crash_guard/deadline.h"
 #include "source/crash_guard/default_action.h"
 #include "source/crash_guard/fault_facts.h"
@@ -45,7 +46,9 @@ void DropPending(int signal) {
 /// when it declined.
 bool HandledEarlier(int signal, siginfo_t* info, void* context) {
   const SignalAction& earlier = g_guard.earlier[IndexOf(signal)];
-  if (!IsFunction(earlier)) return false;
+  // A fault cannot be ignored, and neither can abort; what somebody sends can.
+  if (!IsFunction(earlier))
+    return earlier.sa_handler == SIG_IGN && signal != SIGABRT && info->si_code <= 0;
   const unsigned defaults = DefaultsReplaced();
   sigset_t mask;
   pthread_sigmask(SIG_BLOCK, &earlier.sa_mask, &mask);
@@ -113,6 +116,14 @@ void GuardSignal(int signal, siginfo_t* info, void* context) {
     JoinCrash(self, signal);
   }
   Call(g_guard.capture, signal, info, context);
+}
+
+void GuardHangup(int signal, siginfo_t* info, void* context) {
+  if (IsCrashing()) {
+    Call(g_guard.captureHangup, signal, info, context);
+  } else {
+    EndBySignal(signal);
+  }
 }
 
 }  // namespace tarvo

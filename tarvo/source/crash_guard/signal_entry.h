@@ -9,4 +9,8 @@ namespace tarvo {
 /// and its deadline here. Crashed process.
 void GuardSignal(int signal, siginfo_t* info, void* context);
 
+/// The guard's action of SIGHUP where that is to end the process: does so, or calls the capture's
+/// while a crash is captured. Any thread.
+void GuardHangup(int signal, siginfo_t* info, void* context);
+
 }  // namespace tarvo

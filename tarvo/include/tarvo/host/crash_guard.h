@@ -21,7 +21,8 @@
 ///      calls the action that it replaced, puts that back, or sets SIG_DFL;
 ///   2. an action that was there before Host::Start. It recovers by returning or by siglongjmp. It
 ///      declines by setting SIG_DFL, whether it raises the signal again or not; so does one that
-///      was installed with SA_RESETHAND;
+///      was installed with SA_RESETHAND. Where SIG_IGN was there, signals that somebody sends are
+///      ignored, but for SIGABRT;
 ///   3. the capture.
 /// While a capture runs, 2 is left out. With the guard on, SIG_DFL means 2 and 3 for these signals,
 /// by whoever sets it through `sigaction`, `signal` or its variants. (An action of 1 that was
@@ -54,6 +55,11 @@ struct CrashGuardOptions {
   /// 1, so that core dumps and supervisors see it. Takes the crash handler's secondary callback.
   /// Entry g_crashGuardReraise.
   bool reraise = false;
+
+  /// Whether SIGHUP ends a process that has no handler for it and does not ignore it, as it would
+  /// without the capture. The capture has a use of its own for the signal, and else makes it
+  /// harmless. Entry g_crashGuardHangup.
+  bool hangup = false;
 
   /// The path of the report's file instead of g_crashReportUrl, made for each process: %p stands
   /// for its id, also that of a forked child, %e for the name that the program was called by, %t
