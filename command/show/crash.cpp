@@ -7,6 +7,8 @@ namespace tarvo::command {
 namespace {
 
 constexpr std::string_view kHandlerModule = "crashhandler.so";
+/// The crash guard's part of the way, where the compiler has left it a frame.
+constexpr std::string_view kHostLibrary = "libtarvo.so";
 
 /// A number as reports write it: "0x…" or decimal.
 std::optional<std::uint64_t> ToNumber(std::string_view text) {
@@ -34,7 +36,9 @@ std::size_t CrashedFrame(const DocumentThread& thread) {
   const auto& frames = thread.frames;
   const auto first = std::ranges::find_if(frames, IsOfHandler);
   if (first == frames.end()) return 0;
-  const auto behind = std::find_if_not(first, frames.end(), IsOfHandler);
+  const auto behind = std::find_if(first, frames.end(), [](const DocumentFrame& frame) {
+    return !IsOfHandler(frame) && !frame.module.starts_with(kHostLibrary);
+  });
   const auto index = static_cast<std::size_t>(behind - frames.begin());
   return index + (behind != frames.end() && IsTrampoline(*behind) ? 1 : 0);
 }
