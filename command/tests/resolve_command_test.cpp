@@ -79,7 +79,9 @@ Texts ResolvedFrames(const fs::path& document) {
 /// What the address sanitizer would handle itself is the crash handler's.
 const Texts kCrashingEnvironment = {
     "ASAN_OPTIONS=handle_segv=0:handle_sigbus=0:handle_sigill=0:handle_sigfpe=0:"
-    "handle_sigtrap=0:handle_abort=0"};
+    "handle_sigtrap=0:handle_abort=0",
+    // Its dlopen does not know the demo's own path for libraries.
+    "LD_LIBRARY_PATH=" + fs::path(SCENE_LIBRARY).parent_path().string()};
 
 struct CrashLine {
   const char* kind;
