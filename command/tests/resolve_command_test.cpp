@@ -122,7 +122,7 @@ TEST_F(ResolveCommandTest, EveryKindOfCrashResolvesToItsLine) {
       {"stack-overflow", "CrashStackOverflow", "CrashStackOverflow(depth + 1)"},
       {"abort", "CrashAbort", "Call(std::abort)"},
       {"uncaught-exception", "CrashUncaught", "throw std::out_of_range"},
-      {"heap-corruption", "CrashHeapCorruption", "std::free(next)"},
+      {"heap-corruption", "CrashHeapCorruption", "std::free(block)"},
   };
   fs::create_directories(folder_ / "reports");
   for (const CrashLine& crash : crashes) {

@@ -152,14 +152,14 @@ void CrashAbort() { Call(std::abort); }
 void CrashUncaught() { throw std::out_of_range("tile 2204 of 318"); }
 
 void CrashHeapCorruption() {
-  constexpr std::size_t kSize = 2000;
-  char* block = static_cast<char*>(std::malloc(kSize));
-  void* volatile next = std::malloc(kSize);
-  // The size of the next block, in front of it.
-  char* end = block + kSize + 8;
-  asm volatile("" : "+r"(end));
-  for (int i = 0; i < 8; ++i) end[i] = 'x';
-  std::free(next);
+  // The allocator keeps a block's size in front of it. Damage to a neighbour would be found out
+  // there too, but what the neighbours are is for the allocator to say.
+  char* block = static_cast<char*>(std::malloc(2000));
+  char* front = block - sizeof(std::size_t);
+  asm volatile("" : "+r"(front));
+  for (std::size_t i = 0; i < sizeof(std::size_t); ++i) front[i] = 'x';
+  asm volatile("" : : : "memory");
+  std::free(block);
 }
 
 void CrashAfterRecovery() {
@@ -200,7 +200,7 @@ constexpr Fault kFaults[] = {
      "CrashStackOverflow"},
     {"abort", "call abort", CrashAbort, "CrashAbort"},
     {"uncaught-exception", "throw where nobody catches", CrashUncaught, "CrashUncaught"},
-    {"heap-corruption", "write behind a block; free finds out", CrashHeapCorruption,
+    {"heap-corruption", "write in front of a block; free finds out", CrashHeapCorruption,
      "CrashHeapCorruption"},
     {"stuck-thread", "null-write while a thread cannot be interrupted", CrashNullWrite,
      "CrashNullWrite"},
