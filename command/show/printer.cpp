@@ -119,10 +119,11 @@ class Printer {
     for (const auto& [key, value] : pairs) PrintPair(Plain(key), width, Plain(value));
   }
 
-  /// The name stands in the title already.
+  /// The name stands in the title already; the registers at the fault are shown when all are.
   void PrintVariables(TextPairs variables) {
     std::erase_if(variables, [&](const TextPairs::value_type& variable) {
-      return variable.first == "ThreadName" || (variable.second.empty() && !options_.showsAll);
+      const bool isMinor = variable.second.empty() || variable.first.starts_with("Fault_");
+      return variable.first == "ThreadName" || (isMinor && !options_.showsAll);
     });
     PrintPairs(variables);
   }
