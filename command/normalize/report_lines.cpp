@@ -92,7 +92,7 @@ class Reader {
 
   LineKind ReadModule(std::string_view content) noexcept {
     if (content.starts_with('}')) return Leave(true, Block::Modules);
-    return content == "{" ? LineKind::ModuleOpen : LineKind::ModuleValue;
+    return content == "{" ? LineKind::Other : LineKind::ModuleValue;
   }
 
   Block block_ = Block::Body;

@@ -16,7 +16,6 @@ enum class LineKind {
   Variable,     ///< "NAME = VALUE" of a thread
   Module,       ///< opens a module's entry, "ModuleName = …"
   ModuleValue,  ///< "KEY = VALUE" of a module's entry
-  ModuleOpen,   ///< the "{" behind a Module line
 };
 
 struct ReportLine {

@@ -30,8 +30,9 @@ class Collector {
         return AddDirectory(path);
       case FileKind::Nothing:
         return Fail(path, "There is no such file or directory.");
+      case FileKind::Other:  // a pipe would be waited for
+        return Fail(path, "It is neither a file nor a directory.");
       case FileKind::File:
-      case FileKind::Other:
         return AddFile(path);
     }
   }
@@ -95,13 +96,13 @@ class Collector {
 Builds BuildsIn(std::string_view report) {
   constexpr std::string_view kKey = "Build";
   Builds builds;
-  for (std::size_t at = report.find(kKey); at != std::string_view::npos;
-       at = report.find(kKey, at + kKey.size())) {
-    const std::size_t start = report.rfind('\n', at) + 1;
-    const auto line = SplitKeyValue(report.substr(start, report.find('\n', at) - start));
-    if (!line || line->key != kKey || line->value.empty()) continue;
-    if (std::ranges::find(builds, line->value) == builds.end()) builds.emplace_back(line->value);
-    if (builds.size() == kMaximumBuilds) break;
+  while (!report.empty() && builds.size() < kMaximumBuilds) {
+    const std::string_view line = report.substr(0, report.find('\n'));
+    report.remove_prefix(std::min(report.size(), line.size() + 1));
+    if (!Content(line).starts_with(kKey)) continue;
+    const auto entry = SplitKeyValue(line);
+    if (!entry || entry->key != kKey || entry->value.empty()) continue;
+    if (std::ranges::find(builds, entry->value) == builds.end()) builds.emplace_back(entry->value);
   }
   return builds;
 }
@@ -117,8 +118,9 @@ ReportList ListReports(FileService& files, const std::vector<std::string>& paths
       collector.failures.push_back({file, text.GetError().Text()});
       continue;
     }
-    std::shared_ptr<const Builds>& builds = known[BuildsIn(*text)];
-    if (builds == nullptr) builds = std::make_shared<const Builds>(BuildsIn(*text));
+    const Builds named = BuildsIn(*text);
+    std::shared_ptr<const Builds>& builds = known[named];
+    if (builds == nullptr) builds = std::make_shared<const Builds>(named);
     list.reports.push_back({std::move(file), builds, IsOwnReport(*text)});
   }
   list.failures = std::move(collector.failures);

@@ -31,9 +31,9 @@ struct ReportList {
 
 /// The reports that `paths` name: files as they are; of directories, and of those below, the files
 /// whose names end in "_bugreport.txt" in any case of the letters. Hidden entries, and links to
-/// directories, are passed over. Sorted by name, each once. A path that names nothing, a directory
-/// that cannot be listed, a report that cannot be read, and a second report with the same name for
-/// its outcome are failures.
+/// directories, are passed over. Sorted by name, each once. A path that names nothing, or neither a
+/// file nor a directory, a directory that cannot be listed, a report that cannot be read, and a
+/// second report with the same name for its outcome are failures.
 ///
 /// Of the reports' texts only the builds are kept.
 [[nodiscard]] ReportList ListReports(FileService& files, const std::vector<std::string>& paths);

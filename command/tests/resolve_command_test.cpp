@@ -228,10 +228,10 @@ TEST_F(ResolveOriginsTest, SaysWhatWasDoneAndWhatIsMissing) {
   Write("reports/bad_bugreport.txt", "Some other report {}");
   Write("reports/macos_bugreport.log", "TARVO_Crash_Report {}");
   const auto end = Resolve({"reports", "reports/macos_bugreport.txt", "reports/macos_bugreport.log",
-                            "missing", "--jobs", "2", "--summary", "summary.json"});
+                            "missing", "/dev/null", "--jobs", "2", "--summary", "summary.json"});
   EXPECT_EQ(end.status, 1);
   EXPECT_EQ(end.errors, "");
-  EXPECT_EQ(WithoutCalls(end.output), R"(Reports: 5 read, 4 resolved, 3 failed
+  EXPECT_EQ(WithoutCalls(end.output), R"(Reports: 5 read, 4 resolved, 4 failed
 Frames:  12, 1 resolved (8.3 %)
           3  no module or no address in the report
           4  module not listed in the report
@@ -247,6 +247,7 @@ What would help most, in frames:
           1  build of my plug-in 2.dll
           1  debug information of crashdemo, build R15.6-4213
 Failed:
+  /dev/null: It is neither a file nor a directory.
   missing: There is no such file or directory.
   reports/bad_bugreport.txt: Wrong type of report: Some
   reports/macos_bugreport.txt: Its outcome would have the same name as that of reports/macos_bugreport.log.
@@ -255,7 +256,7 @@ Failed:
   "Reports": {
     "Read": 5,
     "Resolved": 4,
-    "Failed": 3,
+    "Failed": 4,
     "UpToDate": 0,
     "NotComeTo": 0
   },
@@ -319,6 +320,10 @@ Failed:
     }
   ],
   "Failures": [
+    {
+      "Report": "/dev/null",
+      "Error": "It is neither a file nor a directory."
+    },
     {
       "Report": "missing",
       "Error": "There is no such file or directory."
