@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "crashlog/crash_log_writer.h"
-#include "crashlog/report_reader.h"
+#include "crashlog/reading/report_reader.h"
+#include "crashlog/writing/crash_log_writer.h"
 #include "report_generator.h"
 
 namespace tarvo::bench {

@@ -17,10 +17,10 @@
 #include <string>
 
 #include "connection.h"
-#include "crashlog/configuration.h"
+#include "crashlog/base/configuration.h"
 #include "crashlog/crash_log.h"
-#include "crashlog/crash_log_writer.h"
-#include "crashlog/report_reader.h"
+#include "crashlog/reading/report_reader.h"
+#include "crashlog/writing/crash_log_writer.h"
 #include "tarvo/format.h"
 #include "tarvo/host/host.h"
 

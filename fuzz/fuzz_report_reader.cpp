@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "crashlog/crash_log_writer.h"
-#include "crashlog/report_reader.h"
+#include "crashlog/reading/report_reader.h"
+#include "crashlog/writing/crash_log_writer.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "crashlog/report_reader.h"
+#include "crashlog/reading/report_reader.h"
 #include "program.h"
 #include "report_layout.h"
 #include "tarvo/data_dictionary.h"

@@ -1,4 +1,4 @@
-#include "source/configuration_value.h"
+#include "configuration/configuration_value.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "source/debugger_detection.h"
+#include "services/debugger_detection.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "source/directory_once.h"
+#include "files/directory_once.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "source/file_service.h"
+#include "files/file_service.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 #include <string>
 #include <thread>
 
-#include "source/file_reading.h"
+#include "files/file_reading.h"
 #include "temporary_directory.h"
 
 namespace tarvo {

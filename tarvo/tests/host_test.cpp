@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "host/module_files.h"
 #include "modules/test_service.h"
-#include "source/module_files.h"
 #include "tarvo/symbolification.h"
 #include "temporary_directory.h"
 

@@ -1,4 +1,4 @@
-#include "source/job_queue.h"
+#include "services/job_queue.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "source/clock.h"
+#include "services/clock.h"
 
 namespace tarvo {
 namespace {

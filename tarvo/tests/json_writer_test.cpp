@@ -1,4 +1,4 @@
-#include "source/json_writer.h"
+#include "json/json_writer.h"
 
 #include <gtest/gtest.h>
 #include <rapidjson/reader.h>

@@ -1,4 +1,4 @@
-#include "source/observable.h"
+#include "services/observable.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "source/output.h"
+#include "services/output.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "source/crash_services.h"
+#include "crash_path/crash_services.h"
 
 namespace tarvo {
 namespace {

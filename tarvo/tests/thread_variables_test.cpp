@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "source/crash_services.h"
+#include "crash_path/crash_services.h"
 
 namespace tarvo {
 namespace {

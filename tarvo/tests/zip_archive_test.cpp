@@ -1,4 +1,4 @@
-#include "source/zip_archive.h"
+#include "archive/zip_archive.h"
 
 #include <archive.h>
 #include <archive_entry.h>

@@ -4,9 +4,10 @@
 #include <utility>
 
 #include "connection.h"
-#include "crashlog/report_reader.h"
-#include "crashlog/source.h"
-#include "crashlog/symbol_cache.h"
+#include "crashlog/base/source.h"
+#include "crashlog/reading/report_reader.h"
+#include "crashlog/resolving/frame_resolver.h"
+#include "crashlog/symbols/symbol_cache.h"
 
 namespace tarvo::crashhandler {
 
@@ -18,6 +19,10 @@ Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
   } catch (const std::bad_alloc&) {
     return Error::OutOfMemory(kSource.Here());
   }
+}
+
+Result<void> CrashLog::Resolve(const Url& archiveDirectory, const Url& temporaryDirectory) {
+  return ResolveFrames(data_, archiveDirectory, temporaryDirectory);
 }
 
 Result<Url> CrashLog::GetSymbolFile(const String& moduleName, const String& build,

@@ -20,12 +20,7 @@ class CrashLog {
   /// What ParseBugReport has read.
   explicit CrashLog(DataDictionary data) : data_(std::move(data)) {}
 
-  /// Writes the function, source file and line of every frame that can be resolved into the frame,
-  /// by the framework's symbolification interface. A frame that cannot be resolved stays as it is;
-  /// it is no error, and the console tells why (see resolve_messages.h). The error is that there is
-  /// no symbolification.
-  ///
-  /// May unpack archives and then takes minutes. Any thread; several crash logs at once.
+  /// Resolves every frame that can be (see ResolveFrames, and there for errors and threads).
   Result<void> Resolve(const Url& archiveDirectory, const Url& temporaryDirectory);
 
   [[nodiscard]] const DataDictionary& Data() const noexcept { return data_; }

@@ -5,7 +5,7 @@
 
 #include "connection.h"
 #include "crashlog/crash_log.h"
-#include "crashlog/crash_log_writer.h"
+#include "crashlog/writing/crash_log_writer.h"
 #include "main/configuration.h"
 #include "main/main.h"
 #include "tarvo/format.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "crashlog/report_reader.h"
+#include "crashlog/reading/report_reader.h"
 #include "tarvo/format.h"
 
 namespace tarvo::crashhandler {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "crashlog/report_reader.h"
+#include "crashlog/reading/report_reader.h"
 #include "tarvo/format.h"
 #include "tree_text.h"
 

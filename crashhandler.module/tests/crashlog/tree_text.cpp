@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "source/json_writer.h"
+#include "json/json_writer.h"
 
 namespace tarvo::crashhandler {
 

@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "connection.h"
+#include "crashlog/base/property_names.h"
 #include "crashlog/crash_log.h"
-#include "crashlog/crash_log_writer.h"
-#include "crashlog/property_names.h"
-#include "crashlog/report_reader.h"
-#include "source/clock.h"
-#include "source/host_framework.h"
+#include "crashlog/reading/report_reader.h"
+#include "crashlog/writing/crash_log_writer.h"
+#include "host/host_framework.h"
+#include "services/clock.h"
 #include "tree_text.h"
 
 tarvo::Connection g_tarvo;

@@ -1,8 +1,8 @@
 // Whole crash logs, from the text of a report to the frames and the lines on the console.
 
+#include "crashlog/base/property_names.h"
 #include "crashlog/crash_log.h"
-#include "crashlog/property_names.h"
-#include "crashlog/report_reader.h"
+#include "crashlog/reading/report_reader.h"
 #include "resolve_fixture.h"
 
 namespace tarvo::crashhandler {

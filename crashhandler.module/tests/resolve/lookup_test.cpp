@@ -3,11 +3,11 @@
 #include <cmath>
 #include <limits>
 
-#include "crashlog/application_info.h"
+#include "crashlog/base/property_names.h"
 #include "crashlog/crash_log.h"
-#include "crashlog/property_names.h"
-#include "crashlog/symbol_archive_search.h"
-#include "crashlog/symbol_cache.h"
+#include "crashlog/resolving/application_info.h"
+#include "crashlog/symbols/symbol_archive_search.h"
+#include "crashlog/symbols/symbol_cache.h"
 #include "resolve_fixture.h"
 
 tarvo::Connection g_tarvo;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "connection.h"
-#include "crashlog/configuration.h"
+#include "crashlog/base/configuration.h"
 #include "temporary_directory.h"
 #include "test_framework.h"
 #include "zip_builder.h"

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/host_framework.h"
 #include "recording_symbolification.h"
-#include "source/host_framework.h"
 #include "tarvo/resolve_observer.h"
 
 namespace tarvo::crashhandler {

@@ -8,9 +8,9 @@
 #include <utility>
 #include <variant>
 
-#include "tarvo/key_index.h"
+#include "tarvo/internal/key_index.h"
+#include "tarvo/internal/shared_items.h"
 #include "tarvo/result.h"
-#include "tarvo/shared_items.h"
 #include "tarvo/string.h"
 #include "tarvo/url.h"
 

@@ -66,4 +66,4 @@ class [[nodiscard]] Result<void> {
 
 }  // namespace tarvo
 
-#include "tarvo/url_conversion.h"  // IWYU pragma: export
+#include "tarvo/internal/url_conversion.h"  // IWYU pragma: export

@@ -1,4 +1,4 @@
-#include "source/crash_guard/after_report.h"
+#include "crash_guard/after_report.h"
 
 #include <errno.h>
 #include <limits.h>
@@ -6,10 +6,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "source/crash_guard/fault_facts.h"
-#include "source/crash_guard/guard_state.h"
-#include "source/crash_guard/report_file.h"
-#include "source/crash_guard/text_buffer.h"
+#include "crash_guard/fault_facts.h"
+#include "crash_guard/guard_state.h"
+#include "crash_guard/report_file.h"
+#include "crash_guard/text_buffer.h"
 
 namespace tarvo {
 namespace {

@@ -1,4 +1,4 @@
-#include "source/crash_guard/alternate_stack.h"
+#include "crash_guard/alternate_stack.h"
 
 #include <pthread.h>
 #include <signal.h>

@@ -1,15 +1,15 @@
-#include "source/crash_guard/crash_guard.h"
+#include "crash_guard/crash_guard.h"
 
 #include <signal.h>
 #include <unistd.h>
 
-#include "source/crash_guard/after_report.h"
-#include "source/crash_guard/default_action.h"
-#include "source/crash_guard/guard_state.h"
-#include "source/crash_guard/report_file.h"
-#include "source/crash_guard/signal_entry.h"
-#include "source/crash_guard/terminate.h"
-#include "source/crash_guard/thread_start.h"
+#include "crash_guard/after_report.h"
+#include "crash_guard/default_action.h"
+#include "crash_guard/guard_state.h"
+#include "crash_guard/report_file.h"
+#include "crash_guard/signal_entry.h"
+#include "crash_guard/terminate.h"
+#include "crash_guard/thread_start.h"
 #include "tarvo/crashhandler.h"
 
 namespace tarvo {

@@ -1,4 +1,4 @@
-#include "source/crash_guard/deadline.h"
+#include "crash_guard/deadline.h"
 
 #include <poll.h>
 #include <stdio.h>
@@ -8,10 +8,10 @@
 
 #include <atomic>
 
-#include "source/crash_guard/guard_state.h"
-#include "source/crash_guard/signal_entry.h"
-#include "source/crash_guard/stuck_threads.h"
-#include "source/crash_guard/text_buffer.h"
+#include "crash_guard/guard_state.h"
+#include "crash_guard/signal_entry.h"
+#include "crash_guard/stuck_threads.h"
+#include "crash_guard/text_buffer.h"
 #include "tarvo/host/crash_guard.h"
 
 namespace tarvo {

@@ -1,10 +1,10 @@
-#include "source/crash_guard/default_action.h"
+#include "crash_guard/default_action.h"
 
 #include <dlfcn.h>
 
 #include <array>
 
-#include "source/crash_guard/signal_entry.h"
+#include "crash_guard/signal_entry.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "source/crash_guard/guard_state.h"
+#include "crash_guard/guard_state.h"
 
 namespace tarvo {
 

@@ -1,12 +1,12 @@
-#include "source/crash_guard/fault_facts.h"
+#include "crash_guard/fault_facts.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-#include "source/crash_guard/guard_state.h"
-#include "source/crash_guard/text_buffer.h"
-#include "source/crash_services.h"
+#include "crash_guard/guard_state.h"
+#include "crash_guard/text_buffer.h"
+#include "crash_path/crash_services.h"
 
 namespace tarvo {
 namespace {

@@ -1,4 +1,4 @@
-#include "source/crash_guard/guard_state.h"
+#include "crash_guard/guard_state.h"
 
 #include <unistd.h>
 

@@ -1,10 +1,10 @@
-#include "source/crash_guard/report_file.h"
+#include "crash_guard/report_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "source/crash_guard/report_template.h"
-#include "source/crash_guard/text_buffer.h"
+#include "crash_guard/report_template.h"
+#include "crash_guard/text_buffer.h"
 
 namespace tarvo {
 

@@ -7,8 +7,8 @@
 #include <system_error>
 #include <utility>
 
-#include "source/crash_guard/report_file.h"
-#include "source/crash_guard/report_template.h"
+#include "crash_guard/report_file.h"
+#include "crash_guard/report_template.h"
 #include "tarvo/format.h"
 
 namespace tarvo {

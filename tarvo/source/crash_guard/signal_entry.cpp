@@ -1,4 +1,4 @@
-#include "source/crash_guard/signal_entry.h"
+#include "crash_guard/signal_entry.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -6,13 +6,13 @@
 #include <ucontext.h>
 #include <unistd.h>
 
-#include "source/crash_guard/after_report.h"
-#include "source/crash_guard/deadline.h"
-#include "source/crash_guard/default_action.h"
-#include "source/crash_guard/fault_facts.h"
-#include "source/crash_guard/guard_state.h"
-#include "source/crash_guard/report_file.h"
-#include "source/crash_guard/stuck_threads.h"
+#include "crash_guard/after_report.h"
+#include "crash_guard/deadline.h"
+#include "crash_guard/default_action.h"
+#include "crash_guard/fault_facts.h"
+#include "crash_guard/guard_state.h"
+#include "crash_guard/report_file.h"
+#include "crash_guard/stuck_threads.h"
 
 namespace tarvo {
 namespace {

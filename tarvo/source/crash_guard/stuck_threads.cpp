@@ -1,4 +1,4 @@
-#include "source/crash_guard/stuck_threads.h"
+#include "crash_guard/stuck_threads.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -16,8 +16,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "source/crash_guard/signal_entry.h"
-#include "source/crash_guard/text_buffer.h"
+#include "crash_guard/signal_entry.h"
+#include "crash_guard/text_buffer.h"
 
 namespace tarvo {
 namespace {

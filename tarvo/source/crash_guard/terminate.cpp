@@ -1,4 +1,4 @@
-#include "source/crash_guard/terminate.h"
+#include "crash_guard/terminate.h"
 
 #include <cxxabi.h>
 

@@ -1,4 +1,4 @@
-#include "source/crash_guard/thread_start.h"
+#include "crash_guard/thread_start.h"
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -6,7 +6,7 @@
 
 #include <atomic>
 
-#include "source/crash_guard/alternate_stack.h"
+#include "crash_guard/alternate_stack.h"
 
 namespace {
 

@@ -1,0 +1,16 @@
+#include "crashlog/reading/block.h"
+#include "crashlog/reading/section_parsers.h"
+
+namespace tarvo::crashhandler {
+
+Result<DataArray> ParseCriticalLog(Tokenizer& tokens) {
+  DataArray lines;
+  Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
+    lines.Append(tokens.Share(tokens.LineFromToken()));
+    return {};
+  });
+  if (!result) return result.GetError();
+  return lines;
+}
+
+}  // namespace tarvo::crashhandler

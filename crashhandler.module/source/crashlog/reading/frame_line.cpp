@@ -1,0 +1,121 @@
+#include "crashlog/reading/frame_line.h"
+
+#include <cstdint>
+#include <optional>
+
+#include "crashlog/base/property_names.h"
+#include "crashlog/base/text.h"
+#include "crashlog/reading/numbers.h"
+
+namespace tarvo::crashhandler {
+namespace {
+
+constexpr std::string_view kStackPointer = " (SP: 0x";
+constexpr std::string_view kProgramCounter = " PC: 0x";
+
+/// The parts of a frame line in front of " (SP: 0x". Empty stands for "none".
+struct ModuleAndFunction {
+  std::string_view module;
+  std::string_view function;
+};
+
+constexpr std::string_view Behind(std::string_view text, std::size_t position) noexcept {
+  return position < text.size() ? text.substr(position + 1) : std::string_view{};
+}
+
+constexpr bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+
+/// Where a module's name ends that no ":" ends.
+std::size_t EndOfNameBeforeNumber(std::string_view head) noexcept {
+  for (std::size_t at = 1; at + 1 < head.size(); ++at)
+    if (IsBlank(head[at]) && IsDigit(head[at + 1])) return at;
+  return head.size();
+}
+
+ModuleAndFunction SplitNamed(std::string_view head, bool hasStackPointer) noexcept {
+  const std::size_t colon = head.find(':');
+  if (colon != std::string_view::npos) return {head.substr(0, colon), Behind(head, colon)};
+  const std::size_t end = hasStackPointer ? EndOfNameBeforeNumber(head) : head.size();
+  return {head.substr(0, end), Behind(head, end)};
+}
+
+/// Whether a module's name may start so: like an identifier, with "?", or outside of ASCII.
+constexpr bool StartsName(char c) noexcept {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '?' ||
+         (c & 0x80) != 0;
+}
+
+/// `rest` is what follows the number. A ":" without a blank behind it is a part of a function's
+/// name ("std::sort"), and ends no module's.
+ModuleAndFunction SplitNumbered(std::string_view rest) noexcept {
+  rest = SkipBlanks(rest);
+  const std::size_t colon = rest.find(':');
+  if (colon == 0) return {{}, Behind(rest, colon)};
+  const bool endsName = colon != std::string_view::npos && colon + 1 < rest.size() &&
+                        IsBlank(rest[colon + 1]) && StartsName(rest.front());
+  if (!endsName) return {{}, rest};
+  return {rest.substr(0, colon), Behind(rest, colon)};
+}
+
+/// Whether the number at the start is more than the beginning of a name ("7z.dll").
+constexpr bool IsWholeWord(std::string_view head, std::size_t size) noexcept {
+  return head.size() == size || IsBlank(head[size]) || head[size] == ':';
+}
+
+ModuleAndFunction SplitHead(TokenKind first, std::size_t firstSize, std::string_view head,
+                            bool hasStackPointer) noexcept {
+  switch (first) {
+    case TokenKind::Colon:
+      return {{}, Behind(head, 0)};
+    case TokenKind::OpenBracket: {
+      const std::size_t colon = head.find(':');
+      return {{}, colon == std::string_view::npos ? head : Behind(head, colon)};
+    }
+    case TokenKind::Number:
+      if (IsWholeWord(head, firstSize)) return SplitNumbered(head.substr(firstSize));
+      [[fallthrough]];
+    default:
+      return SplitNamed(head, hasStackPointer);
+  }
+}
+
+std::optional<std::uint64_t> FindAddress(std::string_view tail) noexcept {
+  const std::size_t at = tail.find(kProgramCounter);
+  if (at == std::string_view::npos) return std::nullopt;
+  const std::string_view number = tail.substr(at + kProgramCounter.size());
+  return ParseDigits(number.substr(0, number.find(')')), 16);
+}
+
+/// `first` and `firstSize` are the kind and size of the token that starts the line.
+DataDictionary ParseLine(std::string_view line, TokenKind first, std::size_t firstSize,
+                         const Tokenizer& tokens) {
+  const std::size_t stackPointer = line.find(kStackPointer, firstSize);
+  const bool hasStackPointer = stackPointer != std::string_view::npos;
+  auto [module, function] =
+      SplitHead(first, firstSize, line.substr(0, stackPointer), hasStackPointer);
+  function = hasStackPointer ? SkipBlanks(function) : Trim(function);
+  const std::optional<std::uint64_t> address =
+      FindAddress(line.substr(hasStackPointer ? stackPointer : firstSize));
+
+  DataDictionary frame;
+  frame.Reserve(std::size_t{!module.empty()} + !function.empty() + address.has_value());
+  if (!module.empty()) frame.Set(property::kModuleName, tokens.Share(module));
+  if (!function.empty()) frame.Set(property::kFunctionName, tokens.Share(function));
+  if (address) frame.Set(property::kAddress, *address);
+  return frame;
+}
+
+}  // namespace
+
+const DataDictionary& FrameReader::Read(Tokenizer& tokens) {
+  const TokenKind first = tokens.Kind();
+  const std::size_t firstSize = tokens.Text().size();
+  const std::string_view line = tokens.LineFromToken();
+  if (line != line_) {
+    frame_ = ParseLine(line, first, firstSize, tokens);
+    line_ = line;
+  }
+  return frame_;
+}
+
+}  // namespace tarvo::crashhandler

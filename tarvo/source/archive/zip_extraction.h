@@ -1,0 +1,19 @@
+#pragma once
+
+#include "archive/archive_limits.h"
+#include "tarvo/result.h"
+#include "tarvo/url.h"
+
+namespace tarvo {
+
+/// Extracts the whole zip archive `archive`, open as `file`, into the empty directory `directory`.
+/// A large archive is extracted by several threads, each on entries of its own, as inflating is
+/// what takes the time.
+///
+/// The archive is untrusted: files, directories and inner links are made, below the directory only
+/// (see ExtractionTree); an entry that is anything else, an encrypted, damaged or doubled one, or
+/// one above the limits ends the extraction. The file error names the archive and the entry. What
+/// was made before an error stays.
+Result<void> ExtractZip(int file, const Url& archive, int directory, const ArchiveLimits& limits);
+
+}  // namespace tarvo
