@@ -1,4 +1,4 @@
-#include "answer_loop.h"
+#include "indexer/answer_loop.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "helper_protocol.h"
+#include "indexer_client/indexer_protocol.h"
 
 namespace tarvo::symbolreader {
 namespace {

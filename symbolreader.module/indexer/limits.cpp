@@ -1,4 +1,4 @@
-#include "limits.h"
+#include "indexer/limits.h"
 
 #include <sys/resource.h>
 

@@ -2,7 +2,7 @@
 // tarvo-symbol-indexer answer FILE ARCHITECTURE MEGABYTES SECONDS
 //
 // Reads debug information for the symbol reader module, which starts it: `index` writes a file's
-// index, `answer` answers questions about single addresses (helper_protocol.h). It is a process of
+// index, `answer` answers questions about single addresses (indexer_protocol.h). It is a process of
 // its own because debug information is not to be trusted: what breaks, hangs or fills the memory is
 // this process. MEGABYTES limits its memory, SECONDS the making of an index or of one answer.
 //
@@ -23,11 +23,11 @@
 #include <string_view>
 #include <thread>
 
-#include "answer_loop.h"
-#include "helper/index_converter.h"
-#include "helper/pdb_facts.h"
-#include "helper_protocol.h"
-#include "limits.h"
+#include "indexer/answer_loop.h"
+#include "indexer/index_converter.h"
+#include "indexer/limits.h"
+#include "indexer/pdb_facts.h"
+#include "indexer_client/indexer_protocol.h"
 
 namespace tarvo::symbolreader {
 namespace {

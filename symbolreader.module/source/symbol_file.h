@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "image_range.h"
-#include "symbol_source.h"
+#include "files/image_range.h"
+#include "index/symbol_source.h"
 #include "tarvo/result.h"
 
 namespace tarvo::symbolreader {

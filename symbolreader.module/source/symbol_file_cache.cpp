@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "bundle.h"
+#include "files/bundle.h"
 #include "tarvo/format.h"
 
 namespace tarvo::symbolreader {

@@ -2,8 +2,8 @@
 
 #include <sys/stat.h>
 
-#include "bundle.h"
 #include "debug_files.h"
+#include "files/bundle.h"
 
 namespace tarvo::symbolreader {
 namespace {

@@ -7,7 +7,7 @@
 #include <set>
 
 #include "debug_files.h"
-#include "image_range.h"
+#include "files/image_range.h"
 
 namespace tarvo::symbolreader {
 namespace {

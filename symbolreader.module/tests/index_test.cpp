@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "debug_files.h"
-#include "index_format.h"
+#include "index/index_format.h"
 
 namespace tarvo::symbolreader {
 namespace {

@@ -18,6 +18,7 @@
 #include "tree_text.h"
 
 tarvo::Connection g_tarvo;
+tarvo::CpuYieldDelegate g_CpuYieldDelegate = nullptr;
 
 namespace tarvo::crashhandler {
 namespace {

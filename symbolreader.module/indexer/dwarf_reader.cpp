@@ -1,0 +1,64 @@
+#include <llvm/DebugInfo/DIContext.h>
+#include <llvm/DebugInfo/DWARF/DWARFContext.h>
+#include <llvm/DebugInfo/Symbolize/SymbolizableObjectFile.h>
+
+#include "files/debug_file_contents.h"
+#include "indexer/address_reader.h"
+#include "indexer/demangle.h"
+
+namespace tarvo::symbolreader {
+namespace {
+
+using llvm::DILineInfo;
+using llvm::symbolize::SymbolizableObjectFile;
+
+String Known(const std::string& text) {
+  return text == DILineInfo::BadString ? String() : String(text);
+}
+
+class DwarfReader final : public AddressReader {
+ public:
+  explicit DwarfReader(std::shared_ptr<const DebugFile> file) : file_(std::move(file)) {
+    const auto& object = *file_->Inside().object;
+    const auto ignore = [](llvm::Error error) { llvm::consumeError(std::move(error)); };
+    auto context = llvm::DWARFContext::create(
+        object, llvm::DWARFContext::ProcessDebugRelocations::Process, nullptr, "", ignore, ignore);
+    auto made =
+        SymbolizableObjectFile::create(&object, std::move(context), /*UntagAddresses=*/false);
+    if (made)
+      object_ = std::move(*made);
+    else
+      ignore(made.takeError());
+  }
+
+  std::optional<SourcePosition> Find(std::uint64_t address) override;
+
+ private:
+  std::shared_ptr<const DebugFile> file_;
+  std::unique_ptr<SymbolizableObjectFile> object_;  ///< null when the symbol table is broken
+};
+
+std::optional<SourcePosition> DwarfReader::Find(std::uint64_t address) {
+  const llvm::DILineInfoSpecifier wanted(
+      llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath,
+      llvm::DILineInfoSpecifier::FunctionNameKind::LinkageName);
+  if (object_ == nullptr) return std::nullopt;
+  const llvm::DIInliningInfo frames = object_->symbolizeInlinedCode(
+      {address, llvm::object::SectionedAddress::UndefSection}, wanted, /*UseSymbolTable=*/true);
+  if (frames.getNumberOfFrames() == 0) return std::nullopt;
+  const DILineInfo& innermost = frames.getFrame(0);
+  SourcePosition position{.function = Known(innermost.FunctionName),
+                          .sourceFile = Known(innermost.FileName),
+                          .line = innermost.Line};
+  if (position == SourcePosition{}) return std::nullopt;
+  if (!position.function.IsEmpty()) position.function = Demangle(position.function);
+  return position;
+}
+
+}  // namespace
+
+std::unique_ptr<AddressReader> OpenDwarf(std::shared_ptr<const DebugFile> file) {
+  return std::make_unique<DwarfReader>(std::move(file));
+}
+
+}  // namespace tarvo::symbolreader

@@ -1,0 +1,102 @@
+#include "indexer/line_map.h"
+
+#include <llvm/DebugInfo/DWARF/DWARFDebugLine.h>
+
+#include <optional>
+#include <unordered_map>
+
+namespace tarvo::symbolreader {
+namespace {
+
+using llvm::DWARFDebugLine;
+
+/// A context's own cache of line tables is not made for several threads, so tables are parsed here.
+bool Parse(llvm::DWARFContext& context, llvm::DWARFUnit& unit, DWARFDebugLine::LineTable& table) {
+  const auto offset =
+      llvm::dwarf::toSectionOffset(unit.getUnitDIE().find(llvm::dwarf::DW_AT_stmt_list));
+  if (!offset) return false;
+  std::uint64_t position = *offset + unit.getLineTableOffset();
+  if (position >= unit.getLineSection().Data.size()) return false;
+  llvm::DWARFDataExtractor data(context.getDWARFObj(), unit.getLineSection(),
+                                context.isLittleEndian(), unit.getAddressByteSize());
+  const auto ignore = [](llvm::Error error) { llvm::consumeError(std::move(error)); };
+  if (llvm::Error error = table.parse(data, &position, context, &unit, ignore)) {
+    ignore(std::move(error));
+    return false;
+  }
+  return true;
+}
+
+/// Turns the rows of one table into intervals.
+class Builder {
+ public:
+  Builder(const DWARFDebugLine::LineTable& table, const char* directory,
+          const NumberFile& numberFile)
+      : table_(table), directory_(directory == nullptr ? "" : directory), numberFile_(numberFile) {}
+
+  /// The sequences come in the order of their ends; each holds from the end of the one before.
+  std::vector<LineInterval> Build() {
+    std::uint64_t reached = 0;
+    for (const DWARFDebugLine::Sequence& sequence : table_.Sequences) {
+      if (!sequence.isValid() || sequence.HighPC <= reached) continue;
+      AddRows(sequence, reached);
+      reached = sequence.HighPC;
+    }
+    return std::move(intervals_);
+  }
+
+ private:
+  void AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t from);
+  void Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::Row& row);
+  std::optional<std::uint32_t> FileOf(std::uint64_t index);
+
+  const DWARFDebugLine::LineTable& table_;
+  std::string directory_;
+  const NumberFile& numberFile_;
+  std::unordered_map<std::uint64_t, std::optional<std::uint32_t>> files_;
+  std::vector<LineInterval> intervals_;
+};
+
+/// Of several rows at one address the last counts: the earlier ones are empty intervals. The last
+/// row only ends the sequence.
+void Builder::AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t from) {
+  for (unsigned i = sequence.FirstRowIndex; i + 1 < sequence.LastRowIndex; ++i) {
+    const std::uint64_t start = std::max(table_.Rows[i].Address.Address, from);
+    const std::uint64_t end = table_.Rows[i + 1].Address.Address;
+    if (start < end) Add(start, end, table_.Rows[i]);
+  }
+}
+
+void Builder::Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::Row& row) {
+  const auto file = FileOf(row.File);
+  if (!file) return;
+  if (!intervals_.empty()) {
+    LineInterval& last = intervals_.back();
+    if (last.end == start && last.file == *file && last.line == row.Line) {
+      last.end = end;
+      return;
+    }
+  }
+  intervals_.push_back({start, end, *file, row.Line});
+}
+
+std::optional<std::uint32_t> Builder::FileOf(std::uint64_t index) {
+  const auto [entry, isNew] = files_.try_emplace(index);
+  std::string path;
+  if (isNew &&
+      table_.getFileNameByIndex(
+          index, directory_, llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath, path))
+    entry->second = numberFile_(path);
+  return entry->second;
+}
+
+}  // namespace
+
+std::vector<LineInterval> ReadLines(llvm::DWARFContext& context, llvm::DWARFUnit& unit,
+                                    const NumberFile& numberFile) {
+  DWARFDebugLine::LineTable table;
+  if (!Parse(context, unit, table)) return {};
+  return Builder(table, unit.getCompilationDir(), numberFile).Build();
+}
+
+}  // namespace tarvo::symbolreader

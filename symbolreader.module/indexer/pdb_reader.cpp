@@ -1,0 +1,91 @@
+// PDBSymbolFunc's accessors need it complete.
+#include <llvm/DebugInfo/PDB/PDBSymbolTypeFunctionSig.h>
+
+#include <llvm/DebugInfo/PDB/IPDBEnumChildren.h>
+#include <llvm/DebugInfo/PDB/IPDBLineNumber.h>
+#include <llvm/DebugInfo/PDB/IPDBSourceFile.h>
+#include <llvm/DebugInfo/PDB/Native/NativeSession.h>
+#include <llvm/DebugInfo/PDB/PDBSymbolFunc.h>
+#include <llvm/DebugInfo/PDB/PDBSymbolPublicSymbol.h>
+
+#include "files/debug_file_contents.h"
+#include "indexer/address_reader.h"
+#include "indexer/demangle.h"
+#include "source.h"
+#include "tarvo/format.h"
+
+namespace tarvo::symbolreader {
+namespace {
+
+using namespace llvm::pdb;
+
+class PdbReader final : public AddressReader {
+ public:
+  PdbReader(std::unique_ptr<IPDBSession> session, std::uint64_t imageStart)
+      : session_(std::move(session)) {
+    session_->setLoadAddress(imageStart);
+  }
+
+  std::optional<SourcePosition> Find(std::uint64_t address) override;
+
+ private:
+  [[nodiscard]] std::string FunctionName(std::uint64_t address,
+                                         const PDBSymbolFunc* function) const;
+  void Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourcePosition& position) const;
+
+  std::unique_ptr<IPDBSession> session_;
+};
+
+/// The public symbol carries the parameters; it counts where it stands for the same function.
+std::string PdbReader::FunctionName(std::uint64_t address, const PDBSymbolFunc* function) const {
+  const auto symbol = session_->findSymbolByAddress(address, PDB_SymType::PublicSymbol);
+  const auto* exported = llvm::dyn_cast_or_null<PDBSymbolPublicSymbol>(symbol.get());
+  if (exported != nullptr &&
+      (function == nullptr || function->getVirtualAddress() == exported->getVirtualAddress()))
+    return exported->getName();
+  return function != nullptr ? function->getName() : std::string();
+}
+
+/// Takes file and line of the first of `lines`.
+void PdbReader::Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourcePosition& position) const {
+  const auto line = lines == nullptr ? nullptr : lines->getNext();
+  if (line == nullptr) return;
+  position.line = line->getLineNumber();
+  if (const auto file = session_->getSourceFileById(line->getSourceFileId()))
+    position.sourceFile = file->getFileName();
+}
+
+std::optional<SourcePosition> PdbReader::Find(std::uint64_t address) {
+  SourcePosition position;
+  const auto symbol = session_->findSymbolByAddress(address, PDB_SymType::Function);
+  const auto* function = llvm::dyn_cast_or_null<PDBSymbolFunc>(symbol.get());
+  const auto inlined = function == nullptr ? nullptr : function->findInlineFramesByVA(address);
+  if (const auto frame = inlined == nullptr ? nullptr : inlined->getNext()) {
+    position.function = frame->getName();
+    Place(frame->findInlineeLinesByVA(address, 1), position);
+  }
+  if (position.function.IsEmpty() || position.line == 0) {
+    position.function = Demangle(FunctionName(address, function));
+    const std::uint32_t length = function == nullptr ? 1 : function->getLength();
+    Place(session_->findLineNumbersByAddress(address, length), position);
+  }
+  return position == SourcePosition{} ? std::nullopt : std::optional(position);
+}
+
+}  // namespace
+
+Result<std::unique_ptr<AddressReader>> OpenPdb(const DebugFileFacts& facts) {
+  auto buffer = MapFile(facts.pdbPath);
+  if (!buffer) return buffer.GetError();
+  std::unique_ptr<IPDBSession> session;
+  if (llvm::Error error = NativeSession::createFromPdb(*std::move(buffer), session)) {
+    return Error::File(
+        kSource.Here(),
+        Format("The debug file @ is damaged: @.", facts.pdbPath, TextOf(std::move(error))),
+        Url::FromSystemPath(facts.pdbPath));
+  }
+  return std::unique_ptr<AddressReader>(
+      std::make_unique<PdbReader>(std::move(session), facts.image.start));
+}
+
+}  // namespace tarvo::symbolreader

@@ -1,0 +1,207 @@
+#include "files/debug_file.h"
+
+#include <fcntl.h>
+#include <llvm/ADT/StringExtras.h>
+#include <llvm/BinaryFormat/Magic.h>
+#include <llvm/Object/COFF.h>
+#include <llvm/Object/Error.h>
+#include <llvm/Object/MachO.h>
+#include <llvm/TargetParser/Triple.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "files/debug_file_contents.h"
+#include "source.h"
+#include "tarvo/format.h"
+
+namespace tarvo::symbolreader {
+namespace {
+
+using llvm::object::MachOUniversalBinary;
+using llvm::object::ObjectFile;
+
+Error FileError(SourceLocation where, const std::string& path, const String& text) {
+  return Error::File(where, text, Url::FromSystemPath(path));
+}
+
+Error Damaged(SourceLocation where, const std::string& path, llvm::Error error) {
+  return FileError(where, path,
+                   Format("The debug file @ is damaged: @; expected a whole file.", path,
+                          TextOf(std::move(error))));
+}
+
+llvm::Triple::ArchType ArchitectureOf(std::string_view name) {
+  return llvm::Triple(llvm::StringRef(name).lower() + "-unknown-unknown").getArch();
+}
+
+std::string NameOf(llvm::Triple::ArchType architecture) {
+  return llvm::Triple::getArchTypeName(architecture).str();
+}
+
+/// The slice for `architecture`: the one of that very name, else another variant of it (x86_64h,
+/// arm64e).
+Result<std::unique_ptr<ObjectFile>> Slice(const std::string& path,
+                                          const MachOUniversalBinary& universal,
+                                          std::string_view architecture) {
+  const auto wanted = ArchitectureOf(architecture);
+  const std::string exactName = llvm::StringRef(architecture).lower();
+  std::optional<MachOUniversalBinary::ObjectForArch> found;
+  std::string names;
+  for (const auto& slice : universal.objects()) {
+    const std::string name = slice.getArchFlagName();
+    names += (names.empty() ? "" : ", ") + name;
+    if (name == exactName || (!found && ArchitectureOf(name) == wanted)) found = slice;
+  }
+  if (!found) {
+    return FileError(kSource.Here(), path,
+                     Format("The debug file @ is for other architectures: found @, expected @.",
+                            path, names, architecture));
+  }
+  auto object = found->getAsObjectFile();
+  if (!object) return Damaged(kSource.Here(), path, object.takeError());
+  return std::unique_ptr<ObjectFile>(std::move(*object));
+}
+
+bool IsUniversal(llvm::StringRef bytes) {
+  return llvm::identify_magic(bytes) == llvm::file_magic::macho_universal_binary;
+}
+
+/// Null for other kinds of file. LLVM's function for all kinds would bring its bitcode reader and
+/// much else into the module.
+llvm::Expected<std::unique_ptr<ObjectFile>> CreateObject(llvm::MemoryBufferRef bytes) {
+  const llvm::file_magic magic = llvm::identify_magic(bytes.getBuffer());
+  if (magic >= llvm::file_magic::elf && magic <= llvm::file_magic::elf_core)
+    return ObjectFile::createELFObjectFile(bytes);
+  if (magic >= llvm::file_magic::macho_object && magic <= llvm::file_magic::macho_file_set)
+    return ObjectFile::createMachOObjectFile(bytes);
+  if (magic == llvm::file_magic::pecoff_executable) return ObjectFile::createCOFFObjectFile(bytes);
+  return nullptr;
+}
+
+/// Opens the object inside the mapped file.
+Result<void> OpenObject(const std::string& path, std::string_view architecture,
+                        DebugFile::Contents& contents) {
+  if (!IsUniversal(contents.buffer->getBuffer())) {
+    auto object = CreateObject(*contents.buffer);
+    if (!object) return Damaged(kSource.Here(), path, object.takeError());
+    contents.object = std::move(*object);
+    if (contents.object != nullptr) return {};
+    return FileError(kSource.Here(), path,
+                     Format("@ is no debug file: found another kind of file, expected Mach-O, "
+                            "ELF, PE or PDB.",
+                            path));
+  }
+  auto universal = MachOUniversalBinary::create(*contents.buffer);
+  if (!universal) return Damaged(kSource.Here(), path, universal.takeError());
+  contents.universal = std::move(*universal);
+  auto slice = Slice(path, *contents.universal, architecture);
+  if (!slice) return slice.GetError();
+  contents.object = *std::move(slice);
+  return {};
+}
+
+/// The PDB that a PE file names, in the PE file's own directory. Empty when it names none.
+std::string PdbPathFor(const std::string& path, const ObjectFile& object) {
+  const auto pdb = PdbReferenceIn(object);
+  if (!pdb) return {};
+  const std::string name = pdb->path.substr(pdb->path.find_last_of("/\\") + 1);
+  return name.empty() ? std::string() : path.substr(0, path.rfind('/') + 1) + name;
+}
+
+Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Contents& contents,
+                               std::string_view architecture) {
+  const ObjectFile& object = *contents.object;
+  if (auto fits = CheckArchitecture(path, NameOf(object.getArch()), architecture); !fits)
+    return fits.GetError();
+  const auto image = ImageRangeOf(object);
+  if (!image) {
+    return FileError(kSource.Here(), path,
+                     Format("The debug file @ is no linked image: found no segments to load, "
+                            "expected some.",
+                            path));
+  }
+  DebugFileFacts facts{.path = path,
+                       .format = object.isELF()     ? ImageFormat::Elf
+                                 : object.isMachO() ? ImageFormat::MachO
+                                                    : ImageFormat::Pe,
+                       .image = *image,
+                       .architecture = NameOf(object.getArch())};
+  auto hasDwarf = HasDwarf(object);
+  if (!hasDwarf) return Damaged(kSource.Here(), path, hasDwarf.takeError());
+  if (*hasDwarf) {
+    facts.id = IdOf(object, contents.buffer->getBuffer());
+    return facts;
+  }
+  facts.pdbPath = PdbPathFor(path, object);
+  if (facts.pdbPath.empty()) {
+    return FileError(kSource.Here(), path,
+                     Format("The debug file @ holds no debug information: found none, expected "
+                            "DWARF sections or a PDB.",
+                            path));
+  }
+  return facts;
+}
+
+}  // namespace
+
+std::string TextOf(llvm::Error error) { return llvm::toString(std::move(error)); }
+
+Result<std::unique_ptr<llvm::MemoryBuffer>> MapFile(const std::string& path) {
+  const auto failed = [&](int reason) {
+    return FileError(kSource.Here(), path,
+                     Format("Could not open the debug file @: @.", path,
+                            std::generic_category().message(reason)));
+  };
+  // Without O_NONBLOCK a named pipe would wait for its writer.
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) return failed(errno);
+  struct stat status{};
+  const bool isFile = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  auto buffer = isFile ? llvm::MemoryBuffer::getOpenFile(descriptor, path,
+                                                         static_cast<std::uint64_t>(status.st_size),
+                                                         /*RequiresNullTerminator=*/false)
+                       : std::error_code(EINVAL, std::generic_category());
+  close(descriptor);
+  if (!buffer) return failed(buffer.getError().value());
+  return std::move(*buffer);
+}
+
+Result<void> CheckArchitecture(const std::string& path, const std::string& found,
+                               std::string_view architecture) {
+  if (found == NameOf(ArchitectureOf(architecture))) return {};
+  return FileError(kSource.Here(), path,
+                   Format("The debug file @ is for another architecture: found @, expected @.",
+                          path, found, architecture));
+}
+
+DebugFile::DebugFile(DebugFileFacts facts, std::unique_ptr<Contents> contents)
+    : facts_(std::move(facts)), contents_(std::move(contents)) {}
+DebugFile::~DebugFile() = default;
+
+Result<std::shared_ptr<const DebugFile>> OpenDebugFile(const std::string& path,
+                                                       std::string_view architecture) {
+  if (ArchitectureOf(architecture) == llvm::Triple::UnknownArch) {
+    return Error::IllegalArgument(
+        kSource.Here(), Format("The architecture \"@\" is not known; expected one like x86_64 or "
+                               "arm64.",
+                               architecture));
+  }
+  auto buffer = MapFile(path);
+  if (!buffer) return buffer.GetError();
+  auto contents = std::make_unique<DebugFile::Contents>();
+  contents->buffer = *std::move(buffer);
+  DebugFileFacts facts{.path = path, .format = ImageFormat::Pe, .pdbPath = path};
+  if (llvm::identify_magic(contents->buffer->getBuffer()) != llvm::file_magic::pdb) {
+    if (auto opened = OpenObject(path, architecture, *contents); !opened) return opened.GetError();
+    auto found = FactsOf(path, *contents, architecture);
+    if (!found) return found.GetError();
+    facts = *std::move(found);
+  }
+  return std::shared_ptr<const DebugFile>(
+      std::make_shared<DebugFile>(std::move(facts), std::move(contents)));
+}
+
+}  // namespace tarvo::symbolreader

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "index/symbol_source.h"
+#include "tarvo/result.h"
+
+namespace tarvo::symbolreader {
+
+enum class IndexState { Usable, Missing, Damaged };
+
+/// An index as it was found. `source` is there when it is usable.
+struct FoundIndex {
+  IndexState state = IndexState::Missing;
+  std::unique_ptr<SymbolSource> source;
+};
+
+/// Maps the index at `path`, made for `key`. Damaged is every file whose size, trailer, key or
+/// checksum is not as it should be; all bytes are read for that once, so that no look-up meets a
+/// broken one later. Look-ups neither lock nor change anything.
+FoundIndex OpenIndex(const std::string& path, const std::string& key);
+
+}  // namespace tarvo::symbolreader

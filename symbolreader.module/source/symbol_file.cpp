@@ -1,0 +1,135 @@
+#include <unistd.h>
+
+#include <filesystem>
+#include <mutex>
+#include <set>
+
+#include "configuration.h"
+#include "connection.h"
+#include "files/debug_file.h"
+#include "index/index_file.h"
+#include "index/index_format.h"
+#include "index/index_store.h"
+#include "indexer_client/indexer_process.h"
+#include "indexer_client/indexer_source.h"
+#include "source.h"
+#include "symbol_file.h"
+#include "tarvo/format.h"
+
+namespace tarvo::symbolreader {
+namespace {
+
+/// How much longer than an index may take one waits for another's.
+constexpr std::int64_t kLockMargin = 10;
+
+/// Writes a diagnostic line; the same text only once in a process.
+void WarnOnce(const String& text) {
+  static std::mutex mutex;
+  static std::set<String> written;
+  {
+    const std::scoped_lock lock(mutex);
+    if (!written.insert(text).second) return;
+  }
+  g_tarvo.framework->Output().Diagnostic(kSource.Here(), text);
+}
+
+IndexerLimits Limits() { return {.megabytes = g_symbolIndexMemory, .seconds = g_symbolIndexTime}; }
+
+/// Brings one debug file's index, or says once why there is none.
+class IndexOpener {
+ public:
+  IndexOpener(const DebugFileFacts& facts, std::string_view architecture)
+      : facts_(facts),
+        architecture_(architecture),
+        store_(IndexDirectory(),
+               Format("@-@-v@", facts.id, facts.architecture, kIndexVersion).ToStdString()),
+        limits_(Limits()) {}
+
+  std::unique_ptr<SymbolSource> Open() const;
+
+ private:
+  [[nodiscard]] FoundIndex Find() const { return OpenIndex(store_.IndexPath(), store_.Key()); }
+  std::unique_ptr<SymbolSource> Make() const;
+  [[nodiscard]] std::unique_ptr<SymbolSource> Publish(const std::string& output) const;
+  void Warn(std::string_view reason) const {
+    WarnOnce(
+        Format("No index for the debug file @: @. It is resolved without one, which is slower.",
+               facts_.path, reason));
+  }
+
+  const DebugFileFacts& facts_;
+  const std::string architecture_;  ///< as asked: it may name one of several like slices
+  IndexStore store_;
+  IndexerLimits limits_;
+};
+
+std::unique_ptr<SymbolSource> IndexOpener::Open() const {
+  if (IndexDirectory().empty()) {
+    WarnOnce(
+        "There is no directory for symbol indices (g_symbolIndexDirectory and HOME are not "
+        "set). Symbol files are resolved without, which is slower.");
+    return nullptr;
+  }
+  if (FoundIndex found = Find(); found.state == IndexState::Usable) return std::move(found.source);
+  const auto lock = store_.TakeLock(std::chrono::seconds(limits_.seconds + kLockMargin));
+  if (!lock) {
+    WarnOnce(
+        Format("@ Symbol files are resolved without an index, which is slower.", lock.GetError()));
+    return nullptr;
+  }
+  // Who held the lock before may have made it.
+  if (FoundIndex found = Find(); found.state == IndexState::Usable) return std::move(found.source);
+  if (const auto reason = store_.RememberedFailure(limits_.Text())) {
+    Warn(*reason);
+    return nullptr;
+  }
+  store_.RemoveLeftovers();
+  return Make();
+}
+
+std::unique_ptr<SymbolSource> IndexOpener::Make() const {
+  const std::string output = store_.TemporaryPath();
+  auto failure = RunIndexer({.debugFile = facts_.path,
+                             .architecture = architecture_,
+                             .key = store_.Key(),
+                             .output = output,
+                             .limits = limits_});
+  if (!failure) {
+    if (auto source = Publish(output)) return source;
+    failure = {.reason = "it could not be written"};
+  }
+  unlink(output.c_str());
+  if (failure->isLasting) store_.RememberFailure(limits_.Text(), failure->reason);
+  Warn(failure->reason);
+  return nullptr;
+}
+
+std::unique_ptr<SymbolSource> IndexOpener::Publish(const std::string& output) const {
+  return store_.Publish(output) ? Find().source : nullptr;
+}
+
+}  // namespace
+
+Result<SymbolFileRef> OpenSymbolFile(const std::string& path, std::string_view architecture) {
+  const auto file = OpenDebugFile(path, architecture);
+  if (!file) return file.GetError();
+  const DebugFileFacts& facts = (*file)->Facts();
+  auto opened = std::make_shared<SymbolFile>();
+  opened->path = facts.path;
+  opened->format = facts.format;
+  opened->image = facts.image;
+  const bool hasPdb = !facts.pdbPath.empty();
+  if (!hasPdb) opened->source = IndexOpener(facts, architecture).Open();
+  if (opened->source == nullptr) {
+    std::error_code ignored;
+    const std::size_t bytes =
+        std::filesystem::file_size(hasPdb ? facts.pdbPath : facts.path, ignored);
+    auto answers = MakeIndexerSource(path, std::string(architecture), Limits(), bytes);
+    if (!answers) return answers.GetError();
+    opened->source = std::move(answers->source);
+    opened->image = answers->image;
+  }
+  return SymbolFileRef(std::move(opened));
+}
+
+}  // namespace tarvo::symbolreader
