@@ -55,7 +55,7 @@ function(tarvo_add_test)
   endif()
   add_executable(${test_NAME} ${test_SOURCES})
   set_target_properties(${test_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
-  target_link_libraries(${test_NAME} PRIVATE ${test_LIBRARIES} GTest::gtest_main)
+  target_link_libraries(${test_NAME} PRIVATE ${test_LIBRARIES} test_support GTest::gtest_main)
   if(TARVO_SANITIZE MATCHES "thread")
     set(test_environment
         ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/cmake/thread_sanitizer.supp")

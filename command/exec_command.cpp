@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "command/exec_target.h"
-#include "command/preload/environment.h"
 #include "command/subcommand.h"
+#include "toolkit/exec/exec_target.h"
+#include "toolkit/exec/preload/environment.h"
 
 namespace tarvo::command {
 namespace {

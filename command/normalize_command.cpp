@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 
-#include "command/normalize/normalize.h"
 #include "command/step_back_option.h"
 #include "command/subcommand.h"
+#include "toolkit/report/normalize.h"
 
 namespace tarvo::command {
 namespace {

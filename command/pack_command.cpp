@@ -6,12 +6,12 @@
 #include <utility>
 #include <vector>
 
-#include "command/pack/bundle.h"
-#include "command/pack/pack.h"
-#include "command/safe_text.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
 #include "tarvo/symbol_archive.h"
+#include "toolkit/base/safe_text.h"
+#include "toolkit/pack/bundle.h"
+#include "toolkit/pack/pack.h"
 
 namespace tarvo::command {
 namespace {

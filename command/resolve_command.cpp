@@ -7,13 +7,13 @@
 #include <utility>
 #include <vector>
 
-#include "command/resolve/outcome_files.h"
-#include "command/resolve/report_list.h"
-#include "command/resolve/run.h"
-#include "command/resolve/summary.h"
 #include "command/step_back_option.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
+#include "toolkit/resolve/outcome_files.h"
+#include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/run.h"
+#include "toolkit/resolve/summary.h"
 
 namespace tarvo::command {
 namespace {

@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "command/regular_file.h"
-#include "command/safe_text.h"
-#include "command/show/crash_document.h"
-#include "command/show/printer.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
+#include "toolkit/base/regular_file.h"
+#include "toolkit/base/safe_text.h"
+#include "toolkit/show/crash_document.h"
+#include "toolkit/show/printer.h"
 
 namespace tarvo::command {
 namespace {

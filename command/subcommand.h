@@ -8,9 +8,13 @@ namespace CLI {
 class App;
 }
 
+namespace tarvo::toolkit {}
+
 /// The program `tarvo`: one file a subcommand. Each file adds its subcommand, with its options and
 /// its help, to the program; `kSubcommands` in main.cpp lists them.
 namespace tarvo::command {
+
+using namespace toolkit;
 
 /// Exit statuses.
 inline constexpr int kDone = 0;

@@ -13,8 +13,9 @@
 #include <utility>
 #include <vector>
 
-#include "program.h"
-#include "report_layout.h"
+#include "support/files.h"
+#include "support/program.h"
+#include "support/report_layout.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ struct GuardedRun {
 };
 
 GuardedRun RunGuarded(const std::string& program, Texts arguments, ProgramOptions options = {}) {
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const std::string file = scratch / "guard_bugreport.txt";
   arguments.insert(arguments.begin(), BuildDirectory() + program);
   arguments.push_back("--g_crashReportUrl=" + file);

@@ -10,8 +10,9 @@
 #include <tuple>
 #include <vector>
 
-#include "program.h"
-#include "report_layout.h"
+#include "support/files.h"
+#include "support/program.h"
+#include "support/report_layout.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ struct Crash {
 
 Crash RunDemo(const std::string& kind, const std::string& place, int threads = kThreads,
               bool guard = true) {
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const std::string file = scratch / "demo_bugreport.txt";
   Crash crash;
   crash.program = RunProgram({BuildDirectory() + "/bin/crashdemo", "--kind", kind, "--in", place,
@@ -180,7 +181,7 @@ TEST(CrashDemo, RefusedTracingIsDiagnosedForEachThread) {
 // their signal, so that a status of 1 is the capture's work.
 TEST(CrashDemo, WithoutTheModuleTheSignalEndsTheProgram) {
   if (kSanitized) GTEST_SKIP() << "the sanitizer's own handler ends the program with a status";
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   ProgramOptions noModule;
   noModule.directory = scratch.Path();
   const ProgramResult result =

@@ -10,8 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "program.h"
-#include "report_layout.h"
+#include "support/files.h"
+#include "support/program.h"
+#include "support/report_layout.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ struct SubjectRun {
 
 SubjectRun RunSubject(const std::vector<std::string>& arguments, bool intoFile = true,
                       ProgramOptions options = {}) {
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const std::string file = scratch / "subject_bugreport.txt";
   std::vector<std::string> command = {BuildDirectory() + "/tests/crash_subject"};
   command.insert(command.end(), arguments.begin(), arguments.end());
@@ -104,7 +105,7 @@ TEST(ReportDestination, FallsBackToStandardError) {
     const char* scenario;
     const char* url;
   };
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const std::string limited = scratch / "limited_bugreport.txt";
   const Case cases[] = {{"null-write", ""},
                         {"null-write", "--g_crashReportUrl=/nonexistent/folder/report.txt"},
@@ -143,7 +144,7 @@ TEST(CrashInFork, ReportsTheChildsOwnThreads) {
 }
 
 TEST(CallStack, IsCutToItsInnermostFrames) {
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const std::string file = scratch / "deep_bugreport.txt";
   const ProgramResult result = RunProgram({BuildDirectory() + "/bin/crashdemo", "--depth", "300",
                                            "--threads", "1", "--g_crashReportUrl=" + file});

@@ -13,8 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "program.h"
-#include "report_layout.h"
+#include "support/files.h"
+#include "support/program.h"
+#include "support/report_layout.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ class Exec : public testing::Test {
     return path;
   }
 
-  ScratchDirectory scratch_;
+  TemporaryDirectory scratch_;
 };
 
 std::string Named(const std::string& process, const std::string& program, const char* signal,
@@ -115,7 +116,7 @@ TEST_F(Exec, SaysWhatItCannotCover) {
   const std::string cut = MakeFile("cut", ReadFile("/bin/true").substr(0, 80), 0755);
   const std::string fixed = BuildDirectory() + "/tests/static_subject";
   const std::string script = MakeFile("script", "#! " + fixed + " -x\n", 0755);
-  const std::string loop = MakeFile("loop", "#!" + (scratch_ / "loop") + "\n", 0755);
+  const std::string loop = MakeFile("loop", "#!" + (scratch_ / "loop").string() + "\n", 0755);
   struct Case {
     Texts arguments;
     int exitStatus;
@@ -136,7 +137,7 @@ TEST_F(Exec, SaysWhatItCannotCover) {
        "line): expected a whole number from 0 to 86400.\n"},
       {{"--report", "%q", "--", wide},
        125,
-       "tarvo: The report path \"" + scratch_.Path() +
+       "tarvo: The report path \"" + scratch_.Path().string() +
            "/%q\" has a % that is followed by none of p (process id), e (program name), t (time of "
            "the start) and %.\n"}};
   for (const std::string& file : {fixed, script})

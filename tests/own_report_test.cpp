@@ -9,8 +9,9 @@
 #include <vector>
 
 #include "crashlog/reading/report_reader.h"
-#include "program.h"
-#include "report_layout.h"
+#include "support/files.h"
+#include "support/program.h"
+#include "support/report_layout.h"
 #include "tarvo/data_dictionary.h"
 #include "tarvo/format.h"
 
@@ -94,7 +95,7 @@ TEST_P(OwnReport, IsReadWithoutLoss) {
   const std::string kind = GetParam();
   if (kSanitized && kind == "in-malloc") GTEST_SKIP() << "the sanitizer has its own malloc";
   if (kSanitized && kind == "in-constructor") GTEST_SKIP() << kNoDlopen;
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const std::string file = scratch / "demo_bugreport.txt";
   const ProgramResult program = RunProgram({BuildDirectory() + "/bin/crashdemo", "--kind", kind,
                                             "--threads", "4", "--g_crashReportUrl=" + file});

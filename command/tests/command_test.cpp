@@ -9,7 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "run_program.h"
+#include "support/files.h"
+#include "support/program.h"
 
 namespace tarvo {
 namespace {
@@ -23,27 +24,22 @@ const std::string kFailing = TEST_MODULE_DIRECTORY "/failing.so";
 /// Runs `tarvo` with the module alpha and `arguments`, in a directory that holds "settings.toml".
 class CommandTest : public testing::Test {
  protected:
-  CommandTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarvo-test-XXXXXX").string();
-    directory_ = mkdtemp(pattern.data());
-  }
-  ~CommandTest() override { std::filesystem::remove_all(directory_); }
-
-  ProgramEnd Run(const Texts& arguments, const Texts& environment = {},
-                 const std::string& settings = {}) {
+  ProgramResult Run(const Texts& arguments, const Texts& environment = {},
+                    const std::string& settings = {}) {
     std::ofstream(directory_ / "settings.toml") << settings;
     // The shell only changes the directory.
-    Texts line{"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", directory_.string(), TARVO_PROGRAM};
+    Texts line{"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", directory_.Path().string(),
+               TARVO_PROGRAM};
     line.insert(line.end(), arguments.begin(), arguments.end());
-    return RunProgram(line, environment);
+    return RunProgram(line, {.environment = environment});
   }
-  ProgramEnd RunWithAlpha(Texts arguments, const Texts& environment = {},
-                          const std::string& settings = {}) {
+  ProgramResult RunWithAlpha(Texts arguments, const Texts& environment = {},
+                             const std::string& settings = {}) {
     arguments.insert(arguments.begin(), {"--module", kAlpha});
     return Run(arguments, environment, settings);
   }
 
-  std::filesystem::path directory_;
+  TemporaryDirectory directory_;
 };
 
 const std::string kQuiet = "TEST_MODULES_QUIET=1";
@@ -52,7 +48,7 @@ TEST_F(CommandTest, ConfigListsEveryEntryWithItsSource) {
   const auto end = RunWithAlpha({"config", "--config", "settings.toml", "--g_alphaLevel=2"},
                                 {kQuiet, "TARVO_g_alphaLevel=0", "TARVO_g_alphaText=line\n\"end\""},
                                 "# settings\ng_alphaText = \"weaker\"\n\ng_alphaRatio = 3\n");
-  EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.exitStatus, 0);
   EXPECT_EQ(end.errors, "");
   const std::string expected = R"(tests.alpha
   g_alphaSwitch
@@ -135,7 +131,7 @@ TEST_F(CommandTest, StrongerSourcesWin) {
     const auto end = RunWithAlpha(line, environment, settings);
     EXPECT_EQ(end.errors, "") << what;
     EXPECT_EQ(end.output, std::string("alpha: ") + expected + '\n') << what;
-    EXPECT_EQ(end.status, 0) << what;
+    EXPECT_EQ(end.exitStatus, 0) << what;
   }
 }
 
@@ -217,12 +213,12 @@ TEST_F(CommandTest, WrongConfigurationStartsNothing) {
     const auto end = RunWithAlpha(line, environment, settings);
     EXPECT_EQ(end.errors, std::string("tarvo: ") + error + '\n');
     EXPECT_EQ(end.output, "alpha: register\n") << error;
-    EXPECT_EQ(end.status, 2) << error;
+    EXPECT_EQ(end.exitStatus, 2) << error;
   }
   // The parser's own words are not ours to compare, but the place is.
   const auto end = RunWithAlpha({"config", "--config", "settings.toml"}, {}, "a = 1\nb =\n");
   EXPECT_TRUE(end.errors.starts_with("tarvo: settings.toml:2: ")) << end.errors;
-  EXPECT_EQ(end.status, 2);
+  EXPECT_EQ(end.exitStatus, 2);
 }
 
 TEST_F(CommandTest, ExitStatusesTellUseStartAndFailureApart) {
@@ -261,7 +257,7 @@ TEST_F(CommandTest, ExitStatusesTellUseStartAndFailureApart) {
     const auto end = Run(arguments, {kQuiet});
     const std::string expected = error.empty() ? "" : "tarvo: " + error;
     EXPECT_EQ(end.errors, expected);
-    EXPECT_EQ(end.status, status) << expected;
+    EXPECT_EQ(end.exitStatus, status) << expected;
     if (status == 0) {
       EXPECT_EQ(end.output, output);
     }
@@ -270,9 +266,9 @@ TEST_F(CommandTest, ExitStatusesTellUseStartAndFailureApart) {
 
 TEST_F(CommandTest, AFullDiskIsAFailure) {
   const std::string line = TARVO_PROGRAM " --module " + kAlpha + " config >/dev/full";
-  const auto end = RunProgram({"/bin/sh", "-c", line}, {kQuiet});
+  const auto end = RunProgram({"/bin/sh", "-c", line}, {.environment = {kQuiet}});
   EXPECT_EQ(end.errors, "tarvo: Could not write to standard output: No space left on device\n");
-  EXPECT_EQ(end.status, 1);
+  EXPECT_EQ(end.exitStatus, 1);
 }
 
 TEST_F(CommandTest, BashCompletes) {
@@ -296,13 +292,13 @@ TEST_F(CommandTest, BashCompletes) {
     std::string words = line;
     if (const auto at = words.find(" M "); at != std::string::npos)
       words.replace(at + 1, 1, kAlpha);
-    const std::string script = "cd '" + directory_.string() +
+    const std::string script = "cd '" + directory_.Path().string() +
                                "'; source " TARVO_COMPLETION "; COMP_WORDS=(" + words +
                                "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1));"
                                "_tarvo " TARVO_PROGRAM
                                " \"${COMP_WORDS[-1]}\" \"${COMP_WORDS[-2]}\";"
                                "echo \"${COMPREPLY[*]}\"";
-    const auto completed = RunProgram({"/bin/bash", "-c", script}, {kQuiet});
+    const auto completed = RunProgram({"/bin/bash", "-c", script}, {.environment = {kQuiet}});
     EXPECT_EQ(completed.output, std::string(expected) + '\n') << line << completed.errors;
   }
 }

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <string>
 
-#include "run_program.h"
+#include "support/program.h"
 
 namespace tarvo {
 namespace {
@@ -65,14 +65,14 @@ class PackTest : public testing::Test {
     std::string pattern = (fs::temp_directory_path() / "tarvo-test-XXXXXX").string();
     // Without links in it, as the program shows the paths of separate files.
     directory_ = fs::canonical(mkdtemp(pattern.data()));
-    const ProgramEnd made = Shell(kMakeFiles);
-    ASSERT_EQ(made.status, 0) << made.output;
+    const ProgramResult made = Shell(kMakeFiles);
+    ASSERT_EQ(made.exitStatus, 0) << made.output;
   }
   static void TearDownTestSuite() { fs::remove_all(directory_); }
   void TearDown() override { fs::remove_all(directory_ / "archives"); }
 
   /// Runs shell commands in the directory of the files; "pack" there packs for the build B12345.
-  static ProgramEnd Shell(const std::string& commands) {
+  static ProgramResult Shell(const std::string& commands) {
     return RunProgram({"/bin/bash", "-c",
                        "cd \"$0\"; tarvo() { '" TARVO_PROGRAM "' \"$@\"; }\n"
                        "pack() { tarvo pack --build B12345 --archives archives"
@@ -114,7 +114,7 @@ TEST_F(PackTest, PacksTheDebugSectionsOfEveryFile) {
     expected += bundle + ": " + (isDirectory ? "12" : Size("out/" + bundle)) + " bytes from " +
                 source + '\n';
     if (isDirectory) {
-      EXPECT_EQ(Shell("diff -r out/Scripting.dSYM Scripting.dSYM").status, 0);
+      EXPECT_EQ(Shell("diff -r out/Scripting.dSYM Scripting.dSYM").exitStatus, 0);
       continue;
     }
     if (isWholeFile) {
@@ -193,15 +193,15 @@ TEST_F(PackTest, EveryFileThatCannotBePackedIsNamed) {
                 "libshared.so.1.dsym in the archive.\n"
                 "tarvo: No archive was made for \"B12345\".\n");
   EXPECT_EQ(end.output, "B12345_dsym.zip\nolder\n");
-  EXPECT_EQ(end.status, 1);
+  EXPECT_EQ(end.exitStatus, 1);
   // LLVM's own words follow.
   EXPECT_EQ(Shell("pack truncated").errors.substr(0, 32), "tarvo: Cannot pack \"truncated\": ");
 }
 
 TEST_F(PackTest, APipeDoesNotBlock) {
-  EXPECT_EQ(Shell("timeout 0.2 cat pipe").status, 124) << "a reader that waits is ended";
+  EXPECT_EQ(Shell("timeout 0.2 cat pipe").exitStatus, 124) << "a reader that waits is ended";
   const auto end = Shell("export -f pack tarvo; timeout 20 bash -c 'pack pipe'");
-  EXPECT_EQ(end.status, 1);
+  EXPECT_EQ(end.exitStatus, 1);
   EXPECT_EQ(end.errors,
             "tarvo: Could not open \"pipe\": It is no regular file\n"
             "tarvo: No archive was made for \"B12345\".\n");
@@ -234,7 +234,7 @@ TEST_F(PackTest, AnArchiveIsReplacedInOneStepOrStays) {
   };
   for (const auto& [what, commands, status, files] : kCases) {
     const auto end = Shell(commands);
-    EXPECT_EQ(end.status, status) << what << '\n' << end.errors;
+    EXPECT_EQ(end.exitStatus, status) << what << '\n' << end.errors;
     EXPECT_EQ(Shell("ls -A archives").output, files) << what;
     fs::remove_all(directory_ / "archives");
   }
@@ -256,7 +256,7 @@ TEST_F(PackTest, WrongUsage) {
     const auto end = Shell(std::string("tarvo pack --archives archives ") + arguments);
     EXPECT_EQ(end.errors,
               std::string("tarvo: ") + error + "\nRun `tarvo --help` for more information.\n");
-    EXPECT_EQ(end.status, 2);
+    EXPECT_EQ(end.exitStatus, 2);
   }
 }
 

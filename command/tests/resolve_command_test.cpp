@@ -14,20 +14,15 @@
 #include <string>
 #include <vector>
 
-#include "run_program.h"
-#include "temporary_directory.h"
-#include "zip_builder.h"
+#include "support/files.h"
+#include "support/program.h"
+#include "support/zip_builder.h"
 
 namespace tarvo {
 namespace {
 
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 class ResolveCommandTest : public testing::Test {
  protected:
@@ -40,12 +35,12 @@ class ResolveCommandTest : public testing::Test {
   }
 
   /// In the test's folder, within a time that no run may take.
-  ProgramEnd Run(Texts line, const Texts& environment = {}) {
+  ProgramResult Run(Texts line, const Texts& environment = {}) {
     const Texts start = {"/bin/sh", "-c", "cd \"$0\" && exec timeout 60 \"$@\"", Text(".")};
     line.insert(line.begin(), start.begin(), start.end());
-    return RunProgram(line, environment);
+    return RunProgram(line, {.environment = environment});
   }
-  ProgramEnd Tarvo(Texts arguments) {
+  ProgramResult Tarvo(Texts arguments) {
     arguments.insert(arguments.begin(), TARVO_PROGRAM);
     return Run(arguments);
   }
@@ -131,14 +126,14 @@ TEST_F(ResolveCommandTest, EveryKindOfCrashResolvesToItsLine) {
     const auto end = Run({CRASHDEMO_PROGRAM, "--threads", "2", "--kind", kind,
                           "--g_crashReportUrl=reports/" + std::string(kind) + "_bugreport.txt"},
                          kCrashingEnvironment);
-    ASSERT_EQ(end.status, 1) << kind << end.errors;
+    ASSERT_EQ(end.exitStatus, 1) << kind << end.errors;
   }
   const auto packed = Tarvo({"pack", "--build", "UNKNOWNBUILDID", "--archives", "archives",
                              CRASHDEMO_PROGRAM, SCENE_LIBRARY});
-  ASSERT_EQ(packed.status, 0) << packed.errors;
+  ASSERT_EQ(packed.exitStatus, 0) << packed.errors;
   const auto end = Tarvo({"resolve", "reports", "--archives", "archives", "--cache", "cache",
                           "--quiet", "--g_symbolIndexDirectory=" + Text("index")});
-  EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.exitStatus, 0);
   EXPECT_EQ(end.output + end.errors, "");
   for (const auto& [kind, function, statement, otherFunction, otherStatement] : crashes) {
     if (kLeftOut.contains(kind)) continue;
@@ -176,13 +171,13 @@ class ResolveOriginsTest : public ResolveCommandTest {
             ReadFile(fs::path(REPORTS) / (origin + "_bugreport.txt")));
   }
 
-  ProgramEnd WithRecorder(Texts arguments) {
+  ProgramResult WithRecorder(Texts arguments) {
     const Texts more = {"--module", MODULES "/crashhandler.so", "--module", RECORDER_MODULE,
                         "--g_recorderAnswers=" + Text("answers")};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return Tarvo(arguments);
   }
-  ProgramEnd Resolve(Texts arguments) {
+  ProgramResult Resolve(Texts arguments) {
     const Texts start = {"resolve", "--archives", "archives", "--cache", "cache"};
     arguments.insert(arguments.begin(), start.begin(), start.end());
     return WithRecorder(arguments);
@@ -212,10 +207,10 @@ TEST_F(ResolveOriginsTest, WritesWhatTheJobWritesForNormalizedReports) {
   const auto job =
       WithRecorder({"run", "net.tarvo.execution.crashlogresolve", "--g_crashlogDirectory=job",
                     "--g_symbolArchiveDirectory=archives", "--g_symbolTemporaryDirectory=cache"});
-  ASSERT_EQ(job.status, 0) << job.errors;
+  ASSERT_EQ(job.exitStatus, 0) << job.errors;
   const auto originals = Files("reports");
   for (const char* jobs : {"1", "4"}) {
-    ASSERT_EQ(Resolve({"reports", "--jobs", jobs}).status, 0);
+    ASSERT_EQ(Resolve({"reports", "--jobs", jobs}).exitStatus, 0);
     auto expected = Files("job");
     for (const auto& [name, content] : originals) expected[name] = content;
     EXPECT_EQ(Files("reports"), expected);
@@ -229,7 +224,7 @@ TEST_F(ResolveOriginsTest, SaysWhatWasDoneAndWhatIsMissing) {
   Write("reports/macos_bugreport.log", "TARVO_Crash_Report {}");
   const auto end = Resolve({"reports", "reports/macos_bugreport.txt", "reports/macos_bugreport.log",
                             "missing", "/dev/null", "--jobs", "2", "--summary", "summary.json"});
-  EXPECT_EQ(end.status, 1);
+  EXPECT_EQ(end.exitStatus, 1);
   EXPECT_EQ(end.errors, "");
   EXPECT_EQ(WithoutCalls(end.output), R"(Reports: 5 read, 4 resolved, 4 failed
 Frames:  12, 1 resolved (8.3 %)
@@ -340,7 +335,7 @@ Failed:
 }
 )");
   const auto quiet = Resolve({"reports", "--quiet"});
-  EXPECT_EQ(quiet.status, 1);
+  EXPECT_EQ(quiet.exitStatus, 1);
   EXPECT_EQ(WithoutCalls(quiet.output) + quiet.errors,
             "tarvo: reports/bad_bugreport.txt: Wrong type of report: Some\n");
 }
@@ -381,7 +376,7 @@ TEST_F(ResolveOriginsTest, RefusesWrongUsage) {
   };
   for (const auto& [arguments, expected] : cases) {
     const auto end = Tarvo(arguments);
-    EXPECT_EQ(end.status, 2) << expected;
+    EXPECT_EQ(end.exitStatus, 2) << expected;
     EXPECT_EQ(end.output + end.errors, expected);
   }
 }

@@ -4,6 +4,7 @@
 
 #include "debug_files.h"
 #include "files/bundle.h"
+#include "support/files.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -53,7 +54,7 @@ TEST(Bundle, LeadsToOneDebugFileOrSaysWhyNot) {
             "",
             "found 2 debug files (x, y), expected one, or one named like the bundle."},
        }) {
-    const ScratchDirectory scratch;
+    const TemporaryDirectory scratch;
     for (const auto& [path, bytes] : test.files) {
       fs::create_directories((scratch / path).parent_path());
       WriteFile(scratch / path, bytes);
@@ -76,7 +77,7 @@ TEST(Bundle, RefusesWhatIsNoDebugFileByName) {
   const Recipe& pe = RecipeNamed("PePdb");
   TARVO_MAKE_OR_SKIP(elfDirectory, elf);
   TARVO_MAKE_OR_SKIP(peDirectory, pe);
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   WriteFile(scratch / "random", std::string(5000, '\x5a'));
   ASSERT_EQ(mkfifo((scratch / "pipe").c_str(), 0600), 0);
   fs::copy(peDirectory / "main.dsym/main.exe", scratch / "lonely.exe");
@@ -121,7 +122,7 @@ TEST(Bundle, RefusesWhatIsNoDebugFileByName) {
 TEST(Bundle, PdbAloneAnswersLikeItsImage) {
   const Recipe& recipe = RecipeNamed("PePdb");
   TARVO_MAKE_OR_SKIP(directory, recipe);
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const auto host = StartHost(scratch / "indices");
   const auto reader = BindReader(*host);
   for (const auto& [address, expected] : SymbolizerAnswers(directory, recipe.file)) {

@@ -29,8 +29,8 @@ std::pair<std::string, bool> Shell(const fs::path& directory, std::string_view c
   return {output, pclose(pipe) == 0};
 }
 
-const ScratchDirectory& Workshop() {
-  static const ScratchDirectory directory;
+const TemporaryDirectory& Workshop() {
+  static const TemporaryDirectory directory;
   return directory;
 }
 
@@ -73,13 +73,13 @@ const Recipe& RecipeNamed(std::string_view name) {
   return *std::ranges::find(kRecipes, name, &Recipe::name);
 }
 
-ScratchDirectory::ScratchDirectory() {
+TemporaryDirectory::TemporaryDirectory() {
   std::string path = (fs::temp_directory_path() / "tarvo-symbols-XXXXXX").string();
   if (mkdtemp(path.data()) == nullptr) std::abort();
   path_ = path;
 }
 
-ScratchDirectory::~ScratchDirectory() {
+TemporaryDirectory::~TemporaryDirectory() {
   std::error_code ignored;
   fs::remove_all(path_, ignored);
 }
@@ -177,11 +177,6 @@ std::map<std::uint64_t, Answer> Answers(const fs::path& indices, const Recipe& r
     answers[address] = answer;
   }
   return answers;
-}
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void WriteFile(const fs::path& path, std::string_view bytes) {

@@ -16,12 +16,12 @@
 namespace tarvo::symbolreader {
 
 /// A directory of its own, removed with all in it at the end.
-class ScratchDirectory {
+class TemporaryDirectory {
  public:
-  ScratchDirectory();
-  ~ScratchDirectory();
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
   [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
     return path_ / name;
   }
@@ -83,7 +83,6 @@ std::map<std::uint64_t, Answer> Answers(const std::filesystem::path& indices, co
                                         const std::map<std::uint64_t, Answer>& addresses,
                                         std::vector<std::string> arguments = {});
 
-std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, std::string_view bytes);
 std::vector<std::string> ListDirectory(const std::filesystem::path& path);
 

@@ -8,6 +8,7 @@
 
 #include "debug_files.h"
 #include "files/image_range.h"
+#include "support/files.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -29,7 +30,7 @@ TEST_P(Formats, AnswerLikeTheSymbolizer) {
   TARVO_MAKE_OR_SKIP(directory, GetParam());
   const auto expected = SymbolizerAnswers(directory, GetParam().file);
   ASSERT_GT(expected.size(), 150U);
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   EXPECT_EQ(Answers(scratch / "indices", GetParam(), expected), expected) << "index made";
   EXPECT_EQ(Answers(scratch / "indices", GetParam(), expected), expected) << "index found";
   const auto indices = ListDirectory(scratch / "indices");
@@ -42,7 +43,7 @@ TEST_P(Formats, AnswerLikeTheSymbolizer) {
 
 TEST_P(Formats, KnowInlinedFunctionsTemplatesAndLocalClasses) {
   TARVO_MAKE_OR_SKIP(directory, GetParam());
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   std::set<std::pair<std::string, std::int64_t>> found;
   for (const auto& [address, answer] :
        Answers(scratch / "indices", GetParam(), SymbolizerAnswers(directory, GetParam().file))) {
@@ -66,7 +67,7 @@ TEST_P(Formats, TakeOffsetsOfEveryShape) {
   const auto addresses = SymbolizerAnswers(directory, GetParam().file);
   const auto& [address, expected] = *std::ranges::find_if(
       addresses, [](const auto& entry) { return entry.second.line == MarkedLine("plain"); });
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const auto host = StartHost(scratch / "indices");
   const auto reader = BindReader(*host);
   const std::uint64_t distance = address - GetParam().imageStart;
@@ -82,7 +83,7 @@ TEST_P(Formats, TakeOffsetsOfEveryShape) {
 
 TEST_P(Formats, RefuseAnotherArchitecture) {
   TARVO_MAKE_OR_SKIP(directory, GetParam());
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const auto host = StartHost(scratch / "indices");
   const bool isUniversal = GetParam().name == "MachOUniversal";
   const std::string other = isUniversal                           ? "i386"
@@ -96,7 +97,7 @@ TEST_P(Formats, RefuseAnotherArchitecture) {
 // A damaged file may be refused, or be resolved as far as it goes; nothing else may happen.
 TEST_P(Formats, SurviveDamage) {
   TARVO_MAKE_OR_SKIP(directory, GetParam());
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const bool isPdb = GetParam().name == "PePdb";
   const std::string file(isPdb ? "main.dsym/main.pdb"
                                : GetParam().file.substr(0, GetParam().file.find(' ')));

@@ -7,6 +7,7 @@
 
 #include "debug_files.h"
 #include "index/index_format.h"
+#include "support/files.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -29,7 +30,7 @@ class Index : public testing::Test {
   fs::path IndexFile() const { return indices_ / ListDirectory(indices_).front(); }
 
   const Recipe& recipe_ = RecipeNamed("ElfPie");
-  const ScratchDirectory scratch_;
+  const TemporaryDirectory scratch_;
   fs::path indices_ = scratch_ / "a/b/indices";
   std::map<std::uint64_t, Answer> addresses_;
   std::string errors_;
@@ -140,7 +141,7 @@ TEST_F(Index, MissingProgramIsNamed) {
 TEST(IndexDirectory, DefaultsToTheUsersCache) {
   const Recipe& recipe = RecipeNamed("ElfPie");
   TARVO_MAKE_OR_SKIP(directory, recipe);
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const std::string home = (scratch / "home").string();
   struct Case {
     std::string cache;

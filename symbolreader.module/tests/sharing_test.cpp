@@ -16,7 +16,7 @@ TEST(Sharing, ThreadsResolveAtOnce) {
     const Recipe& recipe = RecipeNamed(name);
     TARVO_MAKE_OR_SKIP(directory, recipe);
     const auto expected = SymbolizerAnswers(directory, recipe.file);
-    const ScratchDirectory scratch;
+    const TemporaryDirectory scratch;
     for (const char* indices : {"indices", "/dev/null/none"}) {
       const auto host = StartHost(scratch / indices);
       std::vector<int> differences(kThreads);
@@ -37,7 +37,7 @@ TEST(Sharing, ThreadsResolveAtOnce) {
 }
 
 TEST(Sharing, IsBoundedInNumberAndBytes) {
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const auto host = StartHost(scratch / "indices");
   // This program's copy of the module.
   Registration registration;
@@ -78,7 +78,7 @@ TEST(Sharing, IsBoundedInNumberAndBytes) {
 TEST(Sharing, AReplacedFileIsReadAnew) {
   const Recipe& elf = RecipeNamed("ElfPie");
   TARVO_MAKE_OR_SKIP(directory, elf);
-  const ScratchDirectory scratch;
+  const TemporaryDirectory scratch;
   const auto host = StartHost(scratch / "indices");
   const auto bundle = scratch / "module.dsym";
   WriteFile(bundle, "nothing yet");

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "temporary_directory.h"
+#include "support/files.h"
 
 namespace tarvo {
 namespace {

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "temporary_directory.h"
+#include "support/files.h"
 
 namespace tarvo {
 namespace {

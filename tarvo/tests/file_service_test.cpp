@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "files/file_reading.h"
-#include "temporary_directory.h"
+#include "support/files.h"
 
 namespace tarvo {
 namespace {

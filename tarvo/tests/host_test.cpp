@@ -11,8 +11,8 @@
 
 #include "host/module_files.h"
 #include "modules/test_service.h"
+#include "support/files.h"
 #include "tarvo/symbolification.h"
-#include "temporary_directory.h"
 
 namespace tarvo {
 namespace {

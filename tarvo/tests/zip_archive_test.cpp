@@ -17,9 +17,9 @@
 #include <random>
 #include <thread>
 
+#include "support/files.h"
+#include "support/zip_builder.h"
 #include "tarvo/format.h"
-#include "temporary_directory.h"
-#include "zip_builder.h"
 
 namespace tarvo {
 namespace {

@@ -8,9 +8,9 @@
 
 #include "connection.h"
 #include "crashlog/base/configuration.h"
-#include "temporary_directory.h"
+#include "support/files.h"
+#include "support/zip_builder.h"
 #include "test_framework.h"
-#include "zip_builder.h"
 
 namespace tarvo::crashhandler {
 

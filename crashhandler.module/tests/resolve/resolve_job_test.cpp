@@ -13,21 +13,16 @@
 #include <thread>
 #include <vector>
 
+#include "support/files.h"
+#include "support/zip_builder.h"
 #include "tarvo/crashhandler.h"
 #include "tarvo/host/host.h"
-#include "temporary_directory.h"
-#include "zip_builder.h"
 
 namespace tarvo {
 namespace {
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 Lines SortedLines(const fs::path& path) {
   std::istringstream text(ReadFile(path));

@@ -1,0 +1,132 @@
+#include "toolkit/pack/archive_writer.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "tarvo/format.h"
+#include "toolkit/base/safe_text.h"
+
+namespace tarvo::toolkit {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr SourceFile kSource{"command/pack/archive_writer"};
+
+Error FileError(SourceLocation where, const std::string& path, std::string_view reason) {
+  return Error::File(where, Format("Could not write \"@\": @", SafeText(path), reason),
+                     Url::FromSystemPath(path));
+}
+
+/// A new file in `directory`; `path` is set to its name.
+File MakeTemporaryFile(const fs::path& directory, std::string& path) {
+  path = (directory / ".tarvo-pack-XXXXXX").native();
+  const int descriptor = mkostemp(path.data(), O_CLOEXEC);
+  return File(descriptor < 0 ? nullptr : fdopen(descriptor, "w+b"));
+}
+
+struct FreeEntry {
+  void operator()(archive_entry* entry) const noexcept { archive_entry_free(entry); }
+};
+
+std::unique_ptr<archive_entry, FreeEntry> MakeEntry(const std::string& name, unsigned type,
+                                                    unsigned mode, std::uint64_t size) {
+  // Without a time, which the format has as local time: it would differ from zone to zone.
+  std::unique_ptr<archive_entry, FreeEntry> entry(archive_entry_new());
+  archive_entry_set_pathname(entry.get(), name.c_str());
+  archive_entry_set_filetype(entry.get(), type);
+  archive_entry_set_perm(entry.get(), static_cast<mode_t>(mode));
+  archive_entry_set_size(entry.get(), static_cast<std::int64_t>(size));
+  return entry;
+}
+
+}  // namespace
+
+void ArchiveWriter::FreeArchive::operator()(archive* writer) const noexcept {
+  archive_write_free(writer);
+}
+
+ArchiveWriter::ArchiveWriter(std::string path, std::string temporary, File file)
+    : path_(std::move(path)),
+      temporary_(std::move(temporary)),
+      file_(std::move(file)),
+      writer_(archive_write_new()) {}
+
+ArchiveWriter::~ArchiveWriter() {
+  if (!temporary_.empty()) unlink(temporary_.c_str());
+}
+
+Result<std::unique_ptr<ArchiveWriter>> ArchiveWriter::Create(const std::string& path) {
+  std::string temporary;
+  File file = MakeTemporaryFile(fs::path(path).parent_path(), temporary);
+  if (!file) return FileError(kSource.Here(), path, std::strerror(errno));
+  std::unique_ptr<ArchiveWriter> made(
+      new ArchiveWriter(path, std::move(temporary), std::move(file)));
+  archive* writer = made->writer_.get();
+  if (archive_write_set_format_zip(writer) != ARCHIVE_OK ||
+      archive_write_zip_set_compression_deflate(writer) != ARCHIVE_OK ||
+      archive_write_set_bytes_in_last_block(writer, 1) != ARCHIVE_OK ||
+      archive_write_open_fd(writer, fileno(made->file_.get())) != ARCHIVE_OK)
+    return made->WriteError(kSource.Here(), path);
+  return made;
+}
+
+Error ArchiveWriter::WriteError(SourceLocation where, const std::string& what) const {
+  const char* reason = archive_error_string(writer_.get());
+  return FileError(where, what, reason == nullptr ? "unknown reason" : reason);
+}
+
+Result<void> ArchiveWriter::AddDirectory(const std::string& name) {
+  const auto entry = MakeEntry(name + '/', AE_IFDIR, 0755, 0);
+  if (archive_write_header(writer_.get(), entry.get()) != ARCHIVE_OK)
+    return WriteError(kSource.Here(), name);
+  return {};
+}
+
+Result<std::uint64_t> ArchiveWriter::AddFile(const std::string& name, const RegularFile& content) {
+  const auto entry = MakeEntry(name, AE_IFREG, 0644, content.size);
+  if (archive_write_header(writer_.get(), entry.get()) != ARCHIVE_OK)
+    return WriteError(kSource.Here(), name);
+  std::array<char, 1 << 16> buffer;
+  std::uint64_t left = content.size;
+  while (left > 0) {
+    const std::size_t wanted = std::min<std::uint64_t>(left, buffer.size());
+    const std::size_t size = std::fread(buffer.data(), 1, wanted, content.file.get());
+    if (size == 0) return FileError(kSource.Here(), name, "The file ended before its size");
+    if (archive_write_data(writer_.get(), buffer.data(), size) != static_cast<la_ssize_t>(size))
+      return WriteError(kSource.Here(), name);
+    left -= size;
+  }
+  return content.size;
+}
+
+Result<std::uint64_t> ArchiveWriter::Finish() {
+  if (archive_write_close(writer_.get()) != ARCHIVE_OK) return WriteError(kSource.Here(), path_);
+  const mode_t mask = umask(0);
+  umask(mask);
+  const int file = fileno(file_.get());
+  struct stat status{};
+  if (fchmod(file, 0666 & ~mask) != 0 || fsync(file) != 0 || fstat(file, &status) != 0 ||
+      rename(temporary_.c_str(), path_.c_str()) != 0)
+    return FileError(kSource.Here(), path_, std::strerror(errno));
+  temporary_.clear();
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+Result<File> MakeScratchFile(const std::string& directory) {
+  std::string path;
+  File file = MakeTemporaryFile(directory, path);
+  if (!file) return FileError(kSource.Here(), directory, std::strerror(errno));
+  unlink(path.c_str());
+  return file;
+}
+
+}  // namespace tarvo::toolkit

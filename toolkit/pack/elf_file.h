@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "tarvo/result.h"
+
+/// What is read from and written of ELF files, by LLVM. Where the build had no LLVM every operation
+/// is an illegal-state error that says so.
+namespace tarvo::toolkit {
+
+/// Where a stripped file's debug information went: ".gnu_debuglink".
+struct DebugLink {
+  std::string fileName;
+  std::uint32_t checksum = 0;  ///< of the whole separate file, as FileChecksum gives it
+};
+
+struct ElfFacts {
+  enum class Kind { Program, Library, DebugFile, ObjectFile, Other };
+  /// A position-independent program is told from a library by its flag DF_1_PIE, set by linkers
+  /// since 2015, or else by the name of an interpreter without a name of its own. DebugFile: the
+  /// debug sections of a library or position-independent program whose own facts were taken out.
+  Kind kind = Kind::Other;
+  std::string sharedName{};  ///< DT_SONAME; empty when there is none
+  std::string buildId{};     ///< lower-case hexadecimal; empty when there is none
+  std::optional<DebugLink> debugLink{};
+  bool hasDebugInformation = false;  ///< a .debug_info, compressed or not, with content
+  bool holdsCode = false;            ///< not only a separate debug file
+};
+
+/// An illegal-state error with the reason when the file is damaged, a file error when it cannot be
+/// opened. The file is mapped, not read as a whole.
+Result<ElfFacts> ReadElfFacts(const std::string& path);
+
+/// Writes the ELF file `path` without the contents of all that a process loads, what `objcopy
+/// --only-keep-debug` keeps. Takes as much memory as it writes; the file itself is mapped.
+Result<void> WriteDebugSections(const std::string& path, std::FILE* to);
+
+/// The checksum that debug links carry: CRC-32 (the one of zip) of all the file's bytes.
+Result<std::uint32_t> FileChecksum(const std::string& path);
+
+}  // namespace tarvo::toolkit

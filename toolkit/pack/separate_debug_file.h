@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "toolkit/pack/elf_file.h"
+
+namespace tarvo::toolkit {
+
+struct SeparateDebugFile {
+  std::string path;  ///< empty: there is none
+  bool holdsCode = false;
+  /// Files that stand where one is looked for, each with the reason why it is not the one. For
+  /// messages; each starts with ", but ".
+  std::string refused;
+};
+
+/// Looks for the separate debug file of the ELF file `path` where debuggers do:
+///
+/// 1. by its build id: DEBUGDIR/.build-id/xx/yyyy.debug;
+/// 2. by the name in its debug link: beside the file, in ".debug" beside it, and below DEBUGDIR in
+///    a directory like the file's own.
+///
+/// The first one counts that has debug information, the same build id (where both have one) and, by
+/// a debug link, the link's checksum.
+SeparateDebugFile FindSeparateDebugFile(const std::string& path, const ElfFacts& facts,
+                                        const std::vector<std::string>& debugDirectories);
+
+}  // namespace tarvo::toolkit

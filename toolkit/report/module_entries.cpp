@@ -1,0 +1,65 @@
+#include "toolkit/report/module_entries.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+namespace tarvo::toolkit {
+namespace {
+
+/// As "%p" prints an address: zero is "(nil)".
+std::optional<std::uint64_t> ParseBase(std::string_view text) noexcept {
+  return text == "(nil)" ? 0 : ParseAddress(text);
+}
+
+void Add(ModuleEntry& module, const KeyValue& line) {
+  if (line.key == "Executable") module.path = line.value;
+  if (line.key == "Build") module.build = line.value;
+  if (line.key == "BaseAddress") module.base = ParseBase(line.value);
+}
+
+}  // namespace
+
+std::vector<ModuleEntry> ReadModuleEntries(std::span<const ReportLine> lines) {
+  std::vector<ModuleEntry> modules;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const auto line = SplitKeyValue(lines[i].text);
+    if (!line) continue;
+    if (lines[i].kind == LineKind::Module) {
+      modules.push_back({.nameLine = i, .lastLine = i, .name = line->value});
+    } else if (lines[i].kind == LineKind::ModuleValue && !modules.empty()) {
+      modules.back().lastLine = i;
+      Add(modules.back(), *line);
+    }
+  }
+  return modules;
+}
+
+std::string_view ProgramName(std::span<const ModuleEntry> modules,
+                             std::span<const OwnFrame> frames) {
+  if (modules.empty() || !modules.front().base) return {};
+  const std::uint64_t base = *modules.front().base;
+  // The module that follows it in memory.
+  std::uint64_t next = UINT64_MAX;
+  for (const ModuleEntry& module : modules)
+    if (module.base && *module.base > base) next = std::min(next, *module.base);
+  std::map<std::string_view, std::size_t> names;
+  for (const OwnFrame& frame : frames)
+    if (!frame.module.empty() && frame.address >= base && frame.address < next)
+      ++names[frame.module];
+  const auto most =
+      std::ranges::max_element(names, {}, [](const auto& name) { return name.second; });
+  return most == names.end() ? std::string_view() : most->first;
+}
+
+std::string_view SharedBuild(std::span<const ModuleEntry> modules) {
+  std::string_view shared;
+  for (const ModuleEntry& module : modules) {
+    if (module.build.empty() || module.build == shared) continue;
+    if (!shared.empty()) return {};
+    shared = module.build;
+  }
+  return shared;
+}
+
+}  // namespace tarvo::toolkit

@@ -1,0 +1,94 @@
+#include "toolkit/resolve/progress.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace tarvo::toolkit {
+namespace {
+
+using std::chrono::duration;
+using std::chrono::seconds;
+
+constexpr seconds kBetweenLines{10};
+constexpr std::size_t kWidestBar = 40;
+constexpr std::size_t kNarrowestBar = 5;
+
+/// "1 h 5 min", "6 min 20 s", "12 s".
+std::string Span(double time) {
+  const auto whole = static_cast<long long>(std::min(time, 1e9) + 0.5);
+  const auto text = [](long long large, const char* unit, long long small, const char* smaller) {
+    return std::to_string(large) + unit + (small == 0 ? "" : " " + std::to_string(small) + smaller);
+  };
+  if (whole >= 3600) return text(whole / 3600, " h", whole % 3600 / 60, " min");
+  if (whole >= 60) return text(whole / 60, " min", whole % 60, " s");
+  return std::to_string(whole) + " s";
+}
+
+/// `rate` is what is done in a second.
+std::string Rate(double rate) {
+  const bool isSlow = rate < 1;
+  char text[32];
+  std::snprintf(text, sizeof text, rate < 10 ? "%.1f a %s" : "%.0f a %s", isSlow ? rate * 60 : rate,
+                isSlow ? "minute" : "second");
+  return text;
+}
+
+std::size_t TerminalWidth() {
+  winsize size{};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+}
+
+bool IsTerminal() {
+  const char* kind = std::getenv("TERM");
+  return isatty(STDERR_FILENO) != 0 && kind != nullptr && std::string_view(kind) != "dumb";
+}
+
+}  // namespace
+
+std::string ProgressLine(const Position& position) {
+  std::string line =
+      std::to_string(position.done) + " of " + std::to_string(position.all) + " reports";
+  const double time = duration<double>(position.time).count();
+  if (position.done == 0 || time <= 0) return line;
+  const double rate = static_cast<double>(position.done) / time;
+  line += ", " + Rate(rate);
+  if (position.done < position.all)
+    line += ", " + Span(static_cast<double>(position.all - position.done) / rate) + " left";
+  return line;
+}
+
+std::string ProgressBar(const Position& position, std::size_t width) {
+  const std::string line = ProgressLine(position);
+  constexpr std::size_t kAround = 4;  // brackets, a blank, and the column that would wrap
+  if (width < line.size() + kAround + kNarrowestBar)
+    return line.substr(0, std::max(width, 1UL) - 1);
+  const std::size_t size = std::min(width - line.size() - kAround, kWidestBar);
+  const std::size_t filled = position.all == 0 ? size : position.done * size / position.all;
+  return "[" + std::string(filled, '#') + std::string(size - filled, '-') + "] " + line;
+}
+
+Progress::Progress(bool isQuiet)
+    : kind_(isQuiet        ? Kind::None
+            : IsTerminal() ? Kind::Bar
+                           : Kind::Lines),
+      nextLine_(kBetweenLines) {}
+
+Progress::~Progress() {
+  if (kind_ == Kind::Bar) std::fputs("\r\x1b[K", stderr);
+}
+
+void Progress::Show(const Position& position) {
+  if (kind_ == Kind::Bar)
+    std::fprintf(stderr, "\r%s\x1b[K", ProgressBar(position, TerminalWidth()).c_str());
+  if (kind_ == Kind::Lines && position.time >= nextLine_) {
+    std::fprintf(stderr, "tarvo: %s\n", ProgressLine(position).c_str());
+    nextLine_ = position.time + kBetweenLines;
+  }
+}
+
+}  // namespace tarvo::toolkit

@@ -1,0 +1,155 @@
+#include "toolkit/resolve/summary.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "tarvo/format.h"
+#include "toolkit/base/safe_text.h"
+
+namespace tarvo::toolkit {
+namespace {
+
+constexpr std::size_t kShownFailures = 20;
+constexpr std::size_t kShownLacks = 10;
+constexpr std::size_t kDocumentedLacks = 1000;
+
+using LackAndCount = std::pair<Tally::Lack, Tally::Count>;
+
+/// Those that concern most frames first.
+std::vector<LackAndCount> LargestLacks(const Tally& tally, std::size_t limit) {
+  std::vector<LackAndCount> lacks(tally.Lacks().begin(), tally.Lacks().end());
+  std::ranges::stable_sort(lacks, std::ranges::greater{},
+                           [](const LackAndCount& lack) { return lack.second.frames; });
+  lacks.resize(std::min(lacks.size(), limit));
+  return lacks;
+}
+
+std::string Number(std::uint64_t number, std::size_t width = 0) {
+  std::string text = std::to_string(number);
+  return text.insert(0, width > text.size() ? width - text.size() : 0, ' ');
+}
+
+std::string Share(std::uint64_t part, std::uint64_t whole) {
+  char text[16];
+  std::snprintf(
+      text, sizeof text, "%.1f %%",
+      whole == 0 ? 100.0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole));
+  return text;
+}
+
+std::string ReportsLine(const Summary& summary) {
+  std::string line = "Reports: " + Number(summary.read) + " read, " + Number(summary.resolved) +
+                     " resolved, " + Number(summary.failures.size()) + " failed";
+  if (summary.upToDate != 0) line += ", " + Number(summary.upToDate) + " up to date";
+  if (summary.untouched != 0) line += ", " + Number(summary.untouched) + " not come to";
+  return line + "\n";
+}
+
+std::string FramesText(const Tally& tally) {
+  const std::uint64_t all = tally.AllFrames();
+  const std::uint64_t resolved = tally.Frames(FrameOutcome::Resolved);
+  std::string text = "Frames:  " + Number(all) + ", " + Number(resolved) + " resolved (" +
+                     Share(resolved, all) + ")\n";
+  for (std::size_t i = 1; i < kFrameOutcomes; ++i) {
+    const auto outcome = static_cast<FrameOutcome>(i);
+    if (const std::uint64_t frames = tally.Frames(outcome); frames != 0)
+      text += Number(frames, 11) + "  " + std::string(OutcomeText(outcome)) + "\n";
+  }
+  return text;
+}
+
+/// What one has to get: "symbol archive of build 2209-city".
+std::string Help(const Tally::Lack& lack) {
+  const std::string module = SafeText(lack.module);
+  const std::string build = SafeText(lack.build);
+  switch (lack.outcome) {
+    case FrameOutcome::NoArchive:
+      return "symbol archive of build " + build;
+    case FrameOutcome::UnreadableArchive:
+      return "readable symbol archive of build " + build;
+    case FrameOutcome::NoBundle:
+      return "symbols of " + module + " in the archive of build " + build;
+    case FrameOutcome::ModuleIncomplete:
+      return "build of " + module;
+    case FrameOutcome::ModuleNotListed:
+      return "entry of " + module + " in the list of modules";
+    default:
+      return "debug information of " + module + ", build " + build;
+  }
+}
+
+std::string LacksText(const Tally& tally) {
+  const auto lacks = LargestLacks(tally, kShownLacks);
+  std::string text = lacks.empty() ? "" : "What would help most, in frames:\n";
+  for (const auto& [lack, count] : lacks) {
+    text += Number(count.frames, 11) + "  " + Help(lack) + "\n";
+    const bool isExplained = lack.outcome == FrameOutcome::UnreadableArchive ||
+                             lack.outcome == FrameOutcome::UnreadableBundle;
+    if (isExplained) text += std::string(13, ' ') + "(" + SafeText(count.reason) + ")\n";
+  }
+  return text;
+}
+
+std::string FailuresText(const std::vector<Failure>& failures) {
+  std::string text = failures.empty() ? "" : "Failed:\n";
+  for (std::size_t i = 0; i < std::min(failures.size(), kShownFailures); ++i)
+    text += "  " + SafeText(failures[i].file.Text()) + ": " + SafeText(failures[i].reason) + "\n";
+  if (failures.size() > kShownFailures)
+    text += "  and " + Number(failures.size() - kShownFailures) + " more\n";
+  return text;
+}
+
+DataDictionary LackDocument(const LackAndCount& lackAndCount) {
+  const auto& [lack, count] = lackAndCount;
+  DataDictionary document;
+  document.Set("Reason", String(OutcomeName(lack.outcome)));
+  if (!lack.build.IsEmpty()) document.Set("Build", lack.build);
+  if (!lack.module.IsEmpty()) document.Set("Module", lack.module);
+  document.Set("Frames", count.frames);
+  if (!count.reason.IsEmpty()) document.Set("Error", count.reason);
+  return document;
+}
+
+DataDictionary FramesDocument(const Tally& tally) {
+  DataDictionary frames;
+  frames.Set("All", tally.AllFrames());
+  for (std::size_t i = 0; i < kFrameOutcomes; ++i) {
+    const auto outcome = static_cast<FrameOutcome>(i);
+    frames.Set(String(OutcomeName(outcome)), tally.Frames(outcome));
+  }
+  return frames;
+}
+
+}  // namespace
+
+std::string SummaryText(const Summary& summary) {
+  return ReportsLine(summary) + FramesText(summary.tally) + LacksText(summary.tally) +
+         FailuresText(summary.failures);
+}
+
+DataDictionary SummaryDocument(const Summary& summary) {
+  DataDictionary reports;
+  reports.Set("Read", std::uint64_t{summary.read});
+  reports.Set("Resolved", std::uint64_t{summary.resolved});
+  reports.Set("Failed", std::uint64_t{summary.failures.size()});
+  reports.Set("UpToDate", std::uint64_t{summary.upToDate});
+  reports.Set("NotComeTo", std::uint64_t{summary.untouched});
+  DataArray failures;
+  for (const Failure& failure : summary.failures) {
+    DataDictionary entry;
+    entry.Set("Report", failure.file.Text());
+    entry.Set("Error", failure.reason);
+    failures.Append(std::move(entry));
+  }
+  DataArray lacks;
+  for (const LackAndCount& lack : LargestLacks(summary.tally, kDocumentedLacks))
+    lacks.Append(LackDocument(lack));
+  DataDictionary document;
+  document.Set("Reports", std::move(reports));
+  document.Set("Frames", FramesDocument(summary.tally));
+  document.Set("Missing", std::move(lacks));
+  document.Set("Failures", std::move(failures));
+  return document;
+}
+
+}  // namespace tarvo::toolkit

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "tarvo/data_dictionary.h"
+#include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/tally.h"
+
+namespace tarvo::toolkit {
+
+/// What a run has done.
+struct Summary {
+  std::size_t read = 0;
+  std::size_t resolved = 0;
+  std::size_t upToDate = 0;   ///< left alone
+  std::size_t untouched = 0;  ///< not come to, because the run was interrupted
+  std::vector<Failure> failures;
+  Tally tally;
+};
+
+/// For people: a few lines, with the failures and what would help most.
+[[nodiscard]] std::string SummaryText(const Summary& summary);
+
+/// Everything, for programs; see `tarvo resolve --help`.
+[[nodiscard]] DataDictionary SummaryDocument(const Summary& summary);
+
+}  // namespace tarvo::toolkit

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tarvo/result.h"
+
+/// A resolved crash log as it is shown: what its JSON document has of the known keys, with the
+/// known types. All else is left out, so a document from anywhere can be shown.
+namespace tarvo::toolkit {
+
+/// Larger documents are refused.
+inline constexpr std::uint64_t kMaximumDocumentBytes = std::uint64_t{256} << 20;
+
+/// Keys and values in the document's order.
+using TextPairs = std::vector<std::pair<std::string_view, std::string_view>>;
+
+/// The value of `key`; empty when there is none.
+[[nodiscard]] std::string_view FindText(const TextPairs& pairs, std::string_view key);
+
+struct DocumentFrame {
+  std::string_view module{};
+  std::string_view function{};  ///< demangled by resolution, or as the report has it
+  std::string_view sourceFile{};
+  std::uint64_t sourceLine = 0;  ///< 0: not known
+  std::optional<std::uint64_t> address{};
+};
+
+struct DocumentThread {
+  std::optional<std::uint64_t> number{};
+  TextPairs variables{};
+  TextPairs registers{};
+  std::vector<DocumentFrame> frames{};
+};
+
+struct DocumentModule {
+  std::string_view name{};
+  std::string_view build{};
+  std::uint64_t baseAddress = 0;
+  std::uint64_t size = 0;
+  bool isExecutable = false;
+};
+
+/// All texts live as long as `storage`, and are raw: not to be printed but through SafeText.
+struct CrashDocument {
+  TextPairs application{};
+  TextPairs computer{};
+  TextPairs exception{};
+  std::vector<DocumentThread> threads{};
+  std::vector<DocumentModule> modules{};
+  TextPairs scenes{};  ///< names and paths
+  std::vector<std::string_view> criticalLog{};
+  std::shared_ptr<const void> storage{};
+};
+
+/// Reads a document. `name` is what errors call it. An illegal-argument error with the line and
+/// column when the text is no JSON in UTF-8, and one that says what was found when it is no
+/// resolved crash log: no object with an array "Threads", or a report that is not resolved yet.
+/// Takes some three times the size of the text in memory; nesting costs nothing.
+Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::string& name);
+
+}  // namespace tarvo::toolkit

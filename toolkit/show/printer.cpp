@@ -1,0 +1,271 @@
+#include "toolkit/show/printer.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "tarvo/format.h"
+#include "toolkit/base/safe_text.h"
+#include "toolkit/show/crash.h"
+#include "toolkit/show/frame_line.h"
+#include "toolkit/show/frame_table.h"
+#include "toolkit/show/source_excerpt.h"
+#include "toolkit/show/style.h"
+
+namespace tarvo::toolkit {
+namespace {
+
+constexpr std::string_view kIndent = "  ";
+
+std::string_view Trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+/// A text of the report without the quotes that it may stand in, safe to print.
+std::string Plain(std::string_view text) {
+  text = Trimmed(text);
+  if (text.size() >= 2 && text.starts_with('"') && text.ends_with('"'))
+    text = text.substr(1, text.size() - 2);
+  return SafeText(text == "(nil)" ? "0x0" : text);
+}
+
+void AppendPart(std::string& text, std::string_view label, const std::string& part) {
+  if (part.empty()) return;
+  text += text.empty() ? "" : ", ";
+  text += label;
+  text += part;
+}
+
+std::string ApplicationText(const CrashDocument& document) {
+  const auto executable = std::ranges::find(document.modules, true, &DocumentModule::isExecutable);
+  const DocumentModule module =
+      executable == document.modules.end() ? DocumentModule{} : *executable;
+  std::string text = SafeText(module.name);
+  AppendPart(text, "version ", Plain(FindText(document.application, "PALLADO_Version")));
+  AppendPart(text, "build ", SafeText(module.build));
+  return text;
+}
+
+std::string SystemText(const CrashDocument& document) {
+  // What a report without an entry for the system is taken for.
+  const std::string_view system = FindText(document.computer, "OS_Type");
+  std::string text = system == "PALLADO_Crash_Report_LINUX" ? "Linux" : Plain(system);
+  AppendPart(text, "", Plain(FindText(document.application, "TargetCpuArchitecture")));
+  return text;
+}
+
+std::string ExceptionText(const CrashDocument& document) {
+  const std::string name = Plain(FindText(document.exception, "ExceptionText"));
+  const std::string number = Plain(FindText(document.exception, "ExceptionNumber"));
+  std::string text = name.empty() || number.empty() ? name + number : name + " (" + number + ')';
+  for (const auto& [key, value] : document.exception)
+    if (key != "ExceptionText" && key != "ExceptionNumber" && key != "Thread")
+      AppendPart(text, Plain(key) + ' ', Plain(value));
+  return text;
+}
+
+std::string ThreadText(const DocumentThread& thread) {
+  return "Thread " + (thread.number ? std::to_string(*thread.number) : "without a number");
+}
+
+/// Prints one document.
+class Printer {
+ public:
+  Printer(const CrashDocument& document, const ShowOptions& options, std::FILE* out)
+      : document_(document),
+        options_(options),
+        paint_(options.isColoured),
+        crash_(FindCrash(document)),
+        out_(out) {}
+
+  void Print() {
+    if (!options_.thread) PrintHeader();
+    if (crash_) PrintThread(crash_->thread);
+    for (std::size_t i = 0; i < document_.threads.size() && std::ferror(out_) == 0; ++i)
+      if (!crash_ || i != crash_->thread) PrintThread(i);
+    if (options_.showsAll && !options_.thread) PrintSections();
+    Flush();
+  }
+
+ private:
+  void Flush() {
+    std::fwrite(text_.data(), 1, text_.size(), out_);
+    text_.clear();
+  }
+
+  /// The rest of a line that `used` columns of are taken.
+  std::string Fitted(const std::string& text, std::size_t used) const {
+    const std::size_t left = options_.width - std::min(options_.width, used);
+    return options_.showsAll ? text : Shortened(text, std::max<std::size_t>(left, 1));
+  }
+
+  void PrintPair(const std::string& key, std::size_t keyWidth, const std::string& value) {
+    text_ += kIndent;
+    text_ += paint_(Style::Quiet, key);
+    if (!value.empty()) {
+      const std::size_t width = std::max(keyWidth, TextWidth(key));
+      text_ += std::string(width - TextWidth(key) + 2, ' ');
+      text_ += Fitted(value, kIndent.size() + width + 2);
+    }
+    text_ += '\n';
+  }
+
+  void PrintPairs(const TextPairs& pairs) {
+    constexpr std::size_t kWidestKey = 24;
+    std::size_t width = 0;
+    for (const auto& pair : pairs)
+      width = std::max(width, std::min(TextWidth(Plain(pair.first)), kWidestKey));
+    for (const auto& [key, value] : pairs) PrintPair(Plain(key), width, Plain(value));
+  }
+
+  /// The name stands in the title already; the registers at the fault are shown when all are.
+  void PrintVariables(TextPairs variables) {
+    std::erase_if(variables, [&](const TextPairs::value_type& variable) {
+      const bool isMinor = variable.second.empty() || variable.first.starts_with("Fault_");
+      return variable.first == "ThreadName" || (isMinor && !options_.showsAll);
+    });
+    PrintPairs(variables);
+  }
+
+  /// A line in front of a section, and an empty one in front of that.
+  void PrintTitle(const std::string& title) {
+    if (isStarted_) text_ += '\n';
+    isStarted_ = true;
+    text_ += title + '\n';
+  }
+
+  void PrintHeader() {
+    PrintTitle(paint_(Style::Title, "Crash"));
+    PrintFact("Application", ApplicationText(document_));
+    PrintFact("System", SystemText(document_));
+    PrintFact("Exception", ExceptionText(document_));
+  }
+
+  void PrintFact(const char* name, const std::string& fact) {
+    constexpr std::size_t kWidestName = 11;
+    if (!fact.empty()) PrintPair(name, kWidestName, fact);
+  }
+
+  void PrintThread(std::size_t index) {
+    const DocumentThread& thread = document_.threads[index];
+    if (options_.thread && thread.number != options_.thread) return;
+    const bool isCrashed = crash_ && crash_->thread == index;
+    constexpr std::size_t kMarkWidth = 10;
+    const std::string number = ThreadText(thread);
+    std::string title = paint_(Style::Title, number);
+    const std::string name = Plain(FindText(thread.variables, "ThreadName"));
+    if (!name.empty())
+      title += "  " + paint_(Style::Title, Fitted(name, number.size() + kMarkWidth));
+    if (isCrashed) title += "  " + paint_(Style::Alarm, "crashed");
+    PrintTitle(title);
+    PrintVariables(thread.variables);
+    PrintFrames(thread, isCrashed);
+    if (options_.showsAll) PrintRegisters(thread);
+    Flush();
+  }
+
+  void PrintFrames(const DocumentThread& thread, bool isCrashed) {
+    constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
+    const bool isWhole = isCrashed || options_.showsAll || options_.thread;
+    const std::size_t crashed = isCrashed ? crash_->frame : kAll;
+    const auto lines = MakeFrameLines(thread.frames, crashed, !options_.showsAll,
+                                      isWhole ? kAll : kLinesOfOtherThreads);
+    const FrameTable table(lines, options_.width, !options_.showsAll);
+    std::size_t shown = 0;
+    for (const FrameLine& line : lines) {
+      const bool isMarked = line.number == crashed;
+      // In front of the frame that crashed are those of the crash handler.
+      const bool isQuiet = isCrashed && line.number < crashed;
+      text_ += table.Line(line, paint_, isMarked, isQuiet);
+      if (isMarked || (isCrashed && options_.showsAll))
+        PrintExcerpt(thread.frames[line.number], table.Indent());
+      shown += line.count;
+    }
+    if (shown < thread.frames.size())
+      text_ += std::string(table.Indent(), ' ') +
+               paint_(Style::Quiet, "… " + std::to_string(thread.frames.size() - shown) +
+                                        " more frames, --all shows them") +
+               '\n';
+    if (thread.frames.empty())
+      text_ += std::string(kIndent) + paint_(Style::Quiet, "no frames") + '\n';
+  }
+
+  void PrintExcerpt(const DocumentFrame& frame, std::size_t indent) {
+    const std::pair place(frame.sourceFile, frame.sourceLine);
+    if (!options_.showsSource || place == excerpt_) return;
+    const auto lines = sources_.Excerpt(frame.sourceFile, frame.sourceLine);
+    if (lines.empty()) return;
+    excerpt_ = place;
+    const std::size_t width = std::to_string(lines.back().number).size();
+    for (const SourceLine& line : lines) {
+      const bool isMarked = line.number == frame.sourceLine;
+      const std::string number = std::to_string(line.number);
+      std::string text = isMarked ? "> " : "  ";
+      text += std::string(width - number.size(), ' ') + number + " │";
+      if (!line.text.empty()) text += ' ' + line.text;
+      text_ += std::string(indent, ' ') +
+               paint_(isMarked ? Style::Title : Style::Quiet, Fitted(text, indent)) + '\n';
+    }
+  }
+
+  /// As many of equal width in a line as fit.
+  void PrintRegisters(const DocumentThread& thread) {
+    std::vector<std::string> cells;
+    std::size_t widest = 0;
+    for (const auto& [name, value] : thread.registers) {
+      cells.push_back(Plain(name) + ' ' + Plain(value));
+      widest = std::max(widest, TextWidth(cells.back()));
+    }
+    const std::size_t perLine = std::max<std::size_t>(options_.width / (widest + 2), 1);
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      const bool endsLine = i % perLine == perLine - 1 || i + 1 == cells.size();
+      text_ += kIndent;
+      text_ += paint_(Style::Quiet, cells[i]);
+      text_ += endsLine ? "\n" : std::string(widest - TextWidth(cells[i]), ' ');
+    }
+  }
+
+  void PrintSections() {
+    PrintPairSection("Application", document_.application);
+    PrintPairSection("Computer", document_.computer);
+    PrintPairSection("Exception", document_.exception);
+    if (!document_.modules.empty()) PrintTitle(paint_(Style::Title, "Modules"));
+    for (const DocumentModule& module : document_.modules) {
+      text_ += Format("  0x@{x}-0x@{x}  @", module.baseAddress, module.baseAddress + module.size,
+                      paint_(Style::Module, SafeText(module.name)))
+                   .View();
+      if (!module.build.empty()) text_ += "  " + SafeText(module.build);
+      text_ += '\n';
+    }
+    PrintPairSection("Scenes", document_.scenes);
+    if (!document_.criticalLog.empty()) PrintTitle(paint_(Style::Title, "Critical log"));
+    for (const std::string_view line : document_.criticalLog)
+      text_ += std::string(kIndent) + SafeText(line) + '\n';
+  }
+
+  void PrintPairSection(const char* title, const TextPairs& pairs) {
+    if (pairs.empty()) return;
+    PrintTitle(paint_(Style::Title, title));
+    PrintPairs(pairs);
+  }
+
+  const CrashDocument& document_;
+  const ShowOptions& options_;
+  const Painter paint_;
+  const std::optional<Crash> crash_;
+  std::FILE* out_;
+  SourceReader sources_;
+  std::string text_;  ///< not yet written
+  /// The last one's file and line: recursion does not repeat it.
+  std::pair<std::string_view, std::uint64_t> excerpt_{};
+  bool isStarted_ = false;
+};
+
+}  // namespace
+
+void PrintCrashDocument(const CrashDocument& document, const ShowOptions& options, std::FILE* out) {
+  Printer(document, options, out).Print();
+}
+
+}  // namespace tarvo::toolkit
