@@ -6,10 +6,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "crash_context/text_buffer.h"
 #include "crash_guard/fault_facts.h"
 #include "crash_guard/guard_state.h"
 #include "crash_guard/report_file.h"
-#include "crash_guard/text_buffer.h"
 
 namespace tarvo {
 namespace {
@@ -21,7 +21,7 @@ void NameReport(int signal, const char* path) {
   line.Append(" (");
   line.Append(program_invocation_short_name);
   line.Append(") crashed with ");
-  line.Append(NameOfSignal(signal));
+  line.Append(NameOf(kCrashSignals, signal));
   line.Append("; its report is ");
   line.Append(path);
   line.Append("\n");

@@ -46,14 +46,15 @@ void GuardHangups() {
 }  // namespace
 
 void CrashGuard::NoteEarlierActions() {
-  for (std::size_t i = 0; i < kGuardedSignals.size(); ++i)
-    g_guard.earlier[i] = ActionOf(kGuardedSignals[i]);
+  for (std::size_t i = 0; i < kCrashSignals.size(); ++i)
+    g_guard.earlier[i] = ActionOf(kCrashSignals[i].number);
   g_guard.earlierHangup = ActionOf(SIGHUP);
 }
 
 void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
   const SignalAction installed = ActionOf(SIGSEGV);
-  if (!options.enabled || IsSame(installed, g_guard.earlier[IndexOf(SIGSEGV)])) return;
+  if (!options.enabled || IsSame(installed, g_guard.earlier[IndexOf(kCrashSignals, SIGSEGV)]))
+    return;
   g_guard.capture = installed;
   g_guard.deadline = options.deadline;
   g_guard.active.store(true);
@@ -63,7 +64,7 @@ void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
   g_guard.reraise = options.reraise;
   if (options.reraise || !options.report.IsEmpty()) TakeTheEnd(framework);
   const SignalAction action = GuardingAction();
-  for (const int signal : kGuardedSignals) sigaction(signal, &action, nullptr);
+  for (const NamedSignal& signal : kCrashSignals) sigaction(signal.number, &action, nullptr);
   if (options.hangup && g_guard.earlierHangup.sa_handler == SIG_DFL) GuardHangups();
   started_ = true;
 }
@@ -71,15 +72,16 @@ void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
 void CrashGuard::Stop() {
   if (!started_) return;
   started_ = false;
-  while (IsCrashing()) pause();
+  while (g_crashOwner.IsTaken()) pause();
   const SignalAction action = GuardingAction();
   // Before the actions go: now SIG_DFL means what it says.
   g_guard.active.store(false);
   // The capture would empty the file at the report's descriptor, which is the program's now.
   const bool keepsCapture = !ForgetReportFile();
-  for (const int signal : kGuardedSignals) {
+  for (const auto& [signal, name] : kCrashSignals) {
     const bool isCaptured = keepsCapture && signal != SIGABRT;
-    const SignalAction& before = isCaptured ? g_guard.capture : g_guard.earlier[IndexOf(signal)];
+    const SignalAction& before =
+        isCaptured ? g_guard.capture : g_guard.earlier[IndexOf(kCrashSignals, signal)];
     if (IsSame(ActionOf(signal), action)) sigaction(signal, &before, nullptr);
   }
   if (ActionOf(SIGHUP).sa_sigaction == GuardHangup)

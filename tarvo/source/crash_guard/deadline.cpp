@@ -8,10 +8,10 @@
 
 #include <atomic>
 
+#include "crash_context/text_buffer.h"
 #include "crash_guard/guard_state.h"
 #include "crash_guard/signal_entry.h"
 #include "crash_guard/stuck_threads.h"
-#include "crash_guard/text_buffer.h"
 #include "tarvo/host/crash_guard.h"
 
 namespace tarvo {

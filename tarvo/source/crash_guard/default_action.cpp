@@ -31,8 +31,8 @@ int NextSigaction(int signal, const struct sigaction* action, struct sigaction* 
 }
 
 bool IsGuarded(int signal) {
-  return tarvo::g_guard.active.load() && tarvo::g_crashOwner.load() == 0 &&
-         tarvo::kGuardedSignals[tarvo::IndexOf(signal)] == signal;
+  return tarvo::g_guard.active.load() && !tarvo::g_crashOwner.IsTaken() &&
+         tarvo::IndexOf(tarvo::kCrashSignals, signal) < tarvo::kCrashSignals.size();
 }
 
 int PutGuard(int signal, struct sigaction* old) {

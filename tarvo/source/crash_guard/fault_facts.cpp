@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "crash_context/text_buffer.h"
 #include "crash_guard/guard_state.h"
-#include "crash_guard/text_buffer.h"
 #include "crash_path/crash_services.h"
 
 namespace tarvo {
@@ -61,11 +61,6 @@ constexpr Meaning kCodes[] = {
     {SIGSYS, kSeccompCode, "SYS_SECCOMP, system call trapped by a filter"},
 };
 
-/// In the order of kGuardedSignals.
-constexpr std::array kSignalNames = {"SIGSEGV", "SIGILL", "SIGBUS", "SIGSYS",
-                                     "SIGTRAP", "SIGFPE", "SIGABRT"};
-static_assert(kSignalNames.size() == kGuardedSignals.size());
-
 struct Register {
   const char* name;
   int index;
@@ -110,13 +105,11 @@ const char* DescribeOrigin(const siginfo_t& info) {
 
 }  // namespace
 
-const char* NameOfSignal(int signal) { return kSignalNames[IndexOf(signal)]; }
-
 void PublishFaultFacts(pid_t self, int signal, const siginfo_t& info, const ucontext_t& context) {
   DescribeCode(info);
   const char* origin = DescribeOrigin(info);
   std::size_t count = 0;
-  g_facts.items[count++] = {"FaultSignal", NameOfSignal(signal)};
+  g_facts.items[count++] = {"FaultSignal", NameOf(kCrashSignals, signal)};
   g_facts.items[count++] = {"FaultCode", g_facts.code.Text()};
   g_facts.items[count++] = {origin, g_facts.origin.Text()};
   for (std::size_t i = 0; i < std::size(kRegisters); ++i) {

@@ -18,7 +18,4 @@ namespace tarvo {
 /// as it waits inside its handler. Crashed process, once.
 void PublishFaultFacts(pid_t self, int signal, const siginfo_t& info, const ucontext_t& context);
 
-/// "SIGSEGV" and the like, of the guarded signals. Any context.
-const char* NameOfSignal(int signal);
-
 }  // namespace tarvo

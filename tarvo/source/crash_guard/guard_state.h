@@ -16,31 +16,26 @@
 //   the report's file          report_file       crashed process
 //   its name, and the signal   after_report      crashed process
 //
-// "Crashed process" is the crashing thread inside its signal handler: locks may be held for ever,
-// the heap may be broken, any pointer may be wild. What runs there makes system calls and touches
-// the state below and nothing else; it is built without exceptions, RTTI and sanitizers.
+// The contexts and their rules stand in crash_context/rules.h.
 
 #include <signal.h>
 #include <sys/types.h>
 
 #include <array>
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 
+#include "crash_context/crash_owner.h"
+#include "crash_context/fatal_signals.h"
+#include "crash_context/previous_action.h"
+
 namespace tarvo {
-
-using SignalAction = struct sigaction;
-
-/// The signals that the guard handles. All but SIGABRT are the capture's own.
-inline constexpr std::array kGuardedSignals = {SIGSEGV, SIGILL, SIGBUS, SIGSYS,
-                                               SIGTRAP, SIGFPE, SIGABRT};
 
 /// What the handlers need of the time before the crash. Written before the guard's actions are
 /// installed, and when they are gone; read at a crash.
 struct GuardState {
-  /// The actions that were there before the modules were initialised, as in kGuardedSignals.
-  std::array<SignalAction, kGuardedSignals.size()> earlier;
+  /// The actions that were there before the modules were initialised, as in kCrashSignals.
+  std::array<SignalAction, kCrashSignals.size()> earlier;
   SignalAction earlierHangup;
   /// The capture's action, and its one of SIGHUP.
   SignalAction capture;
@@ -52,21 +47,7 @@ struct GuardState {
 };
 extern GuardState g_guard;
 
-/// Whose crash is captured: process id and thread id in one word; 0 while there is none.
-extern std::atomic<std::uint64_t> g_crashOwner;
-static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-
-/// Whether a crash of this process is being captured; a process that was forked meanwhile has its
-/// parent's word. Any context.
-bool IsCrashing();
-
-/// Makes the calling thread the owner of the process's crash, if there was none. Crashed process.
-bool OwnCrash(pid_t self);
-
-/// Whether thread `self` is the owner. Any context.
-bool IsOwner(pid_t self);
-
-/// The place of a guarded signal in kGuardedSignals. Any context.
-std::size_t IndexOf(int signal);
+/// Whose crash is captured.
+extern CrashOwner g_crashOwner;
 
 }  // namespace tarvo

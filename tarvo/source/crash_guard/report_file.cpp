@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "crash_context/text_buffer.h"
 #include "crash_guard/report_template.h"
-#include "crash_guard/text_buffer.h"
 
 namespace tarvo {
 

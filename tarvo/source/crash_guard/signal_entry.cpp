@@ -19,19 +19,6 @@ namespace {
 
 std::atomic<bool> g_isHandedOver{false};
 
-bool IsFunction(const SignalAction& action) {
-  return (action.sa_flags & SA_SIGINFO) != 0 ||
-         (action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN);
-}
-
-void Call(const SignalAction& action, int signal, siginfo_t* info, void* context) {
-  if ((action.sa_flags & SA_SIGINFO) != 0) {
-    action.sa_sigaction(signal, info, context);
-  } else {
-    action.sa_handler(signal);
-  }
-}
-
 /// Takes back a signal that was raised for this thread while it was blocked.
 void DropPending(int signal) {
   sigset_t only;
@@ -45,14 +32,14 @@ void DropPending(int signal) {
 /// Has the action that was there before handle the signal, with the mask that it asked for. False
 /// when it declined.
 bool HandledEarlier(int signal, siginfo_t* info, void* context) {
-  const SignalAction& earlier = g_guard.earlier[IndexOf(signal)];
+  const SignalAction& earlier = g_guard.earlier[IndexOf(kCrashSignals, signal)];
   // A fault cannot be ignored, and neither can abort; what somebody sends can.
   if (!IsFunction(earlier))
     return earlier.sa_handler == SIG_IGN && signal != SIGABRT && info->si_code <= 0;
   const unsigned defaults = DefaultsReplaced();
   sigset_t mask;
   pthread_sigmask(SIG_BLOCK, &earlier.sa_mask, &mask);
-  Call(earlier, signal, info, context);
+  CallAction(earlier, signal, info, context);
   pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   SignalAction now;
   sigaction(signal, nullptr, &now);
@@ -101,7 +88,8 @@ void JoinCrash(pid_t self, int signal) {
 void GuardSignal(int signal, siginfo_t* info, void* context) {
   const int savedError = errno;
   const auto self = static_cast<pid_t>(syscall(SYS_gettid));
-  if (IsOwnSignal(*info, context) || (!IsCrashing() && HandledEarlier(signal, info, context))) {
+  if (IsOwnSignal(*info, context) ||
+      (!g_crashOwner.IsTaken() && HandledEarlier(signal, info, context))) {
     errno = savedError;
     return;
   }
@@ -110,17 +98,17 @@ void GuardSignal(int signal, siginfo_t* info, void* context) {
     ::signal(signal, SIG_DFL);
     return;
   }
-  if (OwnCrash(self)) {
+  if (g_crashOwner.Take(self)) {
     BeginCrash(self, signal, *info, context);
-  } else if (IsCrashing() && !IsOwner(self)) {
+  } else if (g_crashOwner.IsTaken() && !g_crashOwner.IsHeldBy(self)) {
     JoinCrash(self, signal);
   }
-  Call(g_guard.capture, signal, info, context);
+  CallAction(g_guard.capture, signal, info, context);
 }
 
 void GuardHangup(int signal, siginfo_t* info, void* context) {
-  if (IsCrashing()) {
-    Call(g_guard.captureHangup, signal, info, context);
+  if (g_crashOwner.IsTaken()) {
+    CallAction(g_guard.captureHangup, signal, info, context);
   } else {
     EndBySignal(signal);
   }

@@ -16,8 +16,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "crash_context/proc_files.h"
 #include "crash_guard/signal_entry.h"
-#include "crash_guard/text_buffer.h"
 
 namespace tarvo {
 namespace {
@@ -39,12 +39,8 @@ pid_t TakeNumber(const char*& rest) {
 }
 
 /// The state in a thread's stat file: the letter behind the name, which is in the last brackets.
-char StateOf(const char* thread) {
-  TextBuffer<64> path;
-  path.Append(kTaskFolder);
-  path.Append(thread);
-  path.Append("/stat");
-  const int file = open(path.Text(), O_RDONLY | O_CLOEXEC);
+char StateOf(pid_t thread) {
+  const int file = open(TaskPath(thread, "stat").Text(), O_RDONLY | O_CLOEXEC);
   char text[256];
   const ssize_t size = file < 0 ? 0 : read(file, text, sizeof(text) - 1);
   if (file >= 0) close(file);
@@ -54,7 +50,7 @@ char StateOf(const char* thread) {
 }
 
 /// D: uninterruptible; t: stopped by a tracer.
-bool IsStuck(const char* thread) {
+bool IsStuck(pid_t thread) {
   const char state = StateOf(thread);
   return state == 'D' || state == 't';
 }
@@ -62,17 +58,10 @@ bool IsStuck(const char* thread) {
 void FindStuckThreads() {
   const int folder = open(kTaskFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) return;
-  alignas(dirent64) char buffer[4096];
-  for (long size = 0; (size = syscall(SYS_getdents64, folder, buffer, sizeof(buffer))) > 0;) {
-    for (long at = 0; at < size;) {
-      const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
-      at += entry->d_reclen;
-      const char* rest = entry->d_name;
-      const pid_t thread = TakeNumber(rest);
-      if (thread != 0 && g_stuckCount < kMaximumStuck && IsStuck(entry->d_name))
-        g_stuck[g_stuckCount++] = thread;
-    }
-  }
+  ForEachNumber(folder, [](pid_t thread) {
+    if (g_stuckCount < kMaximumStuck && IsStuck(thread)) g_stuck[g_stuckCount++] = thread;
+    return true;
+  });
   close(folder);
 }
 

@@ -4,18 +4,18 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "crash_context/text_buffer.h"
+
 namespace tarvo::crashhandler {
 
 CrashInfo g_crashInfo;
-std::atomic<std::uint64_t> g_captureOwner{0};
+CrashOwner g_captureOwner;
 pid_t ownPid = 0;
 std::atomic<CrashCallback> crashReportCallback{nullptr};
 std::atomic<CrashCallback> afterReportCallback{nullptr};
 const CrashServices* g_crashServices = nullptr;
 
 pid_t OwnThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
-
-bool IsCapturing() { return g_captureOwner.load() >> 32 == static_cast<std::uint32_t>(getpid()); }
 
 void Park() {
   // The raw call: pause() is a cancellation point and would unwind a cancelled thread.
@@ -32,21 +32,16 @@ void EndProcess() {
 
 void Diagnose(SourceLocation where, const char* text, const char* argument) {
   if (g_crashServices == nullptr) return;
-  char line[512];
-  std::size_t size = 0;
-  const auto append = [&](const char* from, std::size_t length) {
-    for (std::size_t i = 0; i < length && size < sizeof(line) - 1; ++i) line[size++] = from[i];
-  };
-  const char* placeholder = argument == nullptr ? nullptr : strchr(text, '@');
-  if (placeholder == nullptr) {
-    append(text, strlen(text));
-  } else {
-    append(text, static_cast<std::size_t>(placeholder - text));
-    append(argument, strlen(argument));
-    append(placeholder + 1, strlen(placeholder + 1));
+  TextBuffer<512> line;
+  for (; *text != '\0'; ++text) {
+    if (*text == '@' && argument != nullptr) {
+      line.Append(argument);
+      argument = nullptr;
+    } else {
+      line.Append(*text);
+    }
   }
-  line[size] = '\0';
-  g_crashServices->diagnostic(where.path.data(), where.line, line);
+  g_crashServices->diagnostic(where.path.data(), where.line, line.Text());
 }
 
 const char* ErrorText(int error) {

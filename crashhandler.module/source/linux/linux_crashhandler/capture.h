@@ -39,6 +39,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "crash_context/crash_owner.h"
 #include "tarvo/crashhandler.h"
 #include "tarvo/framework.h"
 #include "tarvo/source_location.h"
@@ -51,19 +52,8 @@ inline constexpr SourceFile kCaptureSource{"crashhandler.module/source/linux/lin
 /// that it has asked for its stack.
 extern CrashInfo g_crashInfo;
 
-/// Who captures: process id and thread id in one word, 0 while nobody does. Changed once, from 0;
-/// the process ends with the capture. The process id tells a fork that was made meanwhile, and
-/// inherits the word, that the capture is not its own.
-extern std::atomic<std::uint64_t> g_captureOwner;
-static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-
-/// The word for thread `tid` of process `pid`. Any context.
-constexpr std::uint64_t OwnerWord(pid_t pid, pid_t tid) {
-  return std::uint64_t{static_cast<std::uint32_t>(pid)} << 32 | static_cast<std::uint32_t>(tid);
-}
-
-/// Whether a capture runs in this process. Any context.
-bool IsCapturing();
+/// Who captures. The process ends with the capture.
+extern CrashOwner g_captureOwner;
 
 /// The process id. Taken at installation, and again at the crash: a program that became a daemon
 /// has another one by then.

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "crash_context/text_buffer.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/register_page.h"
 #include "linux/linux_crashhandler/signals.h"
@@ -24,25 +25,15 @@ void Print(const char* text) {
   if (write(STDOUT_FILENO, text, strlen(text)) < 0) return;
 }
 
-void PrintNumber(int number) {
-  char digits[16];
-  std::size_t at = sizeof(digits);
-  digits[--at] = '\0';
-  auto rest = static_cast<unsigned>(number);
-  do {
-    digits[--at] = static_cast<char>('0' + rest % 10);
-    rest /= 10;
-  } while (rest != 0);
-  Print(digits + at);
-}
-
 void PrintWaitError(int status) {
   Print("error in waitpid: ");
   if ((status & 0x7f) == 0) {
     Print("WIFEXITED\n");
   } else if ((status & 0xff00) != 0) {
     Print("WEXITSTATUS: ");
-    PrintNumber(status);
+    TextBuffer<16> number;
+    number.AppendDecimal(status);
+    Print(number.Text());
   } else {
     Print((status & 0x7f) == 0x7f ? "WTERMSIG\n" : "WIFSIGNALED\n");
   }

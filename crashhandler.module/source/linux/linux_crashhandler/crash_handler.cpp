@@ -5,6 +5,7 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include "crash_context/fatal_signals.h"
 #include "linux/linux_crashhandler/bad_call.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/fault_guard.h"
@@ -23,12 +24,9 @@ constexpr std::uint32_t kAddressedSignals = 0x9B0;
 
 /// Returns in the one thread that is to capture.
 void OwnTheCrash(pid_t self) {
-  const std::uint64_t own = OwnerWord(getpid(), self);
-  std::uint64_t owner = 0;
-  if (g_captureOwner.compare_exchange_strong(owner, own)) return;
-  // The capture itself has crashed, or this process was forked while its parent captured and has
-  // nobody who would.
-  if (owner == own || !IsCapturing()) EndProcess();
+  if (g_captureOwner.Take(self)) return;
+  // The capture itself has crashed.
+  if (g_captureOwner.IsHeldBy(self)) EndProcess();
   Park();
 }
 
@@ -44,7 +42,7 @@ void StoreFacts(const siginfo_t& info) {
   const int signal = info.si_signo;
   const bool addressed = signal < 12 && (kAddressedSignals >> signal & 1) != 0;
   g_crashInfo.signal = signal;
-  g_crashInfo.signalName = SignalName(signal);
+  g_crashInfo.signalName = NameOf(kFatalSignals, signal);
   g_crashInfo.faultAddress = addressed ? reinterpret_cast<std::uint64_t>(info.si_addr) : 0;
   g_crashInfo.crashThread = pthread_self();
 }

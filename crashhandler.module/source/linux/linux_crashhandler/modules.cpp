@@ -1,8 +1,8 @@
 #include "linux/linux_crashhandler/modules.h"
 
+#include "crash_context/proc_files.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/proc_file.h"
 
 namespace tarvo::crashhandler {
 namespace {

@@ -19,9 +19,6 @@ void RestoreSignalHandlers();
 void SetCrashReportCallback(CrashCallback callback);
 void SetAfterReportCallback(CrashCallback callback);
 
-/// "SIGSEGV" and the like; "unknown signal" for a signal that is not handled here. Any context.
-const char* SignalName(int signal);
-
 /// Puts the stack handler in place for SIGHUP again, in case the program has replaced it. Crashed
 /// process.
 void ReinstallStackHandler();

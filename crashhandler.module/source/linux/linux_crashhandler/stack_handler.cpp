@@ -61,7 +61,7 @@ void StackHandler(int signal, siginfo_t* info, void* context) {
   const pid_t self = OwnThreadId();
   pid_t wanted = self;
   if (!requestedThread.compare_exchange_strong(wanted, kClaimed)) {
-    if (!IsCapturing()) ForwardHangup(signal, info, context);
+    if (!g_captureOwner.IsTaken()) ForwardHangup(signal, info, context);
     errno = savedError;
     return;
   }

@@ -6,9 +6,9 @@
 
 #include <span>
 
+#include "crash_context/proc_files.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/proc_file.h"
 #include "linux/linux_crashhandler/thread_list.h"
 #include "linux/linux_crashhandler/timed_lock.h"
 

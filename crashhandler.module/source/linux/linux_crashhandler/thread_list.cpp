@@ -7,21 +7,14 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "crash_context/proc_files.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/proc_file.h"
 
 namespace tarvo::crashhandler {
 namespace {
 
 CaptureArray<pid_t> g_threadIds;
-
-/// A name of the task directory as a thread id; 0 for "." and "..".
-pid_t ThreadIdOf(const char* name) {
-  pid_t tid = 0;
-  for (; *name >= '0' && *name <= '9'; ++name) tid = 10 * tid + (*name - '0');
-  return tid;
-}
 
 constexpr bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -30,25 +23,16 @@ constexpr bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 const CaptureArray<pid_t>* ListThreads() {
   const int directory = OpenRaw("/proc/self/task", O_DIRECTORY);
   if (directory < 0) return nullptr;
-  alignas(dirent64) char buffer[2048];
-  for (;;) {
-    const long size = syscall(SYS_getdents64, directory, buffer, sizeof(buffer));
-    if (size <= 0) break;
-    for (long at = 0; at < size;) {
-      const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
-      at += entry->d_reclen;
-      const pid_t tid = ThreadIdOf(entry->d_name);
-      if (tid == 0) continue;
-      if (pid_t* slot = Append(g_threadIds)) *slot = tid;
-    }
-  }
+  ForEachNumber(directory, [](pid_t tid) {
+    if (pid_t* slot = Append(g_threadIds)) *slot = tid;
+    return true;
+  });
   CloseRaw(directory);
   return &g_threadIds;
 }
 
 void ReadThreadName(pid_t tid, std::span<char, 16> name) {
-  char path[64];
-  const int file = OpenRaw(TaskPath(path, tid, "comm"));
+  const int file = OpenRaw(TaskPath(tid, "comm").Text());
   if (file < 0) return;
   char text[64];
   const ssize_t size = ReadRaw(file, text);

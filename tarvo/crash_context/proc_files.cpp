@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/proc_file.h"
+#include "crash_context/proc_files.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-namespace tarvo::crashhandler {
+namespace tarvo {
 namespace {
 
 /// Longer than the longest line of `status` that is looked for.
@@ -65,26 +65,23 @@ ssize_t ReadRaw(int file, std::span<char> buffer) {
   return static_cast<ssize_t>(size);
 }
 
-const char* TaskPath(std::span<char, 64> buffer, pid_t tid, const char* name) {
-  char digits[16];
-  std::size_t count = 0;
-  for (auto rest = static_cast<unsigned>(tid); rest != 0 || count == 0; rest /= 10)
-    digits[count++] = static_cast<char>('0' + rest % 10);
-  std::size_t size = 0;
-  const auto append = [&](char c) {
-    if (size < buffer.size() - 1) buffer[size++] = c;
-  };
-  for (const char c : std::string_view("/proc/self/task/")) append(c);
-  while (count != 0) append(digits[--count]);
-  append('/');
-  for (; *name != '\0'; ++name) append(*name);
-  buffer[size] = '\0';
-  return buffer.data();
+pid_t ToNumber(const char* text) {
+  pid_t number = 0;
+  for (; *text >= '0' && *text <= '9'; ++text) number = 10 * number + (*text - '0');
+  return *text == '\0' ? number : 0;
+}
+
+TextBuffer<64> TaskPath(pid_t tid, const char* name) {
+  TextBuffer<64> path;
+  path.Append("/proc/self/task/");
+  path.AppendDecimal(tid);
+  path.Append('/');
+  path.Append(name);
+  return path;
 }
 
 ThreadStatus ReadThreadStatus(pid_t tid) {
-  char path[64];
-  const int file = OpenRaw(TaskPath(path, tid, "status"));
+  const int file = OpenRaw(TaskPath(tid, "status").Text());
   if (file < 0) return {};
   // Read to the line that is wanted: the list of supplementary groups before it has no limit worth
   // a buffer.
@@ -142,4 +139,4 @@ bool IsMappedExecutable(std::uint64_t address) {
   return executable;
 }
 
-}  // namespace tarvo::crashhandler
+}  // namespace tarvo
