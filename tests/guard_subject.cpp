@@ -247,18 +247,6 @@ void Stick() {
   }
 }
 
-int LateWithStuckThreads() {
-  const auto host = StartHost();
-  for (int i = 0; i < 3; ++i) Start(Stick);
-  usleep(50'000);
-  Service(*host)->SetCallback([](const tarvo::CrashInfo* crash) {
-    std::printf("%zu threads", crash->threads.size);
-    WaitForever();
-  });
-  NullWrite();
-  return 0;
-}
-
 /// The capturing thread itself is where no signal reaches it.
 int StuckCapture() {
   const auto host = StartHost();
@@ -286,7 +274,6 @@ const Scenarios kScenarios = {{"known-registers", KnownRegisters},
                               {"stack-sizes", StackSizes},
                               {"late-callback", LateCallback},
                               {"late-streams-held", LateWithStreamsHeld},
-                              {"late-with-stuck-threads", LateWithStuckThreads},
                               {"stuck-capture", StuckCapture},
                               {"forked-overflow", CrashInFork}};
 

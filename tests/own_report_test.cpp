@@ -52,7 +52,8 @@ DataDictionary Thread(const ReportThread& report) {
   for (const ReportFrame& frame : report.frames) {
     DataDictionary entry;
     if (!frame.text.starts_with('[')) entry.Set("ModuleName", tarvo::String(frame.text));
-    entry.Set("FunctionName", "(nil)");
+    // A call through a null pointer leads to the address 0, which prints as no number does.
+    entry.Set("FunctionName", frame.address != 0 ? "(nil)" : "(nil) (SP: (nil), PC: (nil))");
     frames.Append(entry);
   }
   DataDictionary thread;

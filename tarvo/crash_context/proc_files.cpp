@@ -16,7 +16,18 @@ constexpr std::size_t kStatusOverlap = 64;
 /// No line of `maps` is shorter.
 constexpr std::size_t kShortestMapsLine = 40;
 
-/// Reads hexadecimal digits from the front of `text` and takes them off.
+/// What stands behind `label` and its blanks in a `status` text; empty when it is not there.
+std::string_view StatusValue(std::string_view status, std::string_view label) {
+  const std::size_t at = status.find(label);
+  if (at == std::string_view::npos) return {};
+  status.remove_prefix(at + label.size());
+  while (!status.empty() && (status.front() == ' ' || status.front() == '\t'))
+    status.remove_prefix(1);
+  return status;
+}
+
+}  // namespace
+
 std::uint64_t TakeHexadecimal(std::string_view& text) {
   std::uint64_t value = 0;
   while (!text.empty()) {
@@ -34,18 +45,6 @@ std::uint64_t TakeHexadecimal(std::string_view& text) {
   }
   return value;
 }
-
-/// What stands behind `label` and its blanks in a `status` text; empty when it is not there.
-std::string_view StatusValue(std::string_view status, std::string_view label) {
-  const std::size_t at = status.find(label);
-  if (at == std::string_view::npos) return {};
-  status.remove_prefix(at + label.size());
-  while (!status.empty() && (status.front() == ' ' || status.front() == '\t'))
-    status.remove_prefix(1);
-  return status;
-}
-
-}  // namespace
 
 int OpenRaw(const char* path, int extraFlags) {
   return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC | extraFlags));
@@ -106,37 +105,41 @@ ThreadStatus ReadThreadStatus(pid_t tid) {
   return result;
 }
 
-bool IsMappedExecutable(std::uint64_t address) {
-  const int file = OpenRaw("/proc/self/maps");
-  if (file < 0) return true;
-  // Lines are "start-end rwxp …"; what follows the permissions is skipped, however long it is.
-  char buffer[1024];
-  std::size_t held = 0;
-  bool skipping = false;
-  bool executable = false;
-  for (bool found = false; !found;) {
-    const ssize_t read = ReadRaw(file, std::span(buffer).subspan(held));
-    std::string_view text(buffer, held + static_cast<std::size_t>(read > 0 ? read : 0));
-    if (read <= 0) break;
-    while (!text.empty() && !found) {
-      if (!skipping) {
-        if (text.size() < kShortestMapsLine) break;
-        const std::uint64_t start = TakeHexadecimal(text);
-        text.remove_prefix(1);
-        const std::uint64_t end = TakeHexadecimal(text);
-        found = address >= start && address < end;
-        executable = found && text.size() > 3 && text[3] == 'x';
-        skipping = true;
-      }
-      const std::size_t lineEnd = text.find('\n');
-      skipping = lineEnd == std::string_view::npos;
-      text.remove_prefix(skipping ? text.size() : lineEnd + 1);
+MappingReader::MappingReader() : file_(OpenRaw("/proc/self/maps")) {}
+
+MappingReader::~MappingReader() {
+  if (file_ >= 0) CloseRaw(file_);
+}
+
+bool MappingReader::Fill() {
+  const std::size_t held = rest_.size();
+  memmove(buffer_, rest_.data(), held);
+  const ssize_t read = file_ < 0 ? 0 : ReadRaw(file_, std::span(buffer_).subspan(held));
+  rest_ = {buffer_, held + static_cast<std::size_t>(read > 0 ? read : 0)};
+  return read > 0;
+}
+
+bool MappingReader::SkipLine() {
+  for (;;) {
+    const std::size_t lineEnd = rest_.find('\n');
+    if (lineEnd != std::string_view::npos) {
+      rest_.remove_prefix(lineEnd + 1);
+      return true;
     }
-    held = text.size();
-    memmove(buffer, text.data(), held);
+    rest_ = {};
+    if (!Fill()) return false;
   }
-  CloseRaw(file);
-  return executable;
+}
+
+bool MappingReader::Next(Mapping& mapping) {
+  // "start-end rwxp …"; what follows the permissions is skipped, however long it is.
+  while (rest_.size() < kShortestMapsLine)
+    if (!Fill()) return false;
+  mapping.start = TakeHexadecimal(rest_);
+  rest_.remove_prefix(1);
+  mapping.end = TakeHexadecimal(rest_);
+  mapping.isExecutable = rest_.size() > 3 && rest_[3] == 'x';
+  return SkipLine();
 }
 
 }  // namespace tarvo

@@ -10,6 +10,7 @@
 #include <span>
 #include <string_view>
 
+#include "crash_context/raw_system_call.h"
 #include "crash_context/text_buffer.h"
 
 namespace tarvo {
@@ -38,20 +39,49 @@ void ForEachNumber(int directory, const Visit& visit);
 /// The number that `text` is; 0 when it is none. Any context.
 pid_t ToNumber(const char* text);
 
+/// Reads hexadecimal digits from the front of `text` and takes them off. Any context.
+std::uint64_t TakeHexadecimal(std::string_view& text);
+
 /// The path "/proc/self/task/<tid>/<name>".
 TextBuffer<64> TaskPath(pid_t tid, const char* name);
 
 ThreadStatus ReadThreadStatus(pid_t tid);
 
-/// Whether the page of `address` is mapped executable, by /proc/self/maps. True when that cannot be
-/// read: a wrong "no" would bend a good stack.
-bool IsMappedExecutable(std::uint64_t address);
+/// A line of /proc/self/maps.
+struct Mapping {
+  std::uint64_t start = 0;
+  std::uint64_t end = 0;
+  bool isExecutable = false;
+};
+
+/// Calls `visit` for each mapping of the process, in ascending order.
+template <typename Visit>
+void ForEachMapping(const Visit& visit);
+
+/// Reads /proc/self/maps, line by line.
+class MappingReader {
+ public:
+  MappingReader();
+  ~MappingReader();
+  MappingReader(const MappingReader&) = delete;
+  MappingReader& operator=(const MappingReader&) = delete;
+  /// False at the end.
+  bool Next(Mapping& mapping);
+
+ private:
+  bool Fill();
+  bool SkipLine();
+
+  int file_;
+  char buffer_[4096];
+  std::string_view rest_;
+};
 
 template <typename Visit>
 void ForEachNumber(int directory, const Visit& visit) {
   alignas(dirent64) char buffer[2048];
   for (;;) {
-    const long size = syscall(SYS_getdents64, directory, buffer, sizeof(buffer));
+    const long size = RawSystemCall(SYS_getdents64, directory, buffer, sizeof(buffer));
     if (size <= 0) return;
     for (long at = 0; at < size;) {
       const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
@@ -60,6 +90,12 @@ void ForEachNumber(int directory, const Visit& visit) {
       if (number != 0 && !visit(number)) return;
     }
   }
+}
+
+template <typename Visit>
+void ForEachMapping(const Visit& visit) {
+  MappingReader reader;
+  for (Mapping mapping; reader.Next(mapping);) visit(mapping);
 }
 
 }  // namespace tarvo

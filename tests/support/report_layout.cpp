@@ -67,8 +67,8 @@ std::uint64_t Pointer(const std::string& text) { return text == "(nil)" ? 0 : He
 
 ReportFrame ReadFrame(Lines& lines) {
   const std::smatch match =
-      lines.Match(R"(\t\t\t(.+):\t\(nil\) \(SP: (0x[0-9a-f]+), PC: \(nil\)\))");
-  return {match[1], Hexadecimal(match[2])};
+      lines.Match(R"(\t\t\t(.+):\t\(nil\) \(SP: (0x[0-9a-f]+|\(nil\)), PC: \(nil\)\))");
+  return {match[1], Pointer(match[2])};
 }
 
 /// Whole lines of four, then a line of three that the closing brace continues.
@@ -154,7 +154,7 @@ void CheckFrame(const Report& report, const ReportFrame& frame, std::vector<std:
   const std::size_t bracket = frame.text.rfind('[');
   const std::size_t digits = bracket == std::string::npos ? bracket : bracket + 1;
   if (digits == std::string::npos || !frame.text.ends_with("]") ||
-      Hexadecimal(frame.text.substr(digits)) != frame.address)
+      Pointer(frame.text.substr(digits, frame.text.size() - digits - 1)) != frame.address)
     faults.push_back("frame \"" + frame.text + "\" does not end in its own address");
   if (bracket == 0) return;
   const ReportModule* module = NearestBelow(report, frame.address);

@@ -74,17 +74,21 @@ void WriteRegisters(FILE* out, const CaptureArray<RegisterValue>& registers) {
   fflush(out);
 }
 
+void WriteVariable(FILE* out, const NameAndValue& variable) {
+  fprintf(out, "\t\t\t\t%s = %s\n", variable.name,
+          variable.value == nullptr ? "" : variable.value);
+}
+
+/// Those that the program has set, then those of the capture.
 void WriteVariables(FILE* out, const ThreadRecord& thread) {
   fputs("\t\t\tVariables\n\t\t\t{\n", out);
   fprintf(out, "\t\t\t\tThreadName = %s\n", OrUnknown(thread.name));
-  if (g_crashServices != nullptr) {
-    const ThreadVariableList list =
-        g_crashServices->threadVariables(static_cast<pid_t>(thread.tid));
-    for (std::size_t i = 0; i < list.size; ++i)
-      fprintf(out, "\t\t\t\t%s = %s\n", list.items[i].name,
-              list.items[i].value == nullptr ? "" : list.items[i].value);
-    if (list.size != 0) fputc('\n', out);
-  }
+  ThreadVariableList list;
+  if (g_crashServices != nullptr)
+    list = g_crashServices->threadVariables(static_cast<pid_t>(thread.tid));
+  for (std::size_t i = 0; i < list.size; ++i) WriteVariable(out, list.items[i]);
+  for (const NameAndValue& variable : thread.variables) WriteVariable(out, variable);
+  if (list.size != 0 || thread.variables.size != 0) fputc('\n', out);
   fputs("\t\t\t}\n", out);
 }
 

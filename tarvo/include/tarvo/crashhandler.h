@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "tarvo/name_and_value.h"
 #include "tarvo/object.h"
 #include "tarvo/observable.h"
 #include "tarvo/result.h"
@@ -56,6 +57,8 @@ struct ThreadRecord {
   std::int64_t tid = 0;  ///< the kernel's thread id
   CaptureArray<RegisterValue> registers;
   CaptureArray<StackFrame> frames;  ///< innermost first
+  /// What the capture knows of it beside the variables that the program has set.
+  CaptureArray<NameAndValue> variables;
 };
 
 /// One loaded object of the crashed process.

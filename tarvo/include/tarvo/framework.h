@@ -11,6 +11,7 @@
 #include "tarvo/data_dictionary.h"
 #include "tarvo/format.h"
 #include "tarvo/job.h"
+#include "tarvo/name_and_value.h"
 #include "tarvo/object.h"
 #include "tarvo/result.h"
 #include "tarvo/source_location.h"
@@ -125,11 +126,6 @@ class ClockService {
 
 // --- The crash path's services -------------------------------------------------------------------
 
-struct NameAndValue {
-  const char* name = nullptr;
-  const char* value = nullptr;
-};
-
 /// A thread's variables, as they stood at one moment.
 struct ThreadVariableList {
   const NameAndValue* items = nullptr;
@@ -146,6 +142,9 @@ struct CrashServices {
   ThreadVariableList (*threadVariables)(pid_t tid) = nullptr;
   /// Ends the use of every list that this thread was given.
   void (*releaseThreadVariables)() = nullptr;
+  /// Says that the calling thread captures the crash of the process from now on: no other thread
+  /// ends the process any more by exit or its like.
+  void (*captureBegins)() = nullptr;
 };
 
 // --- The framework -------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "crash_context/signal_frame.h"
 #include "crash_guard/after_report.h"
 #include "crash_guard/default_action.h"
 #include "crash_guard/guard_state.h"
@@ -57,6 +58,7 @@ void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
     return;
   g_guard.capture = installed;
   g_guard.deadline = options.deadline;
+  PrepareSignalFrames();
   g_guard.active.store(true);
   if (auto guarded = GuardThreadStarts(); !guarded)
     framework.Output().Diagnostic(kSource.Here(), guarded.GetError().Text().View());

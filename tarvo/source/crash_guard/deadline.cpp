@@ -11,7 +11,6 @@
 #include "crash_context/text_buffer.h"
 #include "crash_guard/guard_state.h"
 #include "crash_guard/signal_entry.h"
-#include "crash_guard/stuck_threads.h"
 #include "tarvo/host/crash_guard.h"
 
 namespace tarvo {
@@ -21,16 +20,13 @@ constexpr int kSignal = SIGTRAP;
 /// How long standard error may take to become writable, and flushing may last.
 constexpr int kLineMilliseconds = 200;
 constexpr std::int64_t kFlushSeconds = 1;
-/// What a capture gets to go on without the threads that it waited for.
-constexpr std::int64_t kPassingSeconds = 3;
-static_assert(kPassingSeconds + kFlushSeconds < kCrashGuardGrace);
+static_assert(kFlushSeconds < kCrashGuardGrace);
 
 /// The kernel's ids of the two timers; the address of the first marks its signals.
 int g_timers[2] = {-1, -1};
 
-/// What the first timer's signals have led to.
-enum class Lateness { InTime, PassingOver, Flushing };
-std::atomic<Lateness> g_lateness{Lateness::InTime};
+/// Whether the first timer has come before, and the flushing it led to hangs.
+std::atomic<bool> g_isFlushing{false};
 
 void Set(int timer, std::int64_t seconds) {
   itimerspec when{};
@@ -51,19 +47,11 @@ void Print(const TextBuffer<200>& line) {
   if (write(STDERR_FILENO, line.Text(), line.Size()) < 0) return;
 }
 
-void PrintLine(int stuckThreads) {
+void PrintLine() {
   TextBuffer<200> line;
   line.Append("tarvo: The capture of the crash did not end within ");
   line.AppendDecimal(g_guard.deadline);
-  line.Append(" seconds; ");
-  if (stuckThreads == 0) {
-    line.Append("the process ends now.\n");
-  } else {
-    line.Append("it goes on without ");
-    line.AppendDecimal(stuckThreads);
-    line.Append(stuckThreads == 1 ? " thread that does" : " threads that do");
-    line.Append(" not answer.\n");
-  }
+  line.Append(" seconds; the process ends now.\n");
   Print(line);
 }
 
@@ -97,19 +85,8 @@ bool IsDeadline(const siginfo_t& info) {
 }
 
 void OnDeadline() {
-  const Lateness before = g_lateness.load();
-  if (before == Lateness::InTime) {
-    const int stuckThreads = PassOverStuckThreads();
-    PrintLine(stuckThreads);
-    if (stuckThreads > 0) {
-      g_lateness.store(Lateness::PassingOver);
-      Set(g_timers[0], kPassingSeconds);
-      return;
-    }
-  }
-  if (before == Lateness::PassingOver) PrintLine(0);
-  if (before != Lateness::Flushing) {
-    g_lateness.store(Lateness::Flushing);
+  if (!g_isFlushing.exchange(true)) {
+    PrintLine();
     Set(g_timers[0], kFlushSeconds);
     fflush(nullptr);
   }

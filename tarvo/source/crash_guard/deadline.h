@@ -7,8 +7,9 @@
 
 namespace tarvo {
 
-// A capture has no time-outs: it waits for a thread that is in an uninterruptible system call, and
-// for a reader of a full pipe. Two timers of the kernel watch it. They are made at the crash, so a
+// Each stage of a capture has a limit of time of its own, but for the report, which waits for the
+// reader of a full pipe or for a file system, and for callbacks of the program. Two timers of the
+// kernel watch it. They are made at the crash, so a
 // running program has none, and a process that was forked gets its own.
 //
 // The first one sends SIGTRAP to the capturing thread, the one signal of the capture's own that it
@@ -22,10 +23,8 @@ void StartDeadline(pid_t self, std::int64_t seconds);
 /// Whether a signal is the first timer's. Any context.
 bool IsDeadline(const siginfo_t& info);
 
-/// Says that the capture has taken too long. Where threads are stuck it passes over them and
-/// returns, and the capture has three seconds more. Else, and when those are over, it flushes and
-/// ends the process with status 1; should flushing hang, it comes here again and ends at once.
-/// Crashed process.
+/// Says that the capture has taken too long, flushes and ends the process with status 1; should
+/// flushing hang, it comes here again and ends at once. Crashed process.
 void OnDeadline();
 
 }  // namespace tarvo

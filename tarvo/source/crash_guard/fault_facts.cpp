@@ -105,19 +105,23 @@ const char* DescribeOrigin(const siginfo_t& info) {
 
 }  // namespace
 
-void PublishFaultFacts(pid_t self, int signal, const siginfo_t& info, const ucontext_t& context) {
-  DescribeCode(info);
-  const char* origin = DescribeOrigin(info);
+void PublishFaultFacts(pid_t self, int signal, const SignalFrame& frame) {
   std::size_t count = 0;
   g_facts.items[count++] = {"FaultSignal", NameOf(kCrashSignals, signal)};
-  g_facts.items[count++] = {"FaultCode", g_facts.code.Text()};
-  g_facts.items[count++] = {origin, g_facts.origin.Text()};
-  for (std::size_t i = 0; i < std::size(kRegisters); ++i) {
-    const auto value = context.uc_mcontext.gregs[kRegisters[i].index];
-    g_facts.registers[i].AppendAddress(static_cast<std::uint64_t>(value));
-    g_facts.items[count++] = {kRegisters[i].name, g_facts.registers[i].Text()};
+  if (frame.info != nullptr) {
+    DescribeCode(*frame.info);
+    const char* origin = DescribeOrigin(*frame.info);
+    g_facts.items[count++] = {"FaultCode", g_facts.code.Text()};
+    g_facts.items[count++] = {origin, g_facts.origin.Text()};
   }
-  AddCrashVariables(self, g_facts.items);
+  if (frame.context != nullptr) {
+    for (std::size_t i = 0; i < std::size(kRegisters); ++i) {
+      const auto value = frame.context->uc_mcontext.gregs[kRegisters[i].index];
+      g_facts.registers[i].AppendAddress(static_cast<std::uint64_t>(value));
+      g_facts.items[count++] = {kRegisters[i].name, g_facts.registers[i].Text()};
+    }
+  }
+  AddCrashVariables(self, std::span(g_facts.items).first(count));
 }
 
 }  // namespace tarvo

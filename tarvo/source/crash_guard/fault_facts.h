@@ -2,7 +2,8 @@
 
 #include <signal.h>
 #include <sys/types.h>
-#include <ucontext.h>
+
+#include "crash_context/signal_frame.h"
 
 namespace tarvo {
 
@@ -15,7 +16,8 @@ namespace tarvo {
 ///     Fault_rip = 0x000055d0c2a411f9        and rsp, rax … r15, eflags
 ///
 /// The registers are those of the interrupted code. The traced ones of the report show the thread
-/// as it waits inside its handler. Crashed process, once.
-void PublishFaultFacts(pid_t self, int signal, const siginfo_t& info, const ucontext_t& context);
+/// as it waits inside its handler. What the kernel did not tell is left out. Crashed process,
+/// once.
+void PublishFaultFacts(pid_t self, int signal, const SignalFrame& frame);
 
 }  // namespace tarvo

@@ -11,7 +11,6 @@
 //   who gets the signal        signal_entry      crashed process
 //   signal, code, registers    fault_facts       crashed process
 //   end of a late capture      deadline          crashed process
-//   going on without threads   stuck_threads     crashed process
 //   the report's path          report_pattern    before a crash
 //   the report's file          report_file       crashed process
 //   its name, and the signal   after_report      crashed process

@@ -6,13 +6,13 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include "crash_context/signal_frame.h"
 #include "crash_guard/after_report.h"
 #include "crash_guard/deadline.h"
 #include "crash_guard/default_action.h"
 #include "crash_guard/fault_facts.h"
 #include "crash_guard/guard_state.h"
 #include "crash_guard/report_file.h"
-#include "crash_guard/stuck_threads.h"
 
 namespace tarvo {
 namespace {
@@ -30,12 +30,13 @@ void DropPending(int signal) {
 }
 
 /// Has the action that was there before handle the signal, with the mask that it asked for. False
-/// when it declined.
-bool HandledEarlier(int signal, siginfo_t* info, void* context) {
+/// when it declined. `facts` are null where the caller has passed none.
+bool HandledEarlier(int signal, const siginfo_t* facts, siginfo_t* info, void* context) {
   const SignalAction& earlier = g_guard.earlier[IndexOf(kCrashSignals, signal)];
   // A fault cannot be ignored, and neither can abort; what somebody sends can.
   if (!IsFunction(earlier))
-    return earlier.sa_handler == SIG_IGN && signal != SIGABRT && info->si_code <= 0;
+    return earlier.sa_handler == SIG_IGN && signal != SIGABRT && facts != nullptr &&
+           facts->si_code <= 0;
   const unsigned defaults = DefaultsReplaced();
   sigset_t mask;
   pthread_sigmask(SIG_BLOCK, &earlier.sa_mask, &mask);
@@ -53,34 +54,18 @@ bool HandledEarlier(int signal, siginfo_t* info, void* context) {
   return false;
 }
 
-/// Whether the signal is one of the guard's for a capture that does not end, and is done with.
-bool IsOwnSignal(const siginfo_t& info, void* context) {
-  if (IsDeadline(info)) {
-    OnDeadline();
-  } else if (IsRefusedOpen(info)) {
-    AnswerOpen(context);
-  } else {
-    return false;
-  }
-  return true;
-}
-
 /// The crash that is captured: all that the guard has to say of it, before the capture begins.
-void BeginCrash(pid_t self, int signal, const siginfo_t& info, const void* context) {
+void BeginCrash(pid_t self, int signal, const SignalFrame& frame) {
   StartDeadline(self, g_guard.deadline);
   OpenReportFile();
-  PublishFaultFacts(self, signal, info, *static_cast<const ucontext_t*>(context));
+  PublishFaultFacts(self, signal, frame);
   g_isHandedOver.store(true);
 }
 
 /// A crash beside the one that is captured.
-void JoinCrash(pid_t self, int signal) {
+void JoinCrash() {
   // The capture must find the report's file, and takes the thread that comes first.
   while (!g_isHandedOver.load()) poll(nullptr, 0, 1);
-  // The capture's SIGHUP uses the thread's own stack. When that has no room for a signal frame, the
-  // signal is gone and SIGSEGV comes instead (linux-6.1 kernel/signal.c, signal_setup_done), or the
-  // handler itself runs out of it; here is room, and the capture still waits for the answer.
-  if (signal == SIGSEGV) syscall(SYS_tgkill, getpid(), self, SIGHUP);
 }
 
 }  // namespace
@@ -88,8 +73,14 @@ void JoinCrash(pid_t self, int signal) {
 void GuardSignal(int signal, siginfo_t* info, void* context) {
   const int savedError = errno;
   const auto self = static_cast<pid_t>(syscall(SYS_gettid));
-  if (IsOwnSignal(*info, context) ||
-      (!g_crashOwner.IsTaken() && HandledEarlier(signal, info, context))) {
+  // A program's own handler that calls this one may pass nothing but the number.
+  const SignalFrame frame = FindSignalFrame(signal, info, context);
+  if (frame.info != nullptr) {
+    info = const_cast<siginfo_t*>(frame.info);
+    context = frame.context;
+    if (IsDeadline(*info)) OnDeadline();
+  }
+  if (!g_crashOwner.IsTaken() && HandledEarlier(signal, frame.info, info, context)) {
     errno = savedError;
     return;
   }
@@ -99,9 +90,9 @@ void GuardSignal(int signal, siginfo_t* info, void* context) {
     return;
   }
   if (g_crashOwner.Take(self)) {
-    BeginCrash(self, signal, *info, context);
-  } else if (g_crashOwner.IsTaken() && !g_crashOwner.IsHeldBy(self)) {
-    JoinCrash(self, signal);
+    BeginCrash(self, signal, frame);
+  } else if (!g_crashOwner.IsHeldBy(self)) {
+    JoinCrash();
   }
   CallAction(g_guard.capture, signal, info, context);
 }

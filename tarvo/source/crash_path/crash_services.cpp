@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "crash_context/text_buffer.h"
+#include "crash_path/process_end.h"
 
 namespace tarvo {
 namespace {
@@ -37,6 +38,7 @@ void WriteCrashDiagnostic(const char* path, std::uint32_t line, const char* text
 
 constinit const CrashServices kCrashServices{.diagnostic = WriteCrashDiagnostic,
                                              .threadVariables = LookUpThreadVariables,
-                                             .releaseThreadVariables = ReleaseThreadVariables};
+                                             .releaseThreadVariables = ReleaseThreadVariables,
+                                             .captureBegins = BeginCapture};
 
 }  // namespace tarvo

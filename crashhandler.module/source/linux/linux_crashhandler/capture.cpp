@@ -1,9 +1,11 @@
 #include "linux/linux_crashhandler/capture.h"
 
+#include <signal.h>
 #include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "crash_context/raw_system_call.h"
 #include "crash_context/text_buffer.h"
 
 namespace tarvo::crashhandler {
@@ -18,8 +20,11 @@ const CrashServices* g_crashServices = nullptr;
 pid_t OwnThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
 
 void Park() {
-  // The raw call: pause() is a cancellation point and would unwind a cancelled thread.
-  for (;;) syscall(SYS_pause);
+  // No handler of the program runs any more in this thread. The raw calls: pause() is a
+  // cancellation point and would unwind a cancelled thread.
+  const std::uint64_t all = ~std::uint64_t{0};
+  RawSystemCall(SYS_rt_sigprocmask, SIG_SETMASK, &all, nullptr, sizeof(all));
+  for (;;) RawSystemCall(SYS_pause);
 }
 
 void EndProcess() {

@@ -3,36 +3,38 @@
 // The Linux crash capture on one page.
 //
 // A fatal signal enters CrashHandler (crash_handler.cpp) on the crashing thread, which drives the
-// stages below in this order. Each is one file with one entry; each gets plain records and passes
-// plain records on; nothing flows back.
+// stages below in this order. Each is one file with one entry; what they know of the threads is in
+// one table, thread_table.h. A stage that faults or has no time left is given up, and the report is
+// made of what there is.
 //
 //   stage                     file             entry                runs in
 //   0 prepare                 signals          InstallCrashHandler  before a crash
 //   1 own the crash           crash_handler    CrashHandler         crashed process
-//   2 mend a wild call        bad_call         MendBadCall          crashed process
-//   3 list modules            modules          ListModules          crashed process
-//   4 list threads            thread_list      ListThreads          crashed process
-//   5 record stacks           stack_request    RecordStacks         crashed process
+//   2 facts of the signal     signal_frame *   FindSignalFrame      crashed process
+//   3 modules, code           modules          ListModules          crashed process
+//                             code_ranges      ListCodeRanges       crashed process
+//   4 list the threads        thread_table     ListThreads          crashed process
+//   5 walk the crashed one    stack_capture    WalkCrashedThread    crashed process
+//   6 stop all others         thread_stop      StopThreads          crashed process
+//                             tracer           RunTracer            tracer
+//   7 walk them               stack_capture    WalkStoppedThreads   crashed process
+//                             stack_walk       WalkStack            crashed process
+//                             unwind_from      tarvoUnwindFrom      any context
+//   8 ask who did not stop    stack_request    RequestStacks        crashed process
 //                             stack_handler    StackHandler         signalled thread
-//   6 read registers          register_page    ReadRegisters        crashed process
+//                             register_page    ReadRegisters        crashed process
 //                             crash_child      RunCrashChild        crash child
+//   9 make the records        thread_records   RecordThreads        crashed process
 //                             registers        DecodeRegisters      crashed process
-//   7 name the frames         frame_texts      NameFrames           crashed process
-//   8 report                  (callbacks)      WriteCrashReport     crashed process
-//   9 end                     crash_handler    EndProcess           crashed process
+//                             crash_facts      AddCrashFacts        crashed process
+//                             frame_texts      NameFrames           crashed process
+//  10 report                  (callbacks)      WriteCrashReport     crashed process
+//  11 end                     capture          EndProcess           crashed process
 //
-// The four contexts, named in every function's comment:
+//   * in tarvo/crash_context, as the crash guard needs it too
 //
-//   before a crash   an ordinary thread at start or shutdown; may do anything.
-//   crashed process  the crashing thread inside its signal handler. Any lock may be held by a
-//                    thread that never lets go, the heap may be broken, any pointer may be wild:
-//                    no allocation but capture_memory's, no lock but the two hand-overs', no
-//                    exception, no standard container, no locale. Other threads go on running.
-//   signalled thread another thread, interrupted anywhere, inside the SIGHUP handler: as above, and
-//                    no loader function either.
-//   crash child      the child made by _Fork: system calls and the shared register page only.
-//
-// These files are built without exceptions, RTTI and sanitizers.
+// The contexts and their rules stand in crash_context/rules.h. Memory comes from capture_memory,
+// and nothing waits without a limit.
 
 #include <sys/types.h>
 
@@ -48,8 +50,7 @@ namespace tarvo::crashhandler {
 
 inline constexpr SourceFile kCaptureSource{"crashhandler.module/source/linux/linux_crashhandler"};
 
-/// The one crash of this process. Written by the crashing thread, and by the one signalled thread
-/// that it has asked for its stack.
+/// The one crash of this process. Written by the crashing thread.
 extern CrashInfo g_crashInfo;
 
 /// Who captures. The process ends with the capture.

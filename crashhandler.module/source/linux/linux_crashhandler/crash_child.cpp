@@ -12,7 +12,7 @@
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/register_page.h"
 #include "linux/linux_crashhandler/signals.h"
-#include "linux/linux_crashhandler/stack_request.h"
+#include "linux/linux_crashhandler/thread_table.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -61,11 +61,11 @@ void Attach(pid_t tid) {
 
 void CopyRegisters(pid_t tid) {
   errno = 0;
-  if (ptrace(PTRACE_GETREGS, tid, nullptr, &sharedRegisterPage->general) != 0)
+  if (ptrace(PTRACE_GETREGS, tid, nullptr, &sharedRegisterPage->registers.general) != 0)
     Diagnose(kCaptureSource.Here(), "Ptrace(PTRACE_GETREGS, ...) returned error:@",
              ErrorText(errno));
   errno = 0;
-  if (ptrace(PTRACE_GETFPREGS, tid, nullptr, &sharedRegisterPage->floating) != 0)
+  if (ptrace(PTRACE_GETFPREGS, tid, nullptr, &sharedRegisterPage->registers.floating) != 0)
     Diagnose(kCaptureSource.Here(), "ptrace(PTRACE_GETFPREGS,...) returned error:@",
              ErrorText(errno));
   errno = 0;
@@ -80,12 +80,13 @@ void RunCrashChild(pid_t crashedProcess) {
   ResetFatalSignals();
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != crashedProcess) _exit(0);
-  for (std::size_t i = 0; i < g_crashInfo.threads.size; ++i) {
-    currentThreadRecord = &g_crashInfo.threads.items[i];
+  for (const ThreadEntry& thread : g_threadTable) {
+    if (!thread.isForChild) continue;
     pthread_mutex_lock(&sharedRegisterPage->registersConsumed);
-    const auto tid = static_cast<pid_t>(currentThreadRecord->tid);
-    Attach(tid);
-    CopyRegisters(tid);
+    // What cannot be read stays empty.
+    memset(&sharedRegisterPage->registers, 0, sizeof(sharedRegisterPage->registers));
+    Attach(thread.tid);
+    CopyRegisters(thread.tid);
     pthread_mutex_unlock(&sharedRegisterPage->registersReady);
   }
   _exit(0);

@@ -2,48 +2,76 @@
 
 #include <pthread.h>
 #include <sys/syscall.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 #include "crash_context/fatal_signals.h"
-#include "linux/linux_crashhandler/bad_call.h"
+#include "crash_context/signal_frame.h"
 #include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/code_ranges.h"
+#include "linux/linux_crashhandler/crash_facts.h"
 #include "linux/linux_crashhandler/fault_guard.h"
 #include "linux/linux_crashhandler/frame_texts.h"
 #include "linux/linux_crashhandler/modules.h"
 #include "linux/linux_crashhandler/register_page.h"
 #include "linux/linux_crashhandler/signals.h"
+#include "linux/linux_crashhandler/stack_capture.h"
+#include "linux/linux_crashhandler/stack_handler.h"
 #include "linux/linux_crashhandler/stack_request.h"
-#include "linux/linux_crashhandler/thread_list.h"
+#include "linux/linux_crashhandler/thread_records.h"
+#include "linux/linux_crashhandler/thread_stop.h"
+#include "linux/linux_crashhandler/thread_table.h"
 
 namespace tarvo::crashhandler {
 namespace {
 
 /// The signals for which the kernel gives an address: 4, 5, 7, 8 and 11.
 constexpr std::uint32_t kAddressedSignals = 0x9B0;
+/// For listing the modules, in microseconds: the loader's lock may never come free.
+constexpr long kModules = 1'000'000;
 
-/// Returns in the one thread that is to capture.
-void OwnTheCrash(pid_t self) {
-  if (g_captureOwner.Take(self)) return;
-  // The capture itself has crashed.
-  if (g_captureOwner.IsHeldBy(self)) EndProcess();
+/// A crash beside the one that is captured. The thread may have been asked for its stack when it
+/// crashed, and its handler for that may not have had room on its stack: here is room.
+[[noreturn]] void JoinCrash(pid_t self, int signal, const siginfo_t* info, void* context) {
+  ThreadEntry* thread = g_threadTable.Find(self);
+  if (thread != nullptr) LeaveGuardedStep(thread->guard);
+  const SignalFrame frame = FindSignalFrame(signal, info, context);
+  if (frame.context != nullptr) AnswerRequest(self, frame.context);
   Park();
 }
 
-void PrepareThread() {
-  MaskSignalsForCapture();
-  // The capture opens, writes and waits; a cancelled thread must not be unwound there.
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  ReinstallStackHandler();
-  ownPid = getpid();
+/// Returns in the one thread that is to capture.
+void OwnTheCrash(pid_t self, int signal, const siginfo_t* info, void* context) {
+  if (g_captureOwner.Take(self)) return;
+  if (!g_captureOwner.IsHeldBy(self)) JoinCrash(self, signal, info, context);
+  // The capture itself has crashed: the step is given up, or the capture.
+  LeaveGuardedStep(g_faultGuard);
+  EndProcess();
 }
 
-void StoreFacts(const siginfo_t& info) {
-  const int signal = info.si_signo;
-  const bool addressed = signal < 12 && (kAddressedSignals >> signal & 1) != 0;
+void PrepareThread(pid_t self) {
+  if (g_crashServices != nullptr) g_crashServices->captureBegins();
+  g_crashInfo = {};
+  ownPid = getpid();
+  MaskSignalsForCapture();
+  ReinstallFaultHandler();
+  // The capture opens, writes and waits; a cancelled thread must not be unwound there.
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  PrepareStepTimer(self);
+}
+
+/// Without the kernel's facts the context tells the address of a page fault (trap 14).
+std::uint64_t FaultAddress(int signal, const SignalFrame& frame) {
+  if (frame.info != nullptr) return reinterpret_cast<std::uint64_t>(frame.info->si_addr);
+  if (frame.context == nullptr || signal != SIGSEGV) return 0;
+  const greg_t* registers = frame.context->uc_mcontext.gregs;
+  return registers[REG_TRAPNO] == 14 ? static_cast<std::uint64_t>(registers[REG_CR2]) : 0;
+}
+
+void StoreFacts(int signal, const SignalFrame& frame) {
+  const bool isAddressed = signal < 12 && (kAddressedSignals >> signal & 1) != 0;
   g_crashInfo.signal = signal;
   g_crashInfo.signalName = NameOf(kFatalSignals, signal);
-  g_crashInfo.faultAddress = addressed ? reinterpret_cast<std::uint64_t>(info.si_addr) : 0;
+  if (isAddressed) g_crashInfo.faultAddress = FaultAddress(signal, frame);
   g_crashInfo.crashThread = pthread_self();
 }
 
@@ -52,24 +80,32 @@ void Report() {
   if (const CrashCallback afterReport = afterReportCallback.load()) afterReport(&g_crashInfo);
 }
 
+/// A stage that faults is given up; the report is made of what there is.
+template <typename Stage>
+void Guarded(const Stage& stage) {
+  RunGuarded(g_faultGuard, stage);
+}
+
 }  // namespace
 
-void CrashHandler(int, siginfo_t* info, void* context) {
+void CrashHandler(int signal, siginfo_t* info, void* context) {
   const pid_t self = OwnThreadId();
-  LeaveGuardedStep(self);
-  OwnTheCrash(self);
-  PrepareThread();
-  MapRegisterPage();
-  // A damaged list of modules gives up what comes behind the damage.
-  RunGuarded(self, ListModules);
-  StoreFacts(*info);
-  const CaptureArray<pid_t>* threads = ListThreads();
-  // Without a list there is no capture; the fault repeats and ends the process.
-  if (threads == nullptr) return;
-  MendBadCall(self, info, static_cast<ucontext_t*>(context));
-  RecordStacks(*threads);
-  ReadRegisters();
-  NameFrames();
+  OwnTheCrash(self, signal, info, context);
+  PrepareThread(self);
+  const SignalFrame frame = FindSignalFrame(signal, info, context);
+  StoreFacts(signal, frame);
+  RunLimited(kModules, ListModules);
+  Guarded(ListCodeRanges);
+  Guarded([&] { ListThreads(self); });
+  WalkCrashedThread(self, frame);
+  Guarded([&] { StopThreads(self); });
+  WalkStoppedThreads(self);
+  Guarded([&] { RequestStacks(self); });
+  Guarded(ReadRegisters);
+  Guarded(CompleteStacks);
+  Guarded(RecordThreads);
+  Guarded([&] { AddCrashFacts(self); });
+  Guarded(NameFrames);
   Report();
   EndProcess();
 }

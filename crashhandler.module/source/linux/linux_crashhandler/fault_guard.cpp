@@ -1,11 +1,59 @@
 #include "linux/linux_crashhandler/fault_guard.h"
 
+#include <signal.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "crash_context/raw_system_call.h"
+
 namespace tarvo::crashhandler {
 
 FaultGuard g_faultGuard;
 
-void LeaveGuardedStep(pid_t self) {
-  if (g_faultGuard.tid.load(std::memory_order_acquire) == self) siglongjmp(g_faultGuard.end, 1);
+namespace {
+
+/// A signal that the capture does not block and that means nothing else to it.
+constexpr int kSignal = SIGVTALRM;
+
+/// The kernel's id of the timer; its address marks the timer's signals.
+int g_timer = -1;
+
+void OnTimer(int, siginfo_t* info, void*) {
+  if (info->si_code == SI_TIMER && info->si_value.sival_ptr == &g_timer)
+    LeaveGuardedStep(g_faultGuard);
+}
+
+}  // namespace
+
+void LeaveGuardedStep(FaultGuard& guard) {
+  if (GuardedStep* step = guard.innermost.load()) siglongjmp(step->end, 1);
+}
+
+void PrepareStepTimer(pid_t self) {
+  struct sigaction action = {};
+  action.sa_sigaction = OnTimer;
+  action.sa_flags = SA_SIGINFO;
+  sigaction(kSignal, &action, nullptr);
+  sigset_t own;
+  sigemptyset(&own);
+  sigaddset(&own, kSignal);
+  pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
+  // The C library's timer_create allocates (glibc 2.36 sysdeps/unix/sysv/linux/timer_create.c).
+  sigevent event{};
+  event.sigev_notify = SIGEV_THREAD_ID;
+  event.sigev_signo = kSignal;
+  event.sigev_value.sival_ptr = &g_timer;
+  event._sigev_un._tid = self;
+  if (RawSystemCall(SYS_timer_create, CLOCK_MONOTONIC, &event, &g_timer) < 0) g_timer = -1;
+}
+
+void SetStepTimer(long microseconds) {
+  if (g_timer < 0) return;
+  itimerspec when{};
+  when.it_value.tv_sec = microseconds / 1'000'000;
+  when.it_value.tv_nsec = microseconds % 1'000'000 * 1000;
+  RawSystemCall(SYS_timer_settime, g_timer, 0, &when, nullptr);
 }
 
 }  // namespace tarvo::crashhandler

@@ -88,7 +88,7 @@ const char* FrameText(std::uint64_t address) {
   if (known.text != nullptr && known.address == address) return known.text;
   // Volatile: kept when the step is cut short. A module may be unloaded by a thread that goes on.
   const char* volatile text = nullptr;
-  if (!RunGuarded(OwnThreadId(), [&] { text = MakeText(address); })) text = MakeBareText(address);
+  if (!RunGuarded(g_faultGuard, [&] { text = MakeText(address); })) text = MakeBareText(address);
   known = {address, text};
   return text;
 }

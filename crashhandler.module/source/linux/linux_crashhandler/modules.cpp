@@ -1,6 +1,5 @@
 #include "linux/linux_crashhandler/modules.h"
 
-#include "crash_context/proc_files.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/capture_memory.h"
 
@@ -43,11 +42,5 @@ const ElfW(Phdr) * ModuleImage::SegmentOf(std::uint64_t address) const {
 }
 
 void ListModules() { dl_iterate_phdr(AppendModule, nullptr); }
-
-bool IsCode(std::uint64_t address) {
-  for (const ModuleImage& image : g_moduleImages)
-    if (const auto* segment = image.SegmentOf(address)) return (segment->p_flags & PF_X) != 0;
-  return IsMappedExecutable(address);
-}
 
 }  // namespace tarvo::crashhandler

@@ -32,10 +32,6 @@ extern CaptureArray<ModuleImage> g_moduleImages;
 /// thread.
 void ListModules();
 
-/// Whether `address` lies in code that can run: in an executable segment of a listed module, or in
-/// other memory that is mapped executable. Crashed process, signalled thread.
-bool IsCode(std::uint64_t address);
-
 /// Appends the objects that are loaded now; false when memory ran out. Before a crash.
 bool EnumerateProcessModules(std::vector<LoadedModule>& modules);
 

@@ -1,6 +1,7 @@
 #include "linux/linux_crashhandler/register_page.h"
 
 #include <errno.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -8,11 +9,16 @@
 
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/crash_child.h"
-#include "linux/linux_crashhandler/registers.h"
+#include "linux/linux_crashhandler/thread_stop.h"
+#include "linux/linux_crashhandler/thread_table.h"
 #include "linux/linux_crashhandler/timed_lock.h"
 
 namespace tarvo::crashhandler {
 namespace {
+
+/// How often the child's answer is looked for, in intervals of kLivenessCheckInterval: 2 seconds
+/// for all threads together.
+constexpr int kPatience = 100;
 
 /// Whether `child` is there and running. Reaps it when it has ended.
 bool IsRunning(pid_t child) {
@@ -22,16 +28,35 @@ bool IsRunning(pid_t child) {
 }
 
 /// Waits for the child to have filled the page; false when it never will.
-bool AwaitRegisters(pid_t child) {
+bool AwaitRegisters(pid_t child, int& patience) {
   while (!LockWithin(sharedRegisterPage->registersReady, kLivenessCheckInterval))
-    if (!IsRunning(child)) return false;
+    if (!IsRunning(child) || --patience < 0) return false;
   return true;
 }
 
 /// Waits for the end of this child only: the program may have others, which may run for long.
 void AwaitEnd(pid_t child) {
-  while (waitpid(child, nullptr, __WALL) < 0 && errno == EINTR) {
+  for (int patience = kPatience; IsRunning(child) && patience > 0; --patience) {
+    timespec pause{0, kLivenessCheckInterval / 10};
+    nanosleep(&pause, nullptr);
   }
+}
+
+/// Whether the tracer left the thread's registers to the child; chosen before it starts, so that
+/// both go through the same threads.
+bool IsForChild(const ThreadEntry& thread) {
+  const StopState stop = thread.stop.load();
+  const bool isHeld = stop == StopState::Interrupted && IsTracerAlive();
+  return !thread.hasRegisters && stop != StopState::Ended && !isHeld;
+}
+
+bool Choose() {
+  bool isAny = false;
+  for (ThreadEntry& thread : g_threadTable) {
+    thread.isForChild = IsForChild(thread);
+    isAny = isAny || thread.isForChild;
+  }
+  return isAny;
 }
 
 }  // namespace
@@ -39,6 +64,8 @@ void AwaitEnd(pid_t child) {
 RegisterPage* sharedRegisterPage = nullptr;
 
 void MapRegisterPage() {
+  if (sharedRegisterPage != nullptr) munmap(sharedRegisterPage, sizeof(RegisterPage));
+  sharedRegisterPage = nullptr;
   void* page = mmap(nullptr, sizeof(RegisterPage), PROT_READ | PROT_WRITE,
                     MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (page == MAP_FAILED) {
@@ -54,10 +81,10 @@ void MapRegisterPage() {
 }
 
 void ReadRegisters() {
+  if (!Choose()) return;
+  MapRegisterPage();
   if (sharedRegisterPage == nullptr) return;
-  // Where the Yama module restricts tracing to ancestors, a process may name one that it lets
-  // trace it, with all descendants (linux-6.1 security/yama/yama_lsm.c, ptracer_exception_found).
-  // Elsewhere the call fails with EINVAL.
+  // As for the tracer, see StopThreads; a child's descendants may trace too.
   prctl(PR_SET_PTRACER, getpid(), 0, 0, 0);
   pthread_mutex_lock(&sharedRegisterPage->registersReady);
   // Not fork: it runs atfork handlers and waits for the allocator's and the streams' locks
@@ -65,15 +92,19 @@ void ReadRegisters() {
   const pid_t child = _Fork();
   if (child == 0) RunCrashChild(ownPid);
   if (child < 0) Diagnose(kCaptureSource.Here(), "fork failed: @", ErrorText(errno));
-  bool filling = child > 0;
-  for (std::size_t i = 0; i < g_crashInfo.threads.size; ++i) {
-    filling = filling && AwaitRegisters(child);
-    DecodeRegisters(g_crashInfo.threads.items[i], *sharedRegisterPage);
+  int patience = kPatience;
+  bool isFilling = child > 0;
+  for (ThreadEntry& thread : g_threadTable) {
+    if (!thread.isForChild || !isFilling) continue;
+    isFilling = AwaitRegisters(child, patience);
+    if (!isFilling) break;
+    thread.registers = sharedRegisterPage->registers;
+    // A thread that could not be read leaves the page empty; none runs without a stack.
+    thread.hasRegisters = thread.registers.general.rsp != 0;
     pthread_mutex_unlock(&sharedRegisterPage->registersConsumed);
   }
-  if (filling) AwaitEnd(child);
-  munmap(sharedRegisterPage, sizeof(RegisterPage));
-  sharedRegisterPage = nullptr;
+  if (child > 0 && !isFilling) kill(child, SIGKILL);
+  if (child > 0) AwaitEnd(child);
 }
 
 }  // namespace tarvo::crashhandler

@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/registers.h"
+#include "linux/linux_crashhandler/register_page.h"
 
 #include <cstdint>
 #include <cstring>
@@ -17,12 +17,12 @@ struct RegisterField {
 };
 
 #define GENERAL(field) \
-  {#field, offsetof(RegisterPage, general.field), sizeof(user_regs_struct::field)}
+  {#field, offsetof(ThreadRegisters, general.field), sizeof(user_regs_struct::field)}
 #define FLOATING(name, field) \
-  {name, offsetof(RegisterPage, floating.field), sizeof(user_fpregs_struct::field)}
+  {name, offsetof(ThreadRegisters, floating.field), sizeof(user_fpregs_struct::field)}
 // Only the first 32-bit word of a register's 16-byte slot.
 #define STACK(index) \
-  {"st" #index, offsetof(RegisterPage, floating.st_space) + 16 * (index), sizeof(std::uint32_t)}
+  {"st" #index, offsetof(ThreadRegisters, floating.st_space) + 16 * (index), sizeof(std::uint32_t)}
 
 constexpr RegisterField kRegisters[] = {
     GENERAL(rax), GENERAL(rbx), GENERAL(rcx), GENERAL(rdx), GENERAL(rdi), GENERAL(orig_rax),
@@ -43,13 +43,13 @@ static_assert(std::size(kRegisters) == 43);
 
 }  // namespace
 
-void DecodeRegisters(ThreadRecord& thread, const RegisterPage& page) {
+void DecodeRegisters(ThreadRecord& thread, const ThreadRegisters& registers) {
   for (const RegisterField& field : kRegisters) {
     RegisterValue* value = Append(thread.registers);
     if (value == nullptr) return;
     value->name = field.name;
     value->width = sizeof(std::uint64_t);
-    std::memcpy(value->value, reinterpret_cast<const char*>(&page) + field.offset, field.size);
+    std::memcpy(value->value, reinterpret_cast<const char*>(&registers) + field.offset, field.size);
   }
 }
 

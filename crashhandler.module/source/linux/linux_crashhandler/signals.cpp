@@ -9,13 +9,17 @@
 #include "connection.h"
 #include "crash_context/fatal_signals.h"
 #include "crash_context/previous_action.h"
-#include "crash_context/proc_files.h"
+#include "crash_context/signal_frame.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/capture_memory.h"
+#include "linux/linux_crashhandler/crash_facts.h"
 #include "linux/linux_crashhandler/crash_handler.h"
 #include "linux/linux_crashhandler/frame_texts.h"
 #include "linux/linux_crashhandler/modules.h"
 #include "linux/linux_crashhandler/stack_handler.h"
+#include "linux/linux_crashhandler/stack_walk.h"
+#include "linux/linux_crashhandler/thread_stop.h"
+#include "linux/linux_crashhandler/thread_table.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -37,8 +41,10 @@ SignalAction ActionFor(Handler handler) {
 void WarmCrashPath() {
   PrepareCaptureMemory();
   WarmUnwinder();
-  IsMappedExecutable(0);
   PrepareFrameTexts();
+  PrepareThreadList();
+  PrepareCrashFacts();
+  PrepareTracer();
 }
 
 }  // namespace
@@ -51,6 +57,7 @@ int InstallCrashHandler() {
     sigaction(kFatalSignals[i].number, &action, &g_previousActions[i]);
   action.sa_sigaction = StackHandler;
   sigaction(SIGHUP, &action, &g_previousActions[kFatalSignals.size()]);
+  PrepareSignalFrames();
   ownPid = getpid();
   return 1;
 }
@@ -68,6 +75,13 @@ void SetAfterReportCallback(CrashCallback callback) { afterReportCallback.store(
 void ReinstallStackHandler() {
   const SignalAction action = ActionFor(StackHandler);
   sigaction(SIGHUP, &action, nullptr);
+}
+
+void ReinstallFaultHandler() {
+  SignalAction action = ActionFor(CrashHandler);
+  action.sa_flags |= SA_ONSTACK;
+  sigaction(SIGSEGV, &action, nullptr);
+  sigaction(SIGBUS, &action, nullptr);
 }
 
 void MaskSignalsForCapture() {

@@ -23,6 +23,10 @@ void SetAfterReportCallback(CrashCallback callback);
 /// process.
 void ReinstallStackHandler();
 
+/// Puts the crash handler in place for SIGSEGV and SIGBUS, in case the program has replaced it: a
+/// step of the capture that faults must not run the program's handler. Crashed process.
+void ReinstallFaultHandler();
+
 /// Sets the mask of the crashing thread: the fatal signals and SIGHUP get through (a second fault
 /// must reach the handler, and the thread is asked for its own stack), all others wait. SIGPIPE and
 /// SIGXFSZ would otherwise end the process while the report is written. Crashed process.

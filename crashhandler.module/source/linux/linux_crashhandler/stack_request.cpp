@@ -1,27 +1,29 @@
 #include "linux/linux_crashhandler/stack_request.h"
 
 #include <signal.h>
+#include <string.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <span>
+#include <cstdint>
 
 #include "crash_context/proc_files.h"
+#include "crash_context/raw_system_call.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/thread_list.h"
-#include "linux/linux_crashhandler/timed_lock.h"
+#include "linux/linux_crashhandler/signals.h"
+#include "linux/linux_crashhandler/thread_stop.h"
+#include "linux/linux_crashhandler/thread_table.h"
 
 namespace tarvo::crashhandler {
-
-pthread_mutex_t threadSlotFree = PTHREAD_MUTEX_INITIALIZER;
-pthread_mutex_t threadSlotReady = PTHREAD_MUTEX_INITIALIZER;
-ThreadRecord* currentThreadRecord = nullptr;
-std::atomic<pid_t> requestedThread{0};
-
 namespace {
 
-constexpr std::size_t kNameSize = 16;
+/// Of all requests together, in milliseconds, and how often it is looked after those that wait.
+constexpr int kBudget = 2000;
+constexpr int kInterval = 2;
+constexpr int kStatusEvery = 10;  ///< intervals
+/// What a thread that has begun to answer gets to come to an end.
+constexpr int kGrace = 200;
 
 /// Signals that no program blocks: the C library keeps them for itself and takes them out of every
 /// mask it is given (glibc 2.36 nptl/pthread_sigmask.c). Blocked together with SIGHUP they show a
@@ -29,59 +31,97 @@ constexpr std::size_t kNameSize = 16;
 constexpr std::uint64_t kReservedSignals = std::uint64_t{1} << (32 - 1) | std::uint64_t{1}
                                                                               << (33 - 1);
 
-/// How many intervals a thread gets to leave such a place: one second.
-constexpr int kPatience = 50;
+void Sleep(int milliseconds) {
+  const timespec time{milliseconds / 1000, milliseconds % 1000 * 1'000'000};
+  RawSystemCall(SYS_nanosleep, &time, nullptr);
+}
 
-/// Whether a thread will run a handler for SIGHUP when it next returns to user code.
-enum class Prospect { Never, AfterAMoment, AtOnce };
+/// Whether the thread waits for signals by sigwait or its like: it would take the request for a
+/// signal of the program's, and go on.
+bool WaitsForSignals(pid_t tid) {
+  const int file = OpenRaw(TaskPath(tid, "syscall").Text());
+  if (file < 0) return false;
+  char text[8] = {};
+  ReadRaw(file, std::span(text, sizeof(text) - 1));
+  CloseRaw(file);
+  static_assert(SYS_rt_sigtimedwait == 128);
+  return strncmp(text, "128 ", 4) == 0;
+}
 
-Prospect ProspectOf(pid_t tid) {
+/// Why the thread will not run a handler for SIGHUP; null when it will.
+const char* WhyNotAsked(pid_t tid) {
   const ThreadStatus status = ReadThreadStatus(tid);
-  if (!status.exists || status.ended) return Prospect::Never;
-  if ((status.blockedSignals >> (SIGHUP - 1) & 1) == 0) return Prospect::AtOnce;
-  const bool passing = (status.blockedSignals & kReservedSignals) == kReservedSignals;
-  return passing ? Prospect::AfterAMoment : Prospect::Never;
+  if (status.ended) return "the thread has ended";
+  const bool blocks = (status.blockedSignals >> (SIGHUP - 1) & 1) != 0;
+  const bool isPassing = (status.blockedSignals & kReservedSignals) == kReservedSignals;
+  if (blocks && !isPassing) return "it cannot be traced, and blocks SIGHUP";
+  if (WaitsForSignals(tid)) return "it cannot be traced, and waits for signals itself";
+  return nullptr;
 }
 
-ThreadRecord* AppendThread(pid_t tid) {
-  ThreadRecord* record = Append(g_crashInfo.threads);
-  if (record == nullptr) return nullptr;
-  record->tid = tid;
-  record->name = static_cast<char*>(CaptureAllocate(kNameSize));
-  if (record->name != nullptr)
-    ReadThreadName(tid, std::span<char, kNameSize>(record->name, kNameSize));
-  return record;
+/// Whether it is to be asked: not stopped, and not held by a tracer either, which would stop it at
+/// the signal.
+bool IsOpen(const ThreadEntry& thread) {
+  const StopState stop = thread.stop.load();
+  return stop == StopState::Listed || stop == StopState::Refused ||
+         (stop == StopState::Interrupted && !IsTracerAlive());
 }
 
-/// Waits for `tid` to release threadSlotFree, which this thread holds again afterwards. A thread
-/// that has ended or blocked the signal after all never will, so its request is taken back.
-void AwaitAnswer(pid_t tid) {
-  int patience = kPatience;
-  while (!LockWithin(threadSlotFree, kLivenessCheckInterval)) {
-    const Prospect prospect = ProspectOf(tid);
-    if (prospect == Prospect::AtOnce) continue;
-    pid_t unclaimed = tid;
-    const bool hopeless = prospect == Prospect::Never || --patience == 0;
-    if (hopeless && requestedThread.compare_exchange_strong(unclaimed, 0)) return;
+void Ask(ThreadEntry& thread) {
+  thread.framesMissing = WhyNotAsked(thread.tid);
+  if (thread.framesMissing != nullptr) return;
+  thread.request.store(RequestState::Asked);
+  if (RawSystemCall(SYS_tgkill, ownPid, thread.tid, SIGHUP) == 0) return;
+  thread.request.store(RequestState::None);
+  thread.framesMissing = "it could not be asked";
+}
+
+/// Takes the request back, unless the thread has begun to answer.
+bool TakeBack(ThreadEntry& thread, const char* reason) {
+  RequestState state = RequestState::Asked;
+  if (!thread.request.compare_exchange_strong(state, RequestState::TakenBack)) return false;
+  thread.framesMissing = reason;
+  return true;
+}
+
+bool IsPending(const ThreadEntry& thread) {
+  const RequestState state = thread.request.load();
+  return state == RequestState::Asked || state == RequestState::Claimed;
+}
+
+bool AnyPending() {
+  for (const ThreadEntry& thread : g_threadTable)
+    if (IsPending(thread)) return true;
+  return false;
+}
+
+/// Threads that have ended never answer, and have not lost anything.
+void DropEnded() {
+  for (ThreadEntry& thread : g_threadTable) {
+    if (thread.request.load() != RequestState::Asked) continue;
+    const ThreadStatus status = ReadThreadStatus(thread.tid);
+    if ((TaskDirectory() >= 0 && !status.exists) || status.ended)
+      TakeBack(thread, "the thread has ended");
   }
 }
 
 }  // namespace
 
-void RecordStacks(const CaptureArray<pid_t>& threads) {
-  pthread_mutex_lock(&threadSlotFree);
-  for (const pid_t tid : threads) {
-    currentThreadRecord = AppendThread(tid);
-    if (ProspectOf(tid) == Prospect::Never) continue;
-    requestedThread.store(tid);
-    pthread_mutex_unlock(&threadSlotReady);
-    if (syscall(SYS_tgkill, ownPid, tid, SIGHUP) == 0) {
-      AwaitAnswer(tid);
-    } else {
-      requestedThread.store(0);
-    }
+void RequestStacks(pid_t self) {
+  bool isAsked = false;
+  for (ThreadEntry& thread : g_threadTable) {
+    if (thread.tid == self || !IsOpen(thread)) continue;
+    if (!isAsked) ReinstallStackHandler();
+    isAsked = true;
+    Ask(thread);
   }
-  pthread_mutex_unlock(&threadSlotFree);
+  if (!isAsked) return;
+  for (int spent = 0, round = 0; spent < kBudget && AnyPending(); spent += kInterval) {
+    Sleep(kInterval);
+    if (++round % kStatusEvery == 0) DropEnded();
+  }
+  for (ThreadEntry& thread : g_threadTable) TakeBack(thread, "it did not answer in time");
+  for (int spent = 0; spent < kGrace && AnyPending(); spent += kInterval) Sleep(kInterval);
 }
 
 }  // namespace tarvo::crashhandler

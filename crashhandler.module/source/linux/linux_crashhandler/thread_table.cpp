@@ -1,0 +1,136 @@
+#include "linux/linux_crashhandler/thread_table.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <new>
+
+#include "crash_context/proc_files.h"
+#include "crash_context/raw_system_call.h"
+#include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/capture_memory.h"
+
+namespace tarvo::crashhandler {
+
+ThreadTable g_threadTable;
+
+namespace {
+
+/// Room for threads that are found after the first listing.
+constexpr std::size_t kMoreThreads = 256;
+
+/// /proc as it was at the start, and what it was: a program may have closed our descriptor and have
+/// another file there.
+int g_processes = -1;
+dev_t g_device = 0;
+ino_t g_inode = 0;
+/// Descriptors that are there to be closed when there are no others.
+int g_spare[4] = {-1, -1, -1, -1};
+int g_taskDirectory = -1;
+
+bool IsOurs(int descriptor) {
+  struct stat status{};
+  return descriptor >= 0 && fstat(descriptor, &status) == 0 && status.st_dev == g_device &&
+         status.st_ino == g_inode;
+}
+
+/// The report, the tracer's listing and the files of /proc want some descriptors.
+void FreeDescriptors() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  for (int& spare : g_spare) {
+    if (IsOurs(spare)) CloseRaw(spare);
+    spare = -1;
+  }
+}
+
+/// Whether the directory lists this process's threads. One of another pid namespace lists those of
+/// others.
+bool Lists(int directory, pid_t self) {
+  bool isListed = false;
+  ForEachNumber(directory, [&](pid_t tid) {
+    isListed = isListed || tid == self;
+    return !isListed;
+  });
+  lseek(directory, 0, SEEK_SET);
+  return isListed;
+}
+
+int OpenTaskDirectory(pid_t self) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  long directory = -ENOENT;
+  if (IsOurs(g_processes)) directory = RawSystemCall(SYS_openat, g_processes, "self/task", kFlags);
+  if (directory < 0) directory = RawSystemCall(SYS_openat, AT_FDCWD, "/proc/self/task", kFlags);
+  if (directory < 0) return -1;
+  if (Lists(static_cast<int>(directory), self)) return static_cast<int>(directory);
+  CloseRaw(static_cast<int>(directory));
+  return -1;
+}
+
+std::size_t CountThreads(int directory) {
+  std::size_t count = 0;
+  ForEachNumber(directory, [&](pid_t) { return ++count != 0; });
+  lseek(directory, 0, SEEK_SET);
+  return count;
+}
+
+/// Room for `count` threads and some more, or for this one alone.
+bool MakeTable(std::size_t count) {
+  for (const std::size_t capacity : {count + kMoreThreads, count, std::size_t{1}}) {
+    g_threadTable.entries =
+        static_cast<ThreadEntry*>(CaptureAllocate(capacity * sizeof(ThreadEntry)));
+    g_threadTable.capacity = capacity;
+    if (g_threadTable.entries != nullptr) return true;
+  }
+  g_threadTable.capacity = 0;
+  return false;
+}
+
+}  // namespace
+
+ThreadEntry* ThreadTable::Find(pid_t tid) const {
+  for (ThreadEntry& entry : *this)
+    if (entry.tid == tid) return &entry;
+  return nullptr;
+}
+
+ThreadEntry* ThreadTable::Add(pid_t tid) {
+  const std::size_t index = count.load();
+  if (index == capacity) return nullptr;
+  auto* entry = new (&entries[index]) ThreadEntry;
+  entry->tid = tid;
+  count.store(index + 1);
+  return entry;
+}
+
+void PrepareThreadList() {
+  if (g_processes >= 0) return;
+  g_processes = open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC);
+  struct stat status{};
+  if (g_processes < 0 || fstat(g_processes, &status) != 0) return;
+  g_device = status.st_dev;
+  g_inode = status.st_ino;
+  for (int& spare : g_spare) spare = fcntl(g_processes, F_DUPFD_CLOEXEC, 3);
+}
+
+void ListThreads(pid_t self) {
+  FreeDescriptors();
+  g_taskDirectory = OpenTaskDirectory(self);
+  g_threadTable.count.store(0);
+  if (!MakeTable(g_taskDirectory < 0 ? 1 : CountThreads(g_taskDirectory))) return;
+  if (g_taskDirectory >= 0) {
+    ForEachNumber(g_taskDirectory, [](pid_t tid) { return g_threadTable.Add(tid) != nullptr; });
+  }
+  if (g_threadTable.Find(self) == nullptr) g_threadTable.Add(self);
+}
+
+int TaskDirectory() { return g_taskDirectory; }
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,196 @@
+#include "linux/linux_crashhandler/tracer.h"
+
+#include <errno.h>
+#include <linux/futex.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "crash_context/proc_files.h"
+#include "crash_context/raw_system_call.h"
+#include "linux/linux_crashhandler/thread_table.h"
+
+namespace tarvo::crashhandler {
+
+TracerState g_tracer;
+
+namespace {
+
+/// New threads are looked for so often.
+constexpr int kMaximumPasses = 20;
+constexpr long kFirstPause = 20'000;
+constexpr long kLongestPause = 1'000'000;
+
+[[noreturn]] void End() {
+  for (;;) RawSystemCall(SYS_exit, 0);
+}
+
+std::int64_t Now() {
+  timespec now{};
+  RawSystemCall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+  return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
+}
+
+void Sleep(long nanoseconds) {
+  const timespec time{0, nanoseconds};
+  RawSystemCall(SYS_nanosleep, &time, nullptr);
+}
+
+template <typename Address = long, typename Data = long>
+long Ptrace(long request, pid_t tid, Address address = 0, Data data = 0) {
+  return RawSystemCall(SYS_ptrace, request, tid, address, data);
+}
+
+/// Whether `tid` is a thread of the crashed process: a listing of another pid namespace would name
+/// threads of others, and ids are used again.
+bool IsThread(pid_t tid) { return RawSystemCall(SYS_tgkill, g_tracer.process, tid, 0) == 0; }
+
+/// Dies with the crashing thread, and of old age.
+void Prepare() {
+  std::uint64_t all = ~std::uint64_t{0};
+  RawSystemCall(SYS_rt_sigprocmask, SIG_SETMASK, &all, nullptr, sizeof(all));
+  RawSystemCall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
+  if (RawSystemCall(SYS_getppid) != g_tracer.process) End();
+  sigevent event{};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = SIGKILL;
+  int timer = 0;
+  itimerspec life{};
+  life.it_value.tv_sec = kTracerLife;
+  if (RawSystemCall(SYS_timer_create, CLOCK_MONOTONIC, &event, &timer) == 0)
+    RawSystemCall(SYS_timer_settime, timer, 0, &life, nullptr);
+}
+
+/// Waits for another command than the one that was carried out last.
+TracerCommand AwaitCommand(TracerCommand last) {
+  const auto known = static_cast<std::uint32_t>(last);
+  while (g_tracer.command.load() == known)
+    RawSystemCall(SYS_futex, &g_tracer.command, FUTEX_WAIT_PRIVATE, known, nullptr);
+  return static_cast<TracerCommand>(g_tracer.command.load());
+}
+
+void ReportDone() {
+  g_tracer.done.fetch_add(1);
+  RawSystemCall(SYS_futex, &g_tracer.done, FUTEX_WAKE_PRIVATE, 1);
+}
+
+void Seize(ThreadEntry& thread) {
+  // No options, and never PTRACE_O_EXITKILL: the end of this process would be that of the other.
+  const long seized = IsThread(thread.tid) ? Ptrace(PTRACE_SEIZE, thread.tid) : -ESRCH;
+  thread.error = static_cast<int>(-seized);
+  if (seized == 0 && IsThread(thread.tid)) {
+    Ptrace(PTRACE_INTERRUPT, thread.tid);
+    thread.stop.store(StopState::Interrupted);
+  } else {
+    thread.stop.store(IsThread(thread.tid) ? StopState::Refused : StopState::Ended);
+  }
+}
+
+/// Looks whether the thread stands still, without waiting for it: reading its registers says so.
+/// Not by wait4, which a sandbox may refuse, and for which a program may have handlers.
+void Look(ThreadEntry& thread) {
+  if (Ptrace(PTRACE_GETREGS, thread.tid, 0, &thread.registers.general) == 0) {
+    Ptrace(PTRACE_GETFPREGS, thread.tid, 0, &thread.registers.floating);
+    thread.hasRegisters = true;
+    thread.stop.store(StopState::Stopped);
+  } else if (!IsThread(thread.tid)) {
+    thread.stop.store(StopState::Ended);
+  }
+}
+
+/// Looks at the threads that were told to stop until all do, or the time is over.
+void AwaitStops(std::int64_t end) {
+  long pause = kFirstPause;
+  for (;;) {
+    bool isComplete = true;
+    for (ThreadEntry& thread : g_threadTable) {
+      if (thread.stop.load() != StopState::Interrupted) continue;
+      Look(thread);
+      isComplete = isComplete && thread.stop.load() != StopState::Interrupted;
+    }
+    if (isComplete || Now() > end) return;
+    Sleep(pause);
+    if (pause < kLongestPause) pause *= 2;
+  }
+}
+
+/// Takes new threads into the table; whether there were any.
+bool FindThreads() {
+  const std::size_t before = g_threadTable.count.load();
+  if (g_tracer.taskDirectory < 0) return false;
+  RawSystemCall(SYS_lseek, g_tracer.taskDirectory, 0, SEEK_SET);
+  std::size_t next = 0;
+  ForEachNumber(g_tracer.taskDirectory, [&](pid_t tid) {
+    // The listing and the table have the same order, but for threads that have come or gone.
+    if (next < before && g_threadTable.entries[next].tid == tid) {
+      ++next;
+      return true;
+    }
+    return g_threadTable.Find(tid) != nullptr || g_threadTable.Add(tid) != nullptr;
+  });
+  return g_threadTable.count.load() != before;
+}
+
+/// Stops the crashing thread for as long as it takes to read its registers: it waits for this.
+void ReadCrashThread(std::int64_t end) {
+  ThreadEntry* thread = g_threadTable.Find(g_tracer.crashThread);
+  if (thread == nullptr) return;
+  Seize(*thread);
+  while (thread->stop.load() == StopState::Interrupted && Now() < end) {
+    Look(*thread);
+    if (thread->stop.load() == StopState::Interrupted) Sleep(kFirstPause);
+  }
+  Ptrace(PTRACE_DETACH, thread->tid);
+}
+
+void StopAll() {
+  const std::int64_t end = Now() + kStopBudget;
+  for (int pass = 0; pass < kMaximumPasses; ++pass) {
+    for (ThreadEntry& thread : g_threadTable)
+      if (thread.stop.load() == StopState::Listed && thread.tid != g_tracer.crashThread)
+        Seize(thread);
+    AwaitStops(end);
+    // Threads that were still running may have started others.
+    if (!FindThreads() || Now() > end) break;
+  }
+  // With time of its own: it is this thread that waits.
+  ReadCrashThread(Now() + kStopBudget);
+}
+
+/// The signal whose delivery the thread was stopped at; 0 when it was stopped by the interrupt
+/// (linux-6.1 kernel/signal.c, ptrace_do_notify: an event stop has its event above SIGTRAP).
+long SignalOf(pid_t tid) {
+  siginfo_t info{};
+  if (Ptrace(PTRACE_GETSIGINFO, tid, 0, &info) != 0 || info.si_code >> 8 == PTRACE_EVENT_STOP)
+    return 0;
+  return info.si_signo;
+}
+
+void Yield() {
+  for (ThreadEntry& thread : g_threadTable) {
+    if (thread.stop.load() != StopState::Stopped || thread.tid == g_tracer.crashThread) continue;
+    thread.stop.store(StopState::Interrupted);
+    Ptrace(PTRACE_CONT, thread.tid, 0, SignalOf(thread.tid));
+  }
+  Sleep(kYield);
+  for (ThreadEntry& thread : g_threadTable)
+    if (thread.stop.load() == StopState::Interrupted) Ptrace(PTRACE_INTERRUPT, thread.tid);
+  AwaitStops(Now() + kStopBudget);
+}
+
+}  // namespace
+
+int RunTracer(void*) {
+  Prepare();
+  for (auto last = TracerCommand::Prepare;;) {
+    last = AwaitCommand(last);
+    if (last == TracerCommand::Stop) StopAll();
+    if (last == TracerCommand::Yield) Yield();
+    ReportDone();
+  }
+}
+
+}  // namespace tarvo::crashhandler

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace tarvo::crashhandler {
+
+// The tracer: a process that shares the memory of the crashed one (clone with CLONE_VM), so that it
+// costs nothing however large that is. It stops all threads by ptrace, without a signal and without
+// their help, reads their registers, and holds them until the crashed process ends. A process of
+// its own, since a thread cannot trace its siblings.
+//
+// It uses raw system calls and the fields below and nothing else; it blocks all signals, and it may
+// be killed at any moment.
+
+/// What the tracer was told. Written by the crashing thread.
+enum class TracerCommand : std::uint32_t {
+  Prepare,  ///< wait
+  Stop,     ///< stop all threads and read their registers
+  Yield,    ///< let all go on for a moment, and stop them again
+};
+
+/// What crashing thread and tracer share.
+struct TracerState {
+  pid_t process = 0;      ///< the crashed one
+  pid_t crashThread = 0;  ///< which is not stopped, but for the moment of reading its registers
+  int taskDirectory = -1;
+  std::atomic<std::uint32_t> command{0};  ///< a TracerCommand; a futex
+  std::atomic<std::uint32_t> done{0};     ///< how many commands were carried out; a futex
+  std::atomic<pid_t> tid{0};              ///< of the tracer; cleared by the kernel at its end
+};
+extern TracerState g_tracer;
+
+/// How long the tracer tries to stop all threads, in nanoseconds.
+inline constexpr std::int64_t kStopBudget = 250'000'000;
+/// How long threads go on at TracerCommand::Yield, in nanoseconds.
+inline constexpr std::int64_t kYield = 2'000'000;
+/// After so many seconds the kernel kills the tracer, should the crashed process not end.
+inline constexpr std::int64_t kTracerLife = 600;
+
+/// The tracer's function. Tracer; never returns.
+int RunTracer(void*);
+
+}  // namespace tarvo::crashhandler

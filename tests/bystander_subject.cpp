@@ -1,0 +1,308 @@
+// A program for the tests: one thread crashes, in a function named Crash…, while another one, the
+// bystander, is in the way that the first argument names, in a function named Bystander…. What must
+// not happen during the capture prints "ran on". "--ask" in front refuses tracing, so that threads
+// are asked for their stacks.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/seccomp.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/epoll.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "seccomp_filter.h"
+#include "tarvo/host/host.h"
+
+#define EXPORTED extern "C" [[gnu::visibility("default"), gnu::noinline]]
+
+namespace {
+
+std::atomic<int> g_running{0};
+
+void RanOn() {
+  (void)!write(STDOUT_FILENO, "ran on\n", 7);
+  _exit(1);
+}
+
+}  // namespace
+
+EXPORTED void CrashNullWrite() {
+  volatile int* volatile nowhere = nullptr;
+  *nowhere = 1;
+}
+
+// --- what a bystander does -----------------------------------------------------------------------
+
+EXPORTED void BystanderPolls() {
+  ++g_running;
+  poll(nullptr, 0, -1);
+  RanOn();
+}
+
+EXPORTED void BystanderEpolls() {
+  epoll_event event{};
+  const int queue = epoll_create1(0);
+  ++g_running;
+  epoll_wait(queue, &event, 1, -1);
+  RanOn();
+}
+
+EXPORTED void BystanderSleeps() {
+  ++g_running;
+  sleep(1000);
+  RanOn();
+}
+
+EXPORTED void BystanderComputes() {
+  ++g_running;
+  for (std::atomic<unsigned> i{0};; i.fetch_add(1, std::memory_order_relaxed)) {
+  }
+}
+
+/// As a daemon that reads its configuration again at SIGHUP.
+EXPORTED void BystanderAwaitsSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGHUP);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  ++g_running;
+  int signal = 0;
+  sigwait(&set, &signal);
+  RanOn();
+}
+
+EXPORTED void BystanderBlocksSignals() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+  ++g_running;
+  for (;;) pause();
+}
+
+/// Ends the process when it may.
+EXPORTED void BystanderExits() {
+  static void (*const kEnds[])(int) = {exit, _exit, quick_exit};
+  static std::atomic<int> next{0};
+  void (*const end)(int) = kEnds[next++ % 3];
+  ++g_running;
+  while (g_running.load() < 1000) usleep(100);
+  // Later than the fault, which is the next that the main thread does, and before the report.
+  usleep(300);
+  end(0);
+}
+
+EXPORTED void BystanderOnASmallStack() {
+  ++g_running;
+  for (;;) pause();
+}
+
+void OnASmallStack() {
+  static ucontext_t small;
+  static ucontext_t back;
+  static char* stack = static_cast<char*>(
+      mmap(nullptr, 3 * 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  mprotect(stack, 4096, PROT_NONE);
+  getcontext(&small);
+  small.uc_stack.ss_sp = stack + 4096;
+  small.uc_stack.ss_size = 4096;
+  makecontext(&small, BystanderOnASmallStack, 0);
+  swapcontext(&back, &small);
+}
+
+EXPORTED void BystanderWithABrokenStack();
+asm(R"(
+  .text
+  .globl BystanderWithABrokenStack
+  .type BystanderWithABrokenStack, @function
+BystanderWithABrokenStack:
+  .cfi_startproc
+  movq $0x1000, %rsp
+1:
+  pause
+  jmp 1b
+  .cfi_endproc
+  .size BystanderWithABrokenStack, . - BystanderWithABrokenStack
+)");
+
+void WithABrokenStack() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+  ++g_running;
+  BystanderWithABrokenStack();
+}
+
+// --- how the crash comes -------------------------------------------------------------------------
+
+namespace {
+
+struct sigaction g_before;
+
+/// As runtimes do that know of no other arguments: the one before gets the number alone.
+void PassTheNumber(int signal) { reinterpret_cast<void (*)(int)>(g_before.sa_handler)(signal); }
+
+}  // namespace
+
+EXPORTED void CrashBehindAHandlerOfOneArgument() {
+  struct sigaction own{};
+  own.sa_handler = PassTheNumber;
+  own.sa_flags = SA_ONSTACK;
+  sigaction(SIGSEGV, &own, &g_before);
+  CrashNullWrite();
+}
+
+/// With a stack of its own for handlers, above the thread's own stack.
+EXPORTED void CrashBelowItsAlternateStack() {
+  constexpr std::size_t kSize = 256 << 10;
+  static char* memory = static_cast<char*>(
+      mmap(nullptr, 2 * kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstack(&attributes, memory, kSize);
+  pthread_t thread;
+  pthread_create(
+      &thread, &attributes,
+      [](void*) -> void* {
+        stack_t alternate{};
+        alternate.ss_sp = memory + kSize;
+        alternate.ss_size = kSize;
+        sigaltstack(&alternate, nullptr);
+        CrashNullWrite();
+        return nullptr;
+      },
+      nullptr);
+  pthread_join(thread, nullptr);
+}
+
+/// Returns to where no code is any more; the caller is still on the stack.
+EXPORTED void CrashAtItsReturn();
+asm(R"(
+  .text
+  .globl CrashAtItsReturn
+  .type CrashAtItsReturn, @function
+CrashAtItsReturn:
+  .cfi_startproc
+  pushq $0x123000
+  .cfi_adjust_cfa_offset 8
+  retq
+  .cfi_endproc
+  .size CrashAtItsReturn, . - CrashAtItsReturn
+)");
+
+/// In code that no table describes, called by code that has one.
+EXPORTED void CrashInGeneratedCode() {
+  // push %rbp; mov %rsp, %rbp; sub $64, %rsp; xor %eax, %eax; mov %eax, (%rax)
+  const unsigned char code[] = {0x55, 0x48, 0x89, 0xe5, 0x48, 0x83,
+                                0xec, 0x40, 0x31, 0xc0, 0x89, 0x00};
+  void* page =
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  std::memcpy(page, code, sizeof(code));
+  reinterpret_cast<void (*)()>(page)();
+  asm volatile("");
+}
+
+/// First in a vfork child, which has this process's memory, then in the process.
+EXPORTED void CrashAfterAVforkChild() {
+  const pid_t child = vfork();
+  if (child == 0) CrashNullWrite();
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 1) _exit(6);
+  CrashNullWrite();
+}
+
+EXPORTED void CrashWithoutDescriptors() {
+  const rlimit limit{64, 64};
+  setrlimit(RLIMIT_NOFILE, &limit);
+  while (open("/dev/null", O_RDONLY) >= 0) {
+  }
+  CrashNullWrite();
+}
+
+EXPORTED void CrashWithoutProc() {
+  const std::string folder = "/tmp/tarvo-empty-root";
+  mkdir(folder.c_str(), 0700);
+  // As a daemon does that shuts itself in: nothing is left open.
+  if (chroot(folder.c_str()) != 0 || chdir("/") != 0) _exit(77);
+  close_range(3, ~0U, 0);
+  CrashNullWrite();
+}
+
+EXPORTED void CrashAsAnotherUser() {
+  if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0) _exit(77);
+  CrashNullWrite();
+}
+
+namespace {
+
+template <long kCall, int kError>
+void CrashInASandbox() {
+  if (!InstallSeccompFilter(kCall, SECCOMP_RET_ERRNO | kError)) _exit(5);
+  CrashNullWrite();
+}
+
+const std::map<std::string, void (*)()> kBystanders = {{"polls", BystanderPolls},
+                                                       {"epolls", BystanderEpolls},
+                                                       {"sleeps", BystanderSleeps},
+                                                       {"computes", BystanderComputes},
+                                                       {"awaits-signals", BystanderAwaitsSignals},
+                                                       {"blocks-signals", BystanderBlocksSignals},
+                                                       {"exits", BystanderExits},
+                                                       {"small-stack", OnASmallStack},
+                                                       {"broken-stack", WithABrokenStack}};
+
+const std::map<std::string, void (*)()> kCrashes = {
+    {"null-write", CrashNullWrite},
+    {"one-argument", CrashBehindAHandlerOfOneArgument},
+    {"alternate-stack-above", CrashBelowItsAlternateStack},
+    {"return", CrashAtItsReturn},
+    {"generated-code", CrashInGeneratedCode},
+    {"vfork", CrashAfterAVforkChild},
+    {"no-descriptors", CrashWithoutDescriptors},
+    {"no-proc", CrashWithoutProc},
+    {"another-user", CrashAsAnotherUser},
+    {"no-clone", CrashInASandbox<SYS_clone, EPERM>},
+    {"no-ptrace", CrashInASandbox<SYS_ptrace, ENOSYS>},
+    {"no-tgkill", CrashInASandbox<SYS_tgkill, EPERM>},
+    {"no-wait", CrashInASandbox<SYS_wait4, EPERM>}};
+
+}  // namespace
+
+EXPORTED void BystanderThread(void (*work)()) {
+  work();
+  asm volatile("");
+}
+
+/// bystander_subject [--ask] BYSTANDER COUNT CRASH [--g_…]
+int main(int argc, char** argv) {
+  auto host = tarvo::Host::Start({.arguments = tarvo::TakeConfigurationArguments(argc, argv)});
+  if (!host) return 2;
+  const bool asks = argc > 1 && std::string(argv[1]) == "--ask";
+  if (asks && !InstallSeccompFilter(SYS_ptrace, SECCOMP_RET_ERRNO | EPERM)) return 5;
+  char** words = argv + (asks ? 1 : 0);
+  if (argc != (asks ? 5 : 4) || !kBystanders.contains(words[1]) || !kCrashes.contains(words[3]))
+    return 4;
+  const int count = std::atoi(words[2]);
+  for (int i = 0; i < count; ++i) std::thread(BystanderThread, kBystanders.at(words[1])).detach();
+  while (g_running.load() < count) usleep(1000);
+  usleep(20'000);
+  g_running.store(1000);
+  kCrashes.at(words[3])();
+  return 0;
+}

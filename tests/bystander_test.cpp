@@ -1,0 +1,192 @@
+// What a capture must find and must not disturb: whatever other threads do, and however the crash
+// comes, the crashing function is in its place, each bystander's own function is in its stack, and
+// nothing of the program runs on. In both ways of taking stacks: stopped threads are walked; where
+// tracing is refused, threads are asked.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "support/files.h"
+#include "support/program.h"
+#include "support/report_layout.h"
+
+namespace {
+
+struct Scene {
+  const char* bystander;
+  int count;
+  const char* bystanderFunction;
+  const char* crash;
+  const char* crashFunction;
+  /// What a thread that is asked cannot give; null when it can. Then FramesMissing says why.
+  const char* notWhenAsked = nullptr;
+};
+
+void PrintTo(const Scene& scene, std::ostream* out) {
+  *out << scene.bystander << ", " << scene.crash;
+}
+
+constexpr Scene kScenes[] = {
+    {"polls", 1, "BystanderPolls", "null-write", "CrashNullWrite"},
+    {"epolls", 1, "BystanderEpolls", "null-write", "CrashNullWrite"},
+    {"sleeps", 1, "BystanderSleeps", "null-write", "CrashNullWrite"},
+    {"computes", 200, "BystanderComputes", "null-write", "CrashNullWrite"},
+    {"awaits-signals", 1, "BystanderAwaitsSignals", "null-write", "CrashNullWrite",
+     "it cannot be traced, and waits for signals itself"},
+    {"blocks-signals", 3, "BystanderBlocksSignals", "null-write", "CrashNullWrite",
+     "it cannot be traced, and blocks SIGHUP"},
+    {"exits", 3, "BystanderExits", "null-write", "CrashNullWrite"},
+    {"broken-stack", 1, "BystanderWithABrokenStack", "null-write", "CrashNullWrite",
+     "it cannot be traced, and blocks SIGHUP"},
+    {"polls", 1, "BystanderPolls", "one-argument", "CrashNullWrite"},
+    {"polls", 1, "BystanderPolls", "return", "[0x123000]"},
+    {"polls", 1, "BystanderPolls", "generated-code", "CrashInGeneratedCode"},
+    {"polls", 1, "BystanderPolls", "vfork", "CrashNullWrite"},
+    {"polls", 1, "BystanderPolls", "no-descriptors", "CrashNullWrite"},
+    {"polls", 1, "BystanderPolls", "no-clone", "CrashNullWrite"},
+    {"polls", 1, "BystanderPolls", "no-ptrace", "CrashNullWrite"},
+    {"polls", 1, "BystanderPolls", "no-wait", "CrashNullWrite"}};
+
+/// A handler does not fit on a stack of 4 KiB: the thread must not be asked.
+constexpr Scene kStopped[] = {
+    {"small-stack", 1, "BystanderOnASmallStack", "null-write", "CrashNullWrite"}};
+
+struct Outcome {
+  ProgramResult program;
+  std::string text;
+  Report report;
+};
+
+Outcome RunScene(const Scene& scene, bool asks, bool guard, bool intoFile = true) {
+  const TemporaryDirectory scratch;
+  const std::string file = scratch / "scene_bugreport.txt";
+  std::vector<std::string> words = {BuildDirectory() + "/tests/bystander_subject"};
+  if (asks) words.emplace_back("--ask");
+  words.insert(words.end(), {scene.bystander, std::to_string(scene.count), scene.crash,
+                             guard ? "--g_crashGuard=true" : "--g_crashGuard=false"});
+  if (intoFile) words.push_back("--g_crashReportUrl=" + file);
+  Outcome outcome;
+  outcome.program = RunProgram(words);
+  outcome.text = intoFile ? ReadFile(file) : outcome.program.errors;
+  EXPECT_NO_THROW(outcome.report = ReadReport(outcome.text)) << outcome.program.Describe();
+  EXPECT_EQ(FindFaults(outcome.report), std::vector<std::string>()) << outcome.text;
+  return outcome;
+}
+
+std::string Value(const ReportThread& thread, std::string_view name) {
+  for (const auto& [variable, value] : thread.variables)
+    if (variable == name) return value;
+  return "";
+}
+
+/// The place of the first frame that shows `text`; -1 when there is none.
+long Place(const ReportThread& thread, std::string_view text) {
+  const auto found = std::ranges::find_if(thread.frames, [&](const ReportFrame& frame) {
+    return frame.text.find(text) != std::string::npos;
+  });
+  return found == thread.frames.end() ? -1 : found - thread.frames.begin();
+}
+
+const ReportThread* CrashedThread(const Report& report) {
+  const auto found = std::ranges::find_if(report.threads, [](const ReportThread& thread) {
+    return !Value(thread, "CrashTime").empty();
+  });
+  return found == report.threads.end() ? nullptr : &*found;
+}
+
+void CheckBystanders(const Scene& scene, const Outcome& outcome, bool asks) {
+  long found = 0;
+  for (const ReportThread& thread : outcome.report.threads) {
+    if (&thread == CrashedThread(outcome.report)) continue;
+    if (asks && scene.notWhenAsked != nullptr) {
+      found += Value(thread, "FramesMissing") == scene.notWhenAsked ? 1 : 0;
+      continue;
+    }
+    // Its own function, and behind it where the thread began, unless its stack is gone.
+    const long place = Place(thread, scene.bystanderFunction);
+    const bool isWhole = Place(thread, "BystanderThread") > place ||
+                         std::string_view(scene.bystander) == "broken-stack" ||
+                         std::string_view(scene.bystander) == "small-stack";
+    found += place >= 0 && isWhole ? 1 : 0;
+  }
+  EXPECT_EQ(found, scene.count) << outcome.text.substr(0, 20000);
+}
+
+void Check(const Scene& scene, const Outcome& outcome, bool asks) {
+  EXPECT_EQ(outcome.program.exitStatus, 1) << outcome.program.Describe();
+  EXPECT_EQ(outcome.program.output.find("ran on"), std::string::npos);
+  const ReportThread* crashed = CrashedThread(outcome.report);
+  ASSERT_NE(crashed, nullptr) << outcome.text;
+  // Behind the handler's frames and the signal trampoline.
+  const long place = Place(*crashed, scene.crashFunction);
+  EXPECT_GE(place, 2) << outcome.text.substr(0, 20000);
+  EXPECT_GT(Place(*crashed, "main"), place) << outcome.text.substr(0, 20000);
+  CheckBystanders(scene, outcome, asks);
+}
+
+class Bystanders : public testing::TestWithParam<std::tuple<Scene, bool, bool>> {};
+
+TEST_P(Bystanders, AreFoundAndDoNotRunOn) {
+  const auto& [scene, asks, guard] = GetParam();
+  if (kSanitized && std::string_view(scene.bystander) == "exits")
+    GTEST_SKIP() << "the sanitizer's runtime stands in front of exit";
+  Check(scene, RunScene(scene, asks, guard), asks);
+}
+
+std::string NameOfCase(const testing::TestParamInfo<Bystanders::ParamType>& info) {
+  const auto& [scene, asks, guard] = info.param;
+  std::string name = std::string(scene.bystander) + "_" + scene.crash +
+                     (asks ? "_asked" : "_stopped") + (guard ? "_guarded" : "");
+  std::ranges::replace(name, '-', '_');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, Bystanders,
+                         testing::Combine(testing::ValuesIn(kScenes), testing::Bool(),
+                                          testing::Bool()),
+                         NameOfCase);
+INSTANTIATE_TEST_SUITE_P(Stopped, Bystanders,
+                         testing::Combine(testing::ValuesIn(kStopped), testing::Values(false),
+                                          testing::Bool()),
+                         NameOfCase);
+
+// The guard's actions run on the thread's own alternate stack, wherever that is.
+TEST(Capture, FindsTheCrashBelowAnAlternateStack) {
+  const Scene scene{"polls", 1, "BystanderPolls", "alternate-stack-above", "CrashNullWrite"};
+  const Outcome outcome = RunScene(scene, false, true);
+  const ReportThread* crashed = CrashedThread(outcome.report);
+  ASSERT_NE(crashed, nullptr) << outcome.text;
+  EXPECT_GE(Place(*crashed, "CrashNullWrite"), 2) << outcome.text;
+  EXPECT_GT(static_cast<long>(crashed->frames.size()), Place(*crashed, "CrashNullWrite") + 2);
+}
+
+// A process that has shut itself in has no /proc: the crashing thread alone can be found, and the
+// report goes to standard error, as its folder is not there.
+TEST(Capture, LeavesAReportWithoutProc) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root may change the root directory";
+  const Scene scene{"polls", 1, "", "no-proc", "CrashWithoutProc"};
+  const Outcome outcome = RunScene(scene, false, false, false);
+  EXPECT_EQ(outcome.program.exitStatus, 1) << outcome.program.Describe();
+  ASSERT_EQ(outcome.report.threads.size(), 1U);
+  EXPECT_GE(Place(outcome.report.threads[0], "CrashWithoutProc"), 2) << outcome.text;
+}
+
+// Registers are the thread's own or zeros with a reason, also where the process may not be dumped.
+TEST(Capture, ReadsRegistersOfAProcessThatChangedItsUser) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root may become another user";
+  const Scene scene{"computes", 1, "BystanderComputes", "another-user", "CrashAsAnotherUser"};
+  const Outcome outcome = RunScene(scene, false, false, false);
+  for (const ReportThread& thread : outcome.report.threads) {
+    EXPECT_EQ(Value(thread, "RegistersMissing"), "");
+    EXPECT_NE(thread.registers[8].second, "0000000000000000") << thread.registers[8].first;
+  }
+  EXPECT_EQ(outcome.program.output, "");
+}
+
+}  // namespace
