@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "command/subcommand.h"
 
@@ -74,6 +75,16 @@ int WithOutput(int status) {
   return status == kDone ? kFailed : status;
 }
 
+/// What is not known is wrong usage beside --help and --version too, at which the parser ends
+/// before it says so.
+void Parse(CLI::App& program, int argc, char** argv) try {
+  program.parse(argc, argv);
+} catch (const CLI::Success&) {
+  const std::vector<std::string> unknown = program.remaining(true);
+  if (!unknown.empty()) throw CLI::ExtrasError(unknown);
+  throw;
+}
+
 int Main(int argc, char** argv) {
   Context context;
   context.host.arguments = TakeConfigurationArguments(argc, argv);
@@ -84,7 +95,7 @@ int Main(int argc, char** argv) {
   AddSharedOptions(program, context);
   for (const AddSubcommand add : kSubcommands) add(program, context);
   try {
-    program.parse(argc, argv);
+    Parse(program, argc, argv);
     // Only now, so that a mistyped subcommand is named by the parser.
     if (!context.action) throw CLI::RequiredError("A subcommand");
   } catch (const CLI::ParseError& error) {
