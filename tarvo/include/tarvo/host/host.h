@@ -7,8 +7,9 @@
 ///     #include "tarvo/host/host.h"
 ///
 ///     int main(int argc, char** argv) {
-///       auto host = tarvo::Host::Start({.arguments = tarvo::TakeConfigurationArguments(argc,
-///       argv)}); if (!host) {
+///       const auto arguments = tarvo::TakeConfigurationArguments(argc, argv);
+///       auto host = tarvo::Host::Start({.arguments = arguments});
+///       if (!host) {
 ///         std::fprintf(stderr, "%s\n", host.GetError().Text().ToStdString().c_str());
 ///         return 2;
 ///       }
