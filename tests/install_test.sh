@@ -43,6 +43,13 @@ prefix/bin/crashdemo --threads 2 --g_crashReportUrl=demo_bugreport.txt >/dev/nul
 [[ $status == 1 ]] || fail "the installed crashdemo ended with status $status"
 [[ $(tail -n 1 demo_bugreport.txt) == "}" ]] || fail "the installed crashdemo left no whole report"
 
+# The demo's plug-in is found by the demo, and stands in nobody else's way.
+status=0
+prefix/bin/crashdemo --kind in-constructor --g_crashReportUrl=plugin_bugreport.txt >/dev/null || status=$?
+[[ $status == 1 ]] || fail "the installed crashdemo ended with status $status in its plug-in"
+grep -q 'broken_plugin\.so(' plugin_bugreport.txt || fail "the installed crashdemo did not load its plug-in"
+[[ -z $(find prefix/lib -maxdepth 1 -name 'broken_plugin*') ]] || fail "the demo's plug-in is among the libraries"
+
 # A program that knows nothing of all this crashes under the installed command.
 status=0
 prefix/bin/tarvo exec --report exec_bugreport.txt -- sh -c 'kill -SEGV $$' 2>/dev/null || status=$?
