@@ -10,8 +10,7 @@
 #include "tarvo/format.h"
 #include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/bundle.h"
-#include "toolkit/pack/pack.h"
+#include "toolkit/pack/pack_library.h"
 
 namespace tarvo::command {
 namespace {
@@ -64,12 +63,12 @@ std::string_view ModuleOf(const Bundle& bundle) {
 }
 
 /// The bundles of all files, sorted by name; the reasons why there are not go to standard error.
-Result<std::vector<Bundle>> FindBundles(const PackOptions& options) {
+Result<std::vector<Bundle>> FindBundles(const PackLibrary& library, const PackOptions& options) {
   std::vector<Bundle> bundles;
   std::size_t refused = 0;
   const auto refuse = [&](const Error& error) { refused += Fail(error) == kFailed; };
   for (const std::string& file : options.files) {
-    auto bundle = FindBundle(file, options.debugDirectories);
+    auto bundle = library.findBundle(file, options.debugDirectories);
     if (bundle) {
       bundles.push_back(*std::move(bundle));
     } else {
@@ -91,12 +90,14 @@ Result<std::vector<Bundle>> FindBundles(const PackOptions& options) {
 }
 
 int Pack(const PackOptions& options) {
-  const auto bundles = FindBundles(options);
+  const auto library = PackLibrary::Load();
+  if (!library) return Fail(library.GetError());
+  const auto bundles = FindBundles(**library, options);
   if (!bundles) return Fail(bundles.GetError());
-  const std::string path =
-      ArchivePath(options.archives, options.build,
-                  options.layout == kHierarchy ? ArchiveLayout::Hierarchy : ArchiveLayout::Flat);
-  const auto packed = WriteArchive(path, *bundles);
+  const std::string path = (*library)->archivePath(
+      options.archives, options.build,
+      options.layout == kHierarchy ? ArchiveLayout::Hierarchy : ArchiveLayout::Flat);
+  const auto packed = (*library)->writeArchive(path, *bundles);
   if (!packed) return Fail(packed.GetError());
   for (const PackedBundle& bundle : packed->bundles)
     std::printf("%s: %ju bytes from %s\n", SafeText(bundle.name).c_str(),

@@ -63,6 +63,9 @@ BORDERS = [
      ["toolkit/resolve/run.h", "crashlog/crash_log.h"]),
     ("command/resolve_command.cpp", "toolkit/resolve/run.h",
      ["crashlog/base/configuration.h", "host/host_framework.h", "files/file_error.h"]),
+    # What packs is behind the door of its library.
+    ("command/pack_command.cpp", "toolkit/pack/pack_library.h",
+     ["toolkit/pack/archive_writer.h", "toolkit/pack/elf_file.h"]),
 ]
 
 

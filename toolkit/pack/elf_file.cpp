@@ -1,58 +1,187 @@
 #include "toolkit/pack/elf_file.h"
 
-#include <dlfcn.h>
+#include <llvm/ADT/StringExtras.h>
+#include <llvm/ObjCopy/CommonConfig.h>
+#include <llvm/ObjCopy/ELF/ELFConfig.h>
+#include <llvm/ObjCopy/ELF/ELFObjcopy.h>
+#include <llvm/Object/BuildID.h>
+#include <llvm/Object/ELFObjectFile.h>
+#include <llvm/Support/CRC.h>
+#include <llvm/Support/Endian.h>
+#include <llvm/Support/FileSystem.h>
+#include <llvm/Support/MemoryBuffer.h>
+#include <llvm/Support/raw_ostream.h>
 
-#include <filesystem>
+#include <memory>
+#include <string_view>
 
 #include "tarvo/format.h"
-#include "tarvo/host/host.h"
+#include "toolkit/base/regular_file.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/elf_operations.h"
 
 namespace tarvo::toolkit {
 namespace {
 
-constexpr SourceFile kSource{"command/pack/elf_file"};
+using llvm::object::ELFObjectFile;
+using llvm::object::ELFObjectFileBase;
 
-/// The library's path: it stands beside the host library.
-std::string LibraryPath() {
-  Dl_info host{};
-  if (dladdr(reinterpret_cast<const void*>(&Host::Start), &host) == 0) return kElfLibrary;
-  return std::filesystem::path(host.dli_fname).parent_path() / kElfLibrary;
+constexpr SourceFile kSource{"command/pack/elf_operations"};
+
+Error LlvmError(SourceLocation where, const std::string& path, llvm::Error error) {
+  return Error::IllegalState(where, Format("Cannot pack \"@\": @", SafeText(path),
+                                           SafeText(llvm::toString(std::move(error)))));
 }
 
-/// Loads the library once. It stays, as errors hold texts of it.
-Result<const ElfOperations*> Load() {
-  static const ElfOperations* const operations = [] {
-    void* library = dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_LOCAL);
-    return static_cast<const ElfOperations*>(
-        library == nullptr ? nullptr : dlsym(library, kElfOperationsSymbol));
-  }();
-  if (operations != nullptr) return operations;
-  return Error::IllegalState(
-      kSource.Here(),
-      Format("ELF files cannot be packed: @ cannot be loaded. It is made where LLVM 19 is there.",
-             SafeText(LibraryPath())));
+/// A file mapped, and what LLVM knows of it.
+struct MappedElf {
+  std::unique_ptr<llvm::MemoryBuffer> bytes;
+  std::unique_ptr<ELFObjectFileBase> object;
+};
+
+Result<std::unique_ptr<llvm::MemoryBuffer>> MapFile(const std::string& path) {
+  const auto opened = OpenRegularFile(path);
+  if (!opened) return opened.GetError();
+  auto mapped = llvm::MemoryBuffer::getOpenFile(fileno(opened->file.get()), path, opened->size,
+                                                /*RequiresNullTerminator=*/false);
+  if (!mapped) return LlvmError(kSource.Here(), path, llvm::errorCodeToError(mapped.getError()));
+  return std::move(*mapped);
+}
+
+Result<MappedElf> MapElf(const std::string& path) {
+  auto bytes = MapFile(path);
+  if (!bytes) return bytes.GetError();
+  auto object = llvm::object::ObjectFile::createELFObjectFile((*bytes)->getMemBufferRef());
+  if (!object) return LlvmError(kSource.Here(), path, object.takeError());
+  std::unique_ptr<ELFObjectFileBase> elf(llvm::cast<ELFObjectFileBase>(object->release()));
+  return MappedElf{*std::move(bytes), std::move(elf)};
+}
+
+/// Reads the facts of a file of one word size and byte order.
+template <typename ElfType>
+class FactsReader {
+ public:
+  explicit FactsReader(const llvm::object::ELFFile<ElfType>& file) : file_(file) {}
+
+  llvm::Expected<ElfFacts> Read() {
+    auto sections = file_.sections();
+    if (!sections) return sections.takeError();
+    for (const Section& section : *sections)
+      if (llvm::Error error = ReadSection(section)) return error;
+    auto segments = file_.program_headers();
+    if (!segments) return segments.takeError();
+    for (const auto& segment : *segments) hasInterpreter_ |= segment.p_type == llvm::ELF::PT_INTERP;
+    facts_.kind = Kind();
+    return facts_;
+  }
+
+ private:
+  using Section = typename ElfType::Shdr;
+
+  llvm::Error ReadSection(const Section& section) {
+    auto name = file_.getSectionName(section);
+    if (!name) return name.takeError();
+    const bool hasContent = section.sh_type != llvm::ELF::SHT_NOBITS && section.sh_size > 0;
+    facts_.holdsCode |= hasContent && (section.sh_flags & llvm::ELF::SHF_EXECINSTR) != 0;
+    facts_.hasDebugInformation |= hasContent && (*name == ".debug_info" || *name == ".zdebug_info");
+    isEmptied_ |= *name == ".dynamic" && section.sh_type == llvm::ELF::SHT_NOBITS;
+    if (section.sh_type == llvm::ELF::SHT_DYNAMIC) return ReadDynamic(section);
+    if (*name == ".gnu_debuglink" && hasContent) return ReadDebugLink(section);
+    return llvm::Error::success();
+  }
+
+  llvm::Error ReadDynamic(const Section& section) {
+    auto entries = file_.template getSectionContentsAsArray<typename ElfType::Dyn>(section);
+    if (!entries) return entries.takeError();
+    auto names = file_.getLinkAsStrtab(section);
+    if (!names) return names.takeError();
+    for (const auto& entry : *entries) {
+      if (entry.getTag() == llvm::ELF::DT_FLAGS_1)
+        isMarkedProgram_ = (entry.getVal() & llvm::ELF::DF_1_PIE) != 0;
+      if (entry.getTag() == llvm::ELF::DT_SONAME && entry.getVal() < names->size())
+        facts_.sharedName = names->substr(entry.getVal()).split('\0').first.str();
+    }
+    return llvm::Error::success();
+  }
+
+  /// A name, NULs up to a multiple of four bytes, and the checksum.
+  llvm::Error ReadDebugLink(const Section& section) {
+    auto bytes = file_.getSectionContents(section);
+    if (!bytes) return bytes.takeError();
+    const llvm::StringRef text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+    const std::size_t nameSize = text.find('\0');
+    const std::size_t checksum = nameSize == llvm::StringRef::npos ? 0 : (nameSize + 4) / 4 * 4;
+    if (nameSize == 0 || checksum == 0 || checksum + 4 > text.size())
+      return llvm::createStringError("a damaged section .gnu_debuglink");
+    facts_.debugLink = {text.substr(0, nameSize).str(),
+                        llvm::support::endian::read32(text.data() + checksum, ElfType::Endianness)};
+    return llvm::Error::success();
+  }
+
+  ElfFacts::Kind Kind() const {
+    switch (file_.getHeader().e_type) {
+      case llvm::ELF::ET_EXEC:
+        return ElfFacts::Kind::Program;
+      case llvm::ELF::ET_REL:
+        return ElfFacts::Kind::ObjectFile;
+      case llvm::ELF::ET_DYN:
+        if (isEmptied_) return ElfFacts::Kind::DebugFile;
+        return isMarkedProgram_ || (hasInterpreter_ && facts_.sharedName.empty())
+                   ? ElfFacts::Kind::Program
+                   : ElfFacts::Kind::Library;
+      default:
+        return ElfFacts::Kind::Other;
+    }
+  }
+
+  const llvm::object::ELFFile<ElfType>& file_;
+  ElfFacts facts_;
+  bool isMarkedProgram_ = false;
+  bool hasInterpreter_ = false;
+  bool isEmptied_ = false;
+};
+
+llvm::Expected<ElfFacts> Facts(const ELFObjectFileBase& object) {
+  using namespace llvm::object;
+  if (const auto* elf = llvm::dyn_cast<ELF64LEObjectFile>(&object))
+    return FactsReader(elf->getELFFile()).Read();
+  if (const auto* elf = llvm::dyn_cast<ELF32LEObjectFile>(&object))
+    return FactsReader(elf->getELFFile()).Read();
+  if (const auto* elf = llvm::dyn_cast<ELF64BEObjectFile>(&object))
+    return FactsReader(elf->getELFFile()).Read();
+  return FactsReader(llvm::cast<ELF32BEObjectFile>(object).getELFFile()).Read();
 }
 
 }  // namespace
 
 Result<ElfFacts> ReadElfFacts(const std::string& path) {
-  const auto operations = Load();
-  if (!operations) return operations.GetError();
-  return (*operations)->readFacts(path);
+  const auto elf = MapElf(path);
+  if (!elf) return elf.GetError();
+  auto facts = Facts(*elf->object);
+  if (!facts) return LlvmError(kSource.Here(), path, facts.takeError());
+  facts->buildId = llvm::toHex(llvm::object::getBuildID(elf->object.get()), /*LowerCase=*/true);
+  return *std::move(facts);
 }
 
 Result<void> WriteDebugSections(const std::string& path, std::FILE* to) {
-  const auto operations = Load();
-  if (!operations) return operations.GetError();
-  return (*operations)->writeDebugSections(path, to);
+  const auto elf = MapElf(path);
+  if (!elf) return elf.GetError();
+  llvm::objcopy::CommonConfig config;
+  config.InputFilename = path;
+  config.OnlyKeepDebug = true;
+  llvm::raw_fd_ostream out(fileno(to), /*shouldClose=*/false);
+  if (auto error = llvm::objcopy::elf::executeObjcopyOnBinary(config, {}, *elf->object, out))
+    return LlvmError(kSource.Here(), path, std::move(error));
+  out.flush();
+  const std::error_code error = out.error();
+  out.clear_error();  // one that is left ends the process
+  if (error) return LlvmError(kSource.Here(), path, llvm::errorCodeToError(error));
+  return {};
 }
 
 Result<std::uint32_t> FileChecksum(const std::string& path) {
-  const auto operations = Load();
-  if (!operations) return operations.GetError();
-  return (*operations)->checksum(path);
+  const auto bytes = MapFile(path);
+  if (!bytes) return bytes.GetError();
+  return llvm::crc32(llvm::arrayRefFromStringRef((*bytes)->getBuffer()));
 }
 
 }  // namespace tarvo::toolkit

@@ -8,7 +8,7 @@
 #include "tarvo/result.h"
 
 /// What is read from and written of ELF files, by LLVM. Where the build had no LLVM every operation
-/// is an illegal-state error that says so.
+/// is an illegal-state error that says so (elf_file_without_llvm.cpp).
 namespace tarvo::toolkit {
 
 /// Where a stripped file's debug information went: ".gnu_debuglink".

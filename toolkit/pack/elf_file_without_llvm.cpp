@@ -1,0 +1,23 @@
+#include "toolkit/pack/elf_file.h"
+
+namespace tarvo::toolkit {
+namespace {
+
+constexpr SourceFile kSource{"command/pack/elf_file"};
+
+Error WithoutLlvm(std::source_location where = std::source_location::current()) {
+  return Error::IllegalState(kSource.Here(where),
+                             "ELF files cannot be packed: this build was made without LLVM 19.");
+}
+
+}  // namespace
+
+Result<ElfFacts> ReadElfFacts(const std::string& /*path*/) { return WithoutLlvm(); }
+
+Result<void> WriteDebugSections(const std::string& /*path*/, std::FILE* /*to*/) {
+  return WithoutLlvm();
+}
+
+Result<std::uint32_t> FileChecksum(const std::string& /*path*/) { return WithoutLlvm(); }
+
+}  // namespace tarvo::toolkit

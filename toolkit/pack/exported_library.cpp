@@ -1,0 +1,4 @@
+#include "toolkit/pack/pack_library.h"
+
+extern "C" [[gnu::visibility("default")]] const tarvo::toolkit::PackLibrary tarvoPackLibrary = {
+    tarvo::toolkit::FindBundle, tarvo::toolkit::ArchivePath, tarvo::toolkit::WriteArchive};

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "tarvo/result.h"
+#include "toolkit/pack/bundle.h"
+#include "toolkit/pack/pack.h"
+
+namespace tarvo::toolkit {
+
+/// What packs, as functions of a library of its own, which is loaded when `tarvo pack` runs: the
+/// archive library brings a dozen others with it, and LLVM's start alone would take a sixth of the
+/// time of `tarvo --version`. No other subcommand pays for them. Nothing but this table reaches the
+/// functions: who calls them directly is refused by the linker.
+struct PackLibrary {
+  decltype(&FindBundle) findBundle;
+  decltype(&ArchivePath) archivePath;
+  decltype(&WriteArchive) writeArchive;
+
+  /// The library, loaded at the first call and kept, as errors hold texts of it; it stands beside
+  /// the host library. An illegal-state error with the loader's reason when it cannot be loaded.
+  static Result<const PackLibrary*> Load();
+};
+
+inline constexpr const char* kPackLibraryFile = "libtarvo-pack.so";
+/// Its one exported object, a PackLibrary.
+inline constexpr const char* kPackLibrarySymbol = "tarvoPackLibrary";
+
+}  // namespace tarvo::toolkit
