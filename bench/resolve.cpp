@@ -21,6 +21,7 @@
 #include "crashlog/crash_log.h"
 #include "crashlog/reading/report_reader.h"
 #include "crashlog/writing/crash_log_writer.h"
+#include "tarvo/crash_report.h"
 #include "tarvo/format.h"
 #include "tarvo/host/host.h"
 
@@ -109,11 +110,11 @@ void Run(Framework& framework, const fs::path& folder, const Url& report, Times&
   Checked(crashLog.Resolve(Url::FromSystemPath((folder / "archives").string()),
                            Url::FromSystemPath((folder / "cache").string())));
   lap(kResolve);
-  Checked(framework.DataFormats().WriteJson(crashLog.Data(),
-                                            Checked(report.WithSuffix("resolved.json"))));
+  Checked(framework.DataFormats().WriteJson(
+      crashLog.Data(), Checked(report.WithSuffix(crash_report::kDocumentSuffix))));
   lap(kDocument);
   const Ref<OutputFile> copy =
-      Checked(framework.Files().Create(Checked(report.WithSuffix("source"))));
+      Checked(framework.Files().Create(Checked(report.WithSuffix(crash_report::kCopySuffix))));
   Checked(WriteCrashLog(crashLog.Data(), *copy));
   Checked(copy->Commit());
   lap(kCopy);

@@ -9,7 +9,7 @@
 
 namespace tarvo::crashhandler {
 
-/// A crash report that was read: the tree of property_names.h and what is done with it.
+/// A crash report that was read: the tree of tarvo/crash_report.h and what is done with it.
 class CrashLog {
  public:
   /// Reads the file `report` into a crash log (see report_reader.h). The file's error when it

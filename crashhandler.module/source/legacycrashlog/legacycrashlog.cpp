@@ -3,11 +3,17 @@
 #include <inttypes.h>
 #include <string.h>
 
+#include <string_view>
+
 #include "connection.h"
 #include "legacycrashlog/report_stream.h"
 #include "linux/linux_crashhandler/capture.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
+
+namespace key = crash_report::key;
+namespace section = crash_report::section;
 
 char reportPath[kReportPathSize] = "";
 FILE* reportStream = nullptr;
@@ -16,29 +22,63 @@ char buildText[kBuildTextSize] = "UNKNOWNBUILDID";
 namespace {
 
 constexpr std::size_t kDirectorySize = 1024;
-constexpr std::size_t kFunctionTextSize = 1024;
 
 /// The program's directory and the modules'.
 char g_applicationDirectories[2][kDirectorySize];
 
-/// Scratch for the function text of a frame.
-char g_functionText[kFunctionTextSize];
-
 const void* Pointer(std::uint64_t address) { return reinterpret_cast<const void*>(address); }
 
 const char* OrUnknown(const char* text) {
-  return text == nullptr || text[0] == '\0' ? "unknown" : text;
+  return text == nullptr || text[0] == '\0' ? crash_report::kUnknown.data() : text;
+}
+
+void Put(FILE* out, std::string_view text) { fwrite(text.data(), 1, text.size(), out); }
+
+/// The tabs of a line that stands in so many blocks.
+std::string_view Indentation(std::size_t depth) { return {"\t\t\t\t", depth}; }
+
+void OpenBlock(FILE* out, std::size_t depth, std::string_view word) {
+  for (const std::string_view line : {word, std::string_view("{")}) {
+    Put(out, Indentation(depth));
+    Put(out, line);
+    Put(out, "\n");
+  }
+}
+
+void CloseBlock(FILE* out, std::size_t depth) {
+  Put(out, Indentation(depth));
+  Put(out, "}\n");
+}
+
+/// A line "KEY = VALUE" up to its value.
+void StartEntry(FILE* out, std::size_t depth, std::string_view key) {
+  Put(out, Indentation(depth));
+  Put(out, key);
+  Put(out, " = ");
+}
+
+void WriteText(FILE* out, std::size_t depth, std::string_view key, const char* text) {
+  StartEntry(out, depth, key);
+  fprintf(out, "%s\n", text);
+}
+
+void WriteAddress(FILE* out, std::size_t depth, std::string_view key, std::uint64_t address) {
+  StartEntry(out, depth, key);
+  fprintf(out, "%p\n", Pointer(address));
 }
 
 void WriteFrame(FILE* out, const StackFrame& frame) {
+  fprintf(out, "\t\t\t%s", OrUnknown(frame.moduleText));
+  Put(out, crash_report::frame::kFunction);
   if (frame.symbolName != nullptr) {
-    snprintf(g_functionText, sizeof(g_functionText), "%s + 0x%" PRIx64, frame.symbolName,
-             frame.symbolOffset);
+    fprintf(out, "%s + 0x%" PRIx64, frame.symbolName, frame.symbolOffset);
   } else {
-    snprintf(g_functionText, sizeof(g_functionText), "%p", Pointer(frame.pc));
+    fprintf(out, "%p", Pointer(frame.pc));
   }
-  fprintf(out, "\t\t\t%s:\t%s (SP: %p, PC: %p)\n", OrUnknown(frame.moduleText), g_functionText,
-          Pointer(frame.sp), Pointer(frame.pc));
+  Put(out, crash_report::frame::kStackPointer);
+  fprintf(out, "%p,", Pointer(frame.sp));
+  Put(out, crash_report::frame::kProgramCounter);
+  fprintf(out, "%p)\n", Pointer(frame.pc));
 }
 
 void WriteRegisterValue(FILE* out, const RegisterValue& value) {
@@ -61,7 +101,7 @@ void WriteRegisterValue(FILE* out, const RegisterValue& value) {
 }
 
 void WriteRegisters(FILE* out, const CaptureArray<RegisterValue>& registers) {
-  fputs("\t\t\tRegisters\n\t\t\t{\n", out);
+  OpenBlock(out, 3, section::kRegisters);
   for (std::size_t i = 0; i < registers.size; ++i) {
     if (i % 4 == 0) fputs("\t\t\t\t", out);
     fprintf(out, "%s: 0x", registers.items[i].name);
@@ -70,7 +110,7 @@ void WriteRegisters(FILE* out, const CaptureArray<RegisterValue>& registers) {
   }
   // A count of 4k + 3 leaves the closing brace on the last line; readers know.
   if (registers.size % 4 != 3) fputc('\n', out);
-  fputs("\t\t\t}\n", out);
+  CloseBlock(out, 3);
   fflush(out);
 }
 
@@ -81,24 +121,25 @@ void WriteVariable(FILE* out, const NameAndValue& variable) {
 
 /// Those that the program has set, then those of the capture.
 void WriteVariables(FILE* out, const ThreadRecord& thread) {
-  fputs("\t\t\tVariables\n\t\t\t{\n", out);
-  fprintf(out, "\t\t\t\tThreadName = %s\n", OrUnknown(thread.name));
+  OpenBlock(out, 3, section::kVariables);
+  WriteText(out, 4, crash_report::variable::kThreadName, OrUnknown(thread.name));
   ThreadVariableList list;
   if (g_crashServices != nullptr)
     list = g_crashServices->threadVariables(static_cast<pid_t>(thread.tid));
   for (std::size_t i = 0; i < list.size; ++i) WriteVariable(out, list.items[i]);
   for (const NameAndValue& variable : thread.variables) WriteVariable(out, variable);
   if (list.size != 0 || thread.variables.size != 0) fputc('\n', out);
-  fputs("\t\t\t}\n", out);
+  CloseBlock(out, 3);
 }
 
 void WriteThread(FILE* out, const ThreadRecord& thread) {
-  fprintf(out, "\t\tCall_Stack_Thread_%" PRIu64 "\n\t\t{\n",
-          static_cast<std::uint64_t>(thread.tid));
+  Put(out, Indentation(2));
+  Put(out, section::kThreadPrefix);
+  fprintf(out, "%" PRIu64 "\n\t\t{\n", static_cast<std::uint64_t>(thread.tid));
   for (const StackFrame& frame : thread.frames) WriteFrame(out, frame);
   WriteRegisters(out, thread.registers);
   WriteVariables(out, thread);
-  fputs("\t\t}\n", out);
+  CloseBlock(out, 2);
   fflush(out);
 }
 
@@ -111,36 +152,40 @@ bool IsOfApplication(const char* path) {
 void WriteModule(FILE* out, const ModuleRecord& module) {
   const char* path = module.path == nullptr ? "" : module.path;
   const char* slash = strrchr(path, '/');
-  fprintf(out, "\t\tModuleName = %s\n\t\t{\n", slash == nullptr ? "unknown" : slash + 1);
-  fprintf(out, "\t\t\tExecutable = %s\n", path);
-  fprintf(out, "\t\t\tBaseAddress = %p\n", Pointer(module.baseAddress));
-  fprintf(out, "\t\t\tBaseSize = %ld\n", static_cast<long>(module.size));
-  if (IsOfApplication(path)) fprintf(out, "\t\t\tBuild = %s\n", buildText);
-  fputs("\t\t}\n", out);
+  WriteText(out, 2, key::kModuleName, slash == nullptr ? crash_report::kUnknown.data() : slash + 1);
+  fputs("\t\t{\n", out);
+  WriteText(out, 3, key::kExecutable, path);
+  WriteAddress(out, 3, key::kBaseAddress, module.baseAddress);
+  StartEntry(out, 3, key::kBaseSize);
+  fprintf(out, "%ld\n", static_cast<long>(module.size));
+  if (IsOfApplication(path)) WriteText(out, 3, key::kBuild, buildText);
+  CloseBlock(out, 2);
 }
 
 void WriteException(FILE* out, const CrashInfo& crash) {
-  fputs("\tException\n\t{\n", out);
-  fprintf(out, "\t\tExceptionNumber = 0x%08X\n", static_cast<unsigned>(crash.signal));
-  fprintf(out, "\t\tExceptionText = \"%s\"\n", crash.signalName);
-  fprintf(out, "\t\tAddress = %p\n", Pointer(crash.faultAddress));
-  fprintf(out, "\t\tThread = %p\n", Pointer(crash.crashThread));
-  fputs("\t}\n", out);
+  OpenBlock(out, 1, section::kException);
+  StartEntry(out, 2, key::kExceptionNumber);
+  fprintf(out, "0x%08X\n", static_cast<unsigned>(crash.signal));
+  StartEntry(out, 2, key::kExceptionText);
+  fprintf(out, "\"%s\"\n", crash.signalName);
+  WriteAddress(out, 2, key::kExceptionAddress, crash.faultAddress);
+  WriteAddress(out, 2, key::kExceptionThread, crash.crashThread);
+  CloseBlock(out, 1);
   fflush(out);
 }
 
 void WriteReport(FILE* out, const CrashInfo& crash) {
-  fputs("TARVO_Crash_Report\n{\n", out);
-  fputs("\tCall_Stacks\n\t{\n", out);
+  OpenBlock(out, 0, crash_report::kTarvoMagic);
+  OpenBlock(out, 1, section::kCallStacks);
   for (const ThreadRecord& thread : crash.threads) WriteThread(out, thread);
-  fputs("\t}\n", out);
+  CloseBlock(out, 1);
   fflush(out);
-  fputs("\tLoaded_Modules\n\t{\n", out);
+  OpenBlock(out, 1, section::kLoadedModules);
   for (const ModuleRecord& module : crash.modules) WriteModule(out, module);
-  fputs("\t}\n", out);
+  CloseBlock(out, 1);
   fflush(out);
   WriteException(out, crash);
-  fputs("}\n", out);
+  CloseBlock(out, 0);
 }
 
 }  // namespace

@@ -28,46 +28,9 @@ void RegisterLegacycrashlog(Registration& registration);
 /// it cannot be written. Nothing is lost of what was flushed should the writer itself crash.
 /// Crashed process.
 ///
-/// Layout: tabs for indentation, "\n" for line ends, each brace on a line of its own, but for the
-/// brace behind a register list whose count is 4k + 3, which continues the list's last line.
-///
-///     TARVO_Crash_Report
-///     {
-///         Call_Stacks
-///         {
-///             Call_Stack_Thread_4711
-///             {
-///                 libscene.so(update+0x1c) [0x7f2a…]:<tab>(nil) (SP: 0x7f2a…, PC: (nil))
-///                 Registers
-///                 {
-///                     rax: 0x… rbx: 0x… rcx: 0x… rdx: 0x…
-///                     st5: 0x… st6: 0x… st7: 0x…             }
-///                 Variables
-///                 {
-///                     ThreadName = render
-///                     Document = city.scene
-///
-///                 }
-///             }
-///         }
-///         Loaded_Modules
-///         {
-///             ModuleName = libscene.so
-///             {
-///                 Executable = /opt/app/libscene.so
-///                 BaseAddress = 0x7f2a…
-///                 BaseSize = 40960
-///                 Build = 2209-city
-///             }
-///         }
-///         Exception
-///         {
-///             ExceptionNumber = 0x0000000B
-///             ExceptionText = "SIGSEGV"
-///             Address = (nil)
-///             Thread = 0x7f2a…
-///         }
-///     }
+/// Layout: that of tarvo/crash_report.h, with a tab for each block that a line stands in, "\n" for
+/// line ends, and each brace on a line of its own, but for the one behind a register list whose
+/// count is 4k + 3, which continues the list's last line.
 void WriteCrashReport(const CrashInfo* crash);
 
 }  // namespace tarvo::crashhandler

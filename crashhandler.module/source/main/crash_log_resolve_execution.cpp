@@ -5,13 +5,12 @@
 #include "connection.h"
 #include "main/configuration.h"
 #include "main/main.h"
+#include "tarvo/crash_report.h"
 #include "tarvo/crashhandler.h"
 #include "tarvo/format.h"
 
 namespace tarvo::crashhandler {
 namespace {
-
-constexpr std::string_view kReportNameEnd = "_bugreport.txt";
 
 void Diagnose(String text) { g_tarvo.framework->Output().Diagnostic(kMainSource.Here(), text); }
 
@@ -37,7 +36,7 @@ class Walk {
     if ((entry.attributes & kDirectoryAttribute) != 0) {
       if (const Result<void> walked = Directory(entry.url); !walked)
         Diagnose(Format("@", walked.GetError()));
-    } else if (entry.name.ToLower().EndsWith(kReportNameEnd)) {
+    } else if (crash_report::IsReportName(entry.name)) {
       Resolve(entry.url);
     }
   }

@@ -8,13 +8,11 @@
 #include "crashlog/writing/crash_log_writer.h"
 #include "main/configuration.h"
 #include "main/main.h"
+#include "tarvo/crash_report.h"
 #include "tarvo/format.h"
 
 namespace tarvo::crashhandler {
 namespace {
-
-constexpr std::string_view kResolvedSuffix = "resolved.json";
-constexpr std::string_view kSourceSuffix = "source";
 
 /// `given` or, where it is empty, the directory in the configuration entry `name`.
 Result<Url> DirectoryOr(const Url& given, const String& configured, std::string_view name) {
@@ -33,11 +31,11 @@ Result<void> WriteSourceCopy(const DataDictionary& crashLog, const Url& copy) {
 }
 
 Result<void> WriteOutcome(const DataDictionary& crashLog, const Url& report) {
-  const Result<Url> document = report.WithSuffix(kResolvedSuffix);
+  const Result<Url> document = report.WithSuffix(crash_report::kDocumentSuffix);
   if (!document) return document.GetError();
   Result<void> written = g_tarvo.framework->DataFormats().WriteJson(crashLog, *document);
-  if (!written || report.Suffix() == kSourceSuffix) return written;
-  const Result<Url> copy = report.WithSuffix(kSourceSuffix);
+  if (!written || report.Suffix() == crash_report::kCopySuffix) return written;
+  const Result<Url> copy = report.WithSuffix(crash_report::kCopySuffix);
   if (!copy) return copy.GetError();
   return WriteSourceCopy(crashLog, *copy);
 }

@@ -1,14 +1,20 @@
 #include "crash_guard/fault_facts.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "crash_context/text_buffer.h"
 #include "crash_guard/guard_state.h"
 #include "crash_path/crash_services.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo {
+
+namespace variable = crash_report::variable;
+
 namespace {
 
 /// A number of the kernel and what it means.
@@ -66,13 +72,27 @@ struct Register {
   int index;
 };
 
-constexpr Register kRegisters[] = {
-    {"Fault_rip", REG_RIP}, {"Fault_rsp", REG_RSP}, {"Fault_rax", REG_RAX},
-    {"Fault_rbx", REG_RBX}, {"Fault_rcx", REG_RCX}, {"Fault_rdx", REG_RDX},
-    {"Fault_rsi", REG_RSI}, {"Fault_rdi", REG_RDI}, {"Fault_rbp", REG_RBP},
-    {"Fault_r8", REG_R8},   {"Fault_r9", REG_R9},   {"Fault_r10", REG_R10},
-    {"Fault_r11", REG_R11}, {"Fault_r12", REG_R12}, {"Fault_r13", REG_R13},
-    {"Fault_r14", REG_R14}, {"Fault_r15", REG_R15}, {"Fault_eflags", REG_EFL}};
+constexpr Register kRegisters[] = {{variable::kFaultProgramCounter.data(), REG_RIP},
+                                   {"Fault_rsp", REG_RSP},
+                                   {"Fault_rax", REG_RAX},
+                                   {"Fault_rbx", REG_RBX},
+                                   {"Fault_rcx", REG_RCX},
+                                   {"Fault_rdx", REG_RDX},
+                                   {"Fault_rsi", REG_RSI},
+                                   {"Fault_rdi", REG_RDI},
+                                   {"Fault_rbp", REG_RBP},
+                                   {"Fault_r8", REG_R8},
+                                   {"Fault_r9", REG_R9},
+                                   {"Fault_r10", REG_R10},
+                                   {"Fault_r11", REG_R11},
+                                   {"Fault_r12", REG_R12},
+                                   {"Fault_r13", REG_R13},
+                                   {"Fault_r14", REG_R14},
+                                   {"Fault_r15", REG_R15},
+                                   {"Fault_eflags", REG_EFL}};
+static_assert(std::ranges::all_of(kRegisters, [](const Register& known) {
+  return std::string_view(known.name).starts_with(variable::kFaultRegisterPrefix);
+}));
 
 /// The facts with their texts, which the report reads later.
 struct Facts {
@@ -94,24 +114,24 @@ void DescribeCode(const siginfo_t& info) {
 const char* DescribeOrigin(const siginfo_t& info) {
   if (info.si_code > 0) {
     g_facts.origin.AppendAddress(reinterpret_cast<std::uint64_t>(info.si_addr));
-    return "FaultAddress";
+    return variable::kFaultAddress.data();
   }
   g_facts.origin.Append("process ");
   g_facts.origin.AppendDecimal(info.si_pid);
   g_facts.origin.Append(", user ");
   g_facts.origin.AppendDecimal(info.si_uid);
-  return "FaultSender";
+  return variable::kFaultSender.data();
 }
 
 }  // namespace
 
 void PublishFaultFacts(pid_t self, int signal, const SignalFrame& frame) {
   std::size_t count = 0;
-  g_facts.items[count++] = {"FaultSignal", NameOf(kCrashSignals, signal)};
+  g_facts.items[count++] = {variable::kFaultSignal.data(), NameOf(kCrashSignals, signal)};
   if (frame.info != nullptr) {
     DescribeCode(*frame.info);
     const char* origin = DescribeOrigin(*frame.info);
-    g_facts.items[count++] = {"FaultCode", g_facts.code.Text()};
+    g_facts.items[count++] = {variable::kFaultCode.data(), g_facts.code.Text()};
     g_facts.items[count++] = {origin, g_facts.origin.Text()};
   }
   if (frame.context != nullptr) {

@@ -6,6 +6,7 @@
 #include <exception>
 #include <typeinfo>
 
+#include "tarvo/crash_report.h"
 #include "tarvo/host/thread_variables.h"
 
 namespace tarvo {
@@ -16,7 +17,8 @@ constinit std::terminate_handler g_earlier = nullptr;
 void RecordType(const std::type_info& type) {
   int status = 0;
   char* readable = abi::__cxa_demangle(type.name(), nullptr, nullptr, &status);
-  (void)SetThreadVariable("ExceptionType", readable == nullptr ? type.name() : readable);
+  (void)SetThreadVariable(crash_report::variable::kExceptionType,
+                          readable == nullptr ? type.name() : readable);
   std::free(readable);
 }
 
@@ -24,7 +26,7 @@ void RecordMessage() {
   try {
     throw;
   } catch (const std::exception& exception) {
-    (void)SetThreadVariable("ExceptionMessage", exception.what());
+    (void)SetThreadVariable(crash_report::variable::kExceptionMessage, exception.what());
   } catch (...) {  // it has no message
   }
 }

@@ -1,50 +1,40 @@
 #pragma once
 
+#include "tarvo/crash_report.h"
 #include "tarvo/string.h"
 
-/// The keys of a crash log, the tree that a crash report is read into:
-///
-///     ApplicationInfo, ComputerInfo, Exception   dictionaries of texts, one entry a line
-///     Threads            array of { ThreadNumber, Registers, Properties, Callstack }
-///       Callstack        array of { ModuleName, FunctionName, Address }, innermost frame first;
-///                        resolution adds SourceFileName and SourceLine
-///       Registers        dictionary, name to value as written ("0x…")
-///       Properties       dictionary of texts, the thread's variables; ThreadName is one of them
-///     LoadedModules      array of { ModuleName, BaseAddress, BaseSize, Build, …, IsExecutable }
-///     Documents          array of { DocumentName, DocumentPath }
-///     CriticalLog        array of texts
-///
-/// A key is there only when the report carried it. Addresses, sizes and thread numbers are unsigned
-/// 64-bit numbers, IsExecutable is a truth value, everything else is text as written.
+/// The keys of a crash log (see tarvo/crash_report.h) as the dictionaries take them: without a
+/// copy.
 namespace tarvo::crashhandler::property {
 
-inline constexpr String kApplicationInfo = "ApplicationInfo"_text;
-inline constexpr String kComputerInfo = "ComputerInfo"_text;
-inline constexpr String kOsType = "OS_Type"_text;
-inline constexpr String kException = "Exception"_text;
+inline constexpr String kApplicationInfo =
+    String::Literal(crash_report::property::kApplicationInfo);
+inline constexpr String kComputerInfo = String::Literal(crash_report::property::kComputerInfo);
+inline constexpr String kOsType = String::Literal(crash_report::property::kOsType);
+inline constexpr String kException = String::Literal(crash_report::property::kException);
 
-inline constexpr String kThreads = "Threads"_text;
-inline constexpr String kThreadNumber = "ThreadNumber"_text;
-inline constexpr String kCallstack = "Callstack"_text;
-inline constexpr String kRegisters = "Registers"_text;
-inline constexpr String kProperties = "Properties"_text;
-inline constexpr String kThreadName = "ThreadName"_text;
+inline constexpr String kThreads = String::Literal(crash_report::property::kThreads);
+inline constexpr String kThreadNumber = String::Literal(crash_report::property::kThreadNumber);
+inline constexpr String kCallstack = String::Literal(crash_report::property::kCallstack);
+inline constexpr String kRegisters = String::Literal(crash_report::property::kRegisters);
+inline constexpr String kProperties = String::Literal(crash_report::property::kProperties);
+inline constexpr String kThreadName = String::Literal(crash_report::property::kThreadName);
 
-inline constexpr String kModuleName = "ModuleName"_text;
-inline constexpr String kFunctionName = "FunctionName"_text;
-inline constexpr String kAddress = "Address"_text;
-inline constexpr String kSourceFileName = "SourceFileName"_text;
-inline constexpr String kSourceLine = "SourceLine"_text;
+inline constexpr String kModuleName = String::Literal(crash_report::property::kModuleName);
+inline constexpr String kFunctionName = String::Literal(crash_report::property::kFunctionName);
+inline constexpr String kAddress = String::Literal(crash_report::property::kAddress);
+inline constexpr String kSourceFileName = String::Literal(crash_report::property::kSourceFileName);
+inline constexpr String kSourceLine = String::Literal(crash_report::property::kSourceLine);
 
-inline constexpr String kLoadedModules = "LoadedModules"_text;
-inline constexpr String kBaseAddress = "BaseAddress"_text;
-inline constexpr String kBaseSize = "BaseSize"_text;
-inline constexpr String kIsExecutable = "IsExecutable"_text;
-inline constexpr String kBuild = "Build"_text;
+inline constexpr String kLoadedModules = String::Literal(crash_report::property::kLoadedModules);
+inline constexpr String kBaseAddress = String::Literal(crash_report::property::kBaseAddress);
+inline constexpr String kBaseSize = String::Literal(crash_report::property::kBaseSize);
+inline constexpr String kIsExecutable = String::Literal(crash_report::property::kIsExecutable);
+inline constexpr String kBuild = String::Literal(crash_report::property::kBuild);
 
-inline constexpr String kDocuments = "Documents"_text;
-inline constexpr String kDocumentName = "DocumentName"_text;
-inline constexpr String kDocumentPath = "DocumentPath"_text;
-inline constexpr String kCriticalLog = "CriticalLog"_text;
+inline constexpr String kDocuments = String::Literal(crash_report::property::kDocuments);
+inline constexpr String kDocumentName = String::Literal(crash_report::property::kDocumentName);
+inline constexpr String kDocumentPath = String::Literal(crash_report::property::kDocumentPath);
+inline constexpr String kCriticalLog = String::Literal(crash_report::property::kCriticalLog);
 
 }  // namespace tarvo::crashhandler::property

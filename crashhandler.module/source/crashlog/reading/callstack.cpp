@@ -2,13 +2,16 @@
 #include <utility>
 
 #include "crashlog/base/property_names.h"
-#include "crashlog/base/report_keywords.h"
 #include "crashlog/reading/block.h"
 #include "crashlog/reading/frame_line.h"
 #include "crashlog/reading/numbers.h"
 #include "crashlog/reading/section_parsers.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
+
+namespace section = crash_report::section;
+
 namespace {
 
 constexpr bool StartsFrameLine(TokenKind kind) noexcept {
@@ -41,7 +44,7 @@ Result<DataArray> ParseThreads(Tokenizer& tokens) {
   DataDictionary previous;
   Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
     if (tokens.Kind() != TokenKind::Identifier ||
-        !tokens.Text().starts_with(keyword::kThreadPrefix))
+        !tokens.Text().starts_with(section::kThreadPrefix))
       return ErrorInLine("ParseThreads found an error in line @", tokens);
     Result<DataDictionary> thread = ParseCallstack(tokens, previous);
     if (!thread) return thread.GetError();
@@ -55,7 +58,7 @@ Result<DataArray> ParseThreads(Tokenizer& tokens) {
 
 Result<DataDictionary> ParseCallstack(Tokenizer& tokens, const DataDictionary& previous) {
   const Result<std::uint64_t> number =
-      ToThreadNumber(tokens.Text().substr(keyword::kThreadPrefix.size()), tokens);
+      ToThreadNumber(tokens.Text().substr(section::kThreadPrefix.size()), tokens);
   if (!number) return number.GetError();
   DataDictionary thread;
   thread.Reserve(previous.Size());
@@ -64,11 +67,11 @@ Result<DataDictionary> ParseCallstack(Tokenizer& tokens, const DataDictionary& p
   DataArray frames;
   FrameReader frameReader;
   Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
-    if (tokens.IsIdentifier(keyword::kRegisters)) {
+    if (tokens.IsIdentifier(section::kRegisters)) {
       const auto expected = ExpectedSize<DataDictionary>(previous, property::kRegisters);
       return Store(thread, property::kRegisters, ParseRegisters(tokens, expected));
     }
-    if (tokens.IsIdentifier(keyword::kVariables))
+    if (tokens.IsIdentifier(section::kVariables))
       return Store(thread, property::kProperties, ParseVariables(tokens));
     if (!StartsFrameLine(tokens.Kind()))
       return ErrorInLine("ParseCallstack found an error in line @", tokens);

@@ -6,12 +6,13 @@
 #include "crashlog/base/property_names.h"
 #include "crashlog/base/text.h"
 #include "crashlog/reading/numbers.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
-namespace {
 
-constexpr std::string_view kStackPointer = " (SP: 0x";
-constexpr std::string_view kProgramCounter = " PC: 0x";
+namespace frame = crash_report::frame;
+
+namespace {
 
 /// The parts of a frame line in front of " (SP: 0x". Empty stands for "none".
 struct ModuleAndFunction {
@@ -80,16 +81,16 @@ ModuleAndFunction SplitHead(TokenKind first, std::size_t firstSize, std::string_
 }
 
 std::optional<std::uint64_t> FindAddress(std::string_view tail) noexcept {
-  const std::size_t at = tail.find(kProgramCounter);
+  const std::size_t at = tail.find(frame::kProgramCounterDigits);
   if (at == std::string_view::npos) return std::nullopt;
-  const std::string_view number = tail.substr(at + kProgramCounter.size());
+  const std::string_view number = tail.substr(at + frame::kProgramCounterDigits.size());
   return ParseDigits(number.substr(0, number.find(')')), 16);
 }
 
 /// `first` and `firstSize` are the kind and size of the token that starts the line.
 DataDictionary ParseLine(std::string_view line, TokenKind first, std::size_t firstSize,
                          const Tokenizer& tokens) {
-  const std::size_t stackPointer = line.find(kStackPointer, firstSize);
+  const std::size_t stackPointer = line.find(frame::kStackPointerDigits, firstSize);
   const bool hasStackPointer = stackPointer != std::string_view::npos;
   auto [module, function] =
       SplitHead(first, firstSize, line.substr(0, stackPointer), hasStackPointer);

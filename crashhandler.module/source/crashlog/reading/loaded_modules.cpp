@@ -1,13 +1,16 @@
 #include <utility>
 
 #include "crashlog/base/property_names.h"
-#include "crashlog/base/report_keywords.h"
 #include "crashlog/reading/block.h"
 #include "crashlog/reading/line_rules.h"
 #include "crashlog/reading/numbers.h"
 #include "crashlog/reading/section_parsers.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
+
+namespace section = crash_report::section;
+
 namespace {
 
 /// The value of a module's line: a number under the keys that hold one, else text as written.
@@ -25,11 +28,11 @@ Result<DataValue> ModuleValue(const KeyAndValue& line, const Tokenizer& tokens) 
 Result<DataArray> ParseLoadedModules(Tokenizer& tokens) {
   DataArray modules;
   Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
-    if (tokens.IsIdentifier(keyword::kModuleSnapshotNote)) {
+    if (tokens.IsIdentifier(section::kModuleSnapshotNote)) {
       tokens.RestOfLine();
       return {};
     }
-    if (!tokens.IsIdentifier(keyword::kModuleName))
+    if (!tokens.IsIdentifier(crash_report::key::kModuleName))
       return ErrorInLine("ParseLoadedModules found an error in line @ with @", tokens,
                          TokenForMessage(tokens));
     Result<DataDictionary> module = ParseModuleInfo(tokens);

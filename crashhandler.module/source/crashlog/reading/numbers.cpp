@@ -5,12 +5,10 @@
 #include "crashlog/base/source.h"
 #include "crashlog/base/text.h"
 #include "crashlog/reading/messages.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
 namespace {
-
-constexpr std::string_view kHexPrefix = "0x";
-constexpr std::string_view kNullPointer = "(nil)";
 
 Result<std::uint64_t> Converted(std::optional<std::uint64_t> number, std::string_view text,
                                 std::string_view expected, const Tokenizer& tokens) {
@@ -37,16 +35,16 @@ Result<std::uint64_t> ToThreadNumber(std::string_view text, const Tokenizer& tok
 
 Result<std::uint64_t> ToAddress(std::string_view text, const Tokenizer& tokens) {
   const std::string_view number = Trim(text);
-  if (number == kNullPointer) return std::uint64_t{0};
-  return Converted(number.starts_with(kHexPrefix)
-                       ? ParseDigits(number.substr(kHexPrefix.size()), 16)
+  if (number == crash_report::kNull) return std::uint64_t{0};
+  return Converted(number.starts_with(crash_report::kHexadecimal)
+                       ? ParseDigits(number.substr(crash_report::kHexadecimal.size()), 16)
                        : std::nullopt,
                    text, "\"0x\" and hexadecimal digits", tokens);
 }
 
 Result<std::uint64_t> ToSize(std::string_view text, const Tokenizer& tokens) {
   const std::string_view number = Trim(text);
-  if (number.starts_with(kHexPrefix)) return ToAddress(number, tokens);
+  if (number.starts_with(crash_report::kHexadecimal)) return ToAddress(number, tokens);
   return Converted(ParseDigits(number, 10), text, "decimal digits", tokens);
 }
 

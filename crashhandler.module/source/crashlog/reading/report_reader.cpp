@@ -5,24 +5,24 @@
 #include <utility>
 
 #include "crashlog/base/property_names.h"
-#include "crashlog/base/report_keywords.h"
 #include "crashlog/base/source.h"
 #include "crashlog/reading/block.h"
 #include "crashlog/reading/messages.h"
 #include "crashlog/reading/section_parsers.h"
 #include "crashlog/reading/tokenizer.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
-namespace {
 
-constexpr std::array kReportKinds = {keyword::kWindowsReport, keyword::kMacosReport,
-                                     keyword::kLinuxReport, keyword::kTarvoReport};
+namespace section = crash_report::section;
+
+namespace {
 
 /// "Opened Scenes", on its first word.
 Result<DataArray> ParseOpened(Tokenizer& tokens) {
   Result<void> word = tokens.ReadNext(TokenKind::Identifier);
   if (!word) return word.GetError();
-  if (tokens.Text() != keyword::kScenes) return Error::Plain(kSource.Here());
+  if (tokens.Text() != section::kScenes) return Error::Plain(kSource.Here());
   return ParseOpenedScenes(tokens);
 }
 
@@ -40,19 +40,19 @@ Result<DataValue> AsValue(Tokenizer& tokens) {
 }
 
 constexpr std::array kSections = {
-    Section{keyword::kCallStacks, property::kThreads, AsValue<ParseThreads>},
-    Section{keyword::kException, property::kException, AsValue<ParseException>},
-    Section{keyword::kComputerInfo, property::kComputerInfo, AsValue<ParseComputerInfo>},
-    Section{keyword::kApplicationInfo, property::kApplicationInfo, AsValue<ParseApplicationInfo>},
-    Section{keyword::kOpened, property::kDocuments, AsValue<ParseOpened>},
-    Section{keyword::kLoadedModules, property::kLoadedModules, AsValue<ParseLoadedModules>},
-    Section{keyword::kCriticalLog, property::kCriticalLog, AsValue<ParseCriticalLog>},
+    Section{section::kCallStacks, property::kThreads, AsValue<ParseThreads>},
+    Section{section::kException, property::kException, AsValue<ParseException>},
+    Section{section::kComputerInfo, property::kComputerInfo, AsValue<ParseComputerInfo>},
+    Section{section::kApplicationInfo, property::kApplicationInfo, AsValue<ParseApplicationInfo>},
+    Section{section::kOpened, property::kDocuments, AsValue<ParseOpened>},
+    Section{section::kLoadedModules, property::kLoadedModules, AsValue<ParseLoadedModules>},
+    Section{section::kCriticalLog, property::kCriticalLog, AsValue<ParseCriticalLog>},
 };
 
 Result<void> ReadHeader(Tokenizer& tokens) {
   if (tokens.ReadNext() != TokenKind::Identifier)
     return Error::Plain(kSource.Here(), "Expected identifier");
-  if (std::ranges::find(kReportKinds, tokens.Text()) == kReportKinds.end())
+  if (std::ranges::find(crash_report::kMagics, tokens.Text()) == crash_report::kMagics.end())
     return Error::Plain(kSource.Here(), Format("Wrong type of report: @", TokenForMessage(tokens)));
   return tokens.ReadNext(TokenKind::OpenBrace);
 }
@@ -81,7 +81,7 @@ Result<DataDictionary> ParseReport(String text) {
   if (!sections) return sections.GetError();
   if (report.Find(property::kComputerInfo) == nullptr) {
     DataDictionary computer;
-    computer.Set(property::kOsType, String::Literal(keyword::kLinuxReport));
+    computer.Set(property::kOsType, String::Literal(crash_report::kLinuxMagic));
     report.Set(property::kComputerInfo, std::move(computer));
   }
   return report;

@@ -10,12 +10,11 @@
 #include "crashlog/base/source.h"
 #include "crashlog/base/text.h"
 #include "crashlog/reading/messages.h"
+#include "tarvo/crash_report.h"
 #include "tarvo/format.h"
 
 namespace tarvo::crashhandler {
 namespace {
-
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 constexpr std::array<std::string_view, 24> kKindNames = {"end of file",
                                                          "illegal",
@@ -96,7 +95,7 @@ Tokenizer::Tokenizer(String text) noexcept
       next_(text_.View().data()),
       end_(next_ + text_.Size()),
       token_(next_, 0) {
-  if (text_.StartsWith(kByteOrderMark)) next_ += kByteOrderMark.size();
+  if (text_.StartsWith(crash_report::kByteOrderMark)) next_ += crash_report::kByteOrderMark.size();
 }
 
 TokenKind Tokenizer::ReadNext() noexcept {

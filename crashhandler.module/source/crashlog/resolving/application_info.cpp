@@ -7,6 +7,7 @@
 
 #include "crashlog/base/property_names.h"
 #include "crashlog/base/text.h"
+#include "tarvo/crash_report.h"
 #include "tarvo/symbol_archive.h"
 
 namespace tarvo::crashhandler {
@@ -36,12 +37,12 @@ std::optional<double> ToFloat(std::string_view text) {
 }  // namespace
 
 double ApplicationVersion(const DataDictionary& crashLog) {
-  const double version = ToFloat(InfoText(crashLog, "PALLADO_Version")).value_or(0);
+  const double version = ToFloat(InfoText(crashLog, crash_report::key::kVersion)).value_or(0);
   return version == 0 ? kBundleVersion : version;
 }
 
 String ApplicationArchitecture(const DataDictionary& crashLog) {
-  const std::string_view architecture = InfoText(crashLog, "TargetCpuArchitecture");
+  const std::string_view architecture = InfoText(crashLog, crash_report::key::kArchitecture);
   return architecture.empty() ? "x86_64"_text : String(architecture);
 }
 

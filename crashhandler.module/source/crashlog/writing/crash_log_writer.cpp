@@ -4,14 +4,15 @@
 #include <string>
 
 #include "crashlog/base/property_names.h"
-#include "crashlog/base/report_keywords.h"
 #include "crashlog/writing/line_writer.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
+
+namespace section = crash_report::section;
+
 namespace {
 
-constexpr std::string_view kWindows = "windows";
-constexpr std::string_view kUnknownModule = "unknown";
 /// Readers of the two variants expect this line at the end of every "Variables" section.
 constexpr std::string_view kVariablesEnd = "Arg|HackForMoltwick =";
 
@@ -71,12 +72,12 @@ void WriteSection(LineWriter& lines, std::string_view name, const DataDictionary
   lines.Write(name);
   lines.Write("{");
   for (const auto& [key, value] : entries) WriteEntry(lines, key, value);
-  if (name == keyword::kVariables) lines.Write(kVariablesEnd);
+  if (name == section::kVariables) lines.Write(kVariablesEnd);
   lines.Write("}");
 }
 
 void WriteDocuments(LineWriter& lines, const DataDictionary& crashLog) {
-  lines.Write(keyword::kOpened, " ", keyword::kScenes);
+  lines.Write(section::kOpened, " ", section::kScenes);
   lines.Write("{");
   ForEachDictionary(crashLog, property::kDocuments, [&](const DataDictionary& document) {
     lines.Write("  ", ValueOf<String>(document, property::kDocumentName), " = ",
@@ -98,18 +99,18 @@ void WriteFrame(LineWriter& lines, const DataDictionary& frame, const DataDictio
 }
 
 void WriteThread(LineWriter& lines, const DataDictionary& thread, const DataDictionary& bases) {
-  lines.Write(keyword::kThreadPrefix, NumberOf(thread, property::kThreadNumber).value_or(0));
+  lines.Write(section::kThreadPrefix, NumberOf(thread, property::kThreadNumber).value_or(0));
   lines.Write("{");
   ForEachDictionary(thread, property::kCallstack,
                     [&](const DataDictionary& frame) { WriteFrame(lines, frame, bases); });
-  WriteSection(lines, keyword::kVariables, ValueOf<DataDictionary>(thread, property::kProperties));
-  WriteSection(lines, keyword::kRegisters, ValueOf<DataDictionary>(thread, property::kRegisters));
+  WriteSection(lines, section::kVariables, ValueOf<DataDictionary>(thread, property::kProperties));
+  WriteSection(lines, section::kRegisters, ValueOf<DataDictionary>(thread, property::kRegisters));
   lines.Write("}");
 }
 
 void WriteThreads(LineWriter& lines, const DataDictionary& crashLog) {
   const DataDictionary bases = BaseAddresses(crashLog);
-  lines.Write(keyword::kCallStacks);
+  lines.Write(section::kCallStacks);
   lines.Write("{");
   ForEachDictionary(crashLog, property::kThreads,
                     [&](const DataDictionary& thread) { WriteThread(lines, thread, bases); });
@@ -117,13 +118,13 @@ void WriteThreads(LineWriter& lines, const DataDictionary& crashLog) {
 }
 
 void WriteModules(LineWriter& lines, const DataDictionary& crashLog) {
-  lines.Write(keyword::kLoadedModules);
+  lines.Write(section::kLoadedModules);
   lines.Write("{");
   ForEachDictionary(crashLog, property::kLoadedModules, [&](const DataDictionary& module) {
     const auto name = ValueOf<String>(module, property::kModuleName);
-    std::string title(keyword::kModuleName);
+    std::string title(crash_report::key::kModuleName);
     title += " = ";
-    title += name.IsEmpty() ? kUnknownModule : name.View();
+    title += name.IsEmpty() ? crash_report::kUnknown : name.View();
     WriteSection(lines, title, module);
   });
   lines.Write("}");
@@ -134,13 +135,14 @@ void WriteModules(LineWriter& lines, const DataDictionary& crashLog) {
 Result<void> WriteCrashLog(const DataDictionary& crashLog, OutputFile& file) {
   LineWriter lines(file);
   const auto computer = ValueOf<DataDictionary>(crashLog, property::kComputerInfo);
-  const bool isWindows = ValueOf<String>(computer, property::kOsType).Contains(kWindows);
-  lines.Write(isWindows ? keyword::kWindowsReport : keyword::kMacosReport);
+  const bool isWindows =
+      ValueOf<String>(computer, property::kOsType).Contains(crash_report::kWindowsSystem);
+  lines.Write(isWindows ? crash_report::kWindowsMagic : crash_report::kMacosMagic);
   lines.Write("{");
-  WriteSection(lines, keyword::kComputerInfo, computer);
-  WriteSection(lines, keyword::kApplicationInfo,
+  WriteSection(lines, section::kComputerInfo, computer);
+  WriteSection(lines, section::kApplicationInfo,
                ValueOf<DataDictionary>(crashLog, property::kApplicationInfo));
-  WriteSection(lines, keyword::kException, ValueOf<DataDictionary>(crashLog, property::kException));
+  WriteSection(lines, section::kException, ValueOf<DataDictionary>(crashLog, property::kException));
   WriteDocuments(lines, crashLog);
   WriteThreads(lines, crashLog);
   WriteModules(lines, crashLog);

@@ -1,0 +1,247 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+/// A crash report: what a crashed process writes about itself, and what becomes of it. The capture
+/// writes reports, the reader and the toolkit read them, on this machine or another; all of them
+/// take the format's words from here. The words are plain texts in constant memory, each followed
+/// by a zero byte that is not of it, so that what runs in a crashed process may use them: nothing
+/// is allocated or initialised at run time.
+///
+/// A report is text. Indentation is for people; braces make the structure. Reports of four origins
+/// have one form and differ in their first word and in what they know:
+///
+///     TARVO_Crash_Report              kTarvoMagic: this report is of this project's own capture
+///     {
+///         Call_Stacks
+///         {
+///             Call_Stack_Thread_4711  the kernel's id of the thread
+///             {
+///                 libscene.so(update+0x1c) [0x7f2a10011c]:<tab>(nil) (SP: 0x7f2a10011c, PC: (nil))
+///                 Registers
+///                 {
+///                     rax: 0x0000… rbx: 0x0000… rcx: 0x0000… rdx: 0x0000…
+///                     st5: 0x0000… st6: 0x0000… st7: 0x0000…             }
+///                 Variables
+///                 {
+///                     ThreadName = render
+///                     Document = city.scene
+///                     Fault_rip = 0x00007f2a1000011a
+///
+///                 }
+///             }
+///         }
+///         Loaded_Modules
+///         {
+///             ModuleName = libscene.so
+///             {
+///                 Executable = /opt/app/libscene.so
+///                 BaseAddress = 0x7f2a100000
+///                 BaseSize = 40960
+///                 Build = 2209-city
+///             }
+///         }
+///         Exception
+///         {
+///             ExceptionNumber = 0x0000000B
+///             ExceptionText = "SIGSEGV"
+///             Address = (nil)
+///             Thread = 0x7f2a20c640
+///         }
+///     }
+///
+/// Where its parts come from:
+///
+/// - Frames, innermost first: the capture's stack handler. This capture gives a frame's module,
+///   function, offset and address as one text, to the letter what the C library's
+///   `backtrace_symbols` prints, without the directories; the function part is "(nil)", the address
+///   stands once more as the stack pointer, and there is no program counter. Code outside of all
+///   modules is "[0x7f2a10011c]". Other origins have "libscene.so:<tab>update + 0x1c (SP: 0x7ffc60,
+///   PC: 0x7f2a10011c)".
+/// - Registers: read by tracing, four a line. A count of 4k + 3 leaves the closing brace on the
+/// last
+///   line.
+/// - Variables: ThreadName by the capture, what the program has set for the thread
+///   (tarvo/host/thread_variables.h), and the facts of `variable` by the crash guard. An empty line
+///   stands behind them if there are any beyond the name.
+/// - Modules, the program first: the loader's list, and as Build the program's own word for it,
+/// where
+///   a module is of the program's or the modules' directory. The program itself is "unknown".
+/// - Exception: the signal, its address and the thread as pthread_self gives it.
+///
+/// Reports of other origins may have the sections ApplicationInfo, ComputerInfo, Opened Scenes and
+/// Critical_Log too. A reader takes the sections in any order, a missing "}" at the end, and keys
+/// that it does not know.
+///
+/// A report is read into a crash log, a tree (tarvo/data_dictionary.h) that is written as JSON once
+/// its frames are resolved:
+///
+///     ApplicationInfo, ComputerInfo, Exception   dictionaries of texts, one entry a line
+///     Threads            array of { ThreadNumber, Registers, Properties, Callstack }
+///       Callstack        array of { ModuleName, FunctionName, Address }, innermost frame first;
+///                        resolution adds SourceFileName and SourceLine
+///       Registers        dictionary, name to value as written ("0x…")
+///       Properties       dictionary of texts, the thread's variables; ThreadName is one of them
+///     LoadedModules      array of { ModuleName, BaseAddress, BaseSize, Build, …, IsExecutable }
+///     Documents          array of { DocumentName, DocumentPath }, the opened scenes
+///     CriticalLog        array of texts
+///
+/// A key is there only when the report carried it. Addresses, sizes and numbers of threads and
+/// lines are numbers of 64 bits, IsExecutable is a truth value, everything else is text as written.
+namespace tarvo::crash_report {
+
+// --- Files ---------------------------------------------------------------------------------------
+
+/// How the names of reports end, in any case of the letters.
+inline constexpr std::string_view kNameEnd = "_bugreport.txt";
+
+/// Whether `name` is that of a report. ASCII letters only, whatever the locale.
+[[nodiscard]] constexpr bool IsReportName(std::string_view name) noexcept {
+  constexpr auto kLower = [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  };
+  return name.size() >= kNameEnd.size() &&
+         std::ranges::equal(name.substr(name.size() - kNameEnd.size()), kNameEnd, {}, kLower);
+}
+
+/// What takes the place of "txt" in the names of the two files that resolving a report leaves
+/// beside it: the resolved crash log as JSON, and as a report's text.
+inline constexpr std::string_view kDocumentSuffix = "resolved.json";
+inline constexpr std::string_view kCopySuffix = "source";
+
+// --- The first word ------------------------------------------------------------------------------
+
+/// Of this project's own capture, ...
+inline constexpr std::string_view kTarvoMagic = "TARVO_Crash_Report";
+/// ... and of the crash handlers of the three systems.
+inline constexpr std::string_view kWindowsMagic = "PALLADO_Crash_Report_WINDOWS";
+inline constexpr std::string_view kMacosMagic = "PALLADO_Crash_Report_MACOS";
+inline constexpr std::string_view kLinuxMagic = "PALLADO_Crash_Report_LINUX";
+inline constexpr std::array kMagics = {kWindowsMagic, kMacosMagic, kLinuxMagic, kTarvoMagic};
+
+/// May stand in front of it.
+inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+// --- Blocks --------------------------------------------------------------------------------------
+
+/// The words that open a block.
+namespace section {
+inline constexpr std::string_view kCallStacks = "Call_Stacks";
+inline constexpr std::string_view kException = "Exception";
+inline constexpr std::string_view kComputerInfo = "ComputerInfo";
+inline constexpr std::string_view kApplicationInfo = "ApplicationInfo";
+inline constexpr std::string_view kOpened = "Opened";  ///< of two words, this and ...
+inline constexpr std::string_view kScenes = "Scenes";  ///< ... this
+inline constexpr std::string_view kLoadedModules = "Loaded_Modules";
+inline constexpr std::string_view kCriticalLog = "Critical_Log";
+
+// Inside of Call_Stacks.
+inline constexpr std::string_view kThreadPrefix = "Call_Stack_Thread_";  ///< the id follows
+inline constexpr std::string_view kRegisters = "Registers";
+inline constexpr std::string_view kVariables = "Variables";
+
+/// The Windows writer's note about how it found the modules, a line among their entries.
+inline constexpr std::string_view kModuleSnapshotNote = "CreateToolhelp32Snapshot";
+}  // namespace section
+
+/// The keys of lines "KEY = VALUE". The crash log keeps them.
+namespace key {
+inline constexpr std::string_view kModuleName = "ModuleName";  ///< opens a module's entry
+inline constexpr std::string_view kExecutable = "Executable";  ///< a module's path
+inline constexpr std::string_view kBaseAddress = "BaseAddress";
+inline constexpr std::string_view kBaseSize = "BaseSize";  ///< in bytes, decimal
+inline constexpr std::string_view kBuild = "Build";
+
+inline constexpr std::string_view kExceptionNumber = "ExceptionNumber";  ///< eight digits
+inline constexpr std::string_view kExceptionText = "ExceptionText";      ///< in quotes
+inline constexpr std::string_view kExceptionAddress = "Address";
+inline constexpr std::string_view kExceptionThread = "Thread";
+
+inline constexpr std::string_view kOsType = "OS_Type";                      ///< of ComputerInfo
+inline constexpr std::string_view kVersion = "PALLADO_Version";             ///< of ApplicationInfo
+inline constexpr std::string_view kArchitecture = "TargetCpuArchitecture";  ///< of ApplicationInfo
+}  // namespace key
+
+/// What the value of OS_Type holds in reports of Windows.
+inline constexpr std::string_view kWindowsSystem = "windows";
+
+/// The name of a module that has none, and of a thread.
+inline constexpr std::string_view kUnknown = "unknown";
+/// The null pointer, as the C library prints it with "%p" (glibc,
+/// stdio-common/vfprintf-process-arg.c).
+inline constexpr std::string_view kNull = "(nil)";
+/// In front of the digits of an address and of a register's value.
+inline constexpr std::string_view kHexadecimal = "0x";
+
+/// The register whose value is the Thread of the exception: on x86-64 pthread_self() is fs_base
+/// (glibc 2.36, sysdeps/x86_64/nptl/tls.h, THREAD_SELF).
+inline constexpr std::string_view kThreadRegister = "fs_base";
+
+/// What stands in the line of a frame in front of its parts: "MODULE:<tab>FUNCTION (SP: …, PC: …)".
+namespace frame {
+inline constexpr std::string_view kFunction = ":\t";
+inline constexpr std::string_view kStackPointer = " (SP: ";
+inline constexpr std::string_view kProgramCounter = " PC: ";
+// The same where an address is known.
+inline constexpr std::string_view kStackPointerDigits = " (SP: 0x";
+inline constexpr std::string_view kProgramCounterDigits = " PC: 0x";
+}  // namespace frame
+
+// --- Variables -----------------------------------------------------------------------------------
+
+/// The variables of a thread that the capture and the crash guard add.
+namespace variable {
+inline constexpr std::string_view kThreadName = "ThreadName";
+
+// The signal, of the thread that crashed.
+inline constexpr std::string_view kFaultSignal = "FaultSignal";    ///< "SIGSEGV"
+inline constexpr std::string_view kFaultCode = "FaultCode";        ///< "SEGV_MAPERR, address …"
+inline constexpr std::string_view kFaultAddress = "FaultAddress";  ///< of a fault; or, ...
+inline constexpr std::string_view kFaultSender = "FaultSender";  ///< ... sent, "process 1, user 2"
+
+/// The general registers at the fault: "Fault_rip", "Fault_rsp" and so on.
+inline constexpr std::string_view kFaultRegisterPrefix = "Fault_";
+inline constexpr std::string_view kFaultProgramCounter = "Fault_rip";
+
+// The exception that nobody caught.
+inline constexpr std::string_view kExceptionType = "ExceptionType";
+inline constexpr std::string_view kExceptionMessage = "ExceptionMessage";
+}  // namespace variable
+
+// --- The crash log -------------------------------------------------------------------------------
+
+/// The keys of the tree that a report is read into.
+namespace property {
+inline constexpr std::string_view kApplicationInfo = section::kApplicationInfo;
+inline constexpr std::string_view kComputerInfo = section::kComputerInfo;
+inline constexpr std::string_view kOsType = key::kOsType;
+inline constexpr std::string_view kException = section::kException;
+
+inline constexpr std::string_view kThreads = "Threads";
+inline constexpr std::string_view kThreadNumber = "ThreadNumber";
+inline constexpr std::string_view kCallstack = "Callstack";
+inline constexpr std::string_view kRegisters = section::kRegisters;
+inline constexpr std::string_view kProperties = "Properties";
+inline constexpr std::string_view kThreadName = variable::kThreadName;
+
+inline constexpr std::string_view kModuleName = key::kModuleName;  ///< of frames too
+inline constexpr std::string_view kFunctionName = "FunctionName";
+inline constexpr std::string_view kAddress = "Address";
+inline constexpr std::string_view kSourceFileName = "SourceFileName";
+inline constexpr std::string_view kSourceLine = "SourceLine";
+
+inline constexpr std::string_view kLoadedModules = "LoadedModules";
+inline constexpr std::string_view kBaseAddress = key::kBaseAddress;
+inline constexpr std::string_view kBaseSize = key::kBaseSize;
+inline constexpr std::string_view kIsExecutable = "IsExecutable";
+inline constexpr std::string_view kBuild = key::kBuild;
+
+inline constexpr std::string_view kDocuments = "Documents";
+inline constexpr std::string_view kDocumentName = "DocumentName";
+inline constexpr std::string_view kDocumentPath = "DocumentPath";
+inline constexpr std::string_view kCriticalLog = "CriticalLog";
+}  // namespace property
+
+}  // namespace tarvo::crash_report
