@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "command/subcommand.h"
+#include "tarvo/crash_report.h"
 #include "toolkit/exec/exec_target.h"
 #include "toolkit/exec/preload/environment.h"
 
@@ -45,7 +46,7 @@ Examples:
   tarvo exec --report '/var/crash/%e-%p_bugreport.txt' -- sh -c 'xz -T4 <in >out'
 )";
 
-constexpr const char* kDefaultReport = "%e-%p_bugreport.txt";
+std::string DefaultReport() { return "%e-%p" + std::string(crash_report::kNameEnd); }
 
 struct ExecOptions {
   std::string report;
@@ -110,7 +111,7 @@ std::string ReportPattern(const Context& context, const ExecOptions& options) {
       });
   if (options.report.empty() && hasPlace) return {};
   std::error_code error;
-  return fs::absolute(options.report.empty() ? kDefaultReport : options.report, error).string();
+  return fs::absolute(options.report.empty() ? DefaultReport() : options.report, error).string();
 }
 
 void SetEnvironment(const Context& context, const std::string& report, const Files& files) {
@@ -167,7 +168,7 @@ void AddExecCommand(CLI::App& program, Context& context) {
                    "The report's path; %p stands for the\n"
                    "process id, %e for the program's name,\n"
                    "%t for the time of its start. Default:\n" +
-                       std::string(kDefaultReport) + " in the\ncurrent directory")
+                       DefaultReport() + " in the\ncurrent directory")
       ->type_name("PATTERN");
   exec->add_option("PROGRAM", options->words, "The program and its arguments, behind \"--\"")
       ->type_name("[ARGUMENT...]")

@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 
-#include "command/step_back_option.h"
+#include "command/adjustment_option.h"
 #include "command/subcommand.h"
-#include "toolkit/report/normalize.h"
+#include "tarvo/report/normalize.h"
 
 namespace tarvo::command {
 namespace {
@@ -13,9 +13,9 @@ namespace {
 constexpr const char* kFooter =
     R"(Reports of tarvo's own capture name a frame's module, function and address in one
 text. The printed report has them where other reports have them: module,
-function with offset, program counter. Return addresses are stepped back by one
-byte, into the call; those of interrupted frames are not. `tarvo resolve` does the
-same on a copy before it resolves; the report itself is never changed.
+function with offset, program counter. Return addresses are adjusted: one byte
+less, so that they lie in the call. `tarvo resolve` does the same on a copy before
+it resolves; the report itself is never changed.
 
 The shared options and the exit statuses are those of `tarvo --help`.
 
@@ -25,14 +25,14 @@ Example:
 
 struct NormalizeOptions {
   std::string report;
-  StepBack stepBack = StepBack::OwnReports;
+  report::ReturnAddressAdjustment adjustment = report::ReturnAddressAdjustment::OwnReports;
 };
 
 int PrintNormalized(Host& host, const NormalizeOptions& options) {
   const Url report = Url::FromSystemPath(options.report);
   const Result<String> text = host.Services().Files().ReadText(report);
   if (!text) return Fail(text.GetError());
-  const std::string normalized = Normalized(text->View(), options.stepBack);
+  const std::string normalized = report::Normalized(text->View(), options.adjustment);
   std::fwrite(normalized.data(), 1, normalized.size(), stdout);
   return kDone;
 }
@@ -44,7 +44,7 @@ void AddNormalizeCommand(CLI::App& program, Context& context) {
   normalize->footer(kFooter);
   auto options = std::make_shared<NormalizeOptions>();
   normalize->add_option("REPORT", options->report, "The crash report")->required();
-  AddStepBackOptions(*normalize, options->stepBack);
+  AddAdjustmentOptions(*normalize, options->adjustment);
   normalize->callback([&context, options] {
     context.action = [&context, options] {
       return WithHost(context, [options](Host& host) { return PrintNormalized(host, *options); });

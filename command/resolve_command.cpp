@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "command/step_back_option.h"
+#include "command/adjustment_option.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
 #include "toolkit/resolve/outcome_files.h"
@@ -50,7 +50,7 @@ struct ResolveOptions {
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   bool missingOnly = false;
   bool isQuiet = false;
-  StepBack stepBack = StepBack::OwnReports;
+  report::ReturnAddressAdjustment adjustment = report::ReturnAddressAdjustment::OwnReports;
 };
 
 /// The directory of an option or, without it, of a configuration entry; empty where neither is set.
@@ -61,7 +61,7 @@ Result<Url> Directory(const Host& host, const std::string& option, std::string_v
   return Url();
 }
 
-Result<ReportResolver::Settings> Settings(Host& host, const ResolveOptions& options) {
+Result<report::ResolveOptions> Settings(Host& host, const ResolveOptions& options) {
   constexpr SourceFile kSource{"command/resolve"};
   const Result<Url> archives = Directory(host, options.archives, "g_symbolArchiveDirectory");
   if (!archives) return archives.GetError();
@@ -71,14 +71,10 @@ Result<ReportResolver::Settings> Settings(Host& host, const ResolveOptions& opti
     return Error::IllegalArgument(
         kSource.Here(), Format("@ is required.", archives->IsEmpty() ? "--archives" : "--cache"));
   }
-  FileService& files = host.Services().Files();
-  if (files.Detect(*archives) != FileKind::Directory) {
-    return Error::File(kSource.Here(),
-                       Format("The archive directory \"@\" is no directory.", *archives),
-                       *archives);
-  }
-  if (auto made = files.CreateDirectory(*cache); !made) return made.GetError();
-  return ReportResolver::Settings{*archives, *cache, options.stepBack};
+  const report::ResolveOptions settings{*archives, *cache, options.adjustment};
+  if (auto prepared = report::PrepareDirectories(host.Services().Files(), settings); !prepared)
+    return prepared.GetError();
+  return settings;
 }
 
 /// Takes the reports out that need no resolving; how many these are.
@@ -91,7 +87,7 @@ int Resolve(Host& host, const ResolveOptions& options) {
   Framework& framework = host.Services();
   const auto settings = Settings(host, options);
   if (!settings) return Fail(settings.GetError(), kWrongUsage);
-  Result<ReportResolver> resolver = ReportResolver::Make(framework, *settings);
+  Result<report::ReportResolver> resolver = report::ReportResolver::Make(framework, *settings);
   if (!resolver) return Fail(resolver.GetError());
 
   ReportList list = ListReports(framework.Files(), options.paths);
@@ -142,7 +138,7 @@ void AddOptions(CLI::App& resolve, ResolveOptions& options) {
   resolve.add_option("--summary", options.summary, "Write the summary to FILE, as JSON")
       ->type_name("FILE");
   resolve.add_flag("--quiet", options.isQuiet, "Print failures only");
-  AddStepBackOptions(resolve, options.stepBack);
+  AddAdjustmentOptions(resolve, options.adjustment);
 }
 
 }  // namespace

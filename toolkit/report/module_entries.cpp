@@ -4,18 +4,23 @@
 #include <map>
 #include <utility>
 
-namespace tarvo::toolkit {
+#include "tarvo/crash_report.h"
+
+namespace tarvo::report {
+
+namespace key = crash_report::key;
+
 namespace {
 
 /// As "%p" prints an address: zero is "(nil)".
 std::optional<std::uint64_t> ParseBase(std::string_view text) noexcept {
-  return text == "(nil)" ? 0 : ParseAddress(text);
+  return text == crash_report::kNull ? 0 : ParseAddress(text);
 }
 
 void Add(ModuleEntry& module, const KeyValue& line) {
-  if (line.key == "Executable") module.path = line.value;
-  if (line.key == "Build") module.build = line.value;
-  if (line.key == "BaseAddress") module.base = ParseBase(line.value);
+  if (line.key == key::kExecutable) module.path = line.value;
+  if (line.key == key::kBuild) module.build = line.value;
+  if (line.key == key::kBaseAddress) module.base = ParseBase(line.value);
 }
 
 }  // namespace
@@ -62,4 +67,4 @@ std::string_view SharedBuild(std::span<const ModuleEntry> modules) {
   return shared;
 }
 
-}  // namespace tarvo::toolkit
+}  // namespace tarvo::report

@@ -10,7 +10,7 @@
 #include "toolkit/report/own_frame.h"
 #include "toolkit/report/report_lines.h"
 
-namespace tarvo::toolkit {
+namespace tarvo::report {
 
 /// An entry of a report's list of modules.
 struct ModuleEntry {
@@ -32,4 +32,4 @@ struct ModuleEntry {
 /// The build that all modules with a build share; empty when there are several, or none.
 [[nodiscard]] std::string_view SharedBuild(std::span<const ModuleEntry> modules);
 
-}  // namespace tarvo::toolkit
+}  // namespace tarvo::report

@@ -1,51 +1,57 @@
 #include "toolkit/report/own_frame.h"
 
-#include <charconv>
+#include "tarvo/crash_report.h"
+#include "toolkit/report/report_lines.h"
 
-namespace tarvo::toolkit {
+namespace tarvo::report {
 namespace {
 
-constexpr std::string_view kAddressStart = "[";
-constexpr std::string_view kNoProgramCounter = " PC: (nil))";
+namespace frame = crash_report::frame;
 
-/// "libscene.so(update+0x1c) " into module, function and offset.
-bool SplitName(std::string_view name, OwnFrame& frame) noexcept {
+/// Takes `end` off the end of `text`; whether it stood there.
+bool TakeEnd(std::string_view& text, std::string_view end) noexcept {
+  const bool isThere = text.ends_with(end);
+  if (isThere) text.remove_suffix(end.size());
+  return isThere;
+}
+
+/// "libscene.so(update+0x1c) " into module, function and offset; or nothing at all.
+bool SplitName(std::string_view name, FrameText& text) noexcept {
   if (name.empty()) return true;
   const std::size_t open = name.rfind('(');
-  if (open == std::string_view::npos || !name.ends_with(") ")) return false;
-  frame.module = name.substr(0, open);
-  const std::string_view inside = name.substr(open + 1, name.size() - open - 3);
-  const std::size_t sign = inside.find_last_of("+-");
-  frame.function = inside.substr(0, sign);
-  frame.offset = sign == std::string_view::npos ? std::string_view{} : inside.substr(sign);
+  if (open == std::string_view::npos || !TakeEnd(name, ") ")) return false;
+  text.module = name.substr(0, open);
+  text.place = name.substr(open + 1);
+  const std::size_t sign = text.place.find_last_of("+-");
+  text.function = text.place.substr(0, sign);
+  if (sign != std::string_view::npos) text.offset = text.place.substr(sign);
   return true;
 }
 
 }  // namespace
 
+std::optional<FrameText> ParseFrameText(std::string_view text) noexcept {
+  const std::size_t bracket = text.rfind('[');
+  if (bracket == std::string_view::npos || !TakeEnd(text, "]")) return std::nullopt;
+  const auto address = ParseAddress(text.substr(bracket + 1));
+  FrameText parts;
+  if (!address || !SplitName(text.substr(0, bracket), parts)) return std::nullopt;
+  parts.address = *address;
+  return parts;
+}
+
 std::optional<OwnFrame> ParseOwnFrame(std::string_view content) noexcept {
-  const std::size_t nameEnd = content.rfind("]:\t(nil) (SP: ");
-  if (nameEnd == std::string_view::npos || !content.ends_with(kNoProgramCounter))
+  std::string_view text = content;
+  if (!TakeEnd(text, ")") || !TakeEnd(text, crash_report::kNull) ||
+      !TakeEnd(text, frame::kProgramCounter))
     return std::nullopt;
-  const std::string_view text = content.substr(0, nameEnd);
-  const std::size_t bracket = text.rfind(kAddressStart);
-  if (bracket == std::string_view::npos) return std::nullopt;
-  const auto address = ParseAddress(text.substr(bracket + kAddressStart.size()));
-  OwnFrame frame;
-  if (!address || !SplitName(text.substr(0, bracket), frame)) return std::nullopt;
-  frame.address = *address;
-  frame.tail = content.substr(content.find(" (SP: ", nameEnd));
-  frame.tail.remove_suffix(kNoProgramCounter.size());
-  return frame;
+  const std::size_t stackPointer = text.rfind(frame::kStackPointer);
+  if (stackPointer == std::string_view::npos) return std::nullopt;
+  const std::string_view tail = text.substr(stackPointer);
+  text = text.substr(0, stackPointer);
+  if (!TakeEnd(text, crash_report::kNull) || !TakeEnd(text, frame::kFunction)) return std::nullopt;
+  const auto parts = ParseFrameText(text);
+  return parts ? std::optional(OwnFrame{*parts, tail}) : std::nullopt;
 }
 
-std::optional<std::uint64_t> ParseAddress(std::string_view text) noexcept {
-  if (!text.starts_with("0x")) return std::nullopt;
-  std::uint64_t number = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, status] = std::from_chars(text.data() + 2, end, number, 16);
-  if (status != std::errc{} || stop != end) return std::nullopt;
-  return number;
-}
-
-}  // namespace tarvo::toolkit
+}  // namespace tarvo::report

@@ -1,10 +1,15 @@
 #include "toolkit/report/report_lines.h"
 
-namespace tarvo::toolkit {
-namespace {
+#include <algorithm>
+#include <charconv>
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::string_view kOwnHeader = "TARVO_Crash_Report";
+#include "tarvo/crash_report.h"
+
+namespace tarvo::report {
+
+namespace section = crash_report::section;
+
+namespace {
 
 /// The blocks whose lines have a meaning here.
 enum class Block { Body, Skipped, Stacks, Thread, Registers, Variables, Modules, Module };
@@ -65,27 +70,28 @@ class Reader {
   }
 
   LineKind ReadBody(std::string_view content) noexcept {
-    if (Opens(content, "Call_Stacks")) block_ = Block::Stacks;
-    if (Opens(content, "Loaded_Modules")) block_ = Block::Modules;
-    if (Opens(content, "Critical_Log")) block_ = Block::Skipped;
+    if (Opens(content, section::kCallStacks)) block_ = Block::Stacks;
+    if (Opens(content, section::kLoadedModules)) block_ = Block::Modules;
+    if (Opens(content, section::kCriticalLog)) block_ = Block::Skipped;
     return LineKind::Other;
   }
 
   LineKind ReadStacks(std::string_view content) noexcept {
-    if (!content.starts_with("Call_Stack_Thread_")) return Leave(content == "}", Block::Body);
+    if (!content.starts_with(section::kThreadPrefix)) return Leave(content == "}", Block::Body);
     block_ = Block::Thread;
     return LineKind::Thread;
   }
 
   LineKind ReadThread(std::string_view content) noexcept {
-    if (Opens(content, "Registers")) return Enter(Block::Registers);
-    if (Opens(content, "Variables")) return Enter(Block::Variables);
+    if (Opens(content, section::kRegisters)) return Enter(Block::Registers);
+    if (Opens(content, section::kVariables)) return Enter(Block::Variables);
     if (content.starts_with('}')) return Leave(true, Block::Stacks);
     return content.empty() || content == "{" ? LineKind::Other : LineKind::Frame;
   }
 
   LineKind ReadModules(std::string_view content) noexcept {
-    if (FirstWord(content) != "ModuleName") return Leave(content == "}", Block::Body);
+    if (FirstWord(content) != crash_report::key::kModuleName)
+      return Leave(content == "}", Block::Body);
     block_ = Block::Module;
     return LineKind::Module;
   }
@@ -108,12 +114,33 @@ std::optional<KeyValue> SplitKeyValue(std::string_view line) noexcept {
   return KeyValue{Content(line.substr(0, equals)), Content(line.substr(equals + 1))};
 }
 
-bool IsOwnReport(std::string_view report) noexcept {
-  if (report.starts_with(kByteOrderMark)) report.remove_prefix(kByteOrderMark.size());
-  const std::size_t start = report.find_first_not_of(" \t\r\n");
-  if (start == std::string_view::npos) return false;
-  report.remove_prefix(start);
-  return Opens(report.substr(0, report.find_first_of("\r\n")), kOwnHeader);
+std::optional<std::uint64_t> ParseAddress(std::string_view text) noexcept {
+  if (!text.starts_with(crash_report::kHexadecimal)) return std::nullopt;
+  text.remove_prefix(crash_report::kHexadecimal.size());
+  std::uint64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, status] = std::from_chars(text.data(), end, number, 16);
+  if (status != std::errc{} || stop != end) return std::nullopt;
+  return number;
+}
+
+void AppendAddress(std::string& text, std::uint64_t address) {
+  char digits[16];
+  const auto end = std::to_chars(digits, digits + sizeof digits, address, 16).ptr;
+  text += crash_report::kHexadecimal;
+  text.append(digits, end);
+}
+
+std::string_view Magic(std::string_view text) noexcept {
+  if (text.starts_with(crash_report::kByteOrderMark))
+    text.remove_prefix(crash_report::kByteOrderMark.size());
+  const std::size_t start = text.find_first_not_of(" \t\r\n");
+  if (start == std::string_view::npos) return {};
+  text.remove_prefix(start);
+  const std::string_view line = text.substr(0, text.find_first_of("\r\n"));
+  const auto magic = std::ranges::find_if(
+      crash_report::kMagics, [&](std::string_view known) { return Opens(line, known); });
+  return magic == crash_report::kMagics.end() ? std::string_view() : *magic;
 }
 
 std::vector<ReportLine> CutReport(std::string_view report) {
@@ -129,4 +156,4 @@ std::vector<ReportLine> CutReport(std::string_view report) {
   return lines;
 }
 
-}  // namespace tarvo::toolkit
+}  // namespace tarvo::report

@@ -1,13 +1,15 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
 /// The lines of a crash report, with what each one is. Anything can be cut so: what fits no rule is
 /// `Other`. All texts are views of the report.
-namespace tarvo::toolkit {
+namespace tarvo::report {
 
 enum class LineKind {
   Other,
@@ -25,8 +27,8 @@ struct ReportLine {
 
 [[nodiscard]] std::vector<ReportLine> CutReport(std::string_view report);
 
-/// Whether it is a report of this project's own capture.
-[[nodiscard]] bool IsOwnReport(std::string_view report) noexcept;
+/// The first word of a report, one of crash_report::kMagics; empty when the text is no report.
+[[nodiscard]] std::string_view Magic(std::string_view text) noexcept;
 
 /// `line` without blanks and line end around it.
 [[nodiscard]] std::string_view Content(std::string_view line) noexcept;
@@ -38,4 +40,9 @@ struct KeyValue {
 /// "KEY = VALUE"; nothing when there is no "=".
 [[nodiscard]] std::optional<KeyValue> SplitKeyValue(std::string_view line) noexcept;
 
-}  // namespace tarvo::toolkit
+/// "0x7f2a…" as a number; nothing when it is another text.
+[[nodiscard]] std::optional<std::uint64_t> ParseAddress(std::string_view text) noexcept;
+/// Appends `address` as such a text.
+void AppendAddress(std::string& text, std::uint64_t address);
+
+}  // namespace tarvo::report

@@ -4,6 +4,7 @@
 #include <optional>
 #include <system_error>
 
+#include "tarvo/report/resolve.h"
 #include "tarvo/symbol_archive.h"
 
 namespace tarvo::toolkit {
@@ -23,9 +24,6 @@ std::optional<fs::file_time_type> TimeOf(const Url& file) {
 
 }  // namespace
 
-Url DocumentOf(const Url& report) { return report.WithSuffix("resolved.json").ValueOr({}); }
-Url CopyOf(const Url& report) { return report.WithSuffix("source").ValueOr({}); }
-
 Freshness::Freshness(const Url& archives) {
   std::error_code end;
   fs::recursive_directory_iterator entries(archives.SystemPath().View(),
@@ -42,8 +40,8 @@ Freshness::Freshness(const Url& archives) {
 }
 
 bool Freshness::IsUpToDate(const Report& report) const {
-  const auto document = TimeOf(DocumentOf(report.file));
-  const auto copy = TimeOf(CopyOf(report.file));
+  const auto document = TimeOf(report::DocumentOf(report.file));
+  const auto copy = TimeOf(report::CopyOf(report.file));
   const auto source = TimeOf(report.file);
   if (!document || !copy || !source) return false;
   const auto oldest = std::min(*document, *copy);

@@ -9,10 +9,6 @@
 
 namespace tarvo::toolkit {
 
-/// The files that resolving `report` leaves beside it.
-[[nodiscard]] Url DocumentOf(const Url& report);
-[[nodiscard]] Url CopyOf(const Url& report);
-
 /// Tells which reports need no resolving again.
 class Freshness {
  public:

@@ -7,13 +7,13 @@
 #include <unordered_map>
 #include <utility>
 
+#include "tarvo/crash_report.h"
 #include "tarvo/format.h"
+#include "tarvo/report/normalize.h"
 #include "toolkit/report/report_lines.h"
 
 namespace tarvo::toolkit {
 namespace {
-
-constexpr std::string_view kReportNameEnd = "_bugreport.txt";
 
 struct Found {
   std::string canonical;  ///< the path with no links in its directory
@@ -81,7 +81,7 @@ class Collector {
       if ((entry.attributes & kSkippedAttribute) != 0) continue;
       if ((entry.attributes & kDirectoryAttribute) != 0) {
         AddDirectory(entry.url);
-      } else if (entry.name.ToLower().EndsWith(kReportNameEnd)) {
+      } else if (crash_report::IsReportName(entry.name)) {
         AddFile(entry.url);
       }
     }
@@ -94,13 +94,13 @@ class Collector {
 }  // namespace
 
 Builds BuildsIn(std::string_view report) {
-  constexpr std::string_view kKey = "Build";
+  constexpr std::string_view kKey = crash_report::key::kBuild;
   Builds builds;
   while (!report.empty() && builds.size() < kMaximumBuilds) {
     const std::string_view line = report.substr(0, report.find('\n'));
     report.remove_prefix(std::min(report.size(), line.size() + 1));
-    if (!Content(line).starts_with(kKey)) continue;
-    const auto entry = SplitKeyValue(line);
+    if (!report::Content(line).starts_with(kKey)) continue;
+    const auto entry = report::SplitKeyValue(line);
     if (!entry || entry->key != kKey || entry->value.empty()) continue;
     if (std::ranges::find(builds, entry->value) == builds.end()) builds.emplace_back(entry->value);
   }
@@ -121,7 +121,7 @@ ReportList ListReports(FileService& files, const std::vector<std::string>& paths
     const Builds named = BuildsIn(*text);
     std::shared_ptr<const Builds>& builds = known[named];
     if (builds == nullptr) builds = std::make_shared<const Builds>(named);
-    list.reports.push_back({std::move(file), builds, IsOwnReport(*text)});
+    list.reports.push_back({std::move(file), builds, report::IsOwnReport(*text)});
   }
   list.failures = std::move(collector.failures);
   return list;

@@ -42,7 +42,7 @@ class Interruptible {
 
 class Run {
  public:
-  Run(ReportResolver& resolver, const std::vector<Report>& reports, Summary& summary)
+  Run(report::ReportResolver& resolver, const std::vector<Report>& reports, Summary& summary)
       : resolver_(resolver), reports_(reports), summary_(summary), schedule_(reports) {}
 
   void InThreads(std::size_t count, ClockService& clock, Progress& progress) {
@@ -74,7 +74,7 @@ class Run {
   }
 
   Result<void> Resolve(std::size_t report) try {
-    return resolver_.Resolve(reports_[report], report);
+    return resolver_.Resolve(reports_[report].file, reports_[report].isOwn);
   } catch (const std::exception& exception) {
     return Error::Plain({}, exception.what());
   }
@@ -90,7 +90,7 @@ class Run {
     }
   }
 
-  ReportResolver& resolver_;
+  report::ReportResolver& resolver_;
   const std::vector<Report>& reports_;
   Summary& summary_;
   Schedule schedule_;
@@ -102,8 +102,9 @@ class Run {
 
 }  // namespace
 
-void ResolveAll(Framework& framework, ReportResolver& resolver, const std::vector<Report>& reports,
-                std::size_t threads, bool isQuiet, Summary& summary) {
+void ResolveAll(Framework& framework, report::ReportResolver& resolver,
+                const std::vector<Report>& reports, std::size_t threads, bool isQuiet,
+                Summary& summary) {
   const Interruptible interruptible;
   Progress progress(isQuiet);
   Run(resolver, reports, summary)

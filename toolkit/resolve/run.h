@@ -2,7 +2,8 @@
 
 #include <vector>
 
-#include "toolkit/resolve/report_resolver.h"
+#include "toolkit/report/report_resolver.h"
+#include "toolkit/resolve/report_list.h"
 #include "toolkit/resolve/summary.h"
 
 namespace tarvo::toolkit {
@@ -10,7 +11,8 @@ namespace tarvo::toolkit {
 /// Resolves `reports` in `threads` threads and adds what came of it to `summary`. Progress is shown
 /// meanwhile. The first SIGINT or SIGTERM ends it after the reports that are being resolved, the
 /// second one ends the program.
-void ResolveAll(Framework& framework, ReportResolver& resolver, const std::vector<Report>& reports,
-                std::size_t threads, bool isQuiet, Summary& summary);
+void ResolveAll(Framework& framework, report::ReportResolver& resolver,
+                const std::vector<Report>& reports, std::size_t threads, bool isQuiet,
+                Summary& summary);
 
 }  // namespace tarvo::toolkit

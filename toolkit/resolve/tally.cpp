@@ -2,6 +2,8 @@
 
 #include <numeric>
 
+#include "tarvo/crash_report.h"
+
 namespace tarvo::toolkit {
 namespace {
 
@@ -34,7 +36,7 @@ class FrameCounter final : public Counted<ResolveObserver> {
 
 /// What would have to be there for the frame to be resolved.
 Tally::Lack LackOf(const FrameReport& report) {
-  const auto* module = report.frame.FindAs<String>("ModuleName");
+  const auto* module = report.frame.FindAs<String>(crash_report::property::kModuleName);
   const bool isOfWholeBuild = report.outcome == FrameOutcome::NoArchive ||
                               report.outcome == FrameOutcome::UnreadableArchive;
   return {report.outcome, report.build, module == nullptr || isOfWholeBuild ? String() : *module};

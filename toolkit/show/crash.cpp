@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <vector>
+
+#include "tarvo/crash_report.h"
+#include "toolkit/report/handler_frames.h"
 
 namespace tarvo::toolkit {
 namespace {
-
-constexpr std::string_view kHandlerModule = "crashhandler.so";
-/// The crash guard's part of the way, where the compiler has left it a frame.
-constexpr std::string_view kHostLibrary = "libtarvo.so";
 
 /// A number as reports write it: "0x…" or decimal.
 std::optional<std::uint64_t> ToNumber(std::string_view text) {
@@ -20,27 +20,19 @@ std::optional<std::uint64_t> ToNumber(std::string_view text) {
   return status == std::errc{} && stop == end ? std::optional(number) : std::nullopt;
 }
 
-bool IsOfHandler(const DocumentFrame& frame) { return frame.module == kHandlerModule; }
-
-bool HasHandlerFrames(const DocumentThread& thread) {
-  return std::ranges::any_of(thread.frames, IsOfHandler);
+std::optional<report::HandlerFrames> HandlerFramesOf(const DocumentThread& thread) {
+  std::vector<report::FrameName> names;
+  names.reserve(thread.frames.size());
+  for (const DocumentFrame& frame : thread.frames)
+    names.push_back({.module = frame.module, .function = frame.function});
+  return report::FindHandlerFrames(names);
 }
 
-/// The C library's signal trampoline has a name in few symbol tables only.
-bool IsTrampoline(const DocumentFrame& frame) {
-  return frame.module.starts_with("libc.so") &&
-         (frame.function.starts_with('+') || frame.function.starts_with("__restore_rt"));
-}
+bool HasHandlerFrames(const DocumentThread& thread) { return HandlerFramesOf(thread).has_value(); }
 
 std::size_t CrashedFrame(const DocumentThread& thread) {
-  const auto& frames = thread.frames;
-  const auto first = std::ranges::find_if(frames, IsOfHandler);
-  if (first == frames.end()) return 0;
-  const auto behind = std::find_if(first, frames.end(), [](const DocumentFrame& frame) {
-    return !IsOfHandler(frame) && !frame.module.starts_with(kHostLibrary);
-  });
-  const auto index = static_cast<std::size_t>(behind - frames.begin());
-  return index + (behind != frames.end() && IsTrampoline(*behind) ? 1 : 0);
+  const auto handler = HandlerFramesOf(thread);
+  return handler ? handler->Interrupted() : 0;
 }
 
 template <typename Is>
@@ -53,9 +45,10 @@ std::optional<Crash> FindThread(const CrashDocument& document, Is is) {
 }  // namespace
 
 std::optional<Crash> FindCrash(const CrashDocument& document) {
-  if (const auto number = ToNumber(FindText(document.exception, "Thread"))) {
+  if (const auto number =
+          ToNumber(FindText(document.exception, crash_report::key::kExceptionThread))) {
     const auto byRegister = FindThread(document, [&](const DocumentThread& thread) {
-      return ToNumber(FindText(thread.registers, "fs_base")) == number;
+      return ToNumber(FindText(thread.registers, crash_report::kThreadRegister)) == number;
     });
     if (byRegister) return byRegister;
     const auto byNumber =

@@ -7,6 +7,7 @@
 
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
+#include "toolkit/report/report_lines.h"
 #include "toolkit/show/document_reader.h"
 
 namespace tarvo::toolkit {
@@ -29,13 +30,6 @@ Error JsonError(std::string_view text, const std::string& name,
                       .ToStdString());
 }
 
-/// Whether the text is a report itself, which names its form in the first line.
-bool IsReport(std::string_view text) {
-  constexpr std::size_t kLongestFirstLine = 100;
-  const std::string_view start = text.substr(0, kLongestFirstLine);
-  return start.substr(0, start.find('\n')).find("_Crash_Report") != std::string_view::npos;
-}
-
 }  // namespace
 
 std::string_view FindText(const TextPairs& pairs, std::string_view key) {
@@ -44,7 +38,7 @@ std::string_view FindText(const TextPairs& pairs, std::string_view key) {
 }
 
 Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::string& name) {
-  if (IsReport(text))
+  if (!report::Magic(text).empty())
     return NotShown(kSource.Here(), name,
                     "found a crash report that is not resolved; run `tarvo resolve` on it first, "
                     "and show the file *.resolved.json that it leaves.");

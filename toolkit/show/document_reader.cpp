@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+
+#include "tarvo/crash_report.h"
+#include "toolkit/report/own_frame.h"
 
 namespace tarvo::toolkit {
+
+namespace property = crash_report::property;
+
 namespace {
 
 using Place = DocumentReader::Place;
@@ -16,21 +21,22 @@ struct Step {
   bool isArray;
   Place to;
 };
-constexpr std::array kSteps = {Step{Place::Outside, "", false, Place::Document},
-                               Step{Place::Document, "ApplicationInfo", false, Place::Application},
-                               Step{Place::Document, "ComputerInfo", false, Place::Computer},
-                               Step{Place::Document, "Exception", false, Place::Exception},
-                               Step{Place::Document, "Threads", true, Place::Threads},
-                               Step{Place::Threads, "", false, Place::Thread},
-                               Step{Place::Thread, "Properties", false, Place::Variables},
-                               Step{Place::Thread, "Registers", false, Place::Registers},
-                               Step{Place::Thread, "Callstack", true, Place::Frames},
-                               Step{Place::Frames, "", false, Place::Frame},
-                               Step{Place::Document, "LoadedModules", true, Place::Modules},
-                               Step{Place::Modules, "", false, Place::Module},
-                               Step{Place::Document, "Documents", true, Place::Scenes},
-                               Step{Place::Scenes, "", false, Place::Scene},
-                               Step{Place::Document, "CriticalLog", true, Place::CriticalLog}};
+constexpr std::array kSteps = {
+    Step{Place::Outside, "", false, Place::Document},
+    Step{Place::Document, property::kApplicationInfo, false, Place::Application},
+    Step{Place::Document, property::kComputerInfo, false, Place::Computer},
+    Step{Place::Document, property::kException, false, Place::Exception},
+    Step{Place::Document, property::kThreads, true, Place::Threads},
+    Step{Place::Threads, "", false, Place::Thread},
+    Step{Place::Thread, property::kProperties, false, Place::Variables},
+    Step{Place::Thread, property::kRegisters, false, Place::Registers},
+    Step{Place::Thread, property::kCallstack, true, Place::Frames},
+    Step{Place::Frames, "", false, Place::Frame},
+    Step{Place::Document, property::kLoadedModules, true, Place::Modules},
+    Step{Place::Modules, "", false, Place::Module},
+    Step{Place::Document, property::kDocuments, true, Place::Scenes},
+    Step{Place::Scenes, "", false, Place::Scene},
+    Step{Place::Document, property::kCriticalLog, true, Place::CriticalLog}};
 
 /// The members that are known: which value they set. The object that they are of is the last one.
 template <typename Value>
@@ -43,34 +49,34 @@ DocumentFrame& LastFrame(CrashDocument& document) { return document.threads.back
 
 using Text = std::string_view;
 constexpr std::array kTexts = {
-    Field<Text>{Place::Frame, "ModuleName",
+    Field<Text>{Place::Frame, property::kModuleName,
                 [](CrashDocument& d, Text text) { LastFrame(d).module = text; }},
-    Field<Text>{Place::Frame, "FunctionName",
+    Field<Text>{Place::Frame, property::kFunctionName,
                 [](CrashDocument& d, Text text) { LastFrame(d).function = text; }},
-    Field<Text>{Place::Frame, "SourceFileName",
+    Field<Text>{Place::Frame, property::kSourceFileName,
                 [](CrashDocument& d, Text text) { LastFrame(d).sourceFile = text; }},
-    Field<Text>{Place::Module, "ModuleName",
+    Field<Text>{Place::Module, property::kModuleName,
                 [](CrashDocument& d, Text text) { d.modules.back().name = text; }},
-    Field<Text>{Place::Module, "Build",
+    Field<Text>{Place::Module, property::kBuild,
                 [](CrashDocument& d, Text text) { d.modules.back().build = text; }},
-    Field<Text>{Place::Scene, "DocumentName",
+    Field<Text>{Place::Scene, property::kDocumentName,
                 [](CrashDocument& d, Text text) { d.scenes.back().first = text; }},
-    Field<Text>{Place::Scene, "DocumentPath",
+    Field<Text>{Place::Scene, property::kDocumentPath,
                 [](CrashDocument& d, Text text) { d.scenes.back().second = text; }},
     Field<Text>{Place::CriticalLog, "",
                 [](CrashDocument& d, Text text) { d.criticalLog.push_back(text); }}};
 
 using Number = std::uint64_t;
 constexpr std::array kNumbers = {
-    Field<Number>{Place::Thread, "ThreadNumber",
+    Field<Number>{Place::Thread, property::kThreadNumber,
                   [](CrashDocument& d, Number number) { d.threads.back().number = number; }},
-    Field<Number>{Place::Frame, "SourceLine",
+    Field<Number>{Place::Frame, property::kSourceLine,
                   [](CrashDocument& d, Number number) { LastFrame(d).sourceLine = number; }},
-    Field<Number>{Place::Frame, "Address",
+    Field<Number>{Place::Frame, property::kAddress,
                   [](CrashDocument& d, Number number) { LastFrame(d).address = number; }},
-    Field<Number>{Place::Module, "BaseAddress",
+    Field<Number>{Place::Module, property::kBaseAddress,
                   [](CrashDocument& d, Number number) { d.modules.back().baseAddress = number; }},
-    Field<Number>{Place::Module, "BaseSize",
+    Field<Number>{Place::Module, property::kBaseSize,
                   [](CrashDocument& d, Number number) { d.modules.back().size = number; }}};
 
 template <typename Fields, typename Value>
@@ -81,21 +87,14 @@ void SetField(const Fields& fields, Place place, std::string_view key, CrashDocu
   if (field != fields.end()) field->set(document, value);
 }
 
-/// Takes a frame apart that its report has in one text, "libscene.so(_ZN5scene+0x30) [0x7fe3]", as
-/// capture writes it and resolution leaves it.
+/// Takes a frame apart that its report has in one text, as capture writes it and resolution leaves
+/// it.
 void SplitModuleText(DocumentFrame& frame) {
-  const std::size_t open = frame.module.rfind('(');
-  const std::size_t close = frame.module.rfind(") [0x");
-  if (open == std::string_view::npos || close == std::string_view::npos || close < open ||
-      !frame.module.ends_with(']'))
-    return;
-  const std::string_view digits = frame.module.substr(close + 5);
-  std::uint64_t address = 0;
-  if (std::from_chars(digits.data(), digits.data() + digits.size() - 1, address, 16).ec ==
-      std::errc{})
-    frame.address = address;
-  frame.function = frame.module.substr(open + 1, close - open - 1);
-  frame.module = frame.module.substr(0, open);
+  const auto text = report::ParseFrameText(frame.module);
+  if (!text || text->module.empty()) return;
+  frame.module = text->module;
+  frame.function = text->place;
+  frame.address = text->address;
 }
 
 }  // namespace
@@ -120,7 +119,7 @@ bool DocumentReader::Close() {
     --unknownDepth_;
     return true;
   }
-  if (places_.back() == Place::Frame && LastFrame(document_).function == "(nil)")
+  if (places_.back() == Place::Frame && LastFrame(document_).function == crash_report::kNull)
     SplitModuleText(LastFrame(document_));
   places_.pop_back();
   return true;
@@ -173,7 +172,7 @@ bool DocumentReader::Uint64(std::uint64_t value) {
 }
 
 bool DocumentReader::Bool(bool value) {
-  if (unknownDepth_ == 0 && places_.back() == Place::Module && key_ == "IsExecutable")
+  if (unknownDepth_ == 0 && places_.back() == Place::Module && key_ == property::kIsExecutable)
     document_.modules.back().isExecutable = value;
   return true;
 }

@@ -1,8 +1,10 @@
 #include "toolkit/show/printer.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
+#include "tarvo/crash_report.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/show/crash.h"
@@ -12,6 +14,9 @@
 #include "toolkit/show/style.h"
 
 namespace tarvo::toolkit {
+
+namespace key = crash_report::key;
+
 namespace {
 
 constexpr std::string_view kIndent = "  ";
@@ -27,7 +32,7 @@ std::string Plain(std::string_view text) {
   text = Trimmed(text);
   if (text.size() >= 2 && text.starts_with('"') && text.ends_with('"'))
     text = text.substr(1, text.size() - 2);
-  return SafeText(text == "(nil)" ? "0x0" : text);
+  return SafeText(text == crash_report::kNull ? "0x0" : text);
 }
 
 void AppendPart(std::string& text, std::string_view label, const std::string& part) {
@@ -42,25 +47,27 @@ std::string ApplicationText(const CrashDocument& document) {
   const DocumentModule module =
       executable == document.modules.end() ? DocumentModule{} : *executable;
   std::string text = SafeText(module.name);
-  AppendPart(text, "version ", Plain(FindText(document.application, "PALLADO_Version")));
+  AppendPart(text, "version ", Plain(FindText(document.application, key::kVersion)));
   AppendPart(text, "build ", SafeText(module.build));
   return text;
 }
 
 std::string SystemText(const CrashDocument& document) {
   // What a report without an entry for the system is taken for.
-  const std::string_view system = FindText(document.computer, "OS_Type");
-  std::string text = system == "PALLADO_Crash_Report_LINUX" ? "Linux" : Plain(system);
-  AppendPart(text, "", Plain(FindText(document.application, "TargetCpuArchitecture")));
+  const std::string_view system = FindText(document.computer, key::kOsType);
+  std::string text = system == crash_report::kLinuxMagic ? "Linux" : Plain(system);
+  AppendPart(text, "", Plain(FindText(document.application, key::kArchitecture)));
   return text;
 }
 
 std::string ExceptionText(const CrashDocument& document) {
-  const std::string name = Plain(FindText(document.exception, "ExceptionText"));
-  const std::string number = Plain(FindText(document.exception, "ExceptionNumber"));
+  const std::string name = Plain(FindText(document.exception, key::kExceptionText));
+  const std::string number = Plain(FindText(document.exception, key::kExceptionNumber));
   std::string text = name.empty() || number.empty() ? name + number : name + " (" + number + ')';
+  constexpr std::array kShownOtherwise = {key::kExceptionText, key::kExceptionNumber,
+                                          key::kExceptionThread};
   for (const auto& [key, value] : document.exception)
-    if (key != "ExceptionText" && key != "ExceptionNumber" && key != "Thread")
+    if (std::ranges::find(kShownOtherwise, key) == kShownOtherwise.end())
       AppendPart(text, Plain(key) + ' ', Plain(value));
   return text;
 }
@@ -122,8 +129,10 @@ class Printer {
   /// The name stands in the title already; the registers at the fault are shown when all are.
   void PrintVariables(TextPairs variables) {
     std::erase_if(variables, [&](const TextPairs::value_type& variable) {
-      const bool isMinor = variable.second.empty() || variable.first.starts_with("Fault_");
-      return variable.first == "ThreadName" || (isMinor && !options_.showsAll);
+      const bool isMinor = variable.second.empty() ||
+                           variable.first.starts_with(crash_report::variable::kFaultRegisterPrefix);
+      return variable.first == crash_report::variable::kThreadName ||
+             (isMinor && !options_.showsAll);
     });
     PrintPairs(variables);
   }
@@ -154,7 +163,7 @@ class Printer {
     constexpr std::size_t kMarkWidth = 10;
     const std::string number = ThreadText(thread);
     std::string title = paint_(Style::Title, number);
-    const std::string name = Plain(FindText(thread.variables, "ThreadName"));
+    const std::string name = Plain(FindText(thread.variables, crash_report::variable::kThreadName));
     if (!name.empty())
       title += "  " + paint_(Style::Title, Fitted(name, number.size() + kMarkWidth));
     if (isCrashed) title += "  " + paint_(Style::Alarm, "crashed");

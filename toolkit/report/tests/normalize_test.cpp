@@ -1,10 +1,10 @@
-#include "toolkit/report/normalize.h"
+#include "tarvo/report/normalize.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace tarvo::toolkit {
+namespace tarvo::report {
 namespace {
 
 /// A frame's line as the capture writes it.
@@ -12,7 +12,7 @@ std::string Own(const std::string& text, const std::string& address) {
   return "\t\t\t" + text + " [0x" + address + "]:\t(nil) (SP: 0x" + address + ", PC: (nil))\n";
 }
 
-/// The same normalized, with another program counter where it is stepped back.
+/// The same normalized, with another program counter where it is adjusted.
 std::string Plain(const std::string& text, const std::string& address, const std::string& counter) {
   return "\t\t\t" + text + " (SP: 0x" + address + ", PC: 0x" + counter + ")\n";
 }
@@ -83,8 +83,8 @@ TEST(NormalizeTest, TakesTheFramesOfOwnReportsApart) {
                            Plain("a.so:\tf + 0x1", "5001", "5000")),
                 modules);
   const std::string report = OwnReport(waiting + crashing + working + wild, modules);
-  EXPECT_EQ(Normalized(report, StepBack::OwnReports), expected);
-  EXPECT_EQ(Normalized(report, StepBack::AllReports), expected);
+  EXPECT_EQ(Normalized(report, ReturnAddressAdjustment::OwnReports), expected);
+  EXPECT_EQ(Normalized(report, ReturnAddressAdjustment::AllReports), expected);
 }
 
 TEST(NormalizeTest, NamesTheProgramAndGivesItTheBuildThatAllShare) {
@@ -118,12 +118,13 @@ TEST(NormalizeTest, NamesTheProgramAndGivesItTheBuildThatAllShare) {
     return report.substr(report.find("\tLoaded_Modules"));
   };
   for (const Case& c : cases)
-    EXPECT_EQ(modulesOf(Normalized(OwnReport(frames, c.modules), StepBack::OwnReports)),
-              modulesOf(OwnReport(frames, c.expected)))
+    EXPECT_EQ(
+        modulesOf(Normalized(OwnReport(frames, c.modules), ReturnAddressAdjustment::OwnReports)),
+        modulesOf(OwnReport(frames, c.expected)))
         << c.name;
 }
 
-TEST(NormalizeTest, StepsBackInOtherReportsOnlyWhenAsked) {
+TEST(NormalizeTest, AdjustsOtherReportsOnlyWhenAsked) {
   const std::string report =
       "PALLADO_Crash_Report_MACOS\r\n{\r\n Call_Stacks {\r\n  Call_Stack_Thread_1 {\r\n"
       "a:\tmain() + 1 (SP: 0x10, PC: 0x100)\r\nlib:\tx::{lambda}::f (SP: 0x10, PC: 0x00A0)\r\n"
@@ -132,19 +133,19 @@ TEST(NormalizeTest, StepsBackInOtherReportsOnlyWhenAsked) {
       "  Call_Stack_Thread_2\r\n  {\r\n  b:\tf (SP: 0x1, PC: 0x20)\r\n  }\r\n }\r\n"
       " Critical_Log {\r\n  Call_Stacks\r\n  Call_Stack_Thread_3\r\n  a: PC: 0x9\r\n  a: PC: "
       "0x9\r\n }\r\n}";
-  std::string stepped = report;
+  std::string adjusted = report;
   for (const auto& [from, to] :
        {std::pair("0x00A0", "0x9f"), std::pair("0xffffffffffffffff", "0xfffffffffffffffe")})
-    stepped.replace(stepped.find(from), std::string(from).size(), to);
-  EXPECT_EQ(Normalized(report, StepBack::AllReports), stepped);
-  EXPECT_EQ(Normalized(report, StepBack::OwnReports), report);
+    adjusted.replace(adjusted.find(from), std::string(from).size(), to);
+  EXPECT_EQ(Normalized(report, ReturnAddressAdjustment::AllReports), adjusted);
+  EXPECT_EQ(Normalized(report, ReturnAddressAdjustment::OwnReports), report);
 }
 
 TEST(NormalizeTest, LeavesWhatItDoesNotUnderstand) {
   const std::string exact = OwnReport(
       Thread(Plain("a.so:\tf + 0x1", "11", "11") + Plain("a.so:\tf + 0x2", "12", "12")), "");
   EXPECT_EQ(Normalized(OwnReport(Thread(Own("a.so(f+0x1)", "11") + Own("a.so(f+0x2)", "12")), ""),
-                       StepBack::None),
+                       ReturnAddressAdjustment::None),
             exact);
   const std::string strange[] = {
       "",
@@ -158,8 +159,8 @@ TEST(NormalizeTest, LeavesWhatItDoesNotUnderstand) {
       exact,
   };
   for (const std::string& report : strange)
-    EXPECT_EQ(Normalized(report, StepBack::OwnReports), report);
+    EXPECT_EQ(Normalized(report, ReturnAddressAdjustment::OwnReports), report);
 }
 
 }  // namespace
-}  // namespace tarvo::toolkit
+}  // namespace tarvo::report

@@ -1,0 +1,41 @@
+#include "toolkit/report/handler_frames.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace tarvo::report {
+namespace {
+
+/// "end" and, where it is the trampoline, "+".
+std::string Found(const std::vector<FrameName>& frames) {
+  const auto found = FindHandlerFrames(frames);
+  return found ? std::to_string(found->end) + (found->hasTrampoline ? "+" : "") : "none";
+}
+
+TEST(HandlerFramesTest, EndBeforeTheTrampoline) {
+  const FrameName called = {"libc.so.6", "syscall+0x19"};
+  const FrameName handler = {"crashhandler.so", "+0x85e0"};
+  const FrameName guard = {"libtarvo.so.1", ""};
+  const FrameName way = {"libc.so.6", "+0x3c050"};
+  const FrameName fault = {"a.so", "Crash+0xe"};
+  const struct {
+    const char* what;
+    std::vector<FrameName> frames;
+    const char* found;
+  } kCases[] = {
+      {"all of them", {called, handler, handler, guard, way, fault}, "4+"},
+      {"no guard, the way back resolved", {handler, {"libc.so.6", "__restore_rt"}, fault}, "1+"},
+      {"a way back without any name", {handler, {"libc.so.6", ""}}, "1+"},
+      {"a thread of the module's own", {handler, {"libc.so.6", "qsort+0x2"}, fault}, "1"},
+      {"called by another library", {handler, {"libcrypto.so.3", "+0x1"}, fault}, "1"},
+      {"nothing but the handler", {handler, guard}, "2"},
+      {"the guard at its own work", {guard, way, fault}, "none"},
+      {"another module", {{"crashhandler.so.1", "+0x1"}, way}, "none"},
+      {"no frames", {}, "none"},
+  };
+  for (const auto& [what, frames, found] : kCases) EXPECT_EQ(Found(frames), found) << what;
+}
+
+}  // namespace
+}  // namespace tarvo::report
