@@ -23,7 +23,7 @@ add_executable(example main.cpp)
 target_link_libraries(example PRIVATE tarvo::host)
 END
 cmake -S "$scratch/example" -B "$scratch/example/build" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$scratch/prefix" -DCMAKE_CXX_FLAGS="${EXAMPLE_FLAGS:-}" >"$scratch/example.log" 2>&1 &&
+  -DCMAKE_PREFIX_PATH="$scratch/prefix" -DCMAKE_CXX_FLAGS="-g ${EXAMPLE_FLAGS:-}" >"$scratch/example.log" 2>&1 &&
   cmake --build "$scratch/example/build" >>"$scratch/example.log" 2>&1 ||
   { cat "$scratch/example.log"; fail "the example does not build"; }
 
@@ -35,6 +35,37 @@ status=0
 example/build/example --g_crashReportUrl=crash_bugreport.txt || status=$?
 [[ $status == 1 ]] || fail "the example's crash ended with status $status instead of 1"
 grep -q 'ExceptionText = "SIGFPE"' crash_bugreport.txt || fail "the example's crash left no report"
+
+# A program that resolves reports itself gets what the command gives.
+mkdir resolving
+cp "$source/examples/resolving/main.cpp" resolving
+cat >resolving/CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(resolving LANGUAGES CXX)
+find_package(tarvo REQUIRED)
+add_executable(resolving main.cpp)
+target_link_libraries(resolving PRIVATE tarvo::report tarvo::host)
+END
+cmake -S resolving -B resolving/build -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" >resolving.log 2>&1 &&
+  cmake --build resolving/build >>resolving.log 2>&1 ||
+  { cat resolving.log; fail "the program that resolves does not build"; }
+[[ ! -e prefix/include/tarvo/report ]] || fail "the SDK's include path reaches what only tarvo::report brings"
+mkdir archives by_call by_command
+for way in by_call by_command; do cp crash_bugreport.txt $way; done
+if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
+  prefix/bin/tarvo pack --build UNKNOWNBUILDID --archives archives example/build/example >/dev/null ||
+    fail "the example cannot be packed"
+fi
+outcome=$(resolving/build/resolving archives cache by_call/crash_bugreport.txt --g_crashlogResolveDiagnosticOutput=0) ||
+  fail "the program does not resolve its report"
+[[ $outcome == by_call/crash_bugreport.resolved.json ]] || fail "the program says \"$outcome\""
+prefix/bin/tarvo resolve --quiet --archives archives --cache cache by_command || fail "the command does not resolve"
+diff -r by_call by_command || fail "the program and the command resolve differently"
+if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
+  line=$(grep -n 'return 100 / divisor' example/main.cpp | cut -d : -f 1)
+  grep -A 1 '"SourceFileName": ".*/example/main.cpp"' by_call/crash_bugreport.resolved.json |
+    grep -q "\"SourceLine\": $line" || fail "the crash is not resolved to line $line of the example"
+fi
 
 # The installed programs find the installed modules.
 prefix/bin/tarvo config | grep -q g_crashReportUrl || fail "the installed tarvo finds no module"
