@@ -10,7 +10,7 @@
 #include "command/adjustment_option.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
-#include "toolkit/resolve/outcome_files.h"
+#include "toolkit/resolve/freshness.h"
 #include "toolkit/resolve/report_list.h"
 #include "toolkit/resolve/run.h"
 #include "toolkit/resolve/summary.h"

@@ -1,4 +1,4 @@
-#include "toolkit/resolve/outcome_files.h"
+#include "toolkit/resolve/freshness.h"
 
 #include <algorithm>
 #include <optional>
