@@ -25,9 +25,16 @@ bool IsTrampoline(const FrameName& frame) {
 
 }  // namespace
 
-std::optional<HandlerFrames> FindHandlerFrames(std::span<const FrameName> frames) {
+std::optional<HandlerFrames> FindHandlerFrames(std::span<const FrameName> frames,
+                                               std::optional<std::uint64_t> fault) {
   const auto first = std::ranges::find_if(frames, IsOfCapture);
   if (first == frames.end()) return std::nullopt;
+  if (fault) {
+    const auto interrupted =
+        std::ranges::find(first + 1, frames.end(), *fault, &FrameName::address);
+    if (interrupted != frames.end())
+      return HandlerFrames{static_cast<std::size_t>(interrupted - frames.begin()) - 1, true};
+  }
   const auto behind = std::find_if_not(first, frames.end(), IsOfHandler);
   return HandlerFrames{static_cast<std::size_t>(behind - frames.begin()),
                        behind != frames.end() && IsTrampoline(*behind)};

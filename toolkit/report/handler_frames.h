@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -11,6 +12,7 @@ namespace tarvo::report {
 struct FrameName {
   std::string_view module;    ///< its file's name
   std::string_view function;  ///< may have its offset behind it
+  std::uint64_t address = 0;
 };
 
 /// Where a thread's call stack shows the crash handler at work. Innermost first there are:
@@ -30,6 +32,11 @@ struct HandlerFrames {
 
 /// Finds the handler in a thread's frames, innermost first; nothing when it is not there. Without a
 /// trampoline behind it the thread may be one of the handler's module's own.
-[[nodiscard]] std::optional<HandlerFrames> FindHandlerFrames(std::span<const FrameName> frames);
+///
+/// `fault`, the program counter at the fault where the report has it, is the interrupted frame's,
+/// if there is such a frame: handlers of the program, which called the crash handler, may stand
+/// between that and the trampoline.
+[[nodiscard]] std::optional<HandlerFrames> FindHandlerFrames(
+    std::span<const FrameName> frames, std::optional<std::uint64_t> fault = std::nullopt);
 
 }  // namespace tarvo::report

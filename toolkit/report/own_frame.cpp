@@ -33,7 +33,10 @@ bool SplitName(std::string_view name, FrameText& text) noexcept {
 std::optional<FrameText> ParseFrameText(std::string_view text) noexcept {
   const std::size_t bracket = text.rfind('[');
   if (bracket == std::string_view::npos || !TakeEnd(text, "]")) return std::nullopt;
-  const auto address = ParseAddress(text.substr(bracket + 1));
+  // A call through a null pointer leads to a frame at the null pointer.
+  const std::string_view digits = text.substr(bracket + 1);
+  const auto address =
+      digits == crash_report::kNull ? std::optional<std::uint64_t>(0) : ParseAddress(digits);
   FrameText parts;
   if (!address || !SplitName(text.substr(0, bracket), parts)) return std::nullopt;
   parts.address = *address;

@@ -40,8 +40,8 @@ std::vector<bool> FindReturnAddresses(std::span<const OwnFrame> frames,
   if (frames.size() > 1 && frames[1].address == frames[0].address) isReturn[1] = false;
   std::vector<FrameName> names;
   names.reserve(frames.size());
-  for (const OwnFrame& own : frames) names.push_back({own.module, own.function});
-  const auto handler = FindHandlerFrames(names);
+  for (const OwnFrame& own : frames) names.push_back({own.module, own.function, own.address});
+  const auto handler = FindHandlerFrames(names, fault);
   if (!handler || !handler->hasTrampoline || handler->Interrupted() == frames.size())
     return isReturn;
   isReturn[handler->end] = false;

@@ -18,8 +18,9 @@ namespace tarvo::report {
 /// of its double, for the unwinder sees that frame too; that of the frame which the crash handler
 /// interrupted, and of the signal trampoline in front of it, where nothing was called from.
 ///
-/// The unwind through a wild call has the caller in the interrupted frame's place, at its return
-/// address. `fault`, the program counter at the fault where the report has it, tells.
+/// `fault` is the program counter at the fault, where the report has it. Older captures had the
+/// caller in the interrupted frame's place after a call through a wild pointer, at its return
+/// address: no frame is at `fault` then.
 [[nodiscard]] std::vector<bool> FindReturnAddresses(std::span<const OwnFrame> frames,
                                                     std::optional<std::uint64_t> fault);
 

@@ -24,8 +24,11 @@ std::optional<report::HandlerFrames> HandlerFramesOf(const DocumentThread& threa
   std::vector<report::FrameName> names;
   names.reserve(thread.frames.size());
   for (const DocumentFrame& frame : thread.frames)
-    names.push_back({.module = frame.module, .function = frame.function});
-  return report::FindHandlerFrames(names);
+    names.push_back(
+        {.module = frame.module, .function = frame.function, .address = frame.address.value_or(0)});
+  const auto fault =
+      ToNumber(FindText(thread.variables, crash_report::variable::kFaultProgramCounter));
+  return report::FindHandlerFrames(names, fault);
 }
 
 bool HasHandlerFrames(const DocumentThread& thread) { return HandlerFramesOf(thread).has_value(); }

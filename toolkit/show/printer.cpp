@@ -126,11 +126,14 @@ class Printer {
     for (const auto& [key, value] : pairs) PrintPair(Plain(key), width, Plain(value));
   }
 
-  /// The name stands in the title already; the registers at the fault are shown when all are.
+  /// The name stands in the title already; the registers at the fault and the modules' build ids
+  /// are shown when all are.
   void PrintVariables(TextPairs variables) {
     std::erase_if(variables, [&](const TextPairs::value_type& variable) {
-      const bool isMinor = variable.second.empty() ||
-                           variable.first.starts_with(crash_report::variable::kFaultRegisterPrefix);
+      const bool isMinor =
+          variable.second.empty() ||
+          variable.first.starts_with(crash_report::variable::kFaultRegisterPrefix) ||
+          variable.first.starts_with(crash_report::variable::kBuildIdPrefix);
       return variable.first == crash_report::variable::kThreadName ||
              (isMinor && !options_.showsAll);
     });

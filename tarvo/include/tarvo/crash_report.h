@@ -54,18 +54,19 @@
 ///
 /// Where its parts come from:
 ///
-/// - Frames, innermost first: the capture's stack handler. This capture gives a frame's module,
+/// - Frames, innermost first. The crashed thread's begin with the crash handler's own and the
+/// signal
+///   trampoline; every other thread's first one stands twice. This capture gives a frame's module,
 ///   function, offset and address as one text, to the letter what the C library's
 ///   `backtrace_symbols` prints, without the directories; the function part is "(nil)", the address
 ///   stands once more as the stack pointer, and there is no program counter. Code outside of all
 ///   modules is "[0x7f2a10011c]". Other origins have "libscene.so:<tab>update + 0x1c (SP: 0x7ffc60,
 ///   PC: 0x7f2a10011c)".
-/// - Registers: read by tracing, four a line. A count of 4k + 3 leaves the closing brace on the
-/// last
-///   line.
+/// - Registers: read by tracing, four a line; zeros where they could not be read. A count of 4k + 3
+///   leaves the closing brace on the last line.
 /// - Variables: ThreadName by the capture, what the program has set for the thread
-///   (tarvo/host/thread_variables.h), and the facts of `variable` by the crash guard. An empty line
-///   stands behind them if there are any beyond the name.
+///   (tarvo/host/thread_variables.h), and the facts of `variable` by capture and crash guard. An
+///   empty line stands behind them if there are any beyond the name.
 /// - Modules, the program first: the loader's list, and as Build the program's own word for it,
 /// where
 ///   a module is of the program's or the modules' directory. The program itself is "unknown".
@@ -194,6 +195,19 @@ inline constexpr std::string_view kProgramCounterDigits = " PC: 0x";
 /// The variables of a thread that the capture and the crash guard add.
 namespace variable {
 inline constexpr std::string_view kThreadName = "ThreadName";
+
+// Of the thread that crashed.
+inline constexpr std::string_view kCrashTime = "CrashTime";      ///< "2026-11-21T13:09:40Z"
+inline constexpr std::string_view kProgramFile = "ProgramFile";  ///< the program's path
+/// The GNU build id of a module, in lower-case hexadecimal. Behind the prefix stands the module's
+/// BaseAddress as the report has it.
+inline constexpr std::string_view kBuildIdPrefix = "BuildId_";
+
+// Of any thread, where something is missing or uncertain.
+inline constexpr std::string_view kFramesMissing = "FramesMissing";        ///< why
+inline constexpr std::string_view kRegistersMissing = "RegistersMissing";  ///< why
+/// Places of frames that were found without call-frame information, the first frame being 0.
+inline constexpr std::string_view kGuessedFrames = "GuessedFrames";  ///< "3 4 9"
 
 // The signal, of the thread that crashed.
 inline constexpr std::string_view kFaultSignal = "FaultSignal";    ///< "SIGSEGV"

@@ -7,9 +7,11 @@
 namespace tarvo::report {
 namespace {
 
+constexpr std::uint64_t kFault = 0x4711;
+
 /// "end" and, where it is the trampoline, "+".
 std::string Found(const std::vector<FrameName>& frames) {
-  const auto found = FindHandlerFrames(frames);
+  const auto found = FindHandlerFrames(frames, kFault);
   return found ? std::to_string(found->end) + (found->hasTrampoline ? "+" : "") : "none";
 }
 
@@ -19,6 +21,7 @@ TEST(HandlerFramesTest, EndBeforeTheTrampoline) {
   const FrameName guard = {"libtarvo.so.1", ""};
   const FrameName way = {"libc.so.6", "+0x3c050"};
   const FrameName fault = {"a.so", "Crash+0xe"};
+  const FrameName exact = {"a.so", "Crash+0xe", kFault};
   const struct {
     const char* what;
     std::vector<FrameName> frames;
@@ -29,6 +32,8 @@ TEST(HandlerFramesTest, EndBeforeTheTrampoline) {
       {"a way back without any name", {handler, {"libc.so.6", ""}}, "1+"},
       {"a thread of the module's own", {handler, {"libc.so.6", "qsort+0x2"}, fault}, "1"},
       {"called by another library", {handler, {"libcrypto.so.3", "+0x1"}, fault}, "1"},
+      {"behind a handler of the program", {handler, guard, fault, way, exact, fault}, "3+"},
+      {"at a null pointer", {handler, way, {"", "", kFault}, fault}, "1+"},
       {"nothing but the handler", {handler, guard}, "2"},
       {"the guard at its own work", {guard, way, fault}, "none"},
       {"another module", {{"crashhandler.so.1", "+0x1"}, way}, "none"},

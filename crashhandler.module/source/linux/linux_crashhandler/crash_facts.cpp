@@ -15,9 +15,12 @@
 #include "linux/linux_crashhandler/fault_guard.h"
 #include "linux/linux_crashhandler/modules.h"
 #include "linux/linux_crashhandler/thread_table.h"
+#include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
 namespace {
+
+namespace variable = crash_report::variable;
 
 /// A build id is 20 bytes (SHA-1) or 16; a longer one is cut.
 constexpr std::size_t kLongestBuildId = 64;
@@ -120,11 +123,28 @@ void AddBuildIds(ThreadRecord& thread) {
     if (id == nullptr) continue;
     char name[48];
     // As the report prints the base address.
-    snprintf(name, sizeof(name), "BuildId_%p", reinterpret_cast<const void*>(image.base));
+    snprintf(name, sizeof(name), "%s%p", variable::kBuildIdPrefix.data(),
+             reinterpret_cast<const void*>(image.base));
     TextBuffer<48> kept;
     kept.Append(name);
     AddVariable(thread, Keep(kept), id);
   }
+}
+
+/// The crash guard tells it with all other registers.
+bool IsFaultKnown(pid_t tid) {
+  if (g_crashServices == nullptr) return false;
+  const ThreadVariableList list = g_crashServices->threadVariables(tid);
+  for (std::size_t i = 0; i < list.size; ++i)
+    if (list.items[i].name == variable::kFaultProgramCounter) return true;
+  return false;
+}
+
+void AddFault(ThreadRecord& thread, const SignalFrame& frame) {
+  if (frame.context == nullptr || IsFaultKnown(static_cast<pid_t>(thread.tid))) return;
+  TextBuffer<20> text;
+  text.AppendAddress(static_cast<std::uint64_t>(frame.context->uc_mcontext.gregs[REG_RIP]));
+  AddVariable(thread, variable::kFaultProgramCounter.data(), Keep(text));
 }
 
 void AddGuesses(ThreadRecord& thread, const Stack& stack, std::size_t shift) {
@@ -134,7 +154,7 @@ void AddGuesses(ThreadRecord& thread, const Stack& stack, std::size_t shift) {
     if (text.Size() != 0) text.Append(' ');
     text.AppendDecimal(static_cast<std::int64_t>(i + shift));
   }
-  if (text.Size() != 0) AddVariable(thread, "GuessedFrames", Keep(text));
+  if (text.Size() != 0) AddVariable(thread, variable::kGuessedFrames.data(), Keep(text));
 }
 
 }  // namespace
@@ -144,18 +164,20 @@ void PrepareCrashFacts() {
   g_programFile[size < 0 ? 0 : size] = '\0';
 }
 
-void AddCrashFacts(pid_t self) {
+void AddCrashFacts(pid_t self, const SignalFrame& frame) {
   for (std::size_t i = 0; i < g_crashInfo.threads.size; ++i) {
     ThreadRecord& thread = g_crashInfo.threads.items[i];
     const ThreadEntry* entry = g_threadTable.Find(static_cast<pid_t>(thread.tid));
     if (entry == nullptr) continue;
     const bool isCrashed = entry->tid == self;
     if (isCrashed) {
-      AddVariable(thread, "CrashTime", CrashTime());
-      if (g_programFile[0] != '\0') AddVariable(thread, "ProgramFile", g_programFile);
+      AddVariable(thread, variable::kCrashTime.data(), CrashTime());
+      if (g_programFile[0] != '\0')
+        AddVariable(thread, variable::kProgramFile.data(), g_programFile);
+      AddFault(thread, frame);
     }
-    AddVariable(thread, "FramesMissing", entry->framesMissing);
-    AddVariable(thread, "RegistersMissing", entry->registersMissing);
+    AddVariable(thread, variable::kFramesMissing.data(), entry->framesMissing);
+    AddVariable(thread, variable::kRegistersMissing.data(), entry->registersMissing);
     AddGuesses(thread, entry->stack, isCrashed ? 0 : 1);
     if (isCrashed) AddBuildIds(thread);
   }

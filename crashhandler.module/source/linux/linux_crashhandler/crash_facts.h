@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include "crash_context/signal_frame.h"
+
 namespace tarvo::crashhandler {
 
 /// Notes the program's file. Before a crash.
@@ -13,6 +15,9 @@ void PrepareCrashFacts();
 ///
 ///     CrashTime = 2026-11-21T13:09:40Z          in UTC
 ///     ProgramFile = /usr/bin/python3.11         whose entry among the modules has no path
+///     Fault_rip = 0x000055d0c2a411f9            the program counter at the fault, where nobody
+///     else
+///                                               has told it
 ///     BuildId_0x7f2a5c3f1000 = 4a89…            a line for each module that has a GNU build id, by
 ///                                               its base address as the report prints it
 ///
@@ -25,6 +30,6 @@ void PrepareCrashFacts();
 ///                                               information, the thread's first frame being 0
 ///
 /// Needs the modules and the threads to be recorded. Crashed process.
-void AddCrashFacts(pid_t self);
+void AddCrashFacts(pid_t self, const SignalFrame& frame);
 
 }  // namespace tarvo::crashhandler

@@ -104,7 +104,7 @@ void CrashHandler(int signal, siginfo_t* info, void* context) {
   Guarded(ReadRegisters);
   Guarded(CompleteStacks);
   Guarded(RecordThreads);
-  Guarded([&] { AddCrashFacts(self); });
+  Guarded([&] { AddCrashFacts(self, frame); });
   Guarded(NameFrames);
   Report();
   EndProcess();
