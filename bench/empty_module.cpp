@@ -1,9 +1,9 @@
 // A module that declares nothing and does nothing.
 
-#include "tarvo/connection.h"
+#include "tarvo/registration.h"
 
-extern tarvo::Connection g_tarvo;
+namespace empty_module {
 
-[[gnu::visibility("default")]] tarvo::Connection g_tarvo{
-    .moduleId = "net.tarvo.bench.empty",
-    .registerDeclarations = [](tarvo::Registration&) {}};
+void RegisterNothing(tarvo::Registration&) {}
+
+}  // namespace empty_module

@@ -1,7 +1,3 @@
 #pragma once
 
-#include "tarvo/connection.h"
-
-/// The module's two exported objects; defined in the generated registration.
-extern tarvo::Connection g_tarvo;
-extern tarvo::CpuYieldDelegate g_CpuYieldDelegate;
+#include "tarvo/module.h"  // IWYU pragma: export

@@ -7,6 +7,10 @@
 #include "debug_files.h"
 #include "symbol_file_cache.h"
 
+// Of this program's copy of the module.
+tarvo::Connection g_tarvo;
+tarvo::CpuYieldDelegate g_CpuYieldDelegate = nullptr;
+
 namespace tarvo::symbolreader {
 namespace {
 

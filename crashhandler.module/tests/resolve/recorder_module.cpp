@@ -4,9 +4,7 @@
 #include <fstream>
 
 #include "recording_symbolification.h"
-#include "tarvo/connection.h"
-
-extern tarvo::Connection g_tarvo;
+#include "tarvo/module.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -32,7 +30,9 @@ AnswerTable ReadAnswers() {
 
 void Tell(const String& call) { g_tarvo.framework->Output().Console(kSource.Here(), call); }
 
-void Register(Registration& registration) {
+}  // namespace
+
+void RegisterRecorder(Registration& registration) {
   registration.configuration.DeclareString("g_recorderAnswers", g_recorderAnswers, "",
                                            kGeneralCategory, "file of answers");
   registration.components.push_back({.interfaceId = Symbolification::kInterfaceId,
@@ -42,9 +42,4 @@ void Register(Registration& registration) {
                                      }});
 }
 
-}  // namespace
 }  // namespace tarvo::crashhandler
-
-[[gnu::visibility("default")]] tarvo::Connection g_tarvo{
-    .moduleId = "tests.recorder", .registerDeclarations = tarvo::crashhandler::Register};
-[[gnu::visibility("default")]] tarvo::CpuYieldDelegate g_CpuYieldDelegate = nullptr;

@@ -1,17 +1,16 @@
 // A small module that tells on the console what the host does with it. The build makes several of
-// it: NAME is its name, ENTRIES the name in its configuration entries, VERSION its SDK version, and
-// FAILS whether its second initialise step fails.
+// it: NAME is its name, ENTRIES the name in its configuration entries, and FAILS whether its second
+// initialise step fails.
 
 #include <cstdlib>
 #include <stdexcept>
 
-#include "tarvo/connection.h"
+#include "tarvo/module.h"
 #include "tarvo/format.h"
 #include "tarvo/symbolification.h"
 #include "test_service.h"
 
-extern tarvo::Connection g_tarvo;
-
+namespace test_module {
 namespace {
 
 using tarvo::Error;
@@ -71,7 +70,9 @@ Ref<Job> MakeJob(Work work) {
   return tarvo::Make<tarvo::ClosureJob>(work);
 }
 
-void Register(tarvo::Registration& to) {
+}  // namespace
+
+void RegisterAll(tarvo::Registration& to) {
   SayOfLife("register");
   to.configuration.DeclareBool("g_" ENTRIES "Switch", g_switch, true, 1, "a switch");
   to.configuration.DeclareInt("g_" ENTRIES "Level", g_level, 1, 0, 2, 1, "a level");
@@ -97,8 +98,4 @@ void Register(tarvo::Registration& to) {
       {"another registry", NAME ".hidden", [] { return MakeJob(SayValues); }});
 }
 
-}  // namespace
-
-[[gnu::visibility("default")]] tarvo::Connection g_tarvo{
-    .sdkVersion = VERSION, .moduleId = "tests." NAME, .registerDeclarations = Register};
-[[gnu::visibility("default")]] tarvo::CpuYieldDelegate g_CpuYieldDelegate = nullptr;
+}  // namespace test_module

@@ -1,0 +1,2 @@
+# A later SDK.
+s/(kSdkVersion = )[0-9]+/\199/
