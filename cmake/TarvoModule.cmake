@@ -9,9 +9,10 @@
 #                                     void RegisterGreeting(tarvo::Registration&) called
 #       LIBRARIES …)                  what it links beside the SDK
 #
-# It brings what makes a library a module: the two exported objects `g_tarvo` and `g_CpuYieldDelegate`,
-# the registration in the order that is stated, which static initialisers across files have not, and the
-# export map that hides all the rest. The sources reach both objects through "tarvo/module.h".
+# It brings what makes a library a module: the two exported objects `g_tarvo` (with the build tag that
+# the host compares before it calls anything) and `g_CpuYieldDelegate`, the registration in the order
+# that is stated, which static initialisers across files have not, and the export map that hides all
+# the rest. The sources reach both objects through "tarvo/module.h".
 #
 # Installed modules belong into ${tarvo_MODULE_DIR}; others are named to the host (`tarvo --module`).
 function(tarvo_add_module)
@@ -38,6 +39,8 @@ function(tarvo_add_module)
     string(APPEND calls "  ${module_NAMESPACE}::Register${source}(registration);\n")
   endforeach()
   configure_file(${template} ${registration} @ONLY)
+  # The layouts in the build tag name types by typeid.
+  set_source_files_properties(${registration} PROPERTIES COMPILE_OPTIONS -frtti)
 
   add_library(${module_NAME} MODULE ${module_SOURCES} ${registration})
   target_link_libraries(${module_NAME} PRIVATE tarvo::sdk ${module_LIBRARIES})

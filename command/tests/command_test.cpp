@@ -5,12 +5,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/files.h"
 #include "support/program.h"
+#include "tarvo/build_tag.h"
+#include "tarvo/format.h"
 
 namespace tarvo {
 namespace {
@@ -270,6 +273,39 @@ TEST_F(CommandTest, ExitStatusesTellUseStartAndFailureApart) {
       EXPECT_EQ(end.output, output);
     }
   }
+}
+
+TEST_F(CommandTest, RefusesModulesThatWereBuiltOtherwise) {
+  const std::string sdk = Format("SDK @, ", kSdkVersion).ToStdString();
+  const std::string abi = R"(Itanium C\+\+ ABI, libstdc\+\+ \(C\+\+11 ABI)";
+  const std::string rest = R"(\), layout [0-9a-f]+; (GCC|Clang) .*)";
+  const struct {
+    std::string module;
+    std::string tag;
+  } kCases[] = {
+      {"debug_mode", sdk + abi + ", debug mode" + rest},
+      {"swapped", sdk + abi + rest},
+      {"newer", "SDK 99, " + abi + rest},
+      {"untagged", "SDK 1, without a build tag"},
+      {"unended", "SDK 7, no end"},
+  };
+  for (const auto& [module, tag] : kCases) {
+    const std::string file = TEST_MODULE_DIRECTORY "/" + module + ".so";
+    const auto end = Run({"--module", file, "config"});
+    EXPECT_EQ(end.exitStatus, 2) << end.Describe();
+    EXPECT_EQ(end.output, "") << module;
+    const std::string start = "tarvo: Could not load module \"" + file + "\": it was built as \"";
+    const std::string close =
+        Format("\", this host as \"@\"; they must agree in what stands before the \";\"\n",
+               MakeBuildTag().text)
+            .ToStdString();
+    ASSERT_TRUE(end.errors.starts_with(start) && end.errors.ends_with(close)) << end.errors;
+    const std::size_t size = end.errors.size() - start.size() - close.size();
+    EXPECT_TRUE(std::regex_match(end.errors.substr(start.size(), size), std::regex(tag)))
+        << end.errors;
+  }
+  EXPECT_EQ(Run({"--module", TEST_MODULE_DIRECTORY "/alike.so", "run", "--list"}, {kQuiet}).output,
+            "alike.values\nalike.fail\nalike.throw\n");
 }
 
 TEST_F(CommandTest, AFullDiskIsAFailure) {

@@ -92,6 +92,7 @@ class ConfigurationTable {
   }
 
  private:
+  friend struct BorderLayout;
   void Record(const ConfigurationRecord& record) {
     if (size_ < kCapacity) records_[size_++] = record;
   }

@@ -8,17 +8,25 @@
 
 namespace tarvo {
 
-/// Changes whenever a type of the SDK changes; host and module must agree.
-inline constexpr std::uint32_t kSdkVersion = 1;
+/// Moved by hand when modules of before would misunderstand the host, or the host them, although
+/// all layouts are the same; docs/abi.md tells when. Since 2 there is a build tag.
+inline constexpr std::uint32_t kSdkVersion = 2;
 
-/// What a module exports as `g_tarvo`, the only thing the host looks for in it. The first two
-/// members keep their places in every version, so that a host can refuse a module of another one.
+/// How one side of the border was built, as text that ends with a NUL ("tarvo/build_tag.h").
+struct BuildTag {
+  char text[248] = {};
+};
+
+/// What a module exports as `g_tarvo`, the only thing the host looks for in it. The first three
+/// members keep their places in every version, only the tag's room may change: it ends with its
+/// NUL or with the exported object. So a host can refuse a module of any other version by name.
 ///
-/// Loading: the host opens the library, finds `g_tarvo`, checks the version, sets `framework` and
-/// the library's `g_CpuYieldDelegate`, and calls `registerDeclarations`.
+/// Loading: the host opens the library, finds `g_tarvo`, compares the build tags, sets `framework`
+/// and the library's `g_CpuYieldDelegate`, and calls `registerDeclarations`.
 struct Connection {
   std::uint32_t sdkVersion = kSdkVersion;
   std::uint32_t size = sizeof(Connection);
+  BuildTag buildTag;
   const char* moduleId = nullptr;  ///< "net.tarvo.…"
   void (*registerDeclarations)(Registration&) = nullptr;
   Framework* framework = nullptr;

@@ -33,6 +33,7 @@ class DataArray {
   [[nodiscard]] const DataValue* end() const noexcept;
 
  private:
+  friend struct BorderLayout;
   data_internal::SharedItems<DataValue, data_internal::NoHeader> items_;
 };
 
@@ -70,6 +71,7 @@ class DataDictionary {
   [[nodiscard]] const Entry* end() const noexcept;
 
  private:
+  friend struct BorderLayout;
   [[nodiscard]] std::size_t IndexOf(std::string_view key) const noexcept;
   data_internal::SharedItems<Entry, data_internal::KeyIndex> entries_;
 };
@@ -107,6 +109,7 @@ class DataValue {
   [[nodiscard]] const Variant& Get() const noexcept { return value_; }
 
  private:
+  friend struct BorderLayout;
   Variant value_;
 };
 

@@ -56,6 +56,7 @@ class Error {
   }
 
  private:
+  friend struct BorderLayout;
   struct Contents {
     std::string_view classId;
     SourceLocation where;

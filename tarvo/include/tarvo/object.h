@@ -10,9 +10,10 @@ namespace tarvo {
 /// Base of every interface that crosses the border between framework and module: an abstract class
 /// with a reference count. Held through Ref<T>, never deleted by hand.
 ///
-/// Both sides are built by one compiler against one SDK version (the connection checks it), so
-/// plain virtual functions and standard types may stand in interfaces. `dynamic_cast` must not be
-/// used across the border: modules hide their type information.
+/// Plain virtual functions and standard types may stand in interfaces: before any call the host
+/// compares the build tags of both sides, which hold what must agree for that, the C++ ABI, the
+/// standard library and a hash of all layouts (docs/abi.md). `dynamic_cast` must not be used across
+/// the border: modules hide their type information.
 class Object {
  public:
   virtual void Retain() noexcept = 0;
@@ -66,6 +67,7 @@ class Ref {
   friend bool operator==(const Ref& a, const Ref& b) noexcept { return a.object_ == b.object_; }
 
  private:
+  friend struct BorderLayout;
   T* object_ = nullptr;
 };
 

@@ -44,6 +44,7 @@ class [[nodiscard]] Result {
   [[nodiscard]] T ValueOr(T fallback) const { return *this ? **this : std::move(fallback); }
 
  private:
+  friend struct BorderLayout;
   std::variant<T, Error> outcome_;
 };
 
@@ -61,6 +62,7 @@ class [[nodiscard]] Result<void> {
   [[nodiscard]] const Error& GetError() const noexcept { return *error_; }
 
  private:
+  friend struct BorderLayout;
   std::optional<Error> error_;
 };
 

@@ -132,6 +132,8 @@ class String {
   }
 
  private:
+  friend struct BorderLayout;
+
   /// Reference count and bytes in one allocation.
   struct Buffer {
     std::atomic<std::size_t> references{1};

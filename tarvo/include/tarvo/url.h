@@ -56,6 +56,7 @@ class Url {
   friend bool operator==(const Url& a, const Url& b) noexcept { return a.path_ == b.path_; }
 
  private:
+  friend struct BorderLayout;
   String path_;
 };
 

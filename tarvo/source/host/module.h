@@ -17,8 +17,9 @@ namespace tarvo {
 class Module {
  public:
   /// Loads a library, connects it to the framework and lets it register. An illegal-state error
-  /// that names file and reason when it cannot be loaded, is no module, or is one of another SDK
-  /// version; of such a library nothing but its version is looked at.
+  /// that names file and reason when it cannot be loaded, is no module, or was built so
+  /// that the two could not call each other; of such a library nothing but its build tag is looked
+  /// at.
   static Result<std::unique_ptr<Module>> Load(const std::string& file, Framework& framework);
 
   /// Frees what was initialised, in reverse, and disconnects.

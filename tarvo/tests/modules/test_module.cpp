@@ -11,6 +11,9 @@
 #include "test_service.h"
 
 namespace test_module {
+
+void RegisterAll(tarvo::Registration& to);
+
 namespace {
 
 using tarvo::Error;

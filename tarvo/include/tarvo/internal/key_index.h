@@ -9,6 +9,10 @@
 #include <utility>
 #include <vector>
 
+namespace tarvo {
+struct BorderLayout;
+}
+
 namespace tarvo::data_internal {
 
 /// Whether two texts of `size` bytes are equal. Keys are short: comparing them in two overlapping
@@ -79,6 +83,8 @@ class KeyIndex {
   }
 
  private:
+  friend struct tarvo::BorderLayout;
+
   /// Up to this many keys are looked through one by one.
   static constexpr std::size_t kIndexedFrom = 48;
 

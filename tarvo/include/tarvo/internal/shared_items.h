@@ -7,6 +7,10 @@
 #include <new>
 #include <utility>
 
+namespace tarvo {
+struct BorderLayout;
+}
+
 namespace tarvo::data_internal {
 
 /// The header of items that need none.
@@ -65,6 +69,8 @@ class SharedItems {
   }
 
  private:
+  friend struct tarvo::BorderLayout;
+
   static constexpr std::size_t kFewest = 2;
 
   struct Block {
