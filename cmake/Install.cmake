@@ -17,4 +17,7 @@ configure_package_config_file(
 write_basic_package_version_file(
   ${PROJECT_BINARY_DIR}/tarvoConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/tarvoConfig.cmake ${PROJECT_BINARY_DIR}/tarvoConfigVersion.cmake
+        ${PROJECT_SOURCE_DIR}/cmake/TarvoModule.cmake
+        ${PROJECT_SOURCE_DIR}/cmake/module_exports.map
+        ${PROJECT_SOURCE_DIR}/cmake/module_registration.cpp.in
         DESTINATION ${tarvo_package_dir})

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the build into a scratch prefix, builds the README's example against it as a project of its
-# own, and runs it: with an argument it works, without one it crashes and leaves a report.
+# own, and runs it: with an argument it works, without one it crashes and leaves a report. Then the same
+# with the documented module, built by each compiler that is there.
 set -euo pipefail
 build=$1 source=$2
 
@@ -80,6 +81,24 @@ prefix/bin/crashdemo --kind in-constructor --g_crashReportUrl=plugin_bugreport.t
 [[ $status == 1 ]] || fail "the installed crashdemo ended with status $status in its plug-in"
 grep -q 'broken_plugin\.so(' plugin_bugreport.txt || fail "the installed crashdemo did not load its plug-in"
 [[ -z $(find prefix/lib -maxdepth 1 -name 'broken_plugin*') ]] || fail "the demo's plug-in is among the libraries"
+
+# The module of docs/modules.md, which the page shows to the letter.
+module=$source/examples/module
+sed -n '/^```[a-z]/,/^```$/p' "$source/docs/modules.md" | grep -v '^```' >shown
+cat "$module"/{CMakeLists.txt,hello.h,greeter.cpp,job.cpp} | diff - shown ||
+  fail "the module in docs/modules.md is not the one that is built"
+for compiler in c++ clang++-19; do
+  path=$(command -v $compiler) || { echo "SKIPPED: the module with $compiler, which is not there"; continue; }
+  cmake -S "$module" -B module -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" --fresh \
+    -DCMAKE_CXX_COMPILER="$path" >module.log 2>&1 && cmake --build module --clean-first >>module.log 2>&1 ||
+    { cat module.log; fail "the module does not build with $compiler"; }
+  exported=$(nm --dynamic --defined-only module/hello.so | awk '{print $3}' | sort | tr '\n' ' ')
+  [[ $exported == "g_CpuYieldDelegate g_tarvo " ]] || fail "the module exports $exported"
+  said=$(prefix/bin/tarvo --module module/hello.so run org.example.execution.hello --g_helloName=you)
+  [[ $said == *"Hello, you!"* ]] || fail "the module that $compiler built said \"$said\""
+done
+cmake --install module >>module.log
+prefix/bin/tarvo config | grep -q '^org.example.hello$' || fail "the installed module is not loaded"
 
 # A program that knows nothing of all this crashes under the installed command.
 status=0
