@@ -29,7 +29,7 @@ std::span<char> FindObject(void* library, const char* name) {
   Dl_info info{};
   void* holder = nullptr;
   void* extra = nullptr;
-  if (dlinfo(library, RTLD_DI_LINKMAP, &own) != 0 ||
+  if (dlinfo(library, RTLD_DI_LINKMAP, static_cast<void*>(&own)) != 0 ||
       dladdr1(address, &info, &holder, RTLD_DL_LINKMAP) == 0 || holder != own ||
       dladdr1(address, &info, &extra, RTLD_DL_SYMENT) == 0 || extra == nullptr)
     return {};
