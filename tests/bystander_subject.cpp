@@ -95,6 +95,15 @@ EXPORTED void BystanderBlocksSignals() {
   for (;;) pause();
 }
 
+/// One gibibyte, all of it in use.
+EXPORTED void BystanderHoldsMemory() {
+  constexpr std::size_t kSize = std::size_t{1} << 30;
+  std::memset(mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0), 1,
+              kSize);
+  ++g_running;
+  for (;;) pause();
+}
+
 /// Ends the process when it may.
 EXPORTED void BystanderExits() {
   static void (*const kEnds[])(int) = {exit, _exit, quick_exit};
@@ -263,11 +272,18 @@ const std::map<std::string, void (*)()> kBystanders = {{"polls", BystanderPolls}
                                                        {"computes", BystanderComputes},
                                                        {"awaits-signals", BystanderAwaitsSignals},
                                                        {"blocks-signals", BystanderBlocksSignals},
+                                                       {"holds-memory", BystanderHoldsMemory},
                                                        {"exits", BystanderExits},
                                                        {"small-stack", OnASmallStack},
                                                        {"broken-stack", WithABrokenStack}};
 
+/// For others to look at.
+void Hold() {
+  for (;;) pause();
+}
+
 const std::map<std::string, void (*)()> kCrashes = {
+    {"hold", Hold},
     {"null-write", CrashNullWrite},
     {"one-argument", CrashBehindAHandlerOfOneArgument},
     {"alternate-stack-above", CrashBelowItsAlternateStack},
@@ -289,7 +305,7 @@ EXPORTED void BystanderThread(void (*work)()) {
   asm volatile("");
 }
 
-/// bystander_subject [--ask] BYSTANDER COUNT CRASH [--g_…]
+/// bystander_subject [--ask] BYSTANDER COUNT CRASH [--g_…]; prints "ready" right before the crash.
 int main(int argc, char** argv) {
   auto host = tarvo::Host::Start({.arguments = tarvo::TakeConfigurationArguments(argc, argv)});
   if (!host) return 2;
@@ -302,6 +318,8 @@ int main(int argc, char** argv) {
   for (int i = 0; i < count; ++i) std::thread(BystanderThread, kBystanders.at(words[1])).detach();
   while (g_running.load() < count) usleep(1000);
   usleep(20'000);
+  std::puts("ready");
+  std::fflush(stdout);
   g_running.store(1000);
   kCrashes.at(words[3])();
   return 0;

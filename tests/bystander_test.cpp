@@ -186,7 +186,7 @@ TEST(Capture, ReadsRegistersOfAProcessThatChangedItsUser) {
     EXPECT_EQ(Value(thread, "RegistersMissing"), "");
     EXPECT_NE(thread.registers[8].second, "0000000000000000") << thread.registers[8].first;
   }
-  EXPECT_EQ(outcome.program.output, "");
+  EXPECT_EQ(outcome.program.output, "ready\n");
 }
 
 }  // namespace

@@ -119,9 +119,32 @@ TEST(ReportDestination, FallsBackToStandardError) {
     const ProgramResult result = RunSubject(arguments, false).program;
     EXPECT_EQ(result.exitStatus, 1) << test.scenario << " " << result.Describe();
     Report report;
-    EXPECT_NO_THROW(report = ReadReport(result.errors)) << test.scenario << " " << test.url;
+    // A line in front of it may say why it is here.
+    const std::size_t start = result.errors.find("TARVO_Crash_Report");
+    ASSERT_NE(start, std::string::npos) << result.Describe();
+    EXPECT_NO_THROW(report = ReadReport(result.errors.substr(start))) << test.scenario;
     EXPECT_EQ(FindFaults(report), std::vector<std::string>());
   }
+}
+
+// What is left of a report that does not fit is no report, and the line says so.
+TEST(ReportDestination, LeavesNoTruncatedFile) {
+  const SubjectRun run = RunSubject({"file-limit"});
+  EXPECT_EQ(run.text, "");
+  EXPECT_EQ(run.program.errors.find("crashhandler.module/source/legacycrashlog:"), 0U);
+  EXPECT_NE(run.program.errors.find(" The report could not be written to "), std::string::npos);
+}
+
+TEST(ReportDestination, StaysWhereTheProgramWasStarted) {
+  const TemporaryDirectory scratch;
+  ProgramOptions options;
+  options.directory = scratch.Path();
+  const ProgramResult result =
+      RunProgram({BuildDirectory() + "/tests/crash_subject", "changed-directory",
+                  "--g_crashReportUrl=relative_bugreport.txt"},
+                 options);
+  EXPECT_EQ(result.exitStatus, 1) << result.Describe();
+  EXPECT_NO_THROW((void)ReadReport(ReadFile(scratch / "relative_bugreport.txt")));
 }
 
 // A pipe that nobody reads must not end the process by SIGPIPE.

@@ -305,6 +305,14 @@ int FileLimit() {
   return 0;
 }
 
+/// The report goes where the program was started.
+int ChangedDirectory() {
+  const auto host = StartHost();
+  if (chdir("/") != 0) return 5;
+  NullWrite();
+  return 0;
+}
+
 int GeneratedCode() {
   const auto host = StartHost();
   // xor %eax, %eax; mov %eax, (%rax)
@@ -363,6 +371,7 @@ const std::map<std::string, int (*)()> kScenarios = {{"null-write", CrashInMain}
                                                      {"other-child", OtherChild},
                                                      {"cancelled", Cancelled},
                                                      {"file-limit", FileLimit},
+                                                     {"changed-directory", ChangedDirectory},
                                                      {"generated-code", GeneratedCode},
                                                      {"traced", Traced}};
 

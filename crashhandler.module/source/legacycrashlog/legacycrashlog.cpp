@@ -115,8 +115,7 @@ void WriteRegisters(FILE* out, const CaptureArray<RegisterValue>& registers) {
 }
 
 void WriteVariable(FILE* out, const NameAndValue& variable) {
-  fprintf(out, "\t\t\t\t%s = %s\n", variable.name,
-          variable.value == nullptr ? "" : variable.value);
+  fprintf(out, "\t\t\t\t%s = %s\n", variable.name, variable.value == nullptr ? "" : variable.value);
 }
 
 /// Those that the program has set, then those of the capture.
@@ -207,6 +206,9 @@ void WriteCrashReport(const CrashInfo* crash) {
   WriteReport(out, *crash);
   // A file that took only a part (a full disk) is no report; standard error gets the whole.
   if (!FinishReport() && isFile) {
+    RemoveReportFile(reportPath);
+    Diagnose(kLegacyCrashLogSource.Here(), "The report could not be written to @ and follows here.",
+             reportPath);
     WriteReport(OpenStandardError(), *crash);
     FinishReport();
   }

@@ -2,9 +2,15 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <stdio_ext.h>
+#include <string.h>
 #include <unistd.h>
+
+#include <string_view>
+
+#include "crash_context/held_directory.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -12,6 +18,23 @@ namespace {
 std::FILE* g_stream = nullptr;
 char g_buffer[16 * 1024];
 int g_descriptor = -1;
+HeldDirectory g_folder;
+
+/// Paths there mean another file in another process.
+constexpr std::string_view kProcessFiles = "/proc/";
+
+/// The name of the file in its folder, and the folder: the held one, or where relative paths start.
+struct Place {
+  int folder = AT_FDCWD;
+  const char* name = nullptr;
+};
+
+Place PlaceOf(const char* path) {
+  const int folder = g_folder.Descriptor();
+  if (folder < 0) return {AT_FDCWD, path};
+  const char* slash = strrchr(path, '/');
+  return {folder, slash == nullptr ? path : slash + 1};
+}
 
 /// The stream's way to the system: all bytes, or an error. A standard error that somebody made
 /// non-blocking is waited for like any other.
@@ -55,9 +78,33 @@ bool PrepareReportStream() {
   return true;
 }
 
+void HoldReportFolder(const char* path) {
+  if (std::string_view(path).starts_with(kProcessFiles)) return;
+  char folder[PATH_MAX] = ".";
+  const char* slash = strrchr(path, '/');
+  const std::size_t size = slash == path ? 1 : static_cast<std::size_t>(slash - path);
+  if (slash != nullptr && size < sizeof(folder)) {
+    memcpy(folder, path, size);
+    folder[size] = '\0';
+  }
+  g_folder.Hold(folder);
+}
+
 std::FILE* OpenReportFile(const char* path) {
-  const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  const Place place = PlaceOf(path);
+  const int file =
+      openat(place.folder, place.name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0666);
   return file < 0 ? nullptr : Use(file);
+}
+
+void RemoveReportFile(const char* path) {
+  const Place place = PlaceOf(path);
+  if (!std::string_view(path).starts_with(kProcessFiles)) {
+    unlinkat(place.folder, place.name, 0);
+    return;
+  }
+  const int file = openat(place.folder, place.name, O_WRONLY | O_TRUNC | O_CLOEXEC);
+  if (file >= 0) close(file);
 }
 
 std::FILE* OpenStandardError() { return Use(STDERR_FILENO); }

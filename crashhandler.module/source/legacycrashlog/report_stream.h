@@ -12,9 +12,18 @@ namespace tarvo::crashhandler {
 /// first stream.
 bool PrepareReportStream();
 
+/// Holds the folder of the report's file, so that the report goes where it would have gone at the
+/// start, whatever the working directory is at the crash. A folder that is not there yet is looked
+/// for at the crash. Before a crash.
+void HoldReportFolder(const char* path);
+
 /// Opens the file at `path` for writing, emptied if it is there, and puts it under the stream; null
 /// when it cannot be opened. Crashed process.
 std::FILE* OpenReportFile(const char* path);
+
+/// Removes the file that could not be written whole, or empties it where it has no name of its own.
+/// Crashed process.
+void RemoveReportFile(const char* path);
 
 /// Puts standard error under the stream. Crashed process.
 std::FILE* OpenStandardError();

@@ -46,7 +46,11 @@ Result<void> StoreReportDestination() {
   const Result<Url> url = Url::FromText(g_crashReportUrl);
   if (!url) return url.GetError();
   reportStream = nullptr;
-  return StoreText("path of g_crashReportUrl", url->SystemPath(), reportPath);
+  if (Result<void> stored = StoreText("path of g_crashReportUrl", url->SystemPath(), reportPath);
+      !stored)
+    return stored;
+  HoldReportFolder(reportPath);
+  return {};
 }
 
 void InstallCapture() {

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <limits.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -14,7 +15,15 @@
 namespace tarvo {
 namespace {
 
+/// The capture leaves an empty file where it could not write the report, and tells where it is.
+bool HasReport() {
+  struct stat status{};
+  return fstat(g_reportDescriptor, &status) != 0 || status.st_size != 0;
+}
+
 void NameReport(int signal, const char* path) {
+  const bool hasReport = HasReport();
+  if (!hasReport) unlink(path);
   TextBuffer<PATH_MAX + 200> line;
   line.Append("tarvo: Process ");
   line.AppendDecimal(getpid());
@@ -22,7 +31,7 @@ void NameReport(int signal, const char* path) {
   line.Append(program_invocation_short_name);
   line.Append(") crashed with ");
   line.Append(NameOf(kCrashSignals, signal));
-  line.Append("; its report is ");
+  line.Append(hasReport ? "; its report is " : "; its report could not be written to ");
   line.Append(path);
   line.Append("\n");
   if (write(STDERR_FILENO, line.Text(), line.Size()) < 0) return;  // nobody is there to read it

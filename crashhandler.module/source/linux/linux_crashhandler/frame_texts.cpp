@@ -1,6 +1,7 @@
 #include "linux/linux_crashhandler/frame_texts.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -13,7 +14,8 @@
 namespace tarvo::crashhandler {
 namespace {
 
-const char* g_programName = "";
+/// As it was at the start: a program may rewrite its title, and with it argv[0].
+char g_programName[PATH_MAX] = "";
 
 /// Threads that wait have the same frames, so texts are remembered by address. A slot that is taken
 /// by another address is overwritten.
@@ -78,9 +80,7 @@ const char* MakeBareText(std::uint64_t address) {
 }  // namespace
 
 void PrepareFrameTexts() {
-  // The pointer that the loader keeps as _dl_argv[0], not a copy: what a program makes of its title
-  // later shows in both.
-  g_programName = program_invocation_name;
+  strncpy(g_programName, program_invocation_name, sizeof(g_programName) - 1);
 }
 
 const char* FrameText(std::uint64_t address) {

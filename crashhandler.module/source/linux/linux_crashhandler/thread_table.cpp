@@ -3,12 +3,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <new>
 
+#include "crash_context/held_directory.h"
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
 #include "linux/linux_crashhandler/capture.h"
@@ -23,20 +23,11 @@ namespace {
 /// Room for threads that are found after the first listing.
 constexpr std::size_t kMoreThreads = 256;
 
-/// /proc as it was at the start, and what it was: a program may have closed our descriptor and have
-/// another file there.
-int g_processes = -1;
-dev_t g_device = 0;
-ino_t g_inode = 0;
+/// /proc as it was at the start.
+HeldDirectory g_processes;
 /// Descriptors that are there to be closed when there are no others.
-int g_spare[4] = {-1, -1, -1, -1};
+HeldDirectory g_spare[4];
 int g_taskDirectory = -1;
-
-bool IsOurs(int descriptor) {
-  struct stat status{};
-  return descriptor >= 0 && fstat(descriptor, &status) == 0 && status.st_dev == g_device &&
-         status.st_ino == g_inode;
-}
 
 /// The report, the tracer's listing and the files of /proc want some descriptors.
 void FreeDescriptors() {
@@ -45,10 +36,8 @@ void FreeDescriptors() {
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
   }
-  for (int& spare : g_spare) {
-    if (IsOurs(spare)) CloseRaw(spare);
-    spare = -1;
-  }
+  for (const HeldDirectory& spare : g_spare)
+    if (const int descriptor = spare.Descriptor(); descriptor >= 0) CloseRaw(descriptor);
 }
 
 /// Whether the directory lists this process's threads. One of another pid namespace lists those of
@@ -111,13 +100,9 @@ ThreadEntry* ThreadTable::Add(pid_t tid) {
 }
 
 void PrepareThreadList() {
-  if (g_processes >= 0) return;
-  g_processes = open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC);
-  struct stat status{};
-  if (g_processes < 0 || fstat(g_processes, &status) != 0) return;
-  g_device = status.st_dev;
-  g_inode = status.st_ino;
-  for (int& spare : g_spare) spare = fcntl(g_processes, F_DUPFD_CLOEXEC, 3);
+  if (g_processes.Descriptor() >= 0) return;
+  g_processes.Hold("/proc");
+  for (HeldDirectory& spare : g_spare) spare.Hold("/proc");
 }
 
 void ListThreads(pid_t self) {
