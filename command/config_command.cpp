@@ -10,7 +10,7 @@
 namespace tarvo::command {
 namespace {
 
-constexpr const char* kFooter =
+constexpr const char* kConfigFooter =
     R"(Each entry is shown with its kind and accepted range, its declared default, its
 value, and the source that the value comes from.
 
@@ -72,7 +72,7 @@ int PrintNames(Host& host) {
 
 void AddConfigCommand(CLI::App& program, Context& context) {
   CLI::App* config = program.add_subcommand("config", "List every configuration entry");
-  config->footer(kFooter);
+  config->footer(kConfigFooter);
   auto namesOnly = std::make_shared<bool>(false);
   config->add_flag("--names", *namesOnly, "Print the entries' names only, one a line");
   config->callback([&context, namesOnly] {

@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kFooter =
+constexpr const char* kExecFooter =
     R"(The program runs unchanged in the place of this command: its standard streams,
 signals, terminal and exit status are its own. Programs that it starts are covered
 as well. At a crash a line on standard error names the report, and the process ends
@@ -162,7 +162,7 @@ int Run(const Context& context, const ExecOptions& options) {
 
 void AddExecCommand(CLI::App& program, Context& context) {
   CLI::App* exec = program.add_subcommand("exec", "Run a program with crash capture");
-  exec->footer(kFooter);
+  exec->footer(kExecFooter);
   auto options = std::make_shared<ExecOptions>();
   exec->add_option("--report", options->report,
                    "The report's path; %p stands for the\n"

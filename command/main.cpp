@@ -17,7 +17,7 @@ constexpr std::array kSubcommands{
     AddRunCommand,     AddNormalizeCommand, AddConfigCommand,
 };
 
-constexpr const char* kFooter =
+constexpr const char* kProgramFooter =
     R"(The options above may stand before or after the subcommand's name.
 
 Configuration entries take their values from, strongest first:
@@ -90,7 +90,7 @@ int Main(int argc, char** argv) {
   context.host.arguments = TakeConfigurationArguments(argc, argv);
   CLI::App program("Captures crashes and resolves crash reports to function, file and line.",
                    "tarvo");
-  program.require_subcommand(0, 1)->fallthrough()->footer(kFooter);
+  program.require_subcommand(0, 1)->fallthrough()->footer(kProgramFooter);
   program.failure_message(FailureMessage);
   AddSharedOptions(program, context);
   for (const AddSubcommand add : kSubcommands) add(program, context);

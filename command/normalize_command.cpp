@@ -10,7 +10,7 @@
 namespace tarvo::command {
 namespace {
 
-constexpr const char* kFooter =
+constexpr const char* kNormalizeFooter =
     R"(Reports of tarvo's own capture name a frame's module, function and address in one
 text. The printed report has them where other reports have them: module,
 function with offset, program counter. Return addresses are adjusted: one byte
@@ -41,7 +41,7 @@ int PrintNormalized(Host& host, const NormalizeOptions& options) {
 
 void AddNormalizeCommand(CLI::App& program, Context& context) {
   CLI::App* normalize = program.add_subcommand("normalize", "Print a report as it is resolved");
-  normalize->footer(kFooter);
+  normalize->footer(kNormalizeFooter);
   auto options = std::make_shared<NormalizeOptions>();
   normalize->add_option("REPORT", options->report, "The crash report")->required();
   AddAdjustmentOptions(*normalize, options->adjustment);

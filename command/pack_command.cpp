@@ -15,9 +15,9 @@
 namespace tarvo::command {
 namespace {
 
-constexpr SourceFile kSource{"command/pack_command"};
+constexpr SourceFile kPackCommand{"command/pack_command"};
 
-constexpr const char* kFooter =
+constexpr const char* kPackFooter =
     R"(Of an ELF file the debug sections are packed, from the file itself or from its
 separate debug file, which is looked for by build id and debug link where
 debuggers look. A library's bundle has its shared name (SONAME) or else its
@@ -80,12 +80,12 @@ Result<std::vector<Bundle>> FindBundles(const PackLibrary& library, const PackOp
   });
   for (std::size_t i = 1; i < bundles.size(); ++i)
     if (ModuleOf(bundles[i - 1]) == ModuleOf(bundles[i]))
-      refuse(Error::Plain(kSource.Here(),
+      refuse(Error::Plain(kPackCommand.Here(),
                           Format("Cannot pack both \"@\" and \"@\": they are @ in the archive.",
                                  SafeText(bundles[i - 1].given), SafeText(bundles[i].given),
                                  SafeText(bundles[i].name))));
   if (refused == 0) return bundles;
-  return Error::Plain(kSource.Here(),
+  return Error::Plain(kPackCommand.Here(),
                       Format("No archive was made for \"@\".", SafeText(options.build)));
 }
 
@@ -111,7 +111,7 @@ int Pack(const PackOptions& options) {
 
 void AddPackCommand(CLI::App& program, Context& context) {
   CLI::App* pack = program.add_subcommand("pack", "Make the symbol archive of a build");
-  pack->footer(kFooter);
+  pack->footer(kPackFooter);
   auto options = std::make_shared<PackOptions>();
   pack->add_option("--build", options->build, "The build, as crash reports name it")
       ->required()

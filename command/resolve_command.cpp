@@ -18,7 +18,7 @@
 namespace tarvo::command {
 namespace {
 
-constexpr const char* kFooter =
+constexpr const char* kResolveFooter =
     R"(Beside each report REPORT.txt it leaves REPORT.resolved.json, which `tarvo show`
 prints, and a copy of the report's text, REPORT.source. Of directories every file
 below is taken whose name ends in "_bugreport.txt".
@@ -146,7 +146,7 @@ void AddOptions(CLI::App& resolve, ResolveOptions& options) {
 void AddResolveCommand(CLI::App& program, Context& context) {
   CLI::App* resolve =
       program.add_subcommand("resolve", "Resolve crash reports to function, file and line");
-  resolve->footer(kFooter);
+  resolve->footer(kResolveFooter);
   auto options = std::make_shared<ResolveOptions>();
   AddOptions(*resolve, *options);
   resolve->callback([&context, options] {

@@ -9,7 +9,7 @@
 namespace tarvo::command {
 namespace {
 
-constexpr const char* kFooter =
+constexpr const char* kRunFooter =
     R"(The job runs once; what it reads and writes is set by configuration entries.
 
 The shared options and the exit statuses are those of `tarvo --help`.
@@ -40,7 +40,7 @@ int RunJob(Host& host, const std::string& jobId) {
 
 void AddRunCommand(CLI::App& program, Context& context) {
   CLI::App* run = program.add_subcommand("run", "Run an execution job of a module");
-  run->footer(kFooter);
+  run->footer(kRunFooter);
   auto options = std::make_shared<RunOptions>();
   auto* id = run->add_option("JOB_ID", options->jobId, "The job's id; --list shows the known ones");
   auto* list = run->add_flag("--list", options->listOnly, "Print the known ids, one a line");

@@ -21,9 +21,9 @@
 namespace tarvo::command {
 namespace {
 
-constexpr SourceFile kSource{"command/show_command"};
+constexpr SourceFile kShowCommand{"command/show_command"};
 
-constexpr const char* kFooter =
+constexpr const char* kShowFooter =
     R"(FILE is what `tarvo resolve` leaves beside a report: *.resolved.json.
 
 The thread that crashed comes first and as a whole, an arrow at the frame that
@@ -88,12 +88,12 @@ Result<std::string> ReadDocument(const std::string& path) {
   if (!opened) return opened.GetError();
   if (opened->size > kMaximumDocumentBytes)
     return Error::IllegalArgument(
-        kSource.Here(), Format("\"@\": found @ bytes, expected at most @.", SafeText(path),
-                               opened->size, kMaximumDocumentBytes));
+        kShowCommand.Here(), Format("\"@\": found @ bytes, expected at most @.", SafeText(path),
+                                    opened->size, kMaximumDocumentBytes));
   std::string text(opened->size, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), opened->file.get()));
   if (std::ferror(opened->file.get()) != 0)
-    return Error::IllegalState(kSource.Here(),
+    return Error::IllegalState(kShowCommand.Here(),
                                Format("\"@\": it could not be read.", SafeText(path)));
   return text;
 }
@@ -125,8 +125,8 @@ Result<LoadedDocument> Load(const std::string& path, std::optional<std::uint64_t
   const auto& threads = document->threads;
   if (thread && std::ranges::find(threads, thread, &DocumentThread::number) == threads.end())
     return Error::IllegalArgument(
-        kSource.Here(), Format("\"@\": found no thread @, expected one of: @.", SafeText(path),
-                               *thread, KnownThreads(*document)));
+        kShowCommand.Here(), Format("\"@\": found no thread @, expected one of: @.", SafeText(path),
+                                    *thread, KnownThreads(*document)));
   return LoadedDocument{*std::move(text), *std::move(document)};
 }
 
@@ -157,7 +157,7 @@ int ShowFiles(const Options& options) {
 
 void AddShowCommand(CLI::App& program, Context& context) {
   CLI::App* show = program.add_subcommand("show", "Print a resolved crash log for reading");
-  show->footer(kFooter);
+  show->footer(kShowFooter);
   auto options = std::make_shared<Options>();
   auto* thread = show->add_option("--thread", options->thread, "Only the thread of this number")
                      ->type_name("N");

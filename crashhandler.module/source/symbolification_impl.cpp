@@ -6,15 +6,15 @@
 namespace tarvo::crashhandler {
 namespace {
 
-constexpr SourceFile kSource{"crashhandler.module/source/symbolification_impl"};
+constexpr SourceFile kSymbolificationImpl{"crashhandler.module/source/symbolification_impl"};
 
 class SymbolificationImpl final : public Counted<Symbolification> {
  public:
   Result<void> Load(const Url&, const String&) override {
-    return Error::IllegalState(kSource.Here(), "Not supported");
+    return Error::IllegalState(kSymbolificationImpl.Here(), "Not supported");
   }
   Result<void> Resolve(std::uint64_t, String&, std::int64_t&, String&) override {
-    return Error::IllegalState(kSource.Here(), "Not supported");
+    return Error::IllegalState(kSymbolificationImpl.Here(), "Not supported");
   }
 };
 

@@ -12,7 +12,7 @@ struct Run {
   DWARFDie die;
 };
 
-class Builder {
+class FunctionMapBuilder {
  public:
   void Read(DWARFDie root);
   std::vector<FunctionInterval> Finish() const;
@@ -26,7 +26,7 @@ class Builder {
 
 /// Entries in their order, parents before their children. Without recursion: how deep they nest is
 /// the file's choice.
-void Builder::Read(DWARFDie root) {
+void FunctionMapBuilder::Read(DWARFDie root) {
   DWARFDie die = root;
   while (die) {
     if (die.isSubroutineDIE()) AddRanges(die);
@@ -40,7 +40,7 @@ void Builder::Read(DWARFDie root) {
   }
 }
 
-void Builder::AddRanges(const DWARFDie& die) {
+void FunctionMapBuilder::AddRanges(const DWARFDie& die) {
   auto ranges = die.getAddressRanges();
   if (!ranges) return llvm::consumeError(ranges.takeError());
   for (const llvm::DWARFAddressRange& range : *ranges)
@@ -49,7 +49,7 @@ void Builder::AddRanges(const DWARFDie& die) {
 
 /// Cuts the new run out of the one that holds its start. The runs behind stay: a look-up takes the
 /// last run that starts at or below an address.
-void Builder::Add(std::uint64_t start, std::uint64_t end, const DWARFDie& die) {
+void FunctionMapBuilder::Add(std::uint64_t start, std::uint64_t end, const DWARFDie& die) {
   const auto behind = runs_.upper_bound(start);
   if (behind != runs_.begin()) {
     const auto around = std::prev(behind);
@@ -68,7 +68,7 @@ std::optional<bool> IsInlined(DWARFDie die) {
   return die ? std::optional(isInlined) : std::nullopt;
 }
 
-std::vector<FunctionInterval> Builder::Finish() const {
+std::vector<FunctionInterval> FunctionMapBuilder::Finish() const {
   std::vector<FunctionInterval> intervals;
   intervals.reserve(runs_.size());
   for (auto run = runs_.begin(); run != runs_.end(); ++run) {
@@ -84,7 +84,7 @@ std::vector<FunctionInterval> Builder::Finish() const {
 }  // namespace
 
 std::vector<FunctionInterval> ReadFunctions(llvm::DWARFUnit& unit) {
-  Builder builder;
+  FunctionMapBuilder builder;
   builder.Read(unit.getUnitDIE(/*ExtractUnitDIEOnly=*/false));
   return builder.Finish();
 }

@@ -28,10 +28,10 @@ bool Parse(llvm::DWARFContext& context, llvm::DWARFUnit& unit, DWARFDebugLine::L
 }
 
 /// Turns the rows of one table into intervals.
-class Builder {
+class LineMapBuilder {
  public:
-  Builder(const DWARFDebugLine::LineTable& table, const char* directory,
-          const NumberFile& numberFile)
+  LineMapBuilder(const DWARFDebugLine::LineTable& table, const char* directory,
+                 const NumberFile& numberFile)
       : table_(table), directory_(directory == nullptr ? "" : directory), numberFile_(numberFile) {}
 
   /// The sequences come in the order of their ends; each holds from the end of the one before.
@@ -59,7 +59,7 @@ class Builder {
 
 /// Of several rows at one address the last counts: the earlier ones are empty intervals. The last
 /// row only ends the sequence.
-void Builder::AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t from) {
+void LineMapBuilder::AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t from) {
   for (unsigned i = sequence.FirstRowIndex; i + 1 < sequence.LastRowIndex; ++i) {
     const std::uint64_t start = std::max(table_.Rows[i].Address.Address, from);
     const std::uint64_t end = table_.Rows[i + 1].Address.Address;
@@ -67,7 +67,7 @@ void Builder::AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t fr
   }
 }
 
-void Builder::Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::Row& row) {
+void LineMapBuilder::Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::Row& row) {
   const auto file = FileOf(row.File);
   if (!file) return;
   if (!intervals_.empty()) {
@@ -80,7 +80,7 @@ void Builder::Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::
   intervals_.push_back({start, end, *file, row.Line});
 }
 
-std::optional<std::uint32_t> Builder::FileOf(std::uint64_t index) {
+std::optional<std::uint32_t> LineMapBuilder::FileOf(std::uint64_t index) {
   const auto [entry, isNew] = files_.try_emplace(index);
   std::string path;
   if (isNew &&
@@ -96,7 +96,7 @@ std::vector<LineInterval> ReadLines(llvm::DWARFContext& context, llvm::DWARFUnit
                                     const NumberFile& numberFile) {
   DWARFDebugLine::LineTable table;
   if (!Parse(context, unit, table)) return {};
-  return Builder(table, unit.getCompilationDir(), numberFile).Build();
+  return LineMapBuilder(table, unit.getCompilationDir(), numberFile).Build();
 }
 
 }  // namespace tarvo::symbolreader

@@ -13,7 +13,7 @@
 namespace tarvo::toolkit {
 namespace {
 
-constexpr SourceFile kSource{"command/regular_file"};
+constexpr SourceFile kRegularFile{"command/regular_file"};
 
 Error OpenError(SourceLocation where, const std::string& path, const char* reason) {
   return Error::File(where, Format("Could not open \"@\": @", SafeText(path), reason),
@@ -27,13 +27,14 @@ Result<RegularFile> OpenRegularFile(const std::string& path) {
   // below, and without O_NONBLOCK the opening of a pipe would wait for its writer.
   struct stat status{};
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
-    return OpenError(kSource.Here(), path, "It is no regular file");
+    return OpenError(kRegularFile.Here(), path, "It is no regular file");
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (descriptor < 0) return OpenError(kSource.Here(), path, std::strerror(errno));
+  if (descriptor < 0) return OpenError(kRegularFile.Here(), path, std::strerror(errno));
   RegularFile opened{File(fdopen(descriptor, "rb"))};
   if (!opened.file || fstat(descriptor, &status) != 0)
-    return OpenError(kSource.Here(), path, std::strerror(errno));
-  if (!S_ISREG(status.st_mode)) return OpenError(kSource.Here(), path, "It is no regular file");
+    return OpenError(kRegularFile.Here(), path, std::strerror(errno));
+  if (!S_ISREG(status.st_mode))
+    return OpenError(kRegularFile.Here(), path, "It is no regular file");
   opened.size = static_cast<std::uint64_t>(status.st_size);
   return opened;
 }

@@ -9,7 +9,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr SourceFile kSource{"command/pack/apple_bundle"};
+constexpr SourceFile kAppleBundle{"command/pack/apple_bundle"};
 constexpr const char* kDebugFiles = "Contents/Resources/DWARF";
 
 bool HoldsFile(const fs::path& directory) {
@@ -25,7 +25,7 @@ Result<BundleEntry> Entry(const fs::path& bundle, const fs::directory_entry& fou
   const fs::file_type type = found.symlink_status(error).type();
   const std::string inside = found.path().lexically_relative(bundle).native();
   if (type != fs::file_type::directory && type != fs::file_type::regular)
-    return PackError(kSource.Here(), bundle.native(),
+    return PackError(kAppleBundle.Here(), bundle.native(),
                      "\"" + SafeText(inside) + "\" in it, no file and no directory",
                      "files and directories only");
   return BundleEntry{(bundle.filename() / inside).native(), found.path().native(),
@@ -38,7 +38,7 @@ Result<BundleEntry> Entry(const fs::path& bundle, const fs::directory_entry& fou
 Result<Bundle> FindAppleBundle(const std::string& path) {
   const fs::path directory = path;
   if (!HoldsFile(directory / kDebugFiles))
-    return PackError(kSource.Here(), path, "no file in " + std::string(kDebugFiles),
+    return PackError(kAppleBundle.Here(), path, "no file in " + std::string(kDebugFiles),
                      "a debug file there");
   Bundle bundle{directory.filename().native(), path, path, {}};
   bundle.entries.push_back({bundle.name, path, BundleEntry::Content::Directory});
@@ -50,7 +50,7 @@ Result<Bundle> FindAppleBundle(const std::string& path) {
     bundle.entries.push_back(*std::move(found));
   }
   if (error)
-    return PackError(kSource.Here(), path, "what cannot be read (" + error.message() + ")",
+    return PackError(kAppleBundle.Here(), path, "what cannot be read (" + error.message() + ")",
                      "readable files");
   std::ranges::sort(bundle.entries, {}, &BundleEntry::name);
   return bundle;

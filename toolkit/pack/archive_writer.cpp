@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr SourceFile kSource{"command/pack/archive_writer"};
+constexpr SourceFile kArchiveWriter{"command/pack/archive_writer"};
 
 Error FileError(SourceLocation where, const std::string& path, std::string_view reason) {
   return Error::File(where, Format("Could not write \"@\": @", SafeText(path), reason),
@@ -67,7 +67,7 @@ ArchiveWriter::~ArchiveWriter() {
 Result<std::unique_ptr<ArchiveWriter>> ArchiveWriter::Create(const std::string& path) {
   std::string temporary;
   File file = MakeTemporaryFile(fs::path(path).parent_path(), temporary);
-  if (!file) return FileError(kSource.Here(), path, std::strerror(errno));
+  if (!file) return FileError(kArchiveWriter.Here(), path, std::strerror(errno));
   std::unique_ptr<ArchiveWriter> made(
       new ArchiveWriter(path, std::move(temporary), std::move(file)));
   archive* writer = made->writer_.get();
@@ -75,7 +75,7 @@ Result<std::unique_ptr<ArchiveWriter>> ArchiveWriter::Create(const std::string& 
       archive_write_zip_set_compression_deflate(writer) != ARCHIVE_OK ||
       archive_write_set_bytes_in_last_block(writer, 1) != ARCHIVE_OK ||
       archive_write_open_fd(writer, fileno(made->file_.get())) != ARCHIVE_OK)
-    return made->WriteError(kSource.Here(), path);
+    return made->WriteError(kArchiveWriter.Here(), path);
   return made;
 }
 
@@ -87,36 +87,37 @@ Error ArchiveWriter::WriteError(SourceLocation where, const std::string& what) c
 Result<void> ArchiveWriter::AddDirectory(const std::string& name) {
   const auto entry = MakeEntry(name + '/', AE_IFDIR, 0755, 0);
   if (archive_write_header(writer_.get(), entry.get()) != ARCHIVE_OK)
-    return WriteError(kSource.Here(), name);
+    return WriteError(kArchiveWriter.Here(), name);
   return {};
 }
 
 Result<std::uint64_t> ArchiveWriter::AddFile(const std::string& name, const RegularFile& content) {
   const auto entry = MakeEntry(name, AE_IFREG, 0644, content.size);
   if (archive_write_header(writer_.get(), entry.get()) != ARCHIVE_OK)
-    return WriteError(kSource.Here(), name);
+    return WriteError(kArchiveWriter.Here(), name);
   std::array<char, 1 << 16> buffer;
   std::uint64_t left = content.size;
   while (left > 0) {
     const std::size_t wanted = std::min<std::uint64_t>(left, buffer.size());
     const std::size_t size = std::fread(buffer.data(), 1, wanted, content.file.get());
-    if (size == 0) return FileError(kSource.Here(), name, "The file ended before its size");
+    if (size == 0) return FileError(kArchiveWriter.Here(), name, "The file ended before its size");
     if (archive_write_data(writer_.get(), buffer.data(), size) != static_cast<la_ssize_t>(size))
-      return WriteError(kSource.Here(), name);
+      return WriteError(kArchiveWriter.Here(), name);
     left -= size;
   }
   return content.size;
 }
 
 Result<std::uint64_t> ArchiveWriter::Finish() {
-  if (archive_write_close(writer_.get()) != ARCHIVE_OK) return WriteError(kSource.Here(), path_);
+  if (archive_write_close(writer_.get()) != ARCHIVE_OK)
+    return WriteError(kArchiveWriter.Here(), path_);
   const mode_t mask = umask(0);
   umask(mask);
   const int file = fileno(file_.get());
   struct stat status{};
   if (fchmod(file, 0666 & ~mask) != 0 || fsync(file) != 0 || fstat(file, &status) != 0 ||
       rename(temporary_.c_str(), path_.c_str()) != 0)
-    return FileError(kSource.Here(), path_, std::strerror(errno));
+    return FileError(kArchiveWriter.Here(), path_, std::strerror(errno));
   temporary_.clear();
   return static_cast<std::uint64_t>(status.st_size);
 }
@@ -124,7 +125,7 @@ Result<std::uint64_t> ArchiveWriter::Finish() {
 Result<File> MakeScratchFile(const std::string& directory) {
   std::string path;
   File file = MakeTemporaryFile(directory, path);
-  if (!file) return FileError(kSource.Here(), directory, std::strerror(errno));
+  if (!file) return FileError(kArchiveWriter.Here(), directory, std::strerror(errno));
   unlink(path.c_str());
   return file;
 }

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 using namespace std::string_view_literals;
 
-constexpr SourceFile kSource{"command/pack/bundle"};
+constexpr SourceFile kBundle{"command/pack/bundle"};
 constexpr std::string_view kExpected = "an ELF program or library or a dSYM bundle";
 constexpr std::string_view kElfMagic =
     "\x7f"
@@ -57,7 +57,7 @@ Result<Bundle> FindFileBundle(const std::string& path,
   const std::string_view start(bytes.data(),
                                std::fread(bytes.data(), 1, bytes.size(), opened->file.get()));
   if (start.starts_with(kElfMagic)) return FindElfBundle(path, debugDirectories);
-  return PackError(kSource.Here(), path, FormatName(start), kExpected);
+  return PackError(kBundle.Here(), path, FormatName(start), kExpected);
 }
 
 }  // namespace
@@ -74,13 +74,13 @@ Result<Bundle> FindBundle(const std::string& path,
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (status.type() == fs::file_type::not_found)
-    return PackError(kSource.Here(), path, "nothing there", kExpected);
+    return PackError(kBundle.Here(), path, "nothing there", kExpected);
   if (!fs::is_directory(status)) return FindFileBundle(path, debugDirectories);
   // A bundle's name, also where "/" stands behind it.
   fs::path plain = fs::path(path).lexically_normal();
   if (!plain.has_filename()) plain = plain.parent_path();
   if (!IsAppleBundle(plain))
-    return PackError(kSource.Here(), path, "a directory not named *.dSYM", kExpected);
+    return PackError(kBundle.Here(), path, "a directory not named *.dSYM", kExpected);
   return FindAppleBundle(plain.native());
 }
 

@@ -10,7 +10,7 @@
 namespace tarvo::toolkit {
 namespace {
 
-constexpr SourceFile kSource{"command/pack/elf_bundle"};
+constexpr SourceFile kElfBundle{"command/pack/elf_bundle"};
 
 /// The name under which a crash report's module is looked up.
 Result<std::string> ModuleName(const std::string& path, const ElfFacts& facts) {
@@ -23,18 +23,18 @@ Result<std::string> ModuleName(const std::string& path, const ElfFacts& facts) {
     case ElfFacts::Kind::Library:
       if (facts.sharedName.find('/') == std::string::npos)
         return facts.sharedName.empty() ? fileName : facts.sharedName;
-      return PackError(kSource.Here(), path,
+      return PackError(kElfBundle.Here(), path,
                        "the shared name \"" + SafeText(facts.sharedName) + "\"",
                        "a name without \"/\"");
     case ElfFacts::Kind::DebugFile:
-      return PackError(kSource.Here(), path, "a separate debug file",
+      return PackError(kElfBundle.Here(), path, "a separate debug file",
                        "the library or program that it belongs to");
     case ElfFacts::Kind::ObjectFile:
-      return PackError(kSource.Here(), path, "an object file", "a linked program or library");
+      return PackError(kElfBundle.Here(), path, "an object file", "a linked program or library");
     case ElfFacts::Kind::Other:
       break;
   }
-  return PackError(kSource.Here(), path, "an ELF file of another kind",
+  return PackError(kElfBundle.Here(), path, "an ELF file of another kind",
                    "a linked program or library");
 }
 
@@ -50,7 +50,7 @@ Result<Bundle> FindElfBundle(const std::string& path,
   if (!facts->hasDebugInformation)
     debugFile = FindSeparateDebugFile(path, *facts, debugDirectories);
   if (debugFile.path.empty())
-    return PackError(kSource.Here(), path, "no debug information" + debugFile.refused,
+    return PackError(kElfBundle.Here(), path, "no debug information" + debugFile.refused,
                      "some in it or in a separate debug file");
   const std::string name = *moduleName + std::string(symbol_archive::kBundleSuffix);
   const auto content =

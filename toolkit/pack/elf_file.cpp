@@ -25,7 +25,7 @@ namespace {
 using llvm::object::ELFObjectFile;
 using llvm::object::ELFObjectFileBase;
 
-constexpr SourceFile kSource{"command/pack/elf_operations"};
+constexpr SourceFile kElfFile{"command/pack/elf_operations"};
 
 Error LlvmError(SourceLocation where, const std::string& path, llvm::Error error) {
   return Error::IllegalState(where, Format("Cannot pack \"@\": @", SafeText(path),
@@ -43,7 +43,7 @@ Result<std::unique_ptr<llvm::MemoryBuffer>> MapFile(const std::string& path) {
   if (!opened) return opened.GetError();
   auto mapped = llvm::MemoryBuffer::getOpenFile(fileno(opened->file.get()), path, opened->size,
                                                 /*RequiresNullTerminator=*/false);
-  if (!mapped) return LlvmError(kSource.Here(), path, llvm::errorCodeToError(mapped.getError()));
+  if (!mapped) return LlvmError(kElfFile.Here(), path, llvm::errorCodeToError(mapped.getError()));
   return std::move(*mapped);
 }
 
@@ -51,7 +51,7 @@ Result<MappedElf> MapElf(const std::string& path) {
   auto bytes = MapFile(path);
   if (!bytes) return bytes.GetError();
   auto object = llvm::object::ObjectFile::createELFObjectFile((*bytes)->getMemBufferRef());
-  if (!object) return LlvmError(kSource.Here(), path, object.takeError());
+  if (!object) return LlvmError(kElfFile.Here(), path, object.takeError());
   std::unique_ptr<ELFObjectFileBase> elf(llvm::cast<ELFObjectFileBase>(object->release()));
   return MappedElf{*std::move(bytes), std::move(elf)};
 }
@@ -157,7 +157,7 @@ Result<ElfFacts> ReadElfFacts(const std::string& path) {
   const auto elf = MapElf(path);
   if (!elf) return elf.GetError();
   auto facts = Facts(*elf->object);
-  if (!facts) return LlvmError(kSource.Here(), path, facts.takeError());
+  if (!facts) return LlvmError(kElfFile.Here(), path, facts.takeError());
   facts->buildId = llvm::toHex(llvm::object::getBuildID(elf->object.get()), /*LowerCase=*/true);
   return *std::move(facts);
 }
@@ -170,11 +170,11 @@ Result<void> WriteDebugSections(const std::string& path, std::FILE* to) {
   config.OnlyKeepDebug = true;
   llvm::raw_fd_ostream out(fileno(to), /*shouldClose=*/false);
   if (auto error = llvm::objcopy::elf::executeObjcopyOnBinary(config, {}, *elf->object, out))
-    return LlvmError(kSource.Here(), path, std::move(error));
+    return LlvmError(kElfFile.Here(), path, std::move(error));
   out.flush();
   const std::error_code error = out.error();
   out.clear_error();  // one that is left ends the process
-  if (error) return LlvmError(kSource.Here(), path, llvm::errorCodeToError(error));
+  if (error) return LlvmError(kElfFile.Here(), path, llvm::errorCodeToError(error));
   return {};
 }
 

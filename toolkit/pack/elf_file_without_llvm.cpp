@@ -3,10 +3,10 @@
 namespace tarvo::toolkit {
 namespace {
 
-constexpr SourceFile kSource{"command/pack/elf_file"};
+constexpr SourceFile kElfFileWithoutLlvm{"command/pack/elf_file"};
 
 Error WithoutLlvm(std::source_location where = std::source_location::current()) {
-  return Error::IllegalState(kSource.Here(where),
+  return Error::IllegalState(kElfFileWithoutLlvm.Here(where),
                              "ELF files cannot be packed: this build was made without LLVM 19.");
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr SourceFile kSource{"command/pack/pack"};
+constexpr SourceFile kPack{"command/pack/pack"};
 constexpr const char* kHierarchyRoot = "symbols";
 
 Result<std::uint64_t> AddDebugSections(ArchiveWriter& writer, const BundleEntry& entry,
@@ -63,7 +63,7 @@ Result<PackedArchive> WriteArchive(const std::string& path, const std::vector<Bu
   std::error_code error;
   if (fs::create_directories(directory, error); error)
     return Error::File(
-        kSource.Here(),
+        kPack.Here(),
         Format("Could not make the directory \"@\": @", SafeText(directory), error.message()),
         Url::FromSystemPath(directory));
   auto writer = ArchiveWriter::Create(path);

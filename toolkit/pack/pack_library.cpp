@@ -11,7 +11,7 @@
 namespace tarvo::toolkit {
 namespace {
 
-constexpr SourceFile kSource{"command/pack/pack_library"};
+constexpr SourceFile kPackLibrary{"command/pack/pack_library"};
 
 std::string LibraryPath() {
   Dl_info host{};
@@ -35,7 +35,7 @@ struct Loaded {
 
 Result<const PackLibrary*> PackLibrary::Load() {
   static const Loaded loaded;
-  if (loaded.library == nullptr) return Error::IllegalState(kSource.Here(), loaded.problem);
+  if (loaded.library == nullptr) return Error::IllegalState(kPackLibrary.Here(), loaded.problem);
   return loaded.library;
 }
 

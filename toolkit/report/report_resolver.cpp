@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr SourceFile kSource{"command/resolve"};
+constexpr SourceFile kReportResolver{"command/resolve"};
 
 void Remove(const Url& file) {
   std::error_code missing;
@@ -34,7 +34,7 @@ Result<ReportResolver> ReportResolver::Make(Framework& framework, ResolveOptions
   std::string scratch = (directory / "tarvo-resolve-XXXXXX").string();
   if (mkdtemp(scratch.data()) == nullptr) {
     return Error::File(
-        kSource.Here(),
+        kReportResolver.Here(),
         Format("Could not make a directory in \"@\": @", directory.string(), std::strerror(errno)),
         Url::FromSystemPath(scratch));
   }
@@ -96,7 +96,7 @@ Result<void> ReportResolver::Publish(const Url& from, const Url& to) {
 Result<void> PrepareDirectories(FileService& files, const ResolveOptions& options) {
   const Url& archives = options.archives;
   if (!archives.IsEmpty() && files.Detect(archives) != FileKind::Directory) {
-    return Error::File(kSource.Here(),
+    return Error::File(kReportResolver.Here(),
                        Format("The archive directory \"@\" is no directory.", archives), archives);
   }
   return options.cache.IsEmpty() ? Result<void>() : files.CreateDirectory(options.cache);
@@ -109,7 +109,7 @@ Result<void> Resolve(Framework& framework, const Url& report, const ResolveOptio
   Result<ReportResolver> resolver = ReportResolver::Make(framework, options);
   return resolver ? resolver->Resolve(report, IsOwnReport(*text)) : resolver.GetError();
 } catch (const std::bad_alloc&) {
-  return Error::OutOfMemory(kSource.Here());
+  return Error::OutOfMemory(kReportResolver.Here());
 }
 
 Url DocumentOf(const Url& report) {

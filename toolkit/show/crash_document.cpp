@@ -13,7 +13,7 @@
 namespace tarvo::toolkit {
 namespace {
 
-constexpr SourceFile kSource{"command/show/crash_document"};
+constexpr SourceFile kCrashDocument{"command/show/crash_document"};
 
 Error NotShown(SourceLocation where, const std::string& name, const std::string& reason) {
   return Error::IllegalArgument(where, Format("\"@\": @", SafeText(name), reason));
@@ -24,7 +24,7 @@ Error JsonError(std::string_view text, const std::string& name,
   const std::string_view before = text.substr(0, std::min(result.Offset(), text.size()));
   const auto lines = std::ranges::count(before, '\n');
   const std::size_t column = before.size() - (before.rfind('\n') + 1);
-  return NotShown(kSource.Here(), name,
+  return NotShown(kCrashDocument.Here(), name,
                   Format("found no JSON at line @, column @ (@), expected a resolved crash log.",
                          lines + 1, column + 1, rapidjson::GetParseError_En(result.Code()))
                       .ToStdString());
@@ -39,7 +39,7 @@ std::string_view FindText(const TextPairs& pairs, std::string_view key) {
 
 Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::string& name) {
   if (!report::Magic(text).empty())
-    return NotShown(kSource.Here(), name,
+    return NotShown(kCrashDocument.Here(), name,
                     "found a crash report that is not resolved; run `tarvo resolve` on it first, "
                     "and show the file *.resolved.json that it leaves.");
   // Iterative, so that deep nesting cannot exhaust the stack; texts are unescaped in their place.
@@ -56,7 +56,7 @@ Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::strin
   if (const std::size_t end = text.find('\0'); end != std::string_view::npos)
     return JsonError(text, name, {rapidjson::kParseErrorDocumentRootNotSingular, end});
   if (!handler.HasThreads())
-    return NotShown(kSource.Here(), name,
+    return NotShown(kCrashDocument.Here(), name,
                     "found JSON without an array \"Threads\", expected a resolved crash log.");
   return document;
 }

@@ -11,7 +11,7 @@ constexpr std::size_t kWidestModule = 24;
 
 std::string Blanks(std::size_t count) { return std::string(count, ' '); }
 
-std::string Place(const FrameLine& line) {
+std::string PlaceOf(const FrameLine& line) {
   if (line.count == 1) return line.location;
   return line.location + (line.location.empty() ? "×" : "  ×") + std::to_string(line.count);
 }
@@ -36,7 +36,7 @@ FrameTable::FrameTable(std::span<const FrameLine> lines, std::size_t width, bool
   const std::size_t function = Widest(lines, [](const FrameLine& line) { return line.function; });
   // Places are cut to two fifths where both cannot be shown as a whole.
   location_ =
-      std::min(Widest(lines, Place), std::max(rest * 2 / 5, rest - std::min(rest, function)));
+      std::min(Widest(lines, PlaceOf), std::max(rest * 2 / 5, rest - std::min(rest, function)));
   function_ = std::min(function, rest - location_);
 }
 
@@ -65,7 +65,8 @@ std::string FrameTable::Line(const FrameLine& line, const Painter& paint, bool i
   };
   add(Cell(line.module, module_, false), module_, Style::Module);
   add(Cell(line.function, function_, false), function_, isMarked ? Style::Title : Style::Plain);
-  add(Cell(Place(line), location_, true), location_, line.hasSource ? Style::Place : Style::Quiet);
+  add(Cell(PlaceOf(line), location_, true), location_,
+      line.hasSource ? Style::Place : Style::Quiet);
   return (isQuiet ? paint(Style::Quiet, text) : text) + '\n';
 }
 

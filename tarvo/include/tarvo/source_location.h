@@ -14,13 +14,13 @@ struct SourceLocation {
 };
 
 /// One piece of the sources, a file or a folder that speaks as one. Every source file that makes
-/// errors or output holds one:
+/// errors or output holds one, named after it, so that several may be compiled as one:
 ///
-///     constexpr tarvo::SourceFile kSource{"tarvo/source/url"};
-///     return tarvo::Error::IllegalState(kSource.Here(), "Not supported");
+///     constexpr tarvo::SourceFile kJobQueue{"tarvo/source/job_queue"};
+///     return tarvo::Error::IllegalState(kJobQueue.Here(), "Not supported");
 ///
-/// A folder shares one, so that its errors carry the folder's path and the line in the file that
-/// made them.
+/// Or a folder shares one, `kSource`, so that its errors carry the folder's path and the line in
+/// the file that made them.
 class SourceFile {
  public:
   /// `path` must outlive the process's use of it: a string literal.

@@ -7,7 +7,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/archive_library"};
+constexpr SourceFile kArchiveLibrary{"tarvo/source/archive_library"};
 
 template <typename Function>
 bool Bind(void* library, const char* name, Function& function) {
@@ -56,7 +56,7 @@ struct Loaded {
 
 Result<const ArchiveLibrary*> ArchiveLibrary::Load() {
   static const Loaded loaded;
-  if (!loaded.problem.IsEmpty()) return Error::IllegalState(kSource.Here(), loaded.problem);
+  if (!loaded.problem.IsEmpty()) return Error::IllegalState(kArchiveLibrary.Here(), loaded.problem);
   return &loaded.functions;
 }
 

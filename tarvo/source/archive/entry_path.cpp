@@ -8,7 +8,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/entry_path"};
+constexpr SourceFile kEntryPath{"tarvo/source/entry_path"};
 constexpr std::size_t kMaximumNameInMessage = 256;
 
 /// The names between the "/" of `path`, without empty ones and ".".
@@ -33,13 +33,13 @@ std::string NameForMessage(std::string_view name) {
 }
 
 Result<std::vector<std::string>> EntryNames(std::string_view path) {
-  if (path.starts_with('/')) return Refused(kSource.Here(), "its path is absolute");
+  if (path.starts_with('/')) return Refused(kEntryPath.Here(), "its path is absolute");
   std::vector<std::string> names = NamesOf(path);
   if (std::ranges::find(names, "..") != names.end())
-    return Refused(kSource.Here(), "its path holds \"..\"");
+    return Refused(kEntryPath.Here(), "its path holds \"..\"");
   if (names.size() > kMaximumEntryDepth) {
-    return Refused(kSource.Here(), Format("its path is @ names deep, at most @ are allowed",
-                                          names.size(), kMaximumEntryDepth));
+    return Refused(kEntryPath.Here(), Format("its path is @ names deep, at most @ are allowed",
+                                             names.size(), kMaximumEntryDepth));
   }
   return names;
 }
@@ -52,7 +52,7 @@ Result<void> CheckLinkTarget(std::string_view target, std::size_t depth) {
                            std::find(down, names.end(), "..") == names.end();
   if (staysInside) return {};
   return Refused(
-      kSource.Here(),
+      kEntryPath.Here(),
       Format("it is a link to \"@\", which may lead out of the directory", NameForMessage(target)));
 }
 

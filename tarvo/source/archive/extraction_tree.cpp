@@ -13,7 +13,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/extraction_tree"};
+constexpr SourceFile kExtractionTree{"tarvo/source/extraction_tree"};
 
 Error SystemError(SourceLocation where, int reason) {
   return Error::Plain(where, std::generic_category().message(reason));
@@ -30,7 +30,7 @@ Error NotMade(SourceLocation where, int reason) {
 Result<void> ExtractionBudget::TakeEntry() {
   if (entries_.fetch_add(1, std::memory_order_relaxed) < limits_.entries) return {};
   return Error::Plain(
-      kSource.Here(),
+      kExtractionTree.Here(),
       Format("the archive holds more than @ entries (g_archiveMaximumEntries)", limits_.entries));
 }
 
@@ -38,7 +38,7 @@ Result<void> ExtractionBudget::TakeBytes(std::size_t count) {
   const auto added = static_cast<std::int64_t>(count);
   if (bytes_.fetch_add(added, std::memory_order_relaxed) + added <= limits_.bytes) return {};
   return Error::Plain(
-      kSource.Here(),
+      kExtractionTree.Here(),
       Format("the archive holds more than @ bytes (g_archiveMaximumBytes)", limits_.bytes));
 }
 
@@ -48,17 +48,17 @@ Result<FileDescriptor> ExtractionTree::OpenChild(int directory, const std::strin
   if (child.IsOpen()) return child;
   if (errno == ENOTDIR) {
     return Error::Plain(
-        kSource.Here(),
+        kExtractionTree.Here(),
         Format("its path leads through \"@\", which is no directory", NameForMessage(name)));
   }
-  if (errno != ENOENT) return SystemError(kSource.Here(), errno);
+  if (errno != ENOENT) return SystemError(kExtractionTree.Here(), errno);
   if (mkdirat(directory, name.c_str(), 0777) == 0) {
     if (auto taken = budget_.TakeEntry(); !taken) return taken.GetError();
   } else if (errno != EEXIST) {  // another thread may have made it meanwhile
-    return SystemError(kSource.Here(), errno);
+    return SystemError(kExtractionTree.Here(), errno);
   }
   child = FileDescriptor(Uninterrupted([&] { return openat(directory, name.c_str(), kFlags); }));
-  if (!child.IsOpen()) return SystemError(kSource.Here(), errno);
+  if (!child.IsOpen()) return SystemError(kExtractionTree.Here(), errno);
   return child;
 }
 
@@ -80,7 +80,7 @@ Result<int> ExtractionTree::Open(Names names) {
 Result<ExtractionTree::Place> ExtractionTree::PlaceOf(std::string_view path) {
   auto names = EntryNames(path);
   if (!names) return names.GetError();
-  if (names->empty()) return Error::Plain(kSource.Here(), "its path names no file");
+  if (names->empty()) return Error::Plain(kExtractionTree.Here(), "its path names no file");
   std::string name = std::move(names->back());
   names->pop_back();
   const std::size_t depth = names->size();
@@ -104,7 +104,7 @@ Result<FileDescriptor> ExtractionTree::MakeFile(std::string_view path, bool isEx
     return openat(place->directory, place->name.c_str(),
                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, isExecutable ? 0777 : 0666);
   }));
-  if (!file.IsOpen()) return NotMade(kSource.Here(), errno);
+  if (!file.IsOpen()) return NotMade(kExtractionTree.Here(), errno);
   return file;
 }
 
@@ -114,7 +114,7 @@ Result<void> ExtractionTree::MakeLink(std::string_view path, const std::string& 
   if (!place) return place.GetError();
   if (auto checked = CheckLinkTarget(target, place->depth); !checked) return checked;
   if (symlinkat(target.c_str(), place->directory, place->name.c_str()) != 0)
-    return NotMade(kSource.Here(), errno);
+    return NotMade(kExtractionTree.Here(), errno);
   return {};
 }
 

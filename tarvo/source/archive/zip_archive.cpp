@@ -14,7 +14,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/zip_archive"};
+constexpr SourceFile kZipArchive{"tarvo/source/zip_archive"};
 constexpr std::string_view kAction = "open the archive";
 
 class ZipArchive final : public Counted<ReadArchive> {
@@ -22,16 +22,16 @@ class ZipArchive final : public Counted<ReadArchive> {
   explicit ZipArchive(const ArchiveLimits& limits) : limits_(limits) {}
 
   Result<void> Open(const Url& archive) override {
-    const auto path = PathForSystem(kSource.Here(), kAction, archive);
+    const auto path = PathForSystem(kZipArchive.Here(), kAction, archive);
     if (!path) return path.GetError();
     // Not blocking: opening a pipe would wait for its writer.
     FileDescriptor file(Uninterrupted(
         [&] { return open(path->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
     struct stat status{};
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0)
-      return FileError(kSource.Here(), kAction, archive, errno);
+      return FileError(kZipArchive.Here(), kAction, archive, errno);
     if (!S_ISREG(status.st_mode)) {
-      return Error::File(kSource.Here(),
+      return Error::File(kZipArchive.Here(),
                          Format("Could not @ \"@\": it is not a regular file", kAction, archive),
                          archive);
     }
@@ -41,7 +41,7 @@ class ZipArchive final : public Counted<ReadArchive> {
   }
 
   Result<void> Extract(const Url& directory) override {
-    if (!file_.IsOpen()) return Error::IllegalState(kSource.Here(), "No archive is open.");
+    if (!file_.IsOpen()) return Error::IllegalState(kZipArchive.Here(), "No archive is open.");
     return MakeDirectoryOnce(
         directory, [this](int tree) { return ExtractZip(file_.Get(), archive_, tree, limits_); });
   }

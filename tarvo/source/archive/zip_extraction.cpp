@@ -21,7 +21,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/zip_extraction"};
+constexpr SourceFile kZipExtraction{"tarvo/source/zip_extraction"};
 
 constexpr off_t kBytesForThread = 4 << 20;  ///< of the archive; less is not worth a thread
 constexpr unsigned kMaximumThreads = 4;
@@ -49,7 +49,8 @@ class Utf8Names {
 Result<void> WriteAll(int file, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = Uninterrupted([&] { return write(file, bytes.data(), bytes.size()); });
-    if (written < 0) return Error::Plain(kSource.Here(), std::generic_category().message(errno));
+    if (written < 0)
+      return Error::Plain(kZipExtraction.Here(), std::generic_category().message(errno));
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return {};
@@ -113,7 +114,7 @@ class Extraction {
   }
 
   Result<void> Extract(const ZipEntry& entry, ZipReader& reader, ExtractionTree& tree) {
-    if (entry.isEncrypted) return Error::Plain(kSource.Here(), "it is encrypted");
+    if (entry.isEncrypted) return Error::Plain(kZipExtraction.Here(), "it is encrypted");
     switch (entry.kind) {
       case ZipEntry::Kind::Directory:
         return tree.MakeDirectory(entry.path);
@@ -124,7 +125,7 @@ class Extraction {
       case ZipEntry::Kind::Other:
         break;
     }
-    return Error::Plain(kSource.Here(), "it is neither file, directory nor symbolic link");
+    return Error::Plain(kZipExtraction.Here(), "it is neither file, directory nor symbolic link");
   }
 
   Result<void> ExtractFile(const ZipEntry& entry, ZipReader& reader, ExtractionTree& tree) {
@@ -138,7 +139,7 @@ class Extraction {
       if (auto written = WriteAll(file->Get(), *block); !written) return written;
     }
     if (file->Close()) return {};
-    return Error::Plain(kSource.Here(), std::generic_category().message(errno));
+    return Error::Plain(kZipExtraction.Here(), std::generic_category().message(errno));
   }
 
   /// Ends the work of all threads. The first failure is the extraction's.
@@ -148,7 +149,7 @@ class Extraction {
     if (error_) return;
     const String where =
         entry.path.empty() ? String() : Format("entry \"@\": ", NameForMessage(entry.path));
-    error_ = Error::File(kSource.Here(),
+    error_ = Error::File(kZipExtraction.Here(),
                          Format("Could not extract \"@\": @@", archive_, where, reason), archive_);
   }
 

@@ -14,7 +14,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/zip_reader"};
+constexpr SourceFile kZipReader{"tarvo/source/zip_reader"};
 
 /// What the central directory holds for an entry on average, generously: 46 bytes and a path.
 constexpr std::int64_t kDirectoryBytesForEntry = 256;
@@ -110,7 +110,7 @@ Result<void> ZipReader::Open() {
   input_->left =
       std::min(maximumEntries_, input_->size) * kDirectoryBytesForEntry + kFreeDirectoryBytes;
   reader_ = {library.readNew(), Close{&library}};
-  if (reader_ == nullptr) return Error::OutOfMemory(kSource.Here());
+  if (reader_ == nullptr) return Error::OutOfMemory(kZipReader.Here());
   archive* const reader = reader_.get();
   // The form without a central directory is not supported on purpose: an archive that has lost it
   // was cut off.
@@ -120,7 +120,7 @@ Result<void> ZipReader::Open() {
                       library.setSeek(reader, Input::Seek) == ARCHIVE_OK &&
                       library.setData(reader, input_.get()) == ARCHIVE_OK &&
                       library.open(reader) == ARCHIVE_OK;
-  return isOpen ? Result<void>() : Failure(kSource.Here());
+  return isOpen ? Result<void>() : Failure(kZipReader.Here());
 }
 
 Result<bool> ZipReader::Next(ZipEntry& entry) {
@@ -129,7 +129,7 @@ Result<bool> ZipReader::Next(ZipEntry& entry) {
   const int status = library.nextHeader(reader_.get(), &header);
   if (status == ARCHIVE_EOF) return false;
   if (header != nullptr) entry.path = TextOrEmpty(library.path(header));
-  if (status != ARCHIVE_OK) return Failure(kSource.Here());
+  if (status != ARCHIVE_OK) return Failure(kZipReader.Here());
   input_->left = std::numeric_limits<std::int64_t>::max();
   entry.kind = KindOf(library, header);
   entry.isExecutable = (library.permissions(header) & 0111) != 0;
@@ -146,7 +146,7 @@ Result<std::string_view> ZipReader::ReadBlock() {
   while (status == ARCHIVE_OK && size == 0)
     status = input_->library.readBlock(reader_.get(), &bytes, &size, &offset);
   if (status == ARCHIVE_EOF) return std::string_view();
-  if (status != ARCHIVE_OK) return Failure(kSource.Here());
+  if (status != ARCHIVE_OK) return Failure(kZipReader.Here());
   return std::string_view(static_cast<const char*>(bytes), size);
 }
 

@@ -7,7 +7,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/configuration"};
+constexpr SourceFile kConfiguration{"tarvo/source/configuration"};
 
 /// What an assignment holds, for the message that refuses it.
 std::string FoundText(const Assignment& assignment) {
@@ -33,8 +33,9 @@ Result<void> Configuration::Declare(const std::string& owner, const Configuratio
   for (const ConfigurationRecord& record : table.Records()) {
     if (const Entry* declared = Find(record.name); declared != nullptr) {
       return Error::IllegalState(
-          kSource.Here(), Format("The configuration entry @ is declared by @ and again by @.",
-                                 record.name, declared->owner, owner));
+          kConfiguration.Here(),
+          Format("The configuration entry @ is declared by @ and again by @.", record.name,
+                 declared->owner, owner));
     }
     entries_.push_back(
         {.owner = owner, .record = record, .value = DefaultValue(record), .source = {}});
@@ -47,13 +48,13 @@ Result<void> Configuration::Assign(const std::vector<Assignment>& assignments) {
     Entry* entry = Find(assignment.name);
     if (entry == nullptr) {
       return Error::IllegalArgument(
-          kSource.Here(),
+          kConfiguration.Here(),
           Format("There is no configuration entry \"@\" (@).", assignment.name, assignment.source));
     }
     auto value = Read(entry->record, assignment);
     if (!value) {
       return Error::IllegalArgument(
-          kSource.Here(),
+          kConfiguration.Here(),
           Format("The configuration entry @ does not accept @ (@): expected @.", assignment.name,
                  FoundText(assignment), assignment.source, AcceptedText(entry->record)));
     }
@@ -71,11 +72,11 @@ Result<String> Configuration::QueryString(std::string_view name) const {
   const auto at = std::ranges::find(
       entries_, name, [](const Entry& entry) { return std::string_view(entry.record.name); });
   if (at == entries_.end() || at->record.kind != ConfigurationKind::String) {
-    return Error::IllegalArgument(kSource.Here(),
+    return Error::IllegalArgument(kConfiguration.Here(),
                                   Format("There is no String configuration entry \"@\".", name));
   }
   if (at->source.empty()) {
-    return Error::IllegalArgument(kSource.Here(),
+    return Error::IllegalArgument(kConfiguration.Here(),
                                   Format("The configuration entry @ is not set.", name));
   }
   return std::get<String>(at->value);

@@ -15,7 +15,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/configuration_file"};
+constexpr SourceFile kConfigurationFile{"tarvo/source/configuration_file"};
 
 std::variant<PlainText, ConfigurationValue, ForeignValue> ValueOf(const toml::node& node) {
   if (const auto* truth = node.as_boolean()) return ConfigurationValue(truth->get());
@@ -38,7 +38,7 @@ Result<std::vector<Assignment>> ReadConfigurationFile(const std::string& path) {
   if (!text) return text.GetError();
   const toml::parse_result table = toml::parse(text->View(), path);
   if (table.failed()) {
-    return Error::Conversion(kSource.Here(),
+    return Error::Conversion(kConfigurationFile.Here(),
                              Format("@: @", Place(path, table.error().source().begin.line),
                                     table.error().description()));
   }

@@ -5,7 +5,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/configuration_source"};
+constexpr SourceFile kConfigurationSource{"tarvo/source/configuration_source"};
 constexpr std::string_view kArgumentStart = "--";
 constexpr std::string_view kVariableStart = "TARVO_";
 constexpr std::string_view kEntryStart = "g_";
@@ -18,7 +18,7 @@ Result<std::vector<Assignment>> ReadArguments(const std::vector<std::string>& ar
     const std::size_t equals = argument.find('=');
     if (!argument.starts_with("--g_") || equals == std::string::npos) {
       return Error::IllegalArgument(
-          kSource.Here(),
+          kConfigurationSource.Here(),
           Format("The command line option @ sets nothing: expected --g_NAME=VALUE.", argument));
     }
     const std::size_t start = kArgumentStart.size();

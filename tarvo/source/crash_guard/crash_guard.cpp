@@ -16,7 +16,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/crash_guard/crash_guard"};
+constexpr SourceFile kCrashGuard{"tarvo/source/crash_guard/crash_guard"};
 
 SignalAction ActionOf(int signal) {
   SignalAction action{};
@@ -32,7 +32,7 @@ void TakeTheEnd(Framework& framework) {
   const auto crashHandler = Bind<CrashHandler>(framework);
   if (!crashHandler || !(*crashHandler)->SetSecondaryCallback(EndCrash))
     framework.Output().Diagnostic(
-        kSource.Here(),
+        kCrashGuard.Here(),
         "g_crashGuardReraise has no effect, and reports are not named: no "
         "module takes a callback for the end of a crash.");
 }
@@ -61,7 +61,7 @@ void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
   PrepareSignalFrames();
   g_guard.active.store(true);
   if (auto guarded = GuardThreadStarts(); !guarded)
-    framework.Output().Diagnostic(kSource.Here(), guarded.GetError().Text().View());
+    framework.Output().Diagnostic(kCrashGuard.Here(), guarded.GetError().Text().View());
   RecordUncaughtExceptions();
   g_guard.reraise = options.reraise;
   if (options.reraise || !options.report.IsEmpty()) TakeTheEnd(framework);

@@ -14,7 +14,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/crash_guard/report_pattern"};
+constexpr SourceFile kReportPattern{"tarvo/source/crash_guard/report_pattern"};
 
 /// Programs seldom have so many files open; should one have, its file there is closed at the crash.
 constexpr rlim_t kHighestDescriptor = 1023;
@@ -62,7 +62,7 @@ Result<std::string> Expand(std::string_view pattern) {
       path += '%';
     } else {
       return Error::IllegalArgument(
-          kSource.Here(),
+          kReportPattern.Here(),
           Format("The report path \"@\" has a % that is followed by none of p (process id), e "
                  "(program name), t (time of the start) and %.",
                  pattern));
@@ -81,9 +81,10 @@ Result<std::string> PrepareReportFile(std::string_view pattern) {
   const auto ids = static_cast<std::size_t>(std::ranges::count(path, kProcessIdMark));
   if (error || path.size() + ids * kProcessIdRoom >= sizeof(g_reportTemplate)) {
     return Error::IllegalArgument(
-        kSource.Here(), Format("The report path \"@\" cannot be made absolute, or is longer than @ "
-                               "bytes then.",
-                               pattern, sizeof(g_reportTemplate) - 1));
+        kReportPattern.Here(),
+        Format("The report path \"@\" cannot be made absolute, or is longer than @ "
+               "bytes then.",
+               pattern, sizeof(g_reportTemplate) - 1));
   }
   *std::ranges::copy(path, g_reportTemplate).out = '\0';
   g_reportDescriptor = HighDescriptor();

@@ -80,7 +80,7 @@ extern "C" {
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/crash_guard/thread_start"};
+constexpr SourceFile kThreadStart{"tarvo/source/crash_guard/thread_start"};
 
 /// Whether a call to pthread_create from anywhere arrives here, perhaps through others.
 bool ComesFirst() {
@@ -92,12 +92,12 @@ bool ComesFirst() {
 
 Result<void> GuardThreadStarts() {
   if (!PrepareAlternateStacks())
-    return Error::IllegalState(kSource.Here(),
+    return Error::IllegalState(kThreadStart.Here(),
                                "Threads get no alternate stack: the process has no free key for "
                                "thread-specific data.");
   if (void* own = MapAlternateStack(); own != nullptr) UseAlternateStack(own);
   if (!ComesFirst()) {
-    return Error::IllegalState(kSource.Here(),
+    return Error::IllegalState(kThreadStart.Here(),
                                "New threads get no alternate stack: the host library was loaded "
                                "behind the C library; link the program with it, or preload it.");
   }

@@ -31,7 +31,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/thread_variables"};
+constexpr SourceFile kThreadVariables{"tarvo/source/thread_variables"};
 
 /// Threads that may read at the same moment without an effect on memory; one more ends all freeing
 /// for good.
@@ -229,7 +229,7 @@ Result<void> Set(Slot& slot, const Variable& variable) {
     variables.push_back(variable);
   }
   Snapshot* snapshot = MakeSnapshot(variables);
-  if (snapshot == nullptr) return Error::OutOfMemory(kSource.Here());
+  if (snapshot == nullptr) return Error::OutOfMemory(kThreadVariables.Here());
   Publish(slot, snapshot);
   return {};
 }
@@ -246,16 +246,17 @@ void Remove(Slot& slot, std::string_view name) {
 Result<void> SetThreadVariable(std::string_view name, std::string_view value) try {
   if (!IsName(name)) {
     return Error::IllegalArgument(
-        kSource.Here(), Format("\"@\" is no name of a thread variable: it must start with a letter "
-                               "or \"_\", hold no \"=\", blank or control character and have at "
-                               "most @ bytes.",
-                               name, kMaximumThreadVariableName));
+        kThreadVariables.Here(),
+        Format("\"@\" is no name of a thread variable: it must start with a letter "
+               "or \"_\", hold no \"=\", blank or control character and have at "
+               "most @ bytes.",
+               name, kMaximumThreadVariableName));
   }
   Slot* slot = OwnSlot();
-  if (slot == nullptr) return Error::OutOfMemory(kSource.Here());
+  if (slot == nullptr) return Error::OutOfMemory(kThreadVariables.Here());
   return Set(*slot, {name, Bounded(value)});
 } catch (const std::bad_alloc&) {
-  return Error::OutOfMemory(kSource.Here());
+  return Error::OutOfMemory(kThreadVariables.Here());
 }
 
 void RemoveThreadVariable(std::string_view name) try {

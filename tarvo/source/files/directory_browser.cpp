@@ -11,8 +11,8 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/directory_browser"};
-constexpr std::string_view kAction = "list";
+constexpr SourceFile kDirectoryBrowser{"tarvo/source/directory_browser"};
+constexpr std::string_view kListAction = "list";
 
 struct CloseDirectory {
   void operator()(DIR* stream) const noexcept { closedir(stream); }
@@ -47,7 +47,7 @@ class DirectoryBrowser final : public Counted<BrowseIterator> {
       errno = 0;
       const dirent* found = readdir(stream_.get());
       if (found == nullptr) {
-        if (errno != 0) return FileError(kSource.Here(), kAction, directory_, errno);
+        if (errno != 0) return FileError(kDirectoryBrowser.Here(), kListAction, directory_, errno);
         return false;
       }
       const std::string_view name = found->d_name;
@@ -69,10 +69,10 @@ class DirectoryBrowser final : public Counted<BrowseIterator> {
 }  // namespace
 
 Result<Ref<BrowseIterator>> BrowseDirectory(const Url& directory) {
-  const auto path = PathForSystem(kSource.Here(), kAction, directory);
+  const auto path = PathForSystem(kDirectoryBrowser.Here(), kListAction, directory);
   if (!path) return path.GetError();
   DirectoryStream stream(opendir(path->c_str()));
-  if (stream == nullptr) return FileError(kSource.Here(), kAction, directory, errno);
+  if (stream == nullptr) return FileError(kDirectoryBrowser.Here(), kListAction, directory, errno);
   return Ref<BrowseIterator>(Make<DirectoryBrowser>(directory, std::move(stream)));
 }
 

@@ -19,8 +19,8 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/directory_once"};
-constexpr std::string_view kAction = "make the directory";
+constexpr SourceFile kDirectoryOnce{"tarvo/source/directory_once"};
+constexpr std::string_view kMakeAction = "make the directory";
 constexpr const char* kLock = "lock";
 constexpr const char* kTree = "tree";
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -120,9 +120,10 @@ Result<void> Make(WorkDirectory& work, const Url& directory, const std::string& 
                   const FillDirectory& fill) {
   if (IsDirectory(path)) return {};
   const FileDescriptor tree = work.MakeTree();
-  if (!tree.IsOpen()) return FileError(kSource.Here(), kAction, directory, errno);
+  if (!tree.IsOpen()) return FileError(kDirectoryOnce.Here(), kMakeAction, directory, errno);
   if (auto filled = fill(tree.Get()); !filled) return filled;
-  if (!work.RenameTree(path)) return FileError(kSource.Here(), kAction, directory, errno);
+  if (!work.RenameTree(path))
+    return FileError(kDirectoryOnce.Here(), kMakeAction, directory, errno);
   return {};
 }
 
@@ -136,17 +137,17 @@ Url WithoutTrailingSlashes(const Url& url) {
 
 Result<void> MakeDirectoryOnce(const Url& given, const FillDirectory& fill) {
   const Url directory = WithoutTrailingSlashes(given);
-  const Result<std::string> path = PathForSystem(kSource.Here(), kAction, directory);
+  const Result<std::string> path = PathForSystem(kDirectoryOnce.Here(), kMakeAction, directory);
   if (!path) return path.GetError();
   if (IsDirectory(*path)) return {};
   std::error_code error;
   std::filesystem::create_directories(directory.Parent().SystemPath().ToStdString(), error);
-  if (error) return FileError(kSource.Here(), kAction, directory, error.value());
+  if (error) return FileError(kDirectoryOnce.Here(), kMakeAction, directory, error.value());
   for (;;) {
     WorkDirectory work(WorkPath(directory));
     const WorkDirectory::Outcome outcome = work.Lock();
     if (outcome == WorkDirectory::Outcome::Failed)
-      return FileError(kSource.Here(), kAction, directory, errno);
+      return FileError(kDirectoryOnce.Here(), kMakeAction, directory, errno);
     if (outcome == WorkDirectory::Outcome::Locked) return Make(work, directory, *path, fill);
     if (IsDirectory(*path)) return {};
   }

@@ -14,8 +14,8 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/file_reading"};
-constexpr std::string_view kAction = "read";
+constexpr SourceFile kFileReading{"tarvo/source/file_reading"};
+constexpr std::string_view kReadAction = "read";
 constexpr std::size_t kFirstRoom = 16 * 1024;
 
 /// Reads until `room` bytes are there or the file ends; a negative number on failure.
@@ -42,31 +42,31 @@ Result<String> ReadAll(int descriptor, const Url& file, std::size_t expected, st
       got = Fill(descriptor, to + content.Size(), room - content.Size());
       return content.Size() + static_cast<std::size_t>(std::max<ssize_t>(got, 0));
     });
-    if (got < 0) return FileError(kSource.Here(), kAction, file, errno);
+    if (got < 0) return FileError(kFileReading.Here(), kReadAction, file, errno);
     content = grown;
     if (content.Size() < room && content.Size() <= limit) return content;
     room *= 2;
   }
-  return Error::File(kSource.Here(),
-                     Format("Could not @ \"@\": it holds more than @ bytes", kAction, file, limit),
-                     file);
+  return Error::File(
+      kFileReading.Here(),
+      Format("Could not @ \"@\": it holds more than @ bytes", kReadAction, file, limit), file);
 }
 
 }  // namespace
 
 Result<String> ReadWholeFile(const Url& file, std::size_t limit) try {
-  const auto path = PathForSystem(kSource.Here(), kAction, file);
+  const auto path = PathForSystem(kFileReading.Here(), kReadAction, file);
   if (!path) return path.GetError();
   const FileDescriptor descriptor(
       Uninterrupted([&] { return open(path->c_str(), O_RDONLY | O_CLOEXEC); }));
   struct stat status{};
   if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0)
-    return FileError(kSource.Here(), kAction, file, errno);
-  if (S_ISDIR(status.st_mode)) return FileError(kSource.Here(), kAction, file, EISDIR);
+    return FileError(kFileReading.Here(), kReadAction, file, errno);
+  if (S_ISDIR(status.st_mode)) return FileError(kFileReading.Here(), kReadAction, file, EISDIR);
   const auto size = static_cast<std::size_t>(std::max<off_t>(status.st_size, 0));
   return ReadAll(descriptor.Get(), file, std::min(size, limit), limit);
 } catch (const std::bad_alloc&) {
-  return Error::OutOfMemory(kSource.Here());
+  return Error::OutOfMemory(kFileReading.Here());
 }
 
 }  // namespace tarvo

@@ -12,12 +12,12 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/file_service"};
+constexpr SourceFile kFileService{"tarvo/source/file_service"};
 
 }  // namespace
 
 FileKind Files::Detect(const Url& url) {
-  const auto path = PathForSystem(kSource.Here(), "look at", url);
+  const auto path = PathForSystem(kFileService.Here(), "look at", url);
   struct stat status{};
   if (!path || stat(path->c_str(), &status) != 0) return FileKind::Nothing;
   if (S_ISREG(status.st_mode)) return FileKind::File;
@@ -26,11 +26,11 @@ FileKind Files::Detect(const Url& url) {
 
 Result<void> Files::CreateDirectory(const Url& url) {
   constexpr std::string_view kAction = "make the directory";
-  const auto path = PathForSystem(kSource.Here(), kAction, url);
+  const auto path = PathForSystem(kFileService.Here(), kAction, url);
   if (!path) return path.GetError();
   std::error_code error;
   std::filesystem::create_directories(*path, error);
-  if (error) return FileError(kSource.Here(), kAction, url, error.value());
+  if (error) return FileError(kFileService.Here(), kAction, url, error.value());
   return {};
 }
 

@@ -15,8 +15,8 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/output_file"};
-constexpr std::string_view kAction = "write";
+constexpr SourceFile kOutputFile{"tarvo/source/output_file"};
+constexpr std::string_view kWriteAction = "write";
 constexpr std::size_t kBufferBytes = 64 * 1024;
 constexpr int kNameAttempts = 100;
 
@@ -62,7 +62,7 @@ class TemporaryOutputFile final : public Counted<OutputFile> {
     if (!descriptor_.IsOpen()) return NotOpen();
     if (auto flushed = WriteOut(buffer_); !flushed) return flushed;
     if (!descriptor_.Close() || rename(temporaryPath_.c_str(), path_.c_str()) != 0)
-      return FileError(kSource.Here(), kAction, file_, errno);
+      return FileError(kOutputFile.Here(), kWriteAction, file_, errno);
     temporaryPath_.clear();
     return {};
   }
@@ -80,7 +80,7 @@ class TemporaryOutputFile final : public Counted<OutputFile> {
       if (written < 0) {
         const int reason = errno;
         descriptor_.Close();
-        return FileError(kSource.Here(), kAction, file_, reason);
+        return FileError(kOutputFile.Here(), kWriteAction, file_, reason);
       }
       bytes.remove_prefix(static_cast<std::size_t>(written));
     }
@@ -88,7 +88,7 @@ class TemporaryOutputFile final : public Counted<OutputFile> {
   }
 
   [[nodiscard]] Error NotOpen() const {
-    return Error::IllegalState(kSource.Here(),
+    return Error::IllegalState(kOutputFile.Here(),
                                "The file is committed already, or writing it failed before.");
   }
 
@@ -102,7 +102,7 @@ class TemporaryOutputFile final : public Counted<OutputFile> {
 }  // namespace
 
 Result<Ref<OutputFile>> CreateOutputFile(const Url& file) {
-  auto path = PathForSystem(kSource.Here(), kAction, file);
+  auto path = PathForSystem(kOutputFile.Here(), kWriteAction, file);
   if (!path) return path.GetError();
   for (int attempt = 0;; ++attempt) {
     std::string temporaryPath = file.Parent().Append(TemporaryName()).SystemPath().ToStdString();
@@ -114,7 +114,7 @@ Result<Ref<OutputFile>> CreateOutputFile(const Url& file) {
           file, std::move(*path), std::move(temporaryPath), std::move(descriptor)));
     }
     if (errno != EEXIST || attempt == kNameAttempts)
-      return FileError(kSource.Here(), kAction, file, errno);
+      return FileError(kOutputFile.Here(), kWriteAction, file, errno);
   }
 }
 

@@ -10,7 +10,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/class_registry"};
+constexpr SourceFile kClassRegistry{"tarvo/source/class_registry"};
 
 struct ClassRecord {
   std::string_view classId;
@@ -31,7 +31,7 @@ constexpr std::array kClasses{
 Result<Ref<Object>> CreateFrameworkObject(std::string_view classId, const HostEntries& entries) {
   const auto* found = std::ranges::find(kClasses, classId, &ClassRecord::classId);
   if (found == kClasses.end()) {
-    return Error::IllegalArgument(kSource.Here(),
+    return Error::IllegalArgument(kClassRegistry.Here(),
                                   Format("The framework has no class \"@\".", classId));
   }
   return found->create(entries);

@@ -8,7 +8,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/components"};
+constexpr SourceFile kComponents{"tarvo/source/components"};
 
 }  // namespace
 
@@ -33,7 +33,7 @@ void Components::Add(const std::string& owner, const std::vector<ComponentRecord
 Result<void> Components::Name(const std::string& binding) {
   const std::size_t equals = binding.find('=');
   if (equals == std::string::npos) {
-    return Error::IllegalArgument(kSource.Here(),
+    return Error::IllegalArgument(kComponents.Here(),
                                   Format("The binding \"@\" should be INTERFACE=CLASS.", binding));
   }
   const std::string_view interfaceId = std::string_view(binding).substr(0, equals);
@@ -41,16 +41,18 @@ Result<void> Components::Name(const std::string& binding) {
   const auto bound = bound_.find(interfaceId);
   if (bound == bound_.end()) {
     return Error::IllegalArgument(
-        kSource.Here(), Format("No module brings a component for the interface \"@\" (binding @).",
-                               interfaceId, binding));
+        kComponents.Here(),
+        Format("No module brings a component for the interface \"@\" (binding @).", interfaceId,
+               binding));
   }
   const auto component = std::ranges::find_if(all_, [&](const Component& candidate) {
     return candidate.record->interfaceId == interfaceId && candidate.record->className == className;
   });
   if (component == all_.end()) {
     return Error::IllegalArgument(
-        kSource.Here(), Format("No module brings a class \"@\" for the interface @ (binding @).",
-                               className, interfaceId, binding));
+        kComponents.Here(),
+        Format("No module brings a class \"@\" for the interface @ (binding @).", className,
+               interfaceId, binding));
   }
   bound->second = component->record;
   return {};
@@ -59,7 +61,7 @@ Result<void> Components::Name(const std::string& binding) {
 Result<Ref<Object>> Components::Bind(std::string_view interfaceId) {
   const auto bound = bound_.find(interfaceId);
   if (bound == bound_.end()) {
-    return Error::IllegalState(kSource.Here(),
+    return Error::IllegalState(kComponents.Here(),
                                Format("No component is bound to the interface @.", interfaceId));
   }
   if (interfaceId == Symbolification::kInterfaceId) return bound->second->create();

@@ -21,25 +21,10 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/host"};
+constexpr SourceFile kHost{"tarvo/source/host"};
 
 /// A module has one connection, so a process has one host.
 constinit std::atomic<bool> g_isRunning{false};
-
-/// Holds the process's one place for a host.
-class OnlyHost {
- public:
-  OnlyHost() noexcept : taken_(!g_isRunning.exchange(true)) {}
-  ~OnlyHost() {
-    if (taken_) g_isRunning.store(false);
-  }
-  OnlyHost(const OnlyHost&) = delete;
-  OnlyHost& operator=(const OnlyHost&) = delete;
-  [[nodiscard]] bool IsTaken() const noexcept { return taken_; }
-
- private:
-  const bool taken_;
-};
 
 }  // namespace
 
@@ -59,6 +44,21 @@ class Host::Implementation {
   Result<void> RunExecutionJob(std::string_view jobId);
 
  private:
+  /// Holds the process's one place for a host.
+  class OnlyHost {
+   public:
+    OnlyHost() noexcept : taken_(!g_isRunning.exchange(true)) {}
+    ~OnlyHost() {
+      if (taken_) g_isRunning.store(false);
+    }
+    OnlyHost(const OnlyHost&) = delete;
+    OnlyHost& operator=(const OnlyHost&) = delete;
+    [[nodiscard]] bool IsTaken() const noexcept { return taken_; }
+
+   private:
+    const bool taken_;
+  };
+
   Result<void> LoadModules(const HostOptions& options);
   Result<void> Configure(const HostOptions& options);
   Result<void> UseGuardedReport();
@@ -79,7 +79,7 @@ Host::Implementation::~Implementation() {
 
 Result<void> Host::Implementation::Start(const HostOptions& options) {
   if (!only_.IsTaken())
-    return Error::IllegalState(kSource.Here(), "A host is already running in this process.");
+    return Error::IllegalState(kHost.Here(), "A host is already running in this process.");
   if (auto loaded = LoadModules(options); !loaded) return loaded;
   if (auto configured = Configure(options); !configured) return configured;
   if (auto chosen = framework_.Bindings().Choose(modules_, options.components, options.bindings);
@@ -108,8 +108,7 @@ Result<void> Host::Implementation::LoadModules(const HostOptions& options) {
     const bool isTwice = std::ranges::any_of(
         modules_, [&](const auto& loaded) { return loaded->IsSameAs(**module); });
     if (isTwice) {
-      return Error::IllegalArgument(kSource.Here(),
-                                    Format("The module \"@\" is given twice.", file));
+      return Error::IllegalArgument(kHost.Here(), Format("The module \"@\" is given twice.", file));
     }
     modules_.push_back(*std::move(module));
   }
@@ -174,7 +173,7 @@ Result<void> Host::Implementation::RunExecutionJob(std::string_view jobId) {
   if (record == nullptr) {
     std::string known;
     for (const std::string& id : ExecutionJobIds()) known += (known.empty() ? "" : ", ") + id;
-    return Error::IllegalArgument(kSource.Here(),
+    return Error::IllegalArgument(kHost.Here(),
                                   Format("There is no execution job \"@\"; known are: @.", jobId,
                                          known.empty() ? "none" : known));
   }
@@ -188,8 +187,7 @@ Result<std::unique_ptr<Host>> Host::Start(HostOptions options) try {
   if (auto started = implementation->Start(options); !started) return started.GetError();
   return std::unique_ptr<Host>(new Host(std::move(implementation)));
 } catch (const std::exception& exception) {
-  return Error::IllegalState(kSource.Here(),
-                             Format("The host could not start: @", exception.what()));
+  return Error::IllegalState(kHost.Here(), Format("The host could not start: @", exception.what()));
 }
 
 Host::Host(std::unique_ptr<Implementation> implementation) noexcept

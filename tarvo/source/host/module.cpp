@@ -11,7 +11,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/module"};
+constexpr SourceFile kModule{"tarvo/source/module"};
 
 void YieldCpu() { sched_yield(); }
 
@@ -19,7 +19,7 @@ void YieldCpu() { sched_yield(); }
 Result<std::string> AbsolutePath(const std::string& file) {
   char* path = realpath(file.c_str(), nullptr);
   if (path == nullptr)
-    return CouldNotLoadModule(kSource.Here(), file, std::generic_category().message(errno));
+    return CouldNotLoadModule(kModule.Here(), file, std::generic_category().message(errno));
   std::string absolute = path;
   std::free(path);
   return absolute;
@@ -31,7 +31,7 @@ Result<std::unique_ptr<Module>> Module::Load(const std::string& file, Framework&
   auto path = AbsolutePath(file);
   if (!path) return path.GetError();
   void* library = dlopen(path->c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) return CouldNotLoadModule(kSource.Here(), file, dlerror());
+  if (library == nullptr) return CouldNotLoadModule(kModule.Here(), file, dlerror());
   const auto connection = FindConnection(library, file);
   if (!connection) {
     dlclose(library);  // nothing of it was used

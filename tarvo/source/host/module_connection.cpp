@@ -14,7 +14,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/module"};
+constexpr SourceFile kModuleConnection{"tarvo/source/module"};
 
 constexpr std::size_t kTagOffset = offsetof(Connection, buildTag);
 /// The first SDK version whose connection has a tag.
@@ -66,10 +66,11 @@ Error CouldNotLoadModule(SourceLocation where, const std::string& file, std::str
 Result<Connection*> FindConnection(void* library, const std::string& file) {
   const std::span<char> object = FindObject(library, "g_tarvo");
   if (object.size() < kTagOffset)
-    return CouldNotLoadModule(kSource.Here(), file, "it is no module, it does not export g_tarvo");
+    return CouldNotLoadModule(kModuleConnection.Here(), file,
+                              "it is no module, it does not export g_tarvo");
   static const BuildTag expected = MakeBuildTag();
   if (const std::string tag = TagOf(object); !AreCompatible(tag, expected.text)) {
-    return CouldNotLoadModule(kSource.Here(), file,
+    return CouldNotLoadModule(kModuleConnection.Here(), file,
                               Format("it was built as \"@\", this host as \"@\"; they must agree "
                                      "in what stands before the \";\"",
                                      tag, expected.text));
@@ -77,7 +78,7 @@ Result<Connection*> FindConnection(void* library, const std::string& file) {
   auto* connection = reinterpret_cast<Connection*>(object.data());
   if (object.size() < sizeof(Connection) || connection->size != sizeof(Connection) ||
       connection->moduleId == nullptr || connection->registerDeclarations == nullptr)
-    return CouldNotLoadModule(kSource.Here(), file, "its g_tarvo is incomplete");
+    return CouldNotLoadModule(kModuleConnection.Here(), file, "its g_tarvo is incomplete");
   return connection;
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr SourceFile kSource{"tarvo/source/module_files"};
+constexpr SourceFile kModuleFiles{"tarvo/source/module_files"};
 
 /// Loaded first, so that it watches over the loading of the others.
 constexpr std::string_view kFirstModule = "crashhandler.so";
@@ -38,7 +38,7 @@ Result<std::vector<std::string>> DefaultModuleFiles(const std::vector<std::strin
     if (!files.empty()) return std::vector<std::string>(files.begin(), files.end());
     tried += (tried.empty() ? "" : " and ") + directory;
   }
-  return Error::IllegalState(kSource.Here(),
+  return Error::IllegalState(kModuleFiles.Here(),
                              Format("No module (*.so) was found; looked in @.", tried));
 }
 

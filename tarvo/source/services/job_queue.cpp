@@ -12,7 +12,7 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/job_queue"};
+constexpr SourceFile kJobQueue{"tarvo/source/job_queue"};
 
 /// How long a wait sleeps before it looks at the clock again: at most this on the system's clock,
 /// and the second on a clock that may run faster.
@@ -30,7 +30,7 @@ Result<void> RunGuarded(Job& job) {
     reason = exception.what();
   } catch (...) {
   }
-  return Error::IllegalState(kSource.Here(), Format("The job threw an exception: @", reason));
+  return Error::IllegalState(kJobQueue.Here(), Format("The job threw an exception: @", reason));
 }
 
 }  // namespace
@@ -112,16 +112,16 @@ JobQueue::JobQueue(ClockService& clock) : clock_(clock) {}
 JobQueue::~JobQueue() { Shutdown(); }
 
 Result<Ref<PendingJob>> JobQueue::Enqueue(Ref<Job> job) try {
-  if (!job) return Error::IllegalArgument(kSource.Here(), "There is no job to enqueue.");
+  if (!job) return Error::IllegalArgument(kJobQueue.Here(), "There is no job to enqueue.");
   auto queued = Make<QueuedJob>(std::move(job), clock_);
   const std::scoped_lock lock(mutex_);
   if (isShutDown_)
-    return Error::IllegalState(kSource.Here(), "The host is shutting down and takes no jobs.");
+    return Error::IllegalState(kJobQueue.Here(), "The host is shutting down and takes no jobs.");
   waiting_.push_back(queued);
   StartWorkerIfNeeded();
   return Ref<PendingJob>(queued);
 } catch (const std::exception& exception) {
-  return Error::IllegalState(kSource.Here(),
+  return Error::IllegalState(kJobQueue.Here(),
                              Format("No worker could be started: @", exception.what()));
 }
 
@@ -166,7 +166,8 @@ void JobQueue::Shutdown() {
   }
   wake_.notify_all();
   for (const auto& job : dropped) {
-    job->Finish(Error::IllegalState(kSource.Here(), "The host shut down before the job started."));
+    job->Finish(
+        Error::IllegalState(kJobQueue.Here(), "The host shut down before the job started."));
   }
   for (std::thread& worker : workers) worker.join();
 }

@@ -11,14 +11,14 @@
 namespace tarvo {
 namespace {
 
-constexpr SourceFile kSource{"tarvo/source/observable"};
+constexpr SourceFile kObservable{"tarvo/source/observable"};
 
 class ObservableImplementation final : public Counted<Observable> {
  public:
   Result<void> Initialise(const String& name) override {
     const std::scoped_lock lock(mutex_);
     if (state_ != State::Unnamed) {
-      return Error::IllegalState(kSource.Here(),
+      return Error::IllegalState(kObservable.Here(),
                                  Format("The observable @ already has a name.", name_));
     }
     name_ = name;
@@ -43,7 +43,8 @@ class ObservableImplementation final : public Counted<Observable> {
     const std::scoped_lock lock(mutex_);
     if (state_ != State::Active) {
       return Error::IllegalState(
-          kSource.Here(), Format("The observable @ is not active and takes no observers.", name_));
+          kObservable.Here(),
+          Format("The observable @ is not active and takes no observers.", name_));
     }
     observers_.push_back({++lastId_, std::make_shared<const Observer>(std::move(observer))});
     return lastId_;
