@@ -5,7 +5,6 @@
 //     build/release/bench/resolve [--reports 200] [--threads 20] [--frames 30] [--modules 100]
 //                                 [--builds 5] [--archives 1000]
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -24,6 +23,7 @@
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
 #include "tarvo/host/host.h"
+#include "toolkit/command_line/command_line.h"
 
 // The module's code is linked into this program, with a connection of its own.
 tarvo::Connection g_tarvo;
@@ -149,14 +149,15 @@ void Measure(const Options& options, const fs::path& folder) {
 
 int Main(int argc, char** argv) {
   Options options;
-  CLI::App program("What resolving crash reports costs where their symbol archives are missing");
-  program.add_option("--reports", options.reports, "How many reports");
-  program.add_option("--threads", options.threads, "Threads in a report");
-  program.add_option("--frames", options.frames, "Frames of a thread");
-  program.add_option("--modules", options.modules, "Modules of a report");
-  program.add_option("--builds", options.builds, "Builds that these are of");
-  program.add_option("--archives", options.archives, "Archives of other builds");
-  CLI11_PARSE(program, argc, argv);
+  command_line::Program program(
+      "resolve", "What resolving crash reports costs where their symbol archives are missing");
+  program.AddOption("--reports", options.reports, "How many reports");
+  program.AddOption("--threads", options.threads, "Threads in a report");
+  program.AddOption("--frames", options.frames, "Frames of a thread");
+  program.AddOption("--modules", options.modules, "Modules of a report");
+  program.AddOption("--builds", options.builds, "Builds that these are of");
+  program.AddOption("--archives", options.archives, "Archives of other builds");
+  if (const auto status = program.Parse(argc, argv)) return *status;
   std::string pattern = (fs::temp_directory_path() / "tarvo-bench-XXXXXX").string();
   const fs::path folder = mkdtemp(pattern.data());
   Measure(options, folder);

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -70,12 +69,12 @@ int PrintNames(Host& host) {
 
 }  // namespace
 
-void AddConfigCommand(CLI::App& program, Context& context) {
-  CLI::App* config = program.add_subcommand("config", "List every configuration entry");
-  config->footer(kConfigFooter);
+void AddConfigCommand(Program& program, Context& context) {
+  Command config = program.AddSubcommand("config", "List every configuration entry");
+  config.SetFooter(kConfigFooter);
   auto namesOnly = std::make_shared<bool>(false);
-  config->add_flag("--names", *namesOnly, "Print the entries' names only, one a line");
-  config->callback([&context, namesOnly] {
+  config.AddFlag("--names", *namesOnly, "Print the entries' names only, one a line");
+  config.OnNamed([&context, namesOnly] {
     context.action = [&context, namesOnly] {
       return WithHost(context, *namesOnly ? PrintNames : PrintEntries);
     };

@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -160,20 +159,20 @@ int Run(const Context& context, const ExecOptions& options) {
 
 }  // namespace
 
-void AddExecCommand(CLI::App& program, Context& context) {
-  CLI::App* exec = program.add_subcommand("exec", "Run a program with crash capture");
-  exec->footer(kExecFooter);
+void AddExecCommand(Program& program, Context& context) {
+  Command exec = program.AddSubcommand("exec", "Run a program with crash capture");
+  exec.SetFooter(kExecFooter);
   auto options = std::make_shared<ExecOptions>();
-  exec->add_option("--report", options->report,
-                   "The report's path; %p stands for the\n"
-                   "process id, %e for the program's name,\n"
-                   "%t for the time of its start. Default:\n" +
-                       DefaultReport() + " in the\ncurrent directory")
-      ->type_name("PATTERN");
-  exec->add_option("PROGRAM", options->words, "The program and its arguments, behind \"--\"")
-      ->type_name("[ARGUMENT...]")
-      ->required();
-  exec->callback([&context, options] {
+  exec.AddOption("--report", options->report,
+                 "The report's path; %p stands for the\n"
+                 "process id, %e for the program's name,\n"
+                 "%t for the time of its start. Default:\n" +
+                     DefaultReport() + " in the\ncurrent directory")
+      .Named("PATTERN");
+  exec.AddOption("PROGRAM", options->words, "The program and its arguments, behind \"--\"")
+      .Named("[ARGUMENT...]")
+      .Required();
+  exec.OnNamed([&context, options] {
     context.action = [&context, options] { return Run(context, *options); };
   });
 }

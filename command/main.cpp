@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -41,31 +40,27 @@ Examples:
   tarvo config --module build/release/modules/crashhandler.so
 )";
 
-void AddSharedOptions(CLI::App& program, Context& context) {
-  program.set_version_flag("--version", "tarvo " TARVO_VERSION, "Print the version and exit");
+void AddSharedOptions(Program& program, Context& context) {
+  program.SetVersion("tarvo " TARVO_VERSION);
   program
-      .add_option("--module", context.host.modules,
-                  "Load this module; may be repeated. Default:\n"
-                  "every module in ../modules beside the\n"
-                  "program, or where modules are installed;\n"
-                  "crashhandler.so first")
-      ->type_name("FILE")
-      ->allow_extra_args(false);
+      .AddOption("--module", context.host.modules,
+                 "Load this module; may be repeated. Default:\n"
+                 "every module in ../modules beside the\n"
+                 "program, or where modules are installed;\n"
+                 "crashhandler.so first")
+      .Named("FILE")
+      .OneValueEachTime();
   program
-      .add_option("--config", context.host.configFile,
-                  "Read configuration entries from this\n"
-                  "TOML file")
-      ->type_name("FILE");
+      .AddOption("--config", context.host.configFile,
+                 "Read configuration entries from this\n"
+                 "TOML file")
+      .Named("FILE");
   program
-      .add_option("--bind", context.host.bindings,
-                  "Use this class for an interface; may be\n"
-                  "repeated. Default: the class loaded last")
-      ->type_name("INTERFACE=CLASS")
-      ->allow_extra_args(false);
-}
-
-std::string FailureMessage(const CLI::App*, const CLI::Error& error) {
-  return std::string("tarvo: ") + error.what() + "\nRun `tarvo --help` for more information.\n";
+      .AddOption("--bind", context.host.bindings,
+                 "Use this class for an interface; may be\n"
+                 "repeated. Default: the class loaded last")
+      .Named("INTERFACE=CLASS")
+      .OneValueEachTime();
 }
 
 /// `status`, or failure when not all that was printed could be written.
@@ -75,32 +70,15 @@ int WithOutput(int status) {
   return status == kDone ? kFailed : status;
 }
 
-/// What is not known is wrong usage beside --help and --version too, at which the parser ends
-/// before it says so.
-void Parse(CLI::App& program, int argc, char** argv) try {
-  program.parse(argc, argv);
-} catch (const CLI::Success&) {
-  const std::vector<std::string> unknown = program.remaining(true);
-  if (!unknown.empty()) throw CLI::ExtrasError(unknown);
-  throw;
-}
-
 int Main(int argc, char** argv) {
   Context context;
   context.host.arguments = TakeConfigurationArguments(argc, argv);
-  CLI::App program("Captures crashes and resolves crash reports to function, file and line.",
-                   "tarvo");
-  program.require_subcommand(0, 1)->fallthrough()->footer(kProgramFooter);
-  program.failure_message(FailureMessage);
+  Program program("tarvo",
+                  "Captures crashes and resolves crash reports to function, file and line.");
+  program.SetFooter(kProgramFooter);
   AddSharedOptions(program, context);
   for (const AddSubcommand add : kSubcommands) add(program, context);
-  try {
-    Parse(program, argc, argv);
-    // Only now, so that a mistyped subcommand is named by the parser.
-    if (!context.action) throw CLI::RequiredError("A subcommand");
-  } catch (const CLI::ParseError& error) {
-    return program.exit(error) == 0 ? kDone : kWrongUsage;
-  }
+  if (const auto status = program.Parse(argc, argv)) return *status;
   return WithOutput(context.action());
 }
 

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -39,13 +38,13 @@ int PrintNormalized(Host& host, const NormalizeOptions& options) {
 
 }  // namespace
 
-void AddNormalizeCommand(CLI::App& program, Context& context) {
-  CLI::App* normalize = program.add_subcommand("normalize", "Print a report as it is resolved");
-  normalize->footer(kNormalizeFooter);
+void AddNormalizeCommand(Program& program, Context& context) {
+  Command normalize = program.AddSubcommand("normalize", "Print a report as it is resolved");
+  normalize.SetFooter(kNormalizeFooter);
   auto options = std::make_shared<NormalizeOptions>();
-  normalize->add_option("REPORT", options->report, "The crash report")->required();
-  AddAdjustmentOptions(*normalize, options->adjustment);
-  normalize->callback([&context, options] {
+  normalize.AddOption("REPORT", options->report, "The crash report").Required();
+  AddAdjustmentOptions(normalize, options->adjustment);
+  normalize.OnNamed([&context, options] {
     context.action = [&context, options] {
       return WithHost(context, [options](Host& host) { return PrintNormalized(host, *options); });
     };

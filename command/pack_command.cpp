@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -109,29 +108,28 @@ int Pack(const PackOptions& options) {
 
 }  // namespace
 
-void AddPackCommand(CLI::App& program, Context& context) {
-  CLI::App* pack = program.add_subcommand("pack", "Make the symbol archive of a build");
-  pack->footer(kPackFooter);
+void AddPackCommand(Program& program, Context& context) {
+  Command pack = program.AddSubcommand("pack", "Make the symbol archive of a build");
+  pack.SetFooter(kPackFooter);
   auto options = std::make_shared<PackOptions>();
-  pack->add_option("--build", options->build, "The build, as crash reports name it")
-      ->required()
-      ->type_name("BUILD")
-      ->check(CheckBuild);
-  pack->add_option("--archives", options->archives, "The directory of archives; made where need be")
-      ->required()
-      ->type_name("DIR");
-  pack->add_option("--layout", options->layout, "flat (the default) or hierarchy")
-      ->type_name("LAYOUT")
-      ->check(CLI::IsMember({kFlat, kHierarchy}).description(""));
-  pack->add_option("--debug-directory", options->debugDirectories,
-                   "Look for separate debug files below this\n"
-                   "directory; may be repeated. Default:\n"
-                   "/usr/lib/debug")
-      ->type_name("DIR")
-      ->allow_extra_args(false);
-  pack->add_option("FILE", options->files, "ELF programs and libraries, and dSYM bundles")
-      ->required();
-  pack->callback([&context, options] { context.action = [options] { return Pack(*options); }; });
+  pack.AddOption("--build", options->build, "The build, as crash reports name it")
+      .Required()
+      .Named("BUILD")
+      .Check(CheckBuild);
+  pack.AddOption("--archives", options->archives, "The directory of archives; made where need be")
+      .Required()
+      .Named("DIR");
+  pack.AddOption("--layout", options->layout, "flat (the default) or hierarchy")
+      .Named("LAYOUT")
+      .OneOf({kFlat, kHierarchy});
+  pack.AddOption("--debug-directory", options->debugDirectories,
+                 "Look for separate debug files below this\n"
+                 "directory; may be repeated. Default:\n"
+                 "/usr/lib/debug")
+      .Named("DIR")
+      .OneValueEachTime();
+  pack.AddOption("FILE", options->files, "ELF programs and libraries, and dSYM bundles").Required();
+  pack.OnNamed([&context, options] { context.action = [options] { return Pack(*options); }; });
 }
 
 }  // namespace tarvo::command

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -116,40 +115,39 @@ HostOptions ResolvingHost(HostOptions options) {
   return options;
 }
 
-void AddOptions(CLI::App& resolve, ResolveOptions& options) {
-  resolve.add_option("PATH", options.paths, "Crash reports, and directories of them")->required();
+void AddOptions(Command& resolve, ResolveOptions& options) {
+  resolve.AddOption("PATH", options.paths, "Crash reports, and directories of them").Required();
   resolve
-      .add_option("--archives", options.archives,
-                  "The symbol archives. Default: the entry\ng_symbolArchiveDirectory")
-      ->type_name("DIR");
+      .AddOption("--archives", options.archives,
+                 "The symbol archives. Default: the entry\ng_symbolArchiveDirectory")
+      .Named("DIR");
   resolve
-      .add_option("--cache", options.cache,
-                  "Unpacked archives; made where missing.\nDefault: the entry "
-                  "g_symbolTemporaryDirectory")
-      ->type_name("DIR");
+      .AddOption("--cache", options.cache,
+                 "Unpacked archives; made where missing.\nDefault: the entry "
+                 "g_symbolTemporaryDirectory")
+      .Named("DIR");
   resolve
-      .add_option("--jobs", options.jobs, "Reports to resolve at once. Default: one\nfor each core")
-      ->type_name("N")
-      ->check(CLI::Range(1, 256));
-  resolve.add_flag(
-      "--missing-only", options.missingOnly,
-      "Leave reports alone whose outcome is newer\nthan they are and than the archives "
-      "of their\nbuilds");
-  resolve.add_option("--summary", options.summary, "Write the summary to FILE, as JSON")
-      ->type_name("FILE");
-  resolve.add_flag("--quiet", options.isQuiet, "Print failures only");
+      .AddOption("--jobs", options.jobs, "Reports to resolve at once. Default: one\nfor each core")
+      .Named("N")
+      .Within(1, 256);
+  resolve.AddFlag("--missing-only", options.missingOnly,
+                  "Leave reports alone whose outcome is newer\nthan they are and than the archives "
+                  "of their\nbuilds");
+  resolve.AddOption("--summary", options.summary, "Write the summary to FILE, as JSON")
+      .Named("FILE");
+  resolve.AddFlag("--quiet", options.isQuiet, "Print failures only");
   AddAdjustmentOptions(resolve, options.adjustment);
 }
 
 }  // namespace
 
-void AddResolveCommand(CLI::App& program, Context& context) {
-  CLI::App* resolve =
-      program.add_subcommand("resolve", "Resolve crash reports to function, file and line");
-  resolve->footer(kResolveFooter);
+void AddResolveCommand(Program& program, Context& context) {
+  Command resolve =
+      program.AddSubcommand("resolve", "Resolve crash reports to function, file and line");
+  resolve.SetFooter(kResolveFooter);
   auto options = std::make_shared<ResolveOptions>();
-  AddOptions(*resolve, *options);
-  resolve->callback([&context, options] {
+  AddOptions(resolve, *options);
+  resolve.OnNamed([&context, options] {
     context.action = [&context, options] {
       context.host = ResolvingHost(std::move(context.host));
       return WithHost(context, [options](Host& host) { return Resolve(host, *options); });

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -38,21 +37,24 @@ int RunJob(Host& host, const std::string& jobId) {
 
 }  // namespace
 
-void AddRunCommand(CLI::App& program, Context& context) {
-  CLI::App* run = program.add_subcommand("run", "Run an execution job of a module");
-  run->footer(kRunFooter);
+void AddRunCommand(Program& program, Context& context) {
+  Command run = program.AddSubcommand("run", "Run an execution job of a module");
+  run.SetFooter(kRunFooter);
   auto options = std::make_shared<RunOptions>();
-  auto* id = run->add_option("JOB_ID", options->jobId, "The job's id; --list shows the known ones");
-  auto* list = run->add_flag("--list", options->listOnly, "Print the known ids, one a line");
-  list->excludes(id);
-  run->callback([&context, options] {
-    if (options->jobId.empty() && !options->listOnly) throw CLI::RequiredError("JOB_ID");
+  const Option id =
+      run.AddOption("JOB_ID", options->jobId, "The job's id; --list shows the known ones");
+  run.AddFlag("--list", options->listOnly, "Print the known ids, one a line").Excludes(id);
+  const auto check = [options] {
+    return options->jobId.empty() && !options->listOnly ? "JOB_ID is required" : "";
+  };
+  const auto action = [&context, options] {
     context.action = [&context, options] {
       return WithHost(context, [options](Host& host) {
         return options->listOnly ? ListJobs(host) : RunJob(host, options->jobId);
       });
     };
-  });
+  };
+  run.OnNamed(action, check);
 }
 
 }  // namespace tarvo::command

@@ -1,12 +1,12 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -155,25 +155,24 @@ int ShowFiles(const Options& options) {
 
 }  // namespace
 
-void AddShowCommand(CLI::App& program, Context& context) {
-  CLI::App* show = program.add_subcommand("show", "Print a resolved crash log for reading");
-  show->footer(kShowFooter);
+void AddShowCommand(Program& program, Context& context) {
+  Command show = program.AddSubcommand("show", "Print a resolved crash log for reading");
+  show.SetFooter(kShowFooter);
   auto options = std::make_shared<Options>();
-  auto* thread = show->add_option("--thread", options->thread, "Only the thread of this number")
-                     ->type_name("N");
-  auto* all = show->add_flag("--all", options->showsAll,
-                             "Every frame, none folded or shortened; registers,\n"
-                             "modules and the report's other sections too");
-  show->add_flag("--json", options->passesJson, "Print the file as it is, once it is checked")
-      ->excludes(thread)
-      ->excludes(all);
-  show->add_flag("--no-source", options->hidesSource, "No lines of source files");
-  show->add_option("--color", options->colour, "auto (the default), always or never")
-      ->type_name("WHEN")
-      ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
-  show->add_option("FILE", options->files, "Resolved crash logs")->required();
-  show->callback(
-      [&context, options] { context.action = [options] { return ShowFiles(*options); }; });
+  const Option thread =
+      show.AddOption("--thread", options->thread, "Only the thread of this number").Named("N");
+  const Option all = show.AddFlag("--all", options->showsAll,
+                                  "Every frame, none folded or shortened; registers,\n"
+                                  "modules and the report's other sections too");
+  show.AddFlag("--json", options->passesJson, "Print the file as it is, once it is checked")
+      .Excludes(thread)
+      .Excludes(all);
+  show.AddFlag("--no-source", options->hidesSource, "No lines of source files");
+  show.AddOption("--color", options->colour, "auto (the default), always or never")
+      .Named("WHEN")
+      .OneOf({"auto", "always", "never"});
+  show.AddOption("FILE", options->files, "Resolved crash logs").Required();
+  show.OnNamed([&context, options] { context.action = [options] { return ShowFiles(*options); }; });
 }
 
 }  // namespace tarvo::command

@@ -3,10 +3,7 @@
 #include <functional>
 
 #include "tarvo/host/host.h"
-
-namespace CLI {
-class App;
-}
+#include "toolkit/command_line/command_line.h"
 
 namespace tarvo::toolkit {}
 
@@ -14,6 +11,7 @@ namespace tarvo::toolkit {}
 /// its help, to the program; `kSubcommands` in main.cpp lists them.
 namespace tarvo::command {
 
+using namespace command_line;
 using namespace toolkit;
 
 /// Exit statuses.
@@ -32,15 +30,15 @@ struct Context {
 };
 
 /// Adds a subcommand to the program. Both live until the program ends.
-using AddSubcommand = void (*)(CLI::App& program, Context& context);
+using AddSubcommand = void (*)(Program& program, Context& context);
 
-void AddConfigCommand(CLI::App& program, Context& context);
-void AddExecCommand(CLI::App& program, Context& context);
-void AddNormalizeCommand(CLI::App& program, Context& context);
-void AddPackCommand(CLI::App& program, Context& context);
-void AddResolveCommand(CLI::App& program, Context& context);
-void AddRunCommand(CLI::App& program, Context& context);
-void AddShowCommand(CLI::App& program, Context& context);
+void AddConfigCommand(Program& program, Context& context);
+void AddExecCommand(Program& program, Context& context);
+void AddNormalizeCommand(Program& program, Context& context);
+void AddPackCommand(Program& program, Context& context);
+void AddResolveCommand(Program& program, Context& context);
+void AddRunCommand(Program& program, Context& context);
+void AddShowCommand(Program& program, Context& context);
 
 /// Starts the host with the shared options and calls `work`, whose exit status it returns; where
 /// the host cannot start it prints why and returns kWrongUsage.

@@ -3,15 +3,16 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "faults.h"
 #include "scene.h"
 #include "tarvo/host/host.h"
 #include "tarvo/host/thread_variables.h"
+#include "toolkit/command_line/command_line.h"
 #include "workers.h"
 
 namespace {
@@ -42,25 +43,29 @@ std::string KindsHelp() {
          "`tarvo config` lists all entries.\n";
 }
 
-void DeclareOptions(CLI::App& app, DemoOptions& options) {
+void DeclareOptions(tarvo::command_line::Program& program, DemoOptions& options) {
   std::vector<std::string> kinds;
   for (const Fault& fault : AllFaults()) kinds.emplace_back(fault.kind);
-  app.add_option("--kind", options.kind, "How to crash (see below)")
-      ->check(CLI::IsMember(kinds))
-      ->capture_default_str();
-  app.add_option("--threads", options.workers.count, "Number of worker threads")
-      ->check(CLI::Range(0, 20000))
-      ->capture_default_str();
-  app.add_option("--depth", options.workers.depth, "Calls that each thread is deep")
-      ->check(CLI::Range(1, 100000))
-      ->capture_default_str();
-  app.add_option("--in", options.place,
-                 "Which thread crashes: the main one, one more worker,\n"
-                 "or one that the plug-in starts")
-      ->check(CLI::IsMember({"main", "worker", "plugin"}))
-      ->capture_default_str();
-  app.add_flag("--hold", options.hold, "Do not crash; wait, for a debugger to look at the program");
-  app.footer(KindsHelp());
+  program.AddOption("--kind", options.kind, "How to crash (see below)")
+      .Named("KIND")
+      .OneOf(kinds)
+      .ShowDefault();
+  program.AddOption("--threads", options.workers.count, "Number of worker threads")
+      .Within(0, 20000)
+      .ShowDefault();
+  program.AddOption("--depth", options.workers.depth, "Calls that each thread is deep")
+      .Within(1, 100000)
+      .ShowDefault();
+  program
+      .AddOption("--in", options.place,
+                 "The thread that crashes: main, worker (one more worker)\n"
+                 "or plugin (one that the plug-in starts)")
+      .Named("THREAD")
+      .OneOf({"main", "worker", "plugin"})
+      .ShowDefault();
+  program.AddFlag("--hold", options.hold,
+                  "Do not crash; wait, for a debugger to look at the program");
+  program.SetFooter(KindsHelp());
 }
 
 [[noreturn]] void Hold() {
@@ -92,13 +97,10 @@ void Crash(const DemoOptions& options, Workers& workers) {
 int main(int argc, char** argv) {
   const std::vector<std::string> configuration = tarvo::TakeConfigurationArguments(argc, argv);
   DemoOptions options;
-  CLI::App app("Crashes in a chosen way, with a crash handler watching.", "crashdemo");
-  DeclareOptions(app, options);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
-  }
+  tarvo::command_line::Program program("crashdemo",
+                                       "Crashes in a chosen way, with a crash handler watching.");
+  DeclareOptions(program, options);
+  if (const auto status = program.Parse(argc, argv)) return *status;
 
   auto host = tarvo::Host::Start({.arguments = configuration, .crashGuard = {.enabled = true}});
   if (!host) {
