@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
+#include <utility>
 
 namespace tarvo::command_line {
 namespace {
@@ -98,7 +99,9 @@ void Command::OnNamed(const std::function<void()>& action,
 }
 
 Program::Program(const std::string& name, const std::string& description)
-    : Command(*new CLI::App(description, name)), owned_(app_) {
+    : Program(std::make_unique<CLI::App>(description, name)) {}
+
+Program::Program(std::unique_ptr<CLI::App> app) : Command(*app), owned_(std::move(app)) {
   app_->failure_message(FailureMessage);
 }
 

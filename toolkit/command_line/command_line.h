@@ -93,6 +93,8 @@ class Program : public Command {
   [[nodiscard]] std::optional<int> Parse(int argc, char** argv);
 
  private:
+  explicit Program(std::unique_ptr<CLI::App> app);
+
   std::unique_ptr<CLI::App> owned_;
 };
 
