@@ -12,7 +12,8 @@ function(tarvo_add_test)
     set(test_TIMEOUT 60)
   endif()
   add_executable(${test_NAME} ${test_SOURCES})
-  set_target_properties(${test_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+  set_target_properties(${test_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
+                                                UNITY_BUILD OFF)
   target_link_libraries(${test_NAME} PRIVATE ${test_LIBRARIES} test_support GTest::gtest_main)
   if(TARVO_SANITIZE MATCHES "thread")
     set(test_environment

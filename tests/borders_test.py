@@ -92,28 +92,38 @@ def without_files(words, source):
     return kept
 
 
+def commands_by_source(compile_commands):
+    """How each source is compiled; also those that are compiled as one, by a file that includes them."""
+    commands = {}
+    for entry in json.loads(pathlib.Path(compile_commands).read_text()):
+        file = pathlib.Path(entry["file"])
+        sources = re.findall(r'^#include "(.*)"', file.read_text(), re.M) if "Unity" in file.parts else [str(file)]
+        for source in sources:
+            commands[source] = (without_files(shlex.split(entry["command"]), file.name), entry["directory"])
+    return commands
+
+
 def main():
-    commands = {entry["file"]: entry for entry in json.loads(pathlib.Path(sys.argv[1]).read_text())}
+    commands = commands_by_source(sys.argv[1])
     top = pathlib.Path(sys.argv[2])
     known = subprocess.run(["git", "ls-files", "*.h"], cwd=top, capture_output=True, text=True, check=True).stdout
     failures = []
     tried = 0
     for source, allowed, forbidden in BORDERS:
-        entry = commands.get(str(top / source))
-        if entry is None:
+        command, directory = commands.get(str(top / source), (None, None))
+        if command is None:
             if (top / source).exists() and source.startswith("symbolreader"):
                 continue  # left out of a build without LLVM
             failures.append(f"{source} is not built")
             continue
-        command = without_files(shlex.split(entry["command"]), source)
-        passed, text = compiles(command, entry["directory"], allowed)
+        passed, text = compiles(command, directory, allowed)
         if not passed:
             failures.append(f"{source} cannot include {allowed}:\n{text}")
         for header in forbidden:
             tried += 1
             if not re.search(rf"(^|/){re.escape(header)}$", known, re.MULTILINE):
                 failures.append(f"{source} would include {header}, which is not there")
-            passed, text = compiles(command, entry["directory"], header)
+            passed, text = compiles(command, directory, header)
             if passed:
                 failures.append(f"{source} can include {header}")
             elif f"{header}: No such file" not in text and f"'{header}' file not found" not in text:
