@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include "crash_context/text_buffer.h"
-#include "crash_guard/report_template.h"
 
 namespace tarvo {
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <string>
 #include <string_view>
 
@@ -11,6 +12,14 @@ namespace tarvo {
 // capture knows one path for its report, given at the start, when the process id at the crash is
 // not known yet. So that path is the name under which /proc lists a file descriptor, and at the
 // crash the report's file is opened and put there.
+
+/// What stands in a template in the place of the process id.
+inline constexpr char kProcessIdMark = '\x01';
+
+/// The report's path but for the process id, and where its file is put. Empty and -1 without a
+/// pattern. Written before a crash.
+extern char g_reportTemplate[PATH_MAX];
+extern int g_reportDescriptor;
 
 /// Prepares the report file of `pattern`, relative to the working directory of now; the system path
 /// to give to the capture. An illegal-argument error for a "%" that is followed by none of p, e, t

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "crash_guard/report_file.h"
-#include "crash_guard/report_template.h"
 #include "tarvo/format.h"
 
 namespace tarvo {

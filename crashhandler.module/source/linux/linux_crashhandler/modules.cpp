@@ -41,6 +41,9 @@ const ElfW(Phdr) * ModuleImage::SegmentOf(std::uint64_t address) const {
   return nullptr;
 }
 
-void ListModules() { dl_iterate_phdr(AppendModule, nullptr); }
+void ListModules() {
+  g_moduleImages = {};
+  dl_iterate_phdr(AppendModule, nullptr);
+}
 
 }  // namespace tarvo::crashhandler

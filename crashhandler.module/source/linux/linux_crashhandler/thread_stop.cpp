@@ -127,7 +127,9 @@ void StopThreads(pid_t self) {
   // trace it (linux-6.1 security/yama/yama_lsm.c, ptracer_exception_found). Elsewhere the call
   // fails with EINVAL.
   prctl(PR_SET_PTRACER, g_tracer.tid.load(), 0, 0, 0);
-  if (!Command(TracerCommand::Stop)) KillTracer();
+  // A process of one thread has nobody to be held. One that vfork has made must not leave a tracer
+  // behind that runs on in its parent's memory.
+  if (!Command(TracerCommand::Stop) || g_threadTable.count.load() == 1) KillTracer();
 }
 
 bool YieldToThreads() {

@@ -55,7 +55,8 @@ bool Lists(int directory, pid_t self) {
 int OpenTaskDirectory(pid_t self) {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   long directory = -ENOENT;
-  if (IsOurs(g_processes)) directory = RawSystemCall(SYS_openat, g_processes, "self/task", kFlags);
+  if (const int processes = g_processes.Descriptor(); processes >= 0)
+    directory = RawSystemCall(SYS_openat, processes, "self/task", kFlags);
   if (directory < 0) directory = RawSystemCall(SYS_openat, AT_FDCWD, "/proc/self/task", kFlags);
   if (directory < 0) return -1;
   if (Lists(static_cast<int>(directory), self)) return static_cast<int>(directory);

@@ -134,16 +134,27 @@ bool FindThreads() {
   return g_threadTable.count.load() != before;
 }
 
-/// Stops the crashing thread for as long as it takes to read its registers: it waits for this.
-void ReadCrashThread(std::int64_t end) {
+/// The signal whose delivery the thread was stopped at; 0 when it was stopped by the interrupt
+/// (linux-6.1 kernel/signal.c, ptrace_do_notify: an event stop has its event above SIGTRAP).
+long SignalOf(pid_t tid) {
+  siginfo_t info{};
+  if (Ptrace(PTRACE_GETSIGINFO, tid, 0, &info) != 0 || info.si_code >> 8 == PTRACE_EVENT_STOP)
+    return 0;
+  return info.si_signo;
+}
+
+/// Stops the crashing thread for as long as it takes to read its registers: it waits for this. No
+/// limit of time: it must be let go again, and when it has waited too long it kills this process.
+void ReadCrashThread() {
   ThreadEntry* thread = g_threadTable.Find(g_tracer.crashThread);
   if (thread == nullptr) return;
   Seize(*thread);
-  while (thread->stop.load() == StopState::Interrupted && Now() < end) {
+  while (thread->stop.load() == StopState::Interrupted) {
     Look(*thread);
     if (thread->stop.load() == StopState::Interrupted) Sleep(kFirstPause);
   }
-  Ptrace(PTRACE_DETACH, thread->tid);
+  if (thread->stop.load() == StopState::Stopped)
+    Ptrace(PTRACE_DETACH, thread->tid, 0, SignalOf(thread->tid));
 }
 
 void StopAll() {
@@ -156,17 +167,7 @@ void StopAll() {
     // Threads that were still running may have started others.
     if (!FindThreads() || Now() > end) break;
   }
-  // With time of its own: it is this thread that waits.
-  ReadCrashThread(Now() + kStopBudget);
-}
-
-/// The signal whose delivery the thread was stopped at; 0 when it was stopped by the interrupt
-/// (linux-6.1 kernel/signal.c, ptrace_do_notify: an event stop has its event above SIGTRAP).
-long SignalOf(pid_t tid) {
-  siginfo_t info{};
-  if (Ptrace(PTRACE_GETSIGINFO, tid, 0, &info) != 0 || info.si_code >> 8 == PTRACE_EVENT_STOP)
-    return 0;
-  return info.si_signo;
+  ReadCrashThread();
 }
 
 void Yield() {
