@@ -1,6 +1,9 @@
 // A small multi-threaded program that crashes on request. It knows the crash handler only through
 // the framework: the host loads the module, and the module does the rest.
 
+#include <errno.h>
+#include <linux/seccomp.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +13,7 @@
 
 #include "faults.h"
 #include "scene.h"
+#include "seccomp_filter.h"
 #include "tarvo/host/host.h"
 #include "tarvo/host/thread_variables.h"
 #include "toolkit/command_line/command_line.h"
@@ -21,6 +25,7 @@ struct DemoOptions {
   std::string kind = "null-write";
   std::string place = "worker";
   bool hold = false;
+  bool refusesTracing = false;
   WorkerOptions workers;
 };
 
@@ -63,6 +68,9 @@ void DeclareOptions(tarvo::command_line::Program& program, DemoOptions& options)
       .Named("THREAD")
       .OneOf({"main", "worker", "plugin"})
       .ShowDefault();
+  program.AddFlag("--refuse-tracing", options.refusesTracing,
+                  "As in a sandbox that forbids ptrace: threads are asked\n"
+                  "for their stacks");
   program.AddFlag("--hold", options.hold,
                   "Do not crash; wait, for a debugger to look at the program");
   program.SetFooter(KindsHelp());
@@ -112,6 +120,8 @@ int main(int argc, char** argv) {
   options.workers.oneBlocked = options.kind == "blocked-thread";
   options.workers.oneStuck = options.kind == "stuck-thread";
   Workers workers(options.workers);
+  if (options.refusesTracing && !InstallSeccompFilter(SYS_ptrace, SECCOMP_RET_ERRNO | EPERM))
+    std::fprintf(stderr, "crashdemo: tracing cannot be refused here.\n");
   if (options.hold) Hold();
   Crash(options, workers);
   std::fprintf(stderr, "crashdemo: the fault \"%s\" is not to be had here.\n",

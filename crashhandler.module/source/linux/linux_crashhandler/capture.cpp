@@ -20,10 +20,10 @@ const CrashServices* g_crashServices = nullptr;
 pid_t OwnThreadId() { return static_cast<pid_t>(syscall(SYS_gettid)); }
 
 void Park() {
-  // No handler of the program runs any more in this thread. The raw calls: pause() is a
-  // cancellation point and would unwind a cancelled thread.
-  const std::uint64_t all = ~std::uint64_t{0};
-  RawSystemCall(SYS_rt_sigprocmask, SIG_SETMASK, &all, nullptr, sizeof(all));
+  // No handler of the program runs any more in this thread; a request for its stack is answered.
+  // The raw calls: pause() is a cancellation point and would unwind a cancelled thread.
+  const std::uint64_t mask = ~(std::uint64_t{1} << (SIGHUP - 1));
+  RawSystemCall(SYS_rt_sigprocmask, SIG_SETMASK, &mask, nullptr, sizeof(mask));
   for (;;) RawSystemCall(SYS_pause);
 }
 
