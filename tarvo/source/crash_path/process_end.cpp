@@ -17,11 +17,6 @@ constinit CrashOwner g_capture;
 
 pid_t OwnThread() { return static_cast<pid_t>(RawSystemCall(SYS_gettid)); }
 
-/// A request for the thread's stack still reaches it.
-void AwaitCapture() {
-  while (g_capture.IsTaken() && !g_capture.IsHeldBy(OwnThread())) RawSystemCall(SYS_pause);
-}
-
 }  // namespace
 
 void BeginCapture() { g_capture.Take(OwnThread()); }
@@ -30,6 +25,17 @@ void BeginCapture() { g_capture.Take(OwnThread()); }
 
 // A sanitizer's runtime stands in front of these itself, and reports at the end.
 #ifndef TARVO_SANITIZED
+
+namespace tarvo {
+namespace {
+
+/// A request for the thread's stack still reaches it.
+void AwaitCapture() {
+  while (g_capture.IsTaken() && !g_capture.IsHeldBy(OwnThread())) RawSystemCall(SYS_pause);
+}
+
+}  // namespace
+}  // namespace tarvo
 
 namespace {
 
