@@ -65,12 +65,12 @@ std::atomic<Exit> g_quickExit{nullptr};
 
 extern "C" {
 
-[[gnu::visibility("default"), noreturn]] void exit(int status) noexcept { EndWith(g_exit, status); }
-[[gnu::visibility("default"), noreturn]] void quick_exit(int status) noexcept {
+[[gnu::visibility("default")]] void exit(int status) noexcept { EndWith(g_exit, status); }
+[[gnu::visibility("default")]] void quick_exit(int status) noexcept {
   EndWith(g_quickExit, status);
 }
-[[gnu::visibility("default"), noreturn]] void _exit(int status) { EndAtOnce(status); }
-[[gnu::visibility("default"), noreturn]] void _Exit(int status) noexcept { EndAtOnce(status); }
+[[gnu::visibility("default")]] void _exit(int status) { EndAtOnce(status); }
+[[gnu::visibility("default")]] void _Exit(int status) noexcept { EndAtOnce(status); }
 
 }  // extern "C"
 
