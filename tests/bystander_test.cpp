@@ -36,7 +36,7 @@ constexpr Scene kScenes[] = {
     {"polls", 1, "BystanderPolls", "null-write", "CrashNullWrite"},
     {"epolls", 1, "BystanderEpolls", "null-write", "CrashNullWrite"},
     {"sleeps", 1, "BystanderSleeps", "null-write", "CrashNullWrite"},
-    {"computes", 200, "BystanderComputes", "null-write", "CrashNullWrite"},
+    {"computes", 100, "BystanderComputes", "null-write", "CrashNullWrite"},
     {"awaits-signals", 1, "BystanderAwaitsSignals", "null-write", "CrashNullWrite",
      "it cannot be traced, and waits for signals itself"},
     {"blocks-signals", 3, "BystanderBlocksSignals", "null-write", "CrashNullWrite",

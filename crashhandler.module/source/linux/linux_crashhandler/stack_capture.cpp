@@ -66,11 +66,11 @@ std::uint64_t PlaceOf(pid_t tid) {
   return TakeHexadecimal(text);
 }
 
-const char* WhyNoFrames(const ThreadEntry& thread) {
+const char* WhyNoFrames(const ThreadEntry& thread, bool isInKernel) {
   if (thread.framesMissing != nullptr) return thread.framesMissing;
   switch (thread.stop.load()) {
     case StopState::Interrupted:
-      return "it did not stop: it waits in the kernel";
+      return isInKernel ? "it did not stop: it waits in the kernel" : "it did not stop in time";
     case StopState::Stopped:
       return "its stack could not be walked";
     default:
@@ -112,8 +112,9 @@ void CompleteStacks() {
     const RequestState request = thread.request.load();
     if (request == RequestState::Asked || request == RequestState::Claimed) thread.stack.count = 0;
     if (thread.stack.count != 0) continue;
-    thread.framesMissing = WhyNoFrames(thread);
-    if (const std::uint64_t place = PlaceOf(thread.tid)) thread.stack.Add(place);
+    const std::uint64_t place = PlaceOf(thread.tid);
+    thread.framesMissing = WhyNoFrames(thread, place != 0);
+    if (place != 0) thread.stack.Add(place);
   }
 }
 

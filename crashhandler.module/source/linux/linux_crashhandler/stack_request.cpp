@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -84,6 +85,9 @@ bool TakeBack(ThreadEntry& thread, const char* reason) {
   return true;
 }
 
+/// A thread that goes on leaves the processor to the capture, as far as any process may ask for.
+void StepAside(pid_t tid) { RawSystemCall(SYS_setpriority, PRIO_PROCESS, tid, 19); }
+
 bool IsPending(const ThreadEntry& thread) {
   const RequestState state = thread.request.load();
   return state == RequestState::Asked || state == RequestState::Claimed;
@@ -120,7 +124,8 @@ void RequestStacks(pid_t self) {
     Sleep(kInterval);
     if (++round % kStatusEvery == 0) DropEnded();
   }
-  for (ThreadEntry& thread : g_threadTable) TakeBack(thread, "it did not answer in time");
+  for (ThreadEntry& thread : g_threadTable)
+    if (TakeBack(thread, "it did not answer in time")) StepAside(thread.tid);
   for (int spent = 0; spent < kGrace && AnyPending(); spent += kInterval) Sleep(kInterval);
 }
 

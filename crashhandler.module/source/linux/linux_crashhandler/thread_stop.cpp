@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t kStackSize = std::size_t{64} << 10;
 constexpr std::size_t kGuardSize = std::size_t{4} << 10;
-/// Twice the tracer's own budget, which it keeps, and some more for a busy machine.
+/// How long the tracer may do nothing that is seen, in nanoseconds: it keeps a budget of its own.
 constexpr std::int64_t kPatience = 1'000'000'000;
 constexpr long kLivenessInterval = 5'000'000;
 
@@ -42,7 +42,10 @@ bool Command(TracerCommand command) {
   const std::uint32_t before = g_tracer.done.load();
   g_tracer.command.store(static_cast<std::uint32_t>(command));
   Wake(g_tracer.command);
-  for (const std::int64_t end = Now() + kPatience; g_tracer.done.load() == before;) {
+  std::int64_t end = Now() + kPatience;
+  for (std::uint32_t stops = g_tracer.stops.load(); g_tracer.done.load() == before;) {
+    if (g_tracer.stops.load() != stops) end = Now() + kPatience;
+    stops = g_tracer.stops.load();
     if (!IsTracerAlive() || Now() > end) return g_tracer.done.load() != before;
     const timespec interval{0, kLivenessInterval};
     RawSystemCall(SYS_futex, &g_tracer.done, FUTEX_WAIT_PRIVATE, before, &interval);

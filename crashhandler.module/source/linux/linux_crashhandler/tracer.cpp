@@ -96,22 +96,27 @@ void Look(ThreadEntry& thread) {
     Ptrace(PTRACE_GETFPREGS, thread.tid, 0, &thread.registers.floating);
     thread.hasRegisters = true;
     thread.stop.store(StopState::Stopped);
+    g_tracer.stops.fetch_add(1);
   } else if (!IsThread(thread.tid)) {
     thread.stop.store(StopState::Ended);
   }
 }
 
-/// Looks at the threads that were told to stop until all do, or the time is over.
+/// Looks at the threads that were told to stop until all do, or none has for too long, or `end`.
 void AwaitStops(std::int64_t end) {
   long pause = kFirstPause;
-  for (;;) {
+  std::int64_t lastStop = Now();
+  for (std::uint32_t before = g_tracer.stops.load();;) {
     bool isComplete = true;
     for (ThreadEntry& thread : g_threadTable) {
       if (thread.stop.load() != StopState::Interrupted) continue;
       Look(thread);
       isComplete = isComplete && thread.stop.load() != StopState::Interrupted;
     }
-    if (isComplete || Now() > end) return;
+    const std::int64_t now = Now();
+    if (g_tracer.stops.load() != before) lastStop = now;
+    before = g_tracer.stops.load();
+    if (isComplete || now > end || now > lastStop + kStopBudget) return;
     Sleep(pause);
     if (pause < kLongestPause) pause *= 2;
   }
@@ -158,7 +163,7 @@ void ReadCrashThread() {
 }
 
 void StopAll() {
-  const std::int64_t end = Now() + kStopBudget;
+  const std::int64_t end = Now() + kStopLimit;
   for (int pass = 0; pass < kMaximumPasses; ++pass) {
     for (ThreadEntry& thread : g_threadTable)
       if (thread.stop.load() == StopState::Listed && thread.tid != g_tracer.crashThread)
@@ -179,7 +184,7 @@ void Yield() {
   Sleep(kYield);
   for (ThreadEntry& thread : g_threadTable)
     if (thread.stop.load() == StopState::Interrupted) Ptrace(PTRACE_INTERRUPT, thread.tid);
-  AwaitStops(Now() + kStopBudget);
+  AwaitStops(Now() + kStopLimit);
 }
 
 }  // namespace

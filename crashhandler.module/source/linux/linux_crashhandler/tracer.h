@@ -29,12 +29,16 @@ struct TracerState {
   int taskDirectory = -1;
   std::atomic<std::uint32_t> command{0};  ///< a TracerCommand; a futex
   std::atomic<std::uint32_t> done{0};     ///< how many commands were carried out; a futex
+  std::atomic<std::uint32_t> stops{0};    ///< how many threads have stopped so far
   std::atomic<pid_t> tid{0};              ///< of the tracer; cleared by the kernel at its end
 };
 extern TracerState g_tracer;
 
-/// How long the tracer tries to stop all threads, in nanoseconds.
+/// How long the tracer waits for a thread to stop when no other one has, in nanoseconds. On a busy
+/// machine hundreds of threads that compute stop one by one, as the scheduler comes to them.
 inline constexpr std::int64_t kStopBudget = 250'000'000;
+/// How long it tries to stop all threads in any case.
+inline constexpr std::int64_t kStopLimit = 5'000'000'000;
 /// How long threads go on at TracerCommand::Yield, in nanoseconds.
 inline constexpr std::int64_t kYield = 2'000'000;
 /// After so many seconds the kernel kills the tracer, should the crashed process not end.
