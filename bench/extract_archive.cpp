@@ -10,8 +10,8 @@ namespace {
 tarvo::Result<void> Extract(const char* archive, const char* directory) {
   const auto host = tarvo::Host::Start({.modules = {EMPTY_MODULE}});
   if (!host) return host.GetError();
-  const auto reader = tarvo::CreateObject<tarvo::ReadArchive>((*host)->Services(),
-                                                              tarvo::ReadArchive::kZipClassId);
+  const auto reader =
+      tarvo::CreateObject<tarvo::ReadArchive>((*host)->Services(), tarvo::ReadArchive::kZipClassId);
   if (!reader) return reader.GetError();
   if (auto opened = (*reader)->Open(tarvo::Url::FromSystemPath(archive)); !opened) return opened;
   return (*reader)->Extract(tarvo::Url::FromSystemPath(directory));

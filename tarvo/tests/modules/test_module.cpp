@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "tarvo/module.h"
 #include "tarvo/format.h"
+#include "tarvo/module.h"
 #include "tarvo/symbolification.h"
 #include "test_service.h"
 
