@@ -54,23 +54,25 @@
 ///
 /// Where its parts come from:
 ///
-/// - Frames, innermost first. The crashed thread's begin with the crash handler's own and the
-/// signal
-///   trampoline; every other thread's first one stands twice. This capture gives a frame's module,
-///   function, offset and address as one text, to the letter what the C library's
-///   `backtrace_symbols` prints, without the directories; the function part is "(nil)", the address
-///   stands once more as the stack pointer, and there is no program counter. Code outside of all
-///   modules is "[0x7f2a10011c]". Other origins have "libscene.so:<tab>update + 0x1c (SP: 0x7ffc60,
-///   PC: 0x7f2a10011c)".
-/// - Registers: read by tracing, four a line; zeros where they could not be read. A count of 4k + 3
-///   leaves the closing brace on the last line.
-/// - Variables: ThreadName by the capture, what the program has set for the thread
-///   (tarvo/host/thread_variables.h), and the facts of `variable` by capture and crash guard. An
-///   empty line stands behind them if there are any beyond the name.
-/// - Modules, the program first: the loader's list, and as Build the program's own word for it,
-/// where
-///   a module is of the program's or the modules' directory. The program itself is "unknown".
-/// - Exception: the signal, its address and the thread as pthread_self gives it.
+/// Frames, innermost first: the capture's walk of the thread's stack. The crashed thread's begin
+/// with the crash handler's own and the signal trampoline; every other thread's first one stands
+/// twice. This capture gives a frame's module, function, offset and address as one text, to the
+/// letter what the C library's `backtrace_symbols` prints, without the directories; the function
+/// part is "(nil)", the address stands once more as the stack pointer, and there is no program
+/// counter. Code outside of all modules is "[0x7f2a10011c]". Other origins have
+/// "libscene.so:<tab>update + 0x1c (SP: 0x7ffc60, PC: 0x7f2a10011c)".
+///
+/// Registers: read by tracing, four a line; zeros where they could not be read. A count of 4k + 3
+/// leaves the closing brace on the last line.
+///
+/// Variables: ThreadName by the capture, what the program has set for the thread
+/// (tarvo/host/thread_variables.h), and the facts of `variable` by capture and crash guard. An
+/// empty line stands behind them if there are any beyond the name.
+///
+/// Modules, the program first: the loader's list, and as Build the program's own word for it, where
+/// a module is of the program's or the modules' directory. The program itself is "unknown".
+///
+/// Exception: the signal, its address and the thread as pthread_self gives it.
 ///
 /// Reports of other origins may have the sections ApplicationInfo, ComputerInfo, Opened Scenes and
 /// Critical_Log too. A reader takes the sections in any order, a missing "}" at the end, and keys
