@@ -12,15 +12,10 @@ namespace key = crash_report::key;
 
 namespace {
 
-/// As "%p" prints an address: zero is "(nil)".
-std::optional<std::uint64_t> ParseBase(std::string_view text) noexcept {
-  return text == crash_report::kNull ? 0 : ParseAddress(text);
-}
-
 void Add(ModuleEntry& module, const KeyValue& line) {
   if (line.key == key::kExecutable) module.path = line.value;
   if (line.key == key::kBuild) module.build = line.value;
-  if (line.key == key::kBaseAddress) module.base = ParseBase(line.value);
+  if (line.key == key::kBaseAddress) module.base = ParseAddress(line.value);
 }
 
 }  // namespace

@@ -14,6 +14,9 @@
 namespace tarvo::report {
 namespace {
 
+/// In the place of "(nil)", which readers do not take for a number.
+constexpr std::string_view kZero = "0x0";
+
 std::string_view Indentation(std::string_view line) {
   return line.substr(0, line.find_first_not_of(" \t"));
 }
@@ -49,7 +52,7 @@ std::string FunctionText(const OwnFrame& frame) {
   text += text.empty() ? "" : " ";
   text += frame.offset.substr(0, 1);
   text += ' ';
-  text += frame.offset.substr(1) == "0" ? "0x0" : frame.offset.substr(1);
+  text += frame.offset.substr(1) == "0" ? kZero : frame.offset.substr(1);
   return text;
 }
 
@@ -58,7 +61,10 @@ void AppendFrame(std::string& text, std::string_view line, const OwnFrame& frame
   std::string counter;
   AppendAddress(counter, address);
   AppendLine(text, line, frame.module, crash_report::frame::kFunction, FunctionText(frame),
-             frame.tail, crash_report::frame::kProgramCounter, counter, std::string_view(")"));
+             crash_report::frame::kStackPointer,
+             frame.stackPointer == crash_report::kNull ? kZero : frame.stackPointer,
+             std::string_view(","), crash_report::frame::kProgramCounter, counter,
+             std::string_view(")"));
 }
 
 class OwnReport {

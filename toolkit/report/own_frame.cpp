@@ -33,10 +33,7 @@ bool SplitName(std::string_view name, FrameText& text) noexcept {
 std::optional<FrameText> ParseFrameText(std::string_view text) noexcept {
   const std::size_t bracket = text.rfind('[');
   if (bracket == std::string_view::npos || !TakeEnd(text, "]")) return std::nullopt;
-  // A call through a null pointer leads to a frame at the null pointer.
-  const std::string_view digits = text.substr(bracket + 1);
-  const auto address =
-      digits == crash_report::kNull ? std::optional<std::uint64_t>(0) : ParseAddress(digits);
+  const auto address = ParseAddress(text.substr(bracket + 1));
   FrameText parts;
   if (!address || !SplitName(text.substr(0, bracket), parts)) return std::nullopt;
   parts.address = *address;
@@ -48,13 +45,13 @@ std::optional<OwnFrame> ParseOwnFrame(std::string_view content) noexcept {
   if (!TakeEnd(text, ")") || !TakeEnd(text, crash_report::kNull) ||
       !TakeEnd(text, frame::kProgramCounter))
     return std::nullopt;
-  const std::size_t stackPointer = text.rfind(frame::kStackPointer);
-  if (stackPointer == std::string_view::npos) return std::nullopt;
-  const std::string_view tail = text.substr(stackPointer);
-  text = text.substr(0, stackPointer);
+  const std::size_t at = text.rfind(frame::kStackPointer);
+  if (at == std::string_view::npos || !TakeEnd(text, ",")) return std::nullopt;
+  const std::string_view stackPointer = text.substr(at + frame::kStackPointer.size());
+  text = text.substr(0, at);
   if (!TakeEnd(text, crash_report::kNull) || !TakeEnd(text, frame::kFunction)) return std::nullopt;
   const auto parts = ParseFrameText(text);
-  return parts ? std::optional(OwnFrame{*parts, tail}) : std::nullopt;
+  return parts ? std::optional(OwnFrame{*parts, stackPointer}) : std::nullopt;
 }
 
 }  // namespace tarvo::report

@@ -24,7 +24,7 @@ struct FrameText {
 ///
 ///     libscene.so(update+0x1c) [0x7f2a…]:<tab>(nil) (SP: 0x7f2a…, PC: (nil))
 struct OwnFrame : FrameText {
-  std::string_view tail;  ///< from " (SP: 0x…" up to its ","
+  std::string_view stackPointer;  ///< "0x7f2a…"; "(nil)" after a call through a null pointer
 };
 
 /// Takes a frame's line apart, without blanks around it; nothing when it is another one.

@@ -115,6 +115,7 @@ std::optional<KeyValue> SplitKeyValue(std::string_view line) noexcept {
 }
 
 std::optional<std::uint64_t> ParseAddress(std::string_view text) noexcept {
+  if (text == crash_report::kNull) return 0;
   if (!text.starts_with(crash_report::kHexadecimal)) return std::nullopt;
   text.remove_prefix(crash_report::kHexadecimal.size());
   std::uint64_t number = 0;

@@ -40,7 +40,7 @@ struct KeyValue {
 /// "KEY = VALUE"; nothing when there is no "=".
 [[nodiscard]] std::optional<KeyValue> SplitKeyValue(std::string_view line) noexcept;
 
-/// "0x7f2a…" as a number; nothing when it is another text.
+/// "0x7f2a…", or "(nil)", as a number; nothing when it is another text.
 [[nodiscard]] std::optional<std::uint64_t> ParseAddress(std::string_view text) noexcept;
 /// Appends `address` as such a text.
 void AppendAddress(std::string& text, std::uint64_t address);

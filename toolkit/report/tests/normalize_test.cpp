@@ -62,6 +62,10 @@ TEST(NormalizeTest, TakesTheFramesOfOwnReportsApart) {
   };
   const std::string wild = called(Own("crashhandler.so(+0x1)", "c001") +
                                   Own("libc.so.6(+0x3c050)", "7050") + Own("a.so(f+0x1)", "5001"));
+  // What was called is a frame too, where the capture walks the stack itself.
+  const std::string null =
+      called(Own("crashhandler.so(+0x1)", "c001") + Own("libc.so.6(+0x3c050)", "7050") +
+             "\t\t\t[(nil)]:\t(nil) (SP: (nil), PC: (nil))\n" + Own("a.so(f+0x1)", "5001"));
   const std::string modules = Module("a.so", "/opt/a.so", "0x5000", "7");
   const std::string expected =
       OwnReport(Thread(Plain("libc.so.6:\tpause + 0x32", "7f32", "7f32") +
@@ -80,9 +84,12 @@ TEST(NormalizeTest, TakesTheFramesOfOwnReportsApart) {
                            Plain("a.so:\tSort + 0x3", "5003", "5002")) +
                     called(Plain("crashhandler.so:\t+ 0x1", "c001", "c001") +
                            Plain("libc.so.6:\t+ 0x3c050", "7050", "7050") +
-                           Plain("a.so:\tf + 0x1", "5001", "5000")),
+                           Plain("a.so:\tf + 0x1", "5001", "5000")) +
+                    called(Plain("crashhandler.so:\t+ 0x1", "c001", "c001") +
+                           Plain("libc.so.6:\t+ 0x3c050", "7050", "7050") +
+                           Plain(":\t?", "0", "0") + Plain("a.so:\tf + 0x1", "5001", "5000")),
                 modules);
-  const std::string report = OwnReport(waiting + crashing + working + wild, modules);
+  const std::string report = OwnReport(waiting + crashing + working + wild + null, modules);
   EXPECT_EQ(Normalized(report, ReturnAddressAdjustment::OwnReports), expected);
   EXPECT_EQ(Normalized(report, ReturnAddressAdjustment::AllReports), expected);
 }
