@@ -4,6 +4,8 @@
 
 namespace empty_module {
 
+void RegisterNothing(tarvo::Registration& registration);
+
 void RegisterNothing(tarvo::Registration&) {}
 
 }  // namespace empty_module

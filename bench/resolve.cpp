@@ -127,7 +127,7 @@ void Print(const Options& options, const Times& times, std::uintmax_t bytes) {
       "%d reports of %.0f KiB, %d frames in %d modules of %d builds; %d archives of others\n",
       options.reports, static_cast<double>(bytes) / 1024, options.threads * options.frames,
       options.modules, options.builds, options.archives);
-  for (int stage = 0; stage < kStages; ++stage)
+  for (std::size_t stage = 0; stage < kStages; ++stage)
     std::printf("  %-14s %8.3f ms a report %6.1f %%\n", kNames[stage],
                 times[stage] * 1e3 / options.reports, 100 * times[stage] / total);
   std::printf("%.0f reports a second; resolving takes %.2f of the time of reading and parsing\n",

@@ -1,5 +1,7 @@
 # Warnings, for all targets.
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align)
+add_compile_options(
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align -Wcast-qual -Wold-style-cast -Wconversion
+  -Wsign-conversion -Wformat=2 -Wmissing-declarations)
 if(TARVO_WERROR)
   add_compile_options(-Werror)
 endif()

@@ -66,7 +66,7 @@ std::optional<SourcePosition> PdbReader::Find(std::uint64_t address) {
   }
   if (position.function.IsEmpty() || position.line == 0) {
     position.function = Demangle(FunctionName(address, function));
-    const std::uint32_t length = function == nullptr ? 1 : function->getLength();
+    const auto length = static_cast<std::uint32_t>(function == nullptr ? 1 : function->getLength());
     Place(session_->findLineNumbersByAddress(address, length), position);
   }
   return position == SourcePosition{} ? std::nullopt : std::optional(position);

@@ -55,7 +55,7 @@ TEST(Sharing, IsBoundedInNumberAndBytes) {
     bundles.push_back((directory / recipe.bundle).string());
     architectures.emplace_back(recipe.architecture);
   }
-  const auto open = [&](SymbolFileCache& cache, int which) {
+  const auto open = [&](SymbolFileCache& cache, std::size_t which) {
     const auto file = cache.Open(bundles[which], architectures[which]);
     EXPECT_TRUE(file) << file.GetError().Text().View();
     return file ? (*file).get() : nullptr;
@@ -71,7 +71,7 @@ TEST(Sharing, IsBoundedInNumberAndBytes) {
   EXPECT_EQ(two.Held().files, 2U);
 
   SymbolFileCache small(10, 1);
-  for (const int which : {0, 1, 2, 1}) open(small, which);
+  for (const std::size_t which : {0U, 1U, 2U, 1U}) open(small, which);
   EXPECT_EQ(small.Held().files, 1U);
   EXPECT_EQ(small.Held().bytes, std::filesystem::file_size(bundles[1]));
   small.Clear();
@@ -90,7 +90,7 @@ TEST(Sharing, AReplacedFileIsReadAnew) {
   std::filesystem::copy_file(directory / elf.bundle, bundle,
                              std::filesystem::copy_options::overwrite_existing);
   const auto addresses = SymbolizerAnswers(directory, elf.file);
-  const auto& [address, expected] = *std::next(addresses.begin(), addresses.size() / 2);
+  const auto& [address, expected] = *std::next(addresses.begin(), std::ssize(addresses) / 2);
   EXPECT_EQ(Ask(BindReader(*host), bundle, "x86_64", address), expected);
 }
 

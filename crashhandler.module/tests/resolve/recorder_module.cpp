@@ -7,6 +7,9 @@
 #include "tarvo/module.h"
 
 namespace tarvo::crashhandler {
+
+void RegisterRecorder(Registration& registration);
+
 namespace {
 
 constexpr SourceFile kSource{"tests/recorder"};

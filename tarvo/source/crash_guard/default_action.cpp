@@ -74,6 +74,8 @@ extern "C" {
 [[gnu::visibility("default")]] sighandler_t sysv_signal(int signal, sighandler_t handler) noexcept {
   return SetHandler(3, signal, handler);
 }
+// Headers declare it only for standards before POSIX.1-2008 (glibc 2.36 signal/signal.h).
+[[gnu::visibility("default")]] sighandler_t bsd_signal(int signal, sighandler_t handler) noexcept;
 [[gnu::visibility("default")]] sighandler_t bsd_signal(int signal, sighandler_t handler) noexcept {
   return SetHandler(4, signal, handler);
 }

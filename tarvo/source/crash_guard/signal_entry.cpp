@@ -45,8 +45,8 @@ bool HandledEarlier(int signal, const siginfo_t* facts, siginfo_t* info, void* c
   SignalAction now;
   sigaction(signal, nullptr, &now);
   // Where this library does not stand in front of the C library, SIG_DFL is there as it was set.
-  const bool declined =
-      DefaultsReplaced() != defaults || !IsFunction(now) || (earlier.sa_flags & SA_RESETHAND) != 0;
+  const bool declined = DefaultsReplaced() != defaults || !IsFunction(now) ||
+                        (static_cast<unsigned>(earlier.sa_flags) & SA_RESETHAND) != 0;
   if (!declined) return true;
   const SignalAction guarding = GuardingAction();
   sigaction(signal, &guarding, nullptr);

@@ -1,2 +1,4 @@
 // A shared library that is no module.
-extern "C" [[gnu::visibility("default")]] int Answer() { return 42; }
+extern "C" [[gnu::visibility("default")]] int Answer();
+
+int Answer() { return 42; }
