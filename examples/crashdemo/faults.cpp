@@ -139,7 +139,6 @@ void CrashWithoutTracing() {
   CrashNullWrite();
 }
 
-// NOLINTNEXTLINE(misc-no-recursion)
 int CrashStackOverflow(int depth) {
   volatile char used[200] = {};
   used[0] = static_cast<char>(depth);

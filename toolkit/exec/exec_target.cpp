@@ -82,7 +82,7 @@ std::string FindProgram(const std::string& name) {
   std::string_view path = variable == nullptr ? "/bin:/usr/bin" : variable;
   for (;;) {
     const std::string_view folder = path.substr(0, path.find(':'));
-    const std::string file = (folder.empty() ? "." : std::string(folder)) + "/" + name;
+    std::string file = (folder.empty() ? "." : std::string(folder)) + "/" + name;
     if (IsExecutableFile(file)) return file;
     if (folder.size() == path.size()) return {};
     path.remove_prefix(folder.size() + 1);

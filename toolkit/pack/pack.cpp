@@ -24,7 +24,7 @@ Result<std::uint64_t> AddDebugSections(ArchiveWriter& writer, const BundleEntry&
     return written.GetError();
   std::fseek(scratch->get(), 0, SEEK_END);
   const long size = std::ftell(scratch->get());
-  std::rewind(scratch->get());
+  std::fseek(scratch->get(), 0, SEEK_SET);
   return writer.AddFile(entry.name, {*std::move(scratch), static_cast<std::uint64_t>(size)});
 }
 

@@ -26,7 +26,7 @@ std::string_view LineEnd(std::string_view line) {
 }
 
 /// What is between indentation and line end, replaced.
-void AppendLine(std::string& text, std::string_view model, auto... parts) {
+void AppendLine(std::string& text, std::string_view model, const auto&... parts) {
   text += Indentation(model);
   (text.append(parts), ...);
   text += LineEnd(model);

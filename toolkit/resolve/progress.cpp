@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -20,7 +21,7 @@ constexpr std::size_t kNarrowestBar = 5;
 
 /// "1 h 5 min", "6 min 20 s", "12 s".
 std::string Span(double time) {
-  const auto whole = static_cast<long long>(std::min(time, 1e9) + 0.5);
+  const auto whole = std::llround(std::min(time, 1e9));
   const auto text = [](long long large, const char* unit, long long small, const char* smaller) {
     return std::to_string(large) + unit + (small == 0 ? "" : " " + std::to_string(small) + smaller);
   };

@@ -12,7 +12,9 @@
 namespace tarvo::crashhandler {
 namespace {
 
-void Diagnose(String text) { g_tarvo.framework->Output().Diagnostic(kMainSource.Here(), text); }
+void Diagnose(const String& text) {
+  g_tarvo.framework->Output().Diagnostic(kMainSource.Here(), text);
+}
 
 class Walk {
  public:

@@ -68,9 +68,9 @@ String JoinPath(llvm::StringRef directory, llvm::StringRef name) {
   if (directory.empty()) return String(std::string_view(name));
   const bool needsSlash = !directory.ends_with("/");
   return String::Build(directory.size() + 1 + name.size(), [&](char* to) {
-    to = std::copy(directory.begin(), directory.end(), to);
+    to = std::ranges::copy(directory, to).out;
     if (needsSlash) *to++ = '/';
-    std::copy(name.begin(), name.end(), to);
+    std::ranges::copy(name, to);
     return directory.size() + (needsSlash ? 1 : 0) + name.size();
   });
 }

@@ -83,18 +83,18 @@ class DataValue {
                                Url, DataArray, DataDictionary>;
 
   DataValue() noexcept = default;
-  DataValue(bool value) noexcept : value_(value) {}                       // NOLINT
-  DataValue(double value) noexcept : value_(value) {}                     // NOLINT
-  DataValue(String value) noexcept : value_(std::move(value)) {}          // NOLINT
-  DataValue(const char* value) : value_(String(value)) {}                 // NOLINT
-  DataValue(Url value) noexcept : value_(std::move(value)) {}             // NOLINT
-  DataValue(DataArray value) noexcept : value_(std::move(value)) {}       // NOLINT
-  DataValue(DataDictionary value) noexcept : value_(std::move(value)) {}  // NOLINT
+  explicit(false) DataValue(bool value) noexcept : value_(value) {}
+  explicit(false) DataValue(double value) noexcept : value_(value) {}
+  explicit(false) DataValue(String value) noexcept : value_(std::move(value)) {}
+  explicit(false) DataValue(const char* value) : value_(String(value)) {}
+  explicit(false) DataValue(Url value) noexcept : value_(std::move(value)) {}
+  explicit(false) DataValue(DataArray value) noexcept : value_(std::move(value)) {}
+  explicit(false) DataValue(DataDictionary value) noexcept : value_(std::move(value)) {}
   template <std::signed_integral T>
-  DataValue(T value) noexcept : value_(std::int64_t{value}) {}  // NOLINT
+  explicit(false) DataValue(T value) noexcept : value_(std::int64_t{value}) {}
   template <std::unsigned_integral T>
     requires(!std::same_as<T, bool>)
-  DataValue(T value) noexcept : value_(std::uint64_t{value}) {}  // NOLINT
+  explicit(false) DataValue(T value) noexcept : value_(std::uint64_t{value}) {}
 
   /// The value as a T (one of Variant's types), or null when it is of another type.
   template <typename T>

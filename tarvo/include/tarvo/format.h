@@ -42,9 +42,7 @@ void AppendArgument(std::string& out, const T& argument, bool hexadecimal) {
                                    std::chars_format::fixed, 1);
     out.append(digits.data(), end.ptr);
     out += " s";
-  } else if constexpr (std::same_as<T, Error>) {
-    out += argument.Text().View();
-  } else if constexpr (std::same_as<T, Url>) {
+  } else if constexpr (std::same_as<T, Error> || std::same_as<T, Url>) {
     out += argument.Text().View();
   } else {
     out += std::string_view(argument);

@@ -31,7 +31,7 @@ template <typename T>
 class Ref {
  public:
   constexpr Ref() noexcept = default;
-  constexpr Ref(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
+  constexpr explicit(false) Ref(std::nullptr_t) noexcept {}
   /// Takes over a reference that the caller holds (the one an object is born with).
   static Ref Adopt(T* object) noexcept {
     Ref ref;
@@ -48,7 +48,7 @@ class Ref {
   Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   /// From a reference to a class derived from T.
   template <std::derived_from<T> U>
-  Ref(Ref<U> other) noexcept : object_(other.Detach()) {}  // NOLINT(google-explicit-constructor)
+  explicit(false) Ref(Ref<U> other) noexcept : object_(other.Detach()) {}
   Ref& operator=(Ref other) noexcept {
     std::swap(object_, other.object_);
     return *this;

@@ -20,14 +20,15 @@ class [[nodiscard]] Result {
  public:
   using Value = T;
 
-  Result(T value) : outcome_(std::in_place_index<0>, std::move(value)) {}      // NOLINT
-  Result(Error error) : outcome_(std::in_place_index<1>, std::move(error)) {}  // NOLINT
+  explicit(false) Result(T value) : outcome_(std::in_place_index<0>, std::move(value)) {}
+  explicit(false) Result(Error error) : outcome_(std::in_place_index<1>, std::move(error)) {}
   /// From anything that makes a T in one implicit step (a String from a literal).
   template <typename From>
     requires(std::is_convertible_v<From &&, T> && !std::is_same_v<std::decay_t<From>, T> &&
              !std::is_same_v<std::decay_t<From>, Error> &&
              !std::is_same_v<std::decay_t<From>, Result>)
-  Result(From&& from) : outcome_(std::in_place_index<0>, std::forward<From>(from)) {}  // NOLINT
+  explicit(false) Result(From&& from)
+      : outcome_(std::in_place_index<0>, std::forward<From>(from)) {}
 
   explicit operator bool() const noexcept { return outcome_.index() == 0; }
 
@@ -41,7 +42,10 @@ class [[nodiscard]] Result {
   /// The error. Undefined when the operation succeeded.
   [[nodiscard]] const Error& GetError() const noexcept { return *std::get_if<1>(&outcome_); }
 
-  [[nodiscard]] T ValueOr(T fallback) const { return *this ? **this : std::move(fallback); }
+  [[nodiscard]] T ValueOr(T fallback) const {
+    if (*this) return **this;
+    return fallback;
+  }
 
  private:
   friend struct BorderLayout;
@@ -55,7 +59,7 @@ class [[nodiscard]] Result<void> {
   using Value = void;
 
   Result() noexcept = default;
-  Result(Error error) : error_(std::move(error)) {}  // NOLINT(google-explicit-constructor)
+  explicit(false) Result(Error error) : error_(std::move(error)) {}
 
   explicit operator bool() const noexcept { return !error_.has_value(); }
   /// The error. Undefined when the operation succeeded.

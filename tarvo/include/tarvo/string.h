@@ -28,9 +28,9 @@ class String {
   constexpr String() noexcept = default;
 
   /// Copies `text`. Throws std::bad_alloc, like every allocating operation here.
-  String(std::string_view text) { *this = Copy(text); }  // NOLINT(google-explicit-constructor)
-  String(const std::string& text) : String(std::string_view(text)) {}  // NOLINT
-  String(const char* text) : String(std::string_view(text)) {}         // NOLINT
+  explicit(false) String(std::string_view text) { *this = Copy(text); }
+  explicit(false) String(const std::string& text) : String(std::string_view(text)) {}
+  explicit(false) String(const char* text) : String(std::string_view(text)) {}
 
   /// Refers to text that outlives every use (a string literal), without a copy.
   static constexpr String Literal(std::string_view text) noexcept {
@@ -70,7 +70,8 @@ class String {
   }
 
   [[nodiscard]] constexpr std::string_view View() const noexcept { return {data_, size_}; }
-  constexpr operator std::string_view() const noexcept { return View(); }  // NOLINT
+  // NOLINTNEXTLINE(google-explicit-constructor): a String goes wherever text is asked for.
+  constexpr operator std::string_view() const noexcept { return View(); }
   [[nodiscard]] std::string ToStdString() const { return std::string(View()); }
 
   [[nodiscard]] constexpr std::size_t Size() const noexcept { return size_; }

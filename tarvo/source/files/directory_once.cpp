@@ -63,7 +63,7 @@ class WorkDirectory {
   WorkDirectory& operator=(const WorkDirectory&) = delete;
   ~WorkDirectory() {
     if (!lock_.IsOpen()) return;
-    RemoveTree();
+    (void)RemoveTree();  // what cannot be removed stays
     // Removed before the lock is dropped: whoever waits for it finds that it is no longer the file
     // of that name, and starts again.
     unlinkat(directory_.Get(), kLock, 0);

@@ -23,12 +23,13 @@ constexpr std::chrono::nanoseconds kSleepOnForeignClock = std::chrono::milliseco
 constinit thread_local JobQueue* t_queue = nullptr;
 
 Result<void> RunGuarded(Job& job) {
-  std::string reason = "something that is no std::exception";
+  std::string reason;
   try {
     return job.Run();
   } catch (const std::exception& exception) {
     reason = exception.what();
   } catch (...) {
+    reason = "something that is no std::exception";
   }
   return Error::IllegalState(kJobQueue.Here(), Format("The job threw an exception: @", reason));
 }

@@ -94,7 +94,7 @@ Tokenizer::Tokenizer(String text) noexcept
     : text_(std::move(text)),
       next_(text_.View().data()),
       end_(next_ + text_.Size()),
-      token_(next_, 0) {
+      token_(text_.View().substr(0, 0)) {
   if (text_.StartsWith(crash_report::kByteOrderMark)) next_ += crash_report::kByteOrderMark.size();
 }
 
@@ -102,7 +102,7 @@ TokenKind Tokenizer::ReadNext() noexcept {
   while (next_ != end_ && IsWhiteSpace(*next_)) ++next_;
   const char* start = next_;
   if (start == end_) {
-    token_ = {start, 0};
+    token_ = {start, start};
     return kind_ = TokenKind::EndOfFile;
   }
   kind_ = KindOfFirst(*start);

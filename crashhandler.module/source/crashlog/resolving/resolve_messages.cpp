@@ -19,14 +19,14 @@ struct LastError {
 
 /// Made on first use and never destroyed: a resolve may still run when the process ends.
 LastError& TheLastError() {
-  static LastError* const last = new LastError;
+  static auto* const last = new LastError;
   return *last;
 }
 
 void WriteLine(std::string_view line) { g_tarvo.framework->Output().Console(kSource.Here(), line); }
 
 std::string_view TextOf(const DataDictionary& dictionary, std::string_view key) {
-  const String* text = dictionary.FindAs<String>(key);
+  const auto* text = dictionary.FindAs<String>(key);
   return text == nullptr ? std::string_view() : text->View();
 }
 

@@ -56,7 +56,7 @@ BundleSearch SymbolCache::BuildDirectory(const String& build) {
 }
 
 BundleSearch SymbolCache::PrepareBuildDirectory(const String& build) {
-  const BundleSearch notFound = {
+  BundleSearch notFound = {
       Error::File(kSource.Here(), Format("Could not find symbol archive for @.", build),
                   archiveDirectory_.Root()),
       FrameOutcome::NoArchive};

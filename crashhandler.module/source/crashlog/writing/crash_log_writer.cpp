@@ -21,7 +21,8 @@ constexpr std::string_view kVariablesEnd = "Arg|HackForMoltwick =";
 template <typename T>
 T ValueOf(const DataDictionary& dictionary, std::string_view key, T fallback = {}) {
   const T* value = dictionary.FindAs<T>(key);
-  return value == nullptr ? fallback : *value;
+  if (value != nullptr) return *value;
+  return fallback;
 }
 
 std::optional<std::uint64_t> NumberOf(const DataDictionary& dictionary, std::string_view key) {
@@ -34,7 +35,7 @@ std::optional<std::uint64_t> NumberOf(const DataDictionary& dictionary, std::str
 
 template <typename Visit>
 void ForEachDictionary(const DataDictionary& parent, std::string_view key, Visit visit) {
-  const DataArray* array = parent.FindAs<DataArray>(key);
+  const auto* array = parent.FindAs<DataArray>(key);
   if (array == nullptr) return;
   for (const DataValue& element : *array)
     if (const auto* dictionary = element.As<DataDictionary>()) visit(*dictionary);
