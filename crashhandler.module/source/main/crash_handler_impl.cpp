@@ -1,8 +1,7 @@
 #include "main/crash_handler_impl.h"
 
 #include "connection.h"
-#include "linux/linux_crashhandler/dialog.h"
-#include "linux/linux_crashhandler/modules.h"
+#include "linux/linux_crashhandler/capture_services.h"
 #include "linux/linux_crashhandler/signals.h"
 #include "main/main.h"
 #include "main/resolve_bug_report.h"

@@ -1,7 +1,7 @@
 // The frame texts of the crash path against the C library's own, for addresses all over the loaded
 // objects.
 
-#include "linux/linux_crashhandler/frame_texts.h"
+#include "linux/linux_crashhandler/recording/frame_texts.h"
 
 #include <execinfo.h>
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/modules.h"
+#include "linux/linux_crashhandler/base/capture_memory.h"
+#include "linux/linux_crashhandler/facts/modules.h"
 
 namespace tarvo::crashhandler {
 namespace {

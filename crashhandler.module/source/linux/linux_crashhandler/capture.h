@@ -4,37 +4,38 @@
 //
 // A fatal signal enters CrashHandler (crash_handler.cpp) on the crashing thread, which drives the
 // stages below in this order. Each is one file with one entry; what they know of the threads is in
-// one table, thread_table.h. A stage that faults or has no time left is given up, and the report is
-// made of what there is.
+// one table, facts/thread_table.h. A stage that faults or has no time left is given up, and the
+// report is made of what there is.
 //
-//   stage                     file             entry                runs in
-//   0 prepare                 signals          InstallCrashHandler  before a crash
-//   1 own the crash           crash_handler    CrashHandler         crashed process
-//   2 facts of the signal     signal_frame *   FindSignalFrame      crashed process
-//   3 modules, code           modules          ListModules          crashed process
-//                             code_ranges      ListCodeRanges       crashed process
-//   4 list the threads        thread_table     ListThreads          crashed process
-//   5 walk the crashed one    stack_capture    WalkCrashedThread    crashed process
-//   6 stop all others         thread_stop      StopThreads          crashed process
-//                             tracer           RunTracer            tracer
-//   7 walk them               stack_capture    WalkStoppedThreads   crashed process
-//                             stack_walk       WalkStack            crashed process
-//                             unwind_from      tarvoUnwindFrom      any context
-//   8 ask who did not stop    stack_request    RequestStacks        crashed process
-//                             stack_handler    StackHandler         signalled thread
-//                             register_page    ReadRegisters        crashed process
-//                             crash_child      RunCrashChild        crash child
-//   9 make the records        thread_records   RecordThreads        crashed process
-//                             registers        DecodeRegisters      crashed process
-//                             crash_facts      AddCrashFacts        crashed process
-//                             frame_texts      NameFrames           crashed process
-//  10 report                  (callbacks)      WriteCrashReport     crashed process
-//  11 end                     capture          EndProcess           crashed process
+//   stage                     file                      entry                runs in
+//   0 prepare                 signals                   InstallCrashHandler  before a crash
+//   1 own the crash           crash_handler             CrashHandler         crashed process
+//   2 facts of the signal     signal_frame *            FindSignalFrame      crashed process
+//   3 modules, code           facts/modules             ListModules          crashed process
+//                             facts/code_ranges         ListCodeRanges       crashed process
+//   4 list the threads        facts/thread_table        ListThreads          crashed process
+//   5 walk the crashed one    walking/stack_capture     WalkCrashedThread    crashed process
+//   6 stop all others         stopping/thread_stop      StopThreads          crashed process
+//                             stopping/tracer           RunTracer            tracer
+//   7 walk them               walking/stack_capture     WalkStoppedThreads   crashed process
+//                             walking/stack_walk        WalkStack            crashed process
+//                             walking/unwind_from       tarvoUnwindFrom      any context
+//   8 ask who did not stop    asking/stack_request      RequestStacks        crashed process
+//                             asking/stack_handler      StackHandler         signalled thread
+//                             asking/register_page      ReadRegisters        crashed process
+//                             asking/crash_child        RunCrashChild        crash child
+//   9 make the records        recording/thread_records  RecordThreads        crashed process
+//                             facts/registers           DecodeRegisters      crashed process
+//                             recording/crash_facts     AddCrashFacts        crashed process
+//                             recording/frame_texts     NameFrames           crashed process
+//  10 report                  (callbacks)               WriteCrashReport     crashed process
+//  11 end                     capture                   EndProcess           crashed process
 //
 //   * in tarvo/crash_context, as the crash guard needs it too
 //
-// The contexts and their rules stand in crash_context/rules.h. Memory comes from capture_memory,
-// and nothing waits without a limit.
+// The contexts and their rules stand in crash_context/rules.h. Memory comes from
+// base/capture_memory, steps that may fault run under base/fault_guard, and nothing waits without a
+// limit.
 
 #include <sys/types.h>
 

@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/dynamic_symbols.h"
+#include "linux/linux_crashhandler/recording/dynamic_symbols.h"
 
 #include <elf.h>
 

@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/thread_records.h"
+#include "linux/linux_crashhandler/recording/thread_records.h"
 
 #include <fcntl.h>
 #include <string.h>
@@ -8,10 +8,10 @@
 
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
+#include "linux/linux_crashhandler/base/capture_memory.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/register_page.h"
-#include "linux/linux_crashhandler/thread_table.h"
+#include "linux/linux_crashhandler/facts/registers.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
 
 namespace tarvo::crashhandler {
 namespace {

@@ -1,10 +1,10 @@
-#include "linux/linux_crashhandler/code_ranges.h"
+#include "linux/linux_crashhandler/facts/code_ranges.h"
 
 #include <cstddef>
 
 #include "crash_context/proc_files.h"
-#include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/modules.h"
+#include "linux/linux_crashhandler/base/capture_memory.h"
+#include "linux/linux_crashhandler/facts/modules.h"
 
 namespace tarvo::crashhandler {
 namespace {

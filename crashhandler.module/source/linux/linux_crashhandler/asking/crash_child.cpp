@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/crash_child.h"
+#include "linux/linux_crashhandler/asking/crash_child.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -9,10 +9,10 @@
 #include <unistd.h>
 
 #include "crash_context/text_buffer.h"
+#include "linux/linux_crashhandler/asking/register_page.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/register_page.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/signals.h"
-#include "linux/linux_crashhandler/thread_table.h"
 
 namespace tarvo::crashhandler {
 namespace {

@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/fault_guard.h"
+#include "linux/linux_crashhandler/base/fault_guard.h"
 
 #include <signal.h>
 #include <sys/syscall.h>

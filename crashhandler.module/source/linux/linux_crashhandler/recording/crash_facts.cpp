@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/crash_facts.h"
+#include "linux/linux_crashhandler/recording/crash_facts.h"
 
 #include <elf.h>
 #include <limits.h>
@@ -10,11 +10,11 @@
 #include <cstdint>
 
 #include "crash_context/text_buffer.h"
+#include "linux/linux_crashhandler/base/capture_memory.h"
+#include "linux/linux_crashhandler/base/fault_guard.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/fault_guard.h"
-#include "linux/linux_crashhandler/modules.h"
-#include "linux/linux_crashhandler/thread_table.h"
+#include "linux/linux_crashhandler/facts/modules.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
 #include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {

@@ -1,15 +1,15 @@
-#include "linux/linux_crashhandler/frame_texts.h"
+#include "linux/linux_crashhandler/recording/frame_texts.h"
 
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
 #include <string.h>
 
+#include "linux/linux_crashhandler/base/capture_memory.h"
+#include "linux/linux_crashhandler/base/fault_guard.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/capture_memory.h"
-#include "linux/linux_crashhandler/dynamic_symbols.h"
-#include "linux/linux_crashhandler/fault_guard.h"
-#include "linux/linux_crashhandler/modules.h"
+#include "linux/linux_crashhandler/facts/modules.h"
+#include "linux/linux_crashhandler/recording/dynamic_symbols.h"
 
 namespace tarvo::crashhandler {
 namespace {

@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/capture_memory.h"
+#include "linux/linux_crashhandler/base/capture_memory.h"
 
 #include <stdlib.h>
 #include <sys/mman.h>

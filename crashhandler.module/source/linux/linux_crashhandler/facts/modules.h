@@ -3,7 +3,6 @@
 #include <link.h>
 
 #include <cstdint>
-#include <vector>
 
 #include "tarvo/crashhandler.h"
 
@@ -31,8 +30,5 @@ extern CaptureArray<ModuleImage> g_moduleImages;
 /// remove an object. It must run before any other thread is signalled, as one of them may be such a
 /// thread.
 void ListModules();
-
-/// Appends the objects that are loaded now; false when memory ran out. Before a crash.
-bool EnumerateProcessModules(std::vector<LoadedModule>& modules);
 
 }  // namespace tarvo::crashhandler

@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "linux/linux_crashhandler/fault_guard.h"
-#include "linux/linux_crashhandler/register_page.h"
-#include "linux/linux_crashhandler/stack_walk.h"
+#include "linux/linux_crashhandler/base/fault_guard.h"
+#include "linux/linux_crashhandler/facts/registers.h"
+#include "linux/linux_crashhandler/walking/stack_walk.h"
 
 namespace tarvo::crashhandler {
 

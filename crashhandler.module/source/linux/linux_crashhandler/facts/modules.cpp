@@ -1,7 +1,7 @@
-#include "linux/linux_crashhandler/modules.h"
+#include "linux/linux_crashhandler/facts/modules.h"
 
+#include "linux/linux_crashhandler/base/capture_memory.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/capture_memory.h"
 
 namespace tarvo::crashhandler {
 namespace {

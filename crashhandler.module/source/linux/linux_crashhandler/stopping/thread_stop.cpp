@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/thread_stop.h"
+#include "linux/linux_crashhandler/stopping/thread_stop.h"
 
 #include <errno.h>
 #include <linux/futex.h>
@@ -12,8 +12,8 @@
 
 #include "crash_context/raw_system_call.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/thread_table.h"
-#include "linux/linux_crashhandler/tracer.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
+#include "linux/linux_crashhandler/stopping/tracer.h"
 
 namespace tarvo::crashhandler {
 namespace {

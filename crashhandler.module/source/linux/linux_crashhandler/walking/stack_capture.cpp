@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/stack_capture.h"
+#include "linux/linux_crashhandler/walking/stack_capture.h"
 
 #include <errno.h>
 #include <string.h>
@@ -8,8 +8,8 @@
 
 #include "crash_context/proc_files.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/thread_stop.h"
-#include "linux/linux_crashhandler/thread_table.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
+#include "linux/linux_crashhandler/stopping/thread_stop.h"
 
 namespace tarvo::crashhandler {
 namespace {

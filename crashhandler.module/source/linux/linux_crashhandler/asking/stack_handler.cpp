@@ -1,11 +1,11 @@
-#include "linux/linux_crashhandler/stack_handler.h"
+#include "linux/linux_crashhandler/asking/stack_handler.h"
 
 #include <errno.h>
 #include <ucontext.h>
 
 #include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/signals.h"
-#include "linux/linux_crashhandler/thread_table.h"
 
 namespace tarvo::crashhandler {
 

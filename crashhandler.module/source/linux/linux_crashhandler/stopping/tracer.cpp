@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/tracer.h"
+#include "linux/linux_crashhandler/stopping/tracer.h"
 
 #include <errno.h>
 #include <linux/futex.h>
@@ -11,7 +11,7 @@
 
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
-#include "linux/linux_crashhandler/thread_table.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
 
 namespace tarvo::crashhandler {
 

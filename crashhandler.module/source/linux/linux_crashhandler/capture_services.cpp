@@ -1,11 +1,20 @@
+#include "linux/linux_crashhandler/capture_services.h"
+
+#include <link.h>
+
 #include <new>
 
-#include "linux/linux_crashhandler/modules.h"
-
-// The module list for a healthy process. Apart from modules.cpp because it may throw and allocate,
-// which the files of the crash path may not.
+#include "connection.h"
+#include "linux/linux_crashhandler/capture.h"
+#include "tarvo/format.h"
 
 namespace tarvo::crashhandler {
+
+void DisplayCrashHandlerDialog(const String& title, const String& message) {
+  g_tarvo.framework->Output().Diagnostic(
+      kCaptureSource.Here(),
+      Format("Entered DisplayCrashHandlerDialog with title=@ and message=@", title, message));
+}
 
 bool EnumerateProcessModules(std::vector<LoadedModule>& modules) {
   const auto append = [](dl_phdr_info* info, std::size_t, void* list) {

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "linux/linux_crashhandler/fault_guard.h"
+#include "linux/linux_crashhandler/base/fault_guard.h"
 
 namespace tarvo::crashhandler {
 

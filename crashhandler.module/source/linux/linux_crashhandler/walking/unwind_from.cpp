@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/unwind_from.h"
+#include "linux/linux_crashhandler/walking/unwind_from.h"
 
 // The record's address is kept in rbx, DWARF register 3, whose value the unwinder knows here.
 //

@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/stack_request.h"
+#include "linux/linux_crashhandler/asking/stack_request.h"
 
 #include <signal.h>
 #include <string.h>
@@ -12,9 +12,9 @@
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
 #include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/signals.h"
-#include "linux/linux_crashhandler/thread_stop.h"
-#include "linux/linux_crashhandler/thread_table.h"
+#include "linux/linux_crashhandler/stopping/thread_stop.h"
 
 namespace tarvo::crashhandler {
 namespace {

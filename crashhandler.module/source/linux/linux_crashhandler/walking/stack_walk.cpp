@@ -1,7 +1,7 @@
-#include "linux/linux_crashhandler/stack_walk.h"
+#include "linux/linux_crashhandler/walking/stack_walk.h"
 
-#include "linux/linux_crashhandler/code_ranges.h"
-#include "linux/linux_crashhandler/unwind_from.h"
+#include "linux/linux_crashhandler/facts/code_ranges.h"
+#include "linux/linux_crashhandler/walking/unwind_from.h"
 
 namespace tarvo::crashhandler {
 namespace {

@@ -1,20 +1,36 @@
-#include "linux/linux_crashhandler/register_page.h"
+#include "linux/linux_crashhandler/asking/register_page.h"
 
 #include <errno.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
+#include "linux/linux_crashhandler/asking/crash_child.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/crash_child.h"
-#include "linux/linux_crashhandler/thread_stop.h"
-#include "linux/linux_crashhandler/thread_table.h"
-#include "linux/linux_crashhandler/timed_lock.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
+#include "linux/linux_crashhandler/stopping/thread_stop.h"
 
 namespace tarvo::crashhandler {
 namespace {
+
+/// How often a wait of the capture looks whether the other side is still there, in nanoseconds.
+constexpr long kLivenessCheckInterval = 20'000'000;
+
+/// Takes `mutex` if that is possible within `nanoseconds` (less than a second). The wait is a futex
+/// call and nothing else (glibc 2.36 nptl/pthread_mutex_timedlock.c).
+bool LockWithin(pthread_mutex_t& mutex, long nanoseconds) {
+  timespec until{};
+  clock_gettime(CLOCK_MONOTONIC, &until);
+  until.tv_nsec += nanoseconds;
+  if (until.tv_nsec >= 1'000'000'000) {
+    until.tv_nsec -= 1'000'000'000;
+    ++until.tv_sec;
+  }
+  return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &until) == 0;
+}
 
 /// How often the child's answer is looked for, in intervals of kLivenessCheckInterval: 2 seconds
 /// for all threads together.

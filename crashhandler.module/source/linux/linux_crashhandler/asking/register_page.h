@@ -1,19 +1,12 @@
 #pragma once
 
 #include <pthread.h>
-#include <sys/user.h>
 
 #include <cstddef>
 
-#include "tarvo/crashhandler.h"
+#include "linux/linux_crashhandler/facts/registers.h"
 
 namespace tarvo::crashhandler {
-
-/// One thread's registers in the kernel's layouts.
-struct ThreadRegisters {
-  user_regs_struct general;
-  user_fpregs_struct floating;
-};
 
 /// The memory that the crashed process and the crash child share: one thread's registers at a time,
 /// and the hand-over for them. The two mutexes have the process-shared attribute and serve as
@@ -28,7 +21,6 @@ struct RegisterPage {
   pthread_mutex_t registersConsumed;
 };
 static_assert(sizeof(RegisterPage) == 808);
-static_assert(offsetof(ThreadRegisters, floating) == 216);
 static_assert(offsetof(RegisterPage, registersReady) == 728);
 static_assert(offsetof(RegisterPage, registersConsumed) == 768);
 
@@ -43,9 +35,5 @@ void MapRegisterPage();
 /// g_threadTable that the tracer did not get, and copies what it finds. Returns within some
 /// seconds; threads that were not reached keep no registers. Crashed process.
 void ReadRegisters();
-
-/// Appends a thread's 43 registers, each widened to 64 bits, to its record. Stops early when memory
-/// is gone. Crashed process.
-void DecodeRegisters(ThreadRecord& thread, const ThreadRegisters& registers);
 
 }  // namespace tarvo::crashhandler

@@ -1,10 +1,10 @@
-#include "linux/linux_crashhandler/register_page.h"
+#include "linux/linux_crashhandler/facts/registers.h"
 
 #include <cstdint>
 #include <cstring>
 #include <iterator>
 
-#include "linux/linux_crashhandler/capture_memory.h"
+#include "linux/linux_crashhandler/base/capture_memory.h"
 
 namespace tarvo::crashhandler {
 namespace {

@@ -1,4 +1,4 @@
-#include "linux/linux_crashhandler/thread_table.h"
+#include "linux/linux_crashhandler/facts/thread_table.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -11,8 +11,8 @@
 #include "crash_context/held_directory.h"
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
+#include "linux/linux_crashhandler/base/capture_memory.h"
 #include "linux/linux_crashhandler/capture.h"
-#include "linux/linux_crashhandler/capture_memory.h"
 
 namespace tarvo::crashhandler {
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "linux/linux_crashhandler/modules.h"
+#include "linux/linux_crashhandler/facts/modules.h"
 
 namespace tarvo::crashhandler {
 
