@@ -3,11 +3,15 @@
 // not happen during the capture prints "ran on". "--ask" in front refuses tracing, so that threads
 // are asked for their stacks.
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <link.h>
+#include <linux/io_uring.h>
 #include <linux/seccomp.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/epoll.h>
@@ -19,15 +23,22 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
 #include <thread>
 
 #include "seccomp_filter.h"
 #include "tarvo/host/host.h"
+
+extern "C" void __register_frame(void* table);
+extern "C" void __deregister_frame(void* table);
 
 #define EXPORTED extern "C" [[gnu::visibility("default"), gnu::noinline]]
 
@@ -157,6 +168,86 @@ void WithABrokenStack() {
   BystanderWithABrokenStack();
 }
 
+/// A function whose table leads nowhere, in a stack that is whole.
+EXPORTED void BystanderWithAFalseTable();
+asm(R"(
+  .text
+  .globl BystanderWithAFalseTable
+  .type BystanderWithAFalseTable, @function
+BystanderWithAFalseTable:
+  .cfi_startproc
+  pushq %rbp
+  movq %rsp, %rbp
+  movq $0x10, %rbx
+  .cfi_def_cfa %rbx, 16
+1:
+  pause
+  jmp 1b
+  .cfi_endproc
+  .size BystanderWithAFalseTable, . - BystanderWithAFalseTable
+)");
+
+void WithAFalseTable() {
+  ++g_running;
+  BystanderWithAFalseTable();
+}
+
+/// In its own handler for a call through a wild pointer.
+EXPORTED void BystanderCallsWildly() {
+  struct sigaction own{};
+  own.sa_handler = [](int) {
+    ++g_running;
+    for (;;) pause();
+  };
+  struct sigaction before{};
+  sigaction(SIGSEGV, &own, &before);
+  // The others' faults are the crash handler's again.
+  std::thread([before] {
+    while (g_running.load() == 0) usleep(100);
+    sigaction(SIGSEGV, &before, nullptr);
+  }).detach();
+  auto* volatile wild = reinterpret_cast<void (*)()>(0x123000);
+  wild();
+  asm volatile("");
+}
+
+/// As a profiler does: the loader's lock is held until it comes back.
+EXPORTED void BystanderListsModules() {
+  dl_iterate_phdr(
+      [](dl_phdr_info*, std::size_t, void*) {
+        ++g_running;
+        for (;;) pause();
+        return 0;
+      },
+      nullptr);
+}
+
+/// As a compiler of generated code does: a table for code that the unwinder finds nothing of.
+EXPORTED void BystanderRegistersFrames() {
+  struct Table {
+    std::array<std::uint8_t, 32> bytes{20, 0, 0,    0,  0, 0,    0,    0, 1, 'z',  'R',
+                                       0,  1, 0x78, 16, 1, 0x00, 0x0c, 7, 8, 0x90, 0x01,
+                                       0,  0, 24,   0,  0, 0,    28,   0, 0, 0};
+    std::uint64_t start = 0x7000000;
+    std::uint64_t size = 0x1000;
+    std::uint64_t end = 0;
+  } table;
+  ++g_running;
+  for (;;) {
+    __register_frame(&table);
+    __deregister_frame(&table);
+  }
+}
+
+/// With a worker of the kernel's in the process.
+EXPORTED void BystanderWithAKernelWorker() {
+  io_uring_params parameters{};
+  parameters.flags = IORING_SETUP_SQPOLL;
+  if (syscall(SYS_io_uring_setup, 8, &parameters) < 0) _exit(77);
+  ++g_running;
+  for (;;) pause();
+}
+
 // --- how the crash comes -------------------------------------------------------------------------
 
 namespace {
@@ -244,6 +335,60 @@ EXPORTED void CrashWithoutDescriptors() {
   CrashNullWrite();
 }
 
+/// Once a debugger or its like holds the process.
+EXPORTED void CrashUnderATracer() {
+  for (bool isTraced = false; !isTraced; usleep(1000)) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+      isTraced = isTraced || (line.starts_with("TracerPid:") && line != "TracerPid:\t0");
+  }
+  usleep(300'000);
+  CrashNullWrite();
+}
+
+/// While somebody stops the process now and then.
+EXPORTED void CrashBetweenStops() {
+  const pid_t self = getpid();
+  if (fork() == 0) {
+    for (int i = 0; i < 10 && kill(self, SIGSTOP) == 0; ++i) {
+      usleep(10'000);
+      kill(self, SIGCONT);
+      usleep(500);
+    }
+    _exit(0);
+  }
+  CrashNullWrite();
+}
+
+/// With thousands of copies of a small library.
+EXPORTED void CrashWithManyModules() {
+  std::ifstream original(std::string(program_invocation_name)
+                                 .substr(0, std::string(program_invocation_name).rfind('/') + 1) +
+                             "small_library.so",
+                         std::ios::binary);
+  const std::string bytes(std::istreambuf_iterator<char>(original), {});
+  char folder[] = "/tmp/tarvo-modules-XXXXXX";
+  if (mkdtemp(folder) == nullptr) _exit(6);
+  for (int i = 0; i < 5000; ++i) {
+    const std::string path = std::string(folder) + "/" + std::to_string(i) + ".so";
+    std::ofstream(path, std::ios::binary) << bytes;
+    if (dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL) == nullptr) _exit(6);
+    unlink(path.c_str());
+  }
+  rmdir(folder);
+  CrashNullWrite();
+}
+
+/// In a process whose /proc is another pid namespace's, and names other threads.
+EXPORTED void CrashInAPidNamespace() {
+  if (unshare(CLONE_NEWPID) != 0) _exit(77);
+  const pid_t child = fork();
+  if (child == 0) CrashNullWrite();
+  int status = 0;
+  waitpid(child, &status, 0);
+  _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 6);
+}
+
 EXPORTED void CrashWithoutProc() {
   const std::string folder = "/tmp/tarvo-empty-root";
   mkdir(folder.c_str(), 0700);
@@ -266,16 +411,22 @@ void CrashInASandbox() {
   CrashNullWrite();
 }
 
-const std::map<std::string, void (*)()> kBystanders = {{"polls", BystanderPolls},
-                                                       {"epolls", BystanderEpolls},
-                                                       {"sleeps", BystanderSleeps},
-                                                       {"computes", BystanderComputes},
-                                                       {"awaits-signals", BystanderAwaitsSignals},
-                                                       {"blocks-signals", BystanderBlocksSignals},
-                                                       {"holds-memory", BystanderHoldsMemory},
-                                                       {"exits", BystanderExits},
-                                                       {"small-stack", OnASmallStack},
-                                                       {"broken-stack", WithABrokenStack}};
+const std::map<std::string, void (*)()> kBystanders = {
+    {"polls", BystanderPolls},
+    {"epolls", BystanderEpolls},
+    {"sleeps", BystanderSleeps},
+    {"computes", BystanderComputes},
+    {"awaits-signals", BystanderAwaitsSignals},
+    {"blocks-signals", BystanderBlocksSignals},
+    {"holds-memory", BystanderHoldsMemory},
+    {"exits", BystanderExits},
+    {"small-stack", OnASmallStack},
+    {"broken-stack", WithABrokenStack},
+    {"false-table", WithAFalseTable},
+    {"calls-wildly", BystanderCallsWildly},
+    {"lists-modules", BystanderListsModules},
+    {"registers-frames", BystanderRegistersFrames},
+    {"kernel-worker", BystanderWithAKernelWorker}};
 
 /// For others to look at.
 void Hold() {
@@ -292,7 +443,11 @@ const std::map<std::string, void (*)()> kCrashes = {
     {"vfork", CrashAfterAVforkChild},
     {"no-descriptors", CrashWithoutDescriptors},
     {"no-proc", CrashWithoutProc},
+    {"foreign-proc", CrashInAPidNamespace},
     {"another-user", CrashAsAnotherUser},
+    {"tracer", CrashUnderATracer},
+    {"stops", CrashBetweenStops},
+    {"many-modules", CrashWithManyModules},
     {"no-clone", CrashInASandbox<SYS_clone, EPERM>},
     {"no-ptrace", CrashInASandbox<SYS_ptrace, ENOSYS>},
     {"no-tgkill", CrashInASandbox<SYS_tgkill, EPERM>},

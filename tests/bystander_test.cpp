@@ -7,9 +7,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <map>
 #include <ostream>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "support/files.h"
@@ -26,6 +29,8 @@ struct Scene {
   const char* crashFunction;
   /// What a thread that is asked cannot give; null when it can. Then FramesMissing says why.
   const char* notWhenAsked = nullptr;
+  /// What the bystander has called, where that matters; null otherwise.
+  const char* callee = nullptr;
 };
 
 void PrintTo(const Scene& scene, std::ostream* out) {
@@ -44,18 +49,31 @@ constexpr Scene kScenes[] = {
     {"exits", 3, "BystanderExits", "null-write", "CrashNullWrite"},
     {"broken-stack", 1, "BystanderWithABrokenStack", "null-write", "CrashNullWrite",
      "it cannot be traced, and blocks SIGHUP"},
+    {"false-table", 1, "BystanderWithAFalseTable", "null-write", "CrashNullWrite"},
+    {"calls-wildly", 1, "BystanderCallsWildly", "null-write", "CrashNullWrite", nullptr,
+     "[0x123000]"},
+    {"lists-modules", 1, "BystanderListsModules", "null-write", "CrashNullWrite"},
+    {"registers-frames", 3, "BystanderRegistersFrames", "null-write", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "one-argument", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "return", "[0x123000]"},
     {"polls", 1, "BystanderPolls", "generated-code", "CrashInGeneratedCode"},
     {"polls", 1, "BystanderPolls", "vfork", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "no-descriptors", "CrashNullWrite"},
+    {"polls", 1, "BystanderPolls", "stops", "CrashNullWrite"},
+    {"polls", 1, "BystanderPolls", "no-tgkill", "CrashNullWrite", "it could not be asked"},
     {"polls", 1, "BystanderPolls", "no-clone", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "no-ptrace", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "no-wait", "CrashNullWrite"}};
 
-/// A handler does not fit on a stack of 4 KiB: the thread must not be asked.
-constexpr Scene kStopped[] = {
-    {"small-stack", 1, "BystanderOnASmallStack", "null-write", "CrashNullWrite"}};
+/// A handler does not fit on a stack of 4 KiB. With the guard the thread has another one for that.
+constexpr Scene kSmallStack{"small-stack", 1, "BystanderOnASmallStack", "null-write",
+                            "CrashNullWrite"};
+constexpr Scene kSmallStackAsked{"small-stack",
+                                 1,
+                                 "BystanderOnASmallStack",
+                                 "null-write",
+                                 "CrashNullWrite",
+                                 "it cannot be traced, and its stack has no room for a handler"};
 
 struct Outcome {
   ProgramResult program;
@@ -63,10 +81,11 @@ struct Outcome {
   Report report;
 };
 
-Outcome RunScene(const Scene& scene, bool asks, bool guard, bool intoFile = true) {
+Outcome RunScene(const Scene& scene, bool asks, bool guard, bool intoFile = true,
+                 std::vector<std::string> words = {}) {
   const TemporaryDirectory scratch;
   const std::string file = scratch / "scene_bugreport.txt";
-  std::vector<std::string> words = {BuildDirectory() + "/tests/bystander_subject"};
+  words.push_back(BuildDirectory() + "/tests/bystander_subject");
   if (asks) words.emplace_back("--ask");
   words.insert(words.end(), {scene.bystander, std::to_string(scene.count), scene.crash,
                              guard ? "--g_crashGuard=true" : "--g_crashGuard=false"});
@@ -110,10 +129,12 @@ void CheckBystanders(const Scene& scene, const Outcome& outcome, bool asks) {
     }
     // Its own function, and behind it where the thread began, unless its stack is gone.
     const long place = Place(thread, scene.bystanderFunction);
+    const bool isCalleeThere =
+        scene.callee == nullptr || (place > 0 && Place(thread, scene.callee) == place - 1);
     const bool isWhole = Place(thread, "BystanderThread") > place ||
                          std::string_view(scene.bystander) == "broken-stack" ||
                          std::string_view(scene.bystander) == "small-stack";
-    found += place >= 0 && isWhole ? 1 : 0;
+    found += place >= 0 && isCalleeThere && isWhole ? 1 : 0;
   }
   EXPECT_EQ(found, scene.count) << outcome.text.substr(0, 20000);
 }
@@ -151,9 +172,11 @@ INSTANTIATE_TEST_SUITE_P(Scenes, Bystanders,
                          testing::Combine(testing::ValuesIn(kScenes), testing::Bool(),
                                           testing::Bool()),
                          NameOfCase);
-INSTANTIATE_TEST_SUITE_P(Stopped, Bystanders,
-                         testing::Combine(testing::ValuesIn(kStopped), testing::Values(false),
-                                          testing::Bool()),
+INSTANTIATE_TEST_SUITE_P(SmallStack, Bystanders,
+                         testing::Values(std::tuple{kSmallStack, false, false},
+                                         std::tuple{kSmallStack, false, true},
+                                         std::tuple{kSmallStack, true, true},
+                                         std::tuple{kSmallStackAsked, true, false}),
                          NameOfCase);
 
 // The guard's actions run on the thread's own alternate stack, wherever that is.
@@ -166,15 +189,73 @@ TEST(Capture, FindsTheCrashBelowAnAlternateStack) {
   EXPECT_GT(static_cast<long>(crashed->frames.size()), Place(*crashed, "CrashNullWrite") + 2);
 }
 
-// A process that has shut itself in has no /proc: the crashing thread alone can be found, and the
-// report goes to standard error, as its folder is not there.
-TEST(Capture, LeavesAReportWithoutProc) {
+// A process that has shut itself in has no /proc, or one that names other programs' threads: the
+// crashing thread alone can be found. Without /proc the report goes to standard error, as its
+// folder is not there either.
+TEST(Capture, LeavesAReportWithoutItsProc) {
   if (geteuid() != 0) GTEST_SKIP() << "only root may change the root directory";
-  const Scene scene{"polls", 1, "", "no-proc", "CrashWithoutProc"};
-  const Outcome outcome = RunScene(scene, false, false, false);
-  EXPECT_EQ(outcome.program.exitStatus, 1) << outcome.program.Describe();
-  ASSERT_EQ(outcome.report.threads.size(), 1U);
-  EXPECT_GE(Place(outcome.report.threads[0], "CrashWithoutProc"), 2) << outcome.text;
+  for (const Scene& scene : {Scene{"polls", 1, "", "no-proc", "CrashWithoutProc"},
+                             Scene{"polls", 1, "", "foreign-proc", "CrashNullWrite"}}) {
+    const Outcome outcome = RunScene(scene, false, false, false);
+    EXPECT_EQ(outcome.program.exitStatus, 1) << outcome.program.Describe();
+    ASSERT_EQ(outcome.report.threads.size(), 1U) << scene.crash;
+    EXPECT_GE(Place(outcome.report.threads[0], scene.crashFunction), 2) << outcome.text;
+  }
+}
+
+// Workers of the kernel's are threads of the process that have no stack in it.
+TEST(Capture, ListsWorkersOfTheKernelWithoutFrames) {
+  const Scene scene{"kernel-worker", 1, "BystanderWithAKernelWorker", "null-write",
+                    "CrashNullWrite"};
+  for (const bool asks : {false, true}) {
+    const Outcome outcome = RunScene(scene, asks, false);
+    if (outcome.program.exitStatus == 77) GTEST_SKIP() << "this kernel has no io_uring";
+    Check(scene, outcome, asks);
+    const auto isWorker = [](const ReportThread& thread) {
+      return Value(thread, "FramesMissing") == "it is a worker of the kernel's" &&
+             thread.frames.empty();
+    };
+    EXPECT_EQ(std::ranges::count_if(outcome.report.threads, isWorker), 1) << outcome.text;
+  }
+}
+
+std::string BuildIdName(const ReportModule& module) {
+  char name[40];
+  std::snprintf(name, sizeof(name), "BuildId_%#lx", static_cast<unsigned long>(module.base));
+  return name;
+}
+
+// A store of 512 variables a thread must not lose a build id.
+TEST(Capture, HasTheBuildIdOfEachOfManyModules) {
+  const Scene scene{"polls", 1, "BystanderPolls", "many-modules", "CrashNullWrite"};
+  const Outcome outcome = RunScene(scene, false, true);
+  Check(scene, outcome, false);
+  const ReportThread* crashed = CrashedThread(outcome.report);
+  ASSERT_NE(crashed, nullptr);
+  std::map<std::string, std::string> variables(crashed->variables.begin(),
+                                               crashed->variables.end());
+  long found = 0;
+  for (const ReportModule& module : outcome.report.modules)
+    found += variables[BuildIdName(module)].size() == 40 ? 1 : 0;
+  EXPECT_GE(found, 5000);
+  EXPECT_GE(found, static_cast<long>(outcome.report.modules.size()) - 1);  // the kernel's own
+}
+
+// Who is traced already cannot be stopped, and is asked.
+TEST(Capture, TakesStacksUnderADebugger) {
+  const Scene scene{"polls", 2, "BystanderPolls", "tracer", "CrashNullWrite"};
+  constexpr std::pair<const char*, const char*> kTracers[] = {
+      {"strace", "strace -f -qq -o /dev/null -p $!"},
+      {"gdb", "gdb -nx -batch -p $! -ex 'handle all nostop noprint pass' -ex continue"}};
+  for (const auto& [tracer, command] : kTracers) {
+    if (RunProgram({"/bin/sh", "-c", std::string("command -v ") + tracer}).exitStatus != 0)
+      continue;
+    const Outcome outcome = RunScene(
+        scene, false, false, true,
+        {"/bin/sh", "-c", std::string("\"$@\" & ") + command + " >/dev/null 2>&1; wait $!", "sh"});
+    Check(scene, outcome, false);
+    EXPECT_NE(Value(*CrashedThread(outcome.report), "RegistersMissing"), "") << tracer;
+  }
 }
 
 // Registers are the thread's own or zeros with a reason, also where the process may not be dumped.

@@ -1,6 +1,5 @@
 #include "crash_context/signal_frame.h"
 
-#include <errno.h>
 #include <string.h>
 #include <sys/syscall.h>
 
@@ -8,6 +7,7 @@
 #include <cstdint>
 
 #include "crash_context/raw_system_call.h"
+#include "crash_context/readable_memory.h"
 
 namespace tarvo {
 namespace {
@@ -28,15 +28,6 @@ struct KernelAction {
 };
 
 std::uint64_t g_trampoline = 0;
-
-constexpr std::uint64_t kPage = 4096;
-
-/// Whether the word at `address` can be read, without reading it: the kernel copies the set before
-/// it looks at the first argument (linux-6.1 kernel/signal.c, rt_sigprocmask).
-bool IsReadable(std::uint64_t address) {
-  const auto* set = reinterpret_cast<const void*>(address);
-  return RawSystemCall(SYS_rt_sigprocmask, -1, set, nullptr, sizeof(std::uint64_t)) != -EFAULT;
-}
 
 /// rt_sigreturn as the C libraries call it: mov $15, %rax or %eax; syscall.
 bool IsTrampoline(std::uint64_t address) {
@@ -97,6 +88,8 @@ SignalFrame FindSignalFrame(int signal, const siginfo_t* info, void* context) {
   const siginfo_t* facts = InfoOf(found);
   return {facts->si_signo == signal ? facts : nullptr, reinterpret_cast<ucontext_t*>(found)};
 }
+
+bool IsSignalTrampoline(std::uint64_t address) { return address != 0 && address == g_trampoline; }
 
 std::uint64_t TrampolineOf(const SignalFrame& frame) {
   return WordBefore(reinterpret_cast<std::uint64_t>(frame.context));

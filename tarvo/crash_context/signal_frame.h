@@ -28,6 +28,10 @@ void PrepareSignalFrames();
 /// the stack that this runs on. Crashed process.
 SignalFrame FindSignalFrame(int signal, const siginfo_t* info, void* context);
 
+/// Whether handlers return to `address`: the C library's signal trampoline. Where a stack goes on
+/// there, its stack pointer is the address of the context. Any context.
+bool IsSignalTrampoline(std::uint64_t address);
+
 /// The address that the frame's handler returns to: the C library's signal trampoline.
 std::uint64_t TrampolineOf(const SignalFrame& frame);
 

@@ -13,6 +13,7 @@
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/code_ranges.h"
 #include "linux/linux_crashhandler/facts/modules.h"
+#include "linux/linux_crashhandler/facts/thread_names.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/recording/crash_facts.h"
 #include "linux/linux_crashhandler/recording/frame_texts.h"
@@ -94,12 +95,13 @@ void CrashHandler(int signal, siginfo_t* info, void* context) {
   PrepareThread(self);
   const SignalFrame frame = FindSignalFrame(signal, info, context);
   StoreFacts(signal, frame);
-  RunLimited(kModules, ListModules);
+  if (!RunLimited(kModules, ListModules)) Guarded(ListModulesWithoutLock);
   Guarded(ListCodeRanges);
   Guarded([&] { ListThreads(self); });
   WalkCrashedThread(self, frame);
   Guarded([&] { StopThreads(self); });
-  WalkStoppedThreads(self);
+  Guarded(NameThreads);
+  WalkStoppedThreads(self, frame);
   Guarded([&] { RequestStacks(self); });
   Guarded(ReadRegisters);
   Guarded(CompleteStacks);

@@ -1,5 +1,6 @@
 #include "linux/linux_crashhandler/signals.h"
 
+#include <dlfcn.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -47,6 +48,24 @@ void WarmCrashPath() {
   PrepareTracer();
 }
 
+bool g_hasAlternateStacks = false;
+
+/// Whether both addresses lie in one module. Takes no lock (glibc 2.36 elf/dl-find_object.c).
+bool AreOfOneModule(const void* first, const void* second) {
+  dl_find_object one{};
+  dl_find_object other{};
+  return _dl_find_object(const_cast<void*>(first), &one) == 0 &&
+         _dl_find_object(const_cast<void*>(second), &other) == 0 &&
+         one.dlfo_link_map == other.dlfo_link_map;
+}
+
+/// The crash guard gives each thread an alternate stack, and its actions are the host's.
+bool IsGuards(const SignalAction& action) {
+  return (action.sa_flags & SA_ONSTACK) != 0 && g_crashServices != nullptr &&
+         AreOfOneModule(reinterpret_cast<const void*>(action.sa_sigaction),
+                        reinterpret_cast<const void*>(g_crashServices->diagnostic));
+}
+
 }  // namespace
 
 int InstallCrashHandler() {
@@ -73,16 +92,21 @@ void SetCrashReportCallback(CrashCallback callback) { crashReportCallback.store(
 void SetAfterReportCallback(CrashCallback callback) { afterReportCallback.store(callback); }
 
 void ReinstallStackHandler() {
-  const SignalAction action = ActionFor(StackHandler);
+  SignalAction action = ActionFor(StackHandler);
+  action.sa_flags |= SA_NODEFER;  // it may be sent again into a walk that hangs
   sigaction(SIGHUP, &action, nullptr);
 }
 
 void ReinstallFaultHandler() {
   SignalAction action = ActionFor(CrashHandler);
   action.sa_flags |= SA_ONSTACK;
-  sigaction(SIGSEGV, &action, nullptr);
+  SignalAction before = {};
+  sigaction(SIGSEGV, &action, &before);
   sigaction(SIGBUS, &action, nullptr);
+  g_hasAlternateStacks = IsGuards(before);
 }
+
+bool HasAlternateStacks() { return g_hasAlternateStacks; }
 
 void MaskSignalsForCapture() {
   sigset_t mask;

@@ -27,6 +27,10 @@ void ReinstallStackHandler();
 /// step of the capture that faults must not run the program's handler. Crashed process.
 void ReinstallFaultHandler();
 
+/// Whether the crash guard has given the threads alternate stacks, on which the crash handler runs.
+/// Known since ReinstallFaultHandler. Crashed process.
+bool HasAlternateStacks();
+
 /// Sets the mask of the crashing thread: the fatal signals and SIGHUP get through (a second fault
 /// must reach the handler, and the thread is asked for its own stack), all others wait. SIGPIPE and
 /// SIGXFSZ would otherwise end the process while the report is written. Crashed process.

@@ -63,7 +63,7 @@ void AwaitEnd(pid_t child) {
 bool IsForChild(const ThreadEntry& thread) {
   const StopState stop = thread.stop.load();
   const bool isHeld = stop == StopState::Interrupted && IsTracerAlive();
-  return !thread.hasRegisters && stop != StopState::Ended && !isHeld;
+  return !thread.hasRegisters && stop != StopState::Ended && !isHeld && !thread.isKernelWorker;
 }
 
 bool Choose() {

@@ -15,12 +15,24 @@ void AnswerRequest(pid_t self, const void* context) {
   if (thread == nullptr || !thread->request.compare_exchange_strong(state, RequestState::Claimed))
     return;
   const auto* interrupted = static_cast<const ucontext_t*>(context);
-  const bool isWhole = RunGuarded(thread->guard, [&] {
-    WalkStack(WalkRegisters::From(interrupted->uc_mcontext), thread->stack);
-  });
-  thread->stack.isCutShort = !isWhole;
+  WalkGuarded(WalkRegisters::From(interrupted->uc_mcontext), thread->stack,
+              [&](const auto& step) { return RunGuarded(thread->guard, step); });
   thread->request.store(RequestState::Answered);
 }
+
+namespace {
+
+/// Whether the signal has interrupted this handler in its walk; then it does not come back here
+/// when the walk can be left.
+bool LeaveUnwinder(pid_t self) {
+  ThreadEntry* thread = g_threadTable.Find(self);
+  if (thread == nullptr || thread->request.load() != RequestState::Claimed) return false;
+  thread->stack.isUnwinderHeld = true;
+  LeaveGuardedStep(thread->guard);
+  return true;
+}
+
+}  // namespace
 
 void StackHandler(int signal, siginfo_t* info, void* context) {
   const int savedError = errno;
@@ -30,6 +42,7 @@ void StackHandler(int signal, siginfo_t* info, void* context) {
     errno = savedError;
     return;
   }
+  if (LeaveUnwinder(self)) return;
   AnswerRequest(self, context);
   // Nothing of the program runs on while its crash is captured. The capturing thread is not asked.
   if (!g_captureOwner.IsHeldBy(self)) Park();

@@ -7,7 +7,8 @@ namespace tarvo::crashhandler {
 
 /// The action of SIGHUP. Asked by the capture, it records the interrupted thread's stack into the
 /// thread's entry and waits for the end of the process; otherwise it hands the signal to the
-/// function that was installed before it, if any, and changes nothing. Signalled thread.
+/// function that was installed before it, if any, and changes nothing. A second one, while it
+/// records, says that the unwinder keeps it waiting: it goes on without. Signalled thread.
 void StackHandler(int signal, siginfo_t* info, void* context);
 
 /// Answers a request for the stack of the calling thread `self`, which was interrupted where

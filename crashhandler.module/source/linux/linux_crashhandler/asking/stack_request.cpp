@@ -1,7 +1,7 @@
 #include "linux/linux_crashhandler/asking/stack_request.h"
 
 #include <signal.h>
-#include <string.h>
+#include <sys/auxv.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -11,7 +11,10 @@
 
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
+#include "crash_context/readable_memory.h"
 #include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/facts/thread_names.h"
+#include "linux/linux_crashhandler/facts/thread_place.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/signals.h"
 #include "linux/linux_crashhandler/stopping/thread_stop.h"
@@ -25,6 +28,9 @@ constexpr int kInterval = 2;
 constexpr int kStatusEvery = 10;  ///< intervals
 /// What a thread that has begun to answer gets to come to an end.
 constexpr int kGrace = 200;
+/// When those that have begun are told to do without the unwinder, whose lock may be held by one
+/// that does not go on.
+constexpr int kHurryAfter = 1000;
 
 /// Signals that no program blocks: the C library keeps them for itself and takes them out of every
 /// mask it is given (glibc 2.36 nptl/pthread_sigmask.c). Blocked together with SIGHUP they show a
@@ -37,26 +43,38 @@ void Sleep(int milliseconds) {
   RawSystemCall(SYS_nanosleep, &time, nullptr);
 }
 
-/// Whether the thread waits for signals by sigwait or its like: it would take the request for a
-/// signal of the program's, and go on.
-bool WaitsForSignals(pid_t tid) {
-  const int file = OpenRaw(TaskPath(tid, "syscall").Text());
-  if (file < 0) return false;
-  char text[8] = {};
-  ReadRaw(file, std::span(text, sizeof(text) - 1));
-  CloseRaw(file);
-  static_assert(SYS_rt_sigtimedwait == 128);
-  return strncmp(text, "128 ", 4) == 0;
+/// What the handler and the unwinder use of a stack beside the kernel's frame, with some to spare.
+constexpr std::uint64_t kHandlerRoom = std::uint64_t{8} << 10;
+/// The part of the stack below its pointer that functions may use (System V ABI AMD64 1.0, 3.2.2).
+constexpr std::uint64_t kRedZone = 128;
+
+/// Whether a handler fits below `stackPointer`. Where the kernel's frame for it does not, SIGSEGV
+/// takes the signal's place, and where that has no stack either, the process ends.
+bool HasRoom(std::uint64_t stackPointer) {
+  // The kernel's frame is larger where the processor has more registers.
+  const std::uint64_t frame = getauxval(AT_MINSIGSTKSZ) + kRedZone;
+  const std::uint64_t lowest = stackPointer - frame - kHandlerRoom;
+  for (std::uint64_t at = stackPointer - kRedZone; at > lowest; at -= kPage)
+    if (!IsReadable(at / kPage * kPage)) return false;
+  return IsReadable(lowest);
 }
 
-/// Why the thread will not run a handler for SIGHUP; null when it will.
-const char* WhyNotAsked(pid_t tid) {
+/// Why the thread is not asked: it would not run a handler for SIGHUP, or not survive it. Null when
+/// it is.
+const char* WhyNotAsked(const ThreadEntry& thread) {
+  if (thread.isKernelWorker) return kKernelWorker;
+  const pid_t tid = thread.tid;
   const ThreadStatus status = ReadThreadStatus(tid);
   if (status.ended) return "the thread has ended";
   const bool blocks = (status.blockedSignals >> (SIGHUP - 1) & 1) != 0;
   const bool isPassing = (status.blockedSignals & kReservedSignals) == kReservedSignals;
   if (blocks && !isPassing) return "it cannot be traced, and blocks SIGHUP";
-  if (WaitsForSignals(tid)) return "it cannot be traced, and waits for signals itself";
+  const ThreadPlace place = ReadThreadPlace(tid);
+  // It would take the request for a signal of the program's, and go on.
+  if (place.systemCall == SYS_rt_sigtimedwait)
+    return "it cannot be traced, and waits for signals itself";
+  if (place.isKnown && !HasAlternateStacks() && !HasRoom(place.stackPointer))
+    return "it cannot be traced, and its stack has no room for a handler";
   return nullptr;
 }
 
@@ -69,7 +87,7 @@ bool IsOpen(const ThreadEntry& thread) {
 }
 
 void Ask(ThreadEntry& thread) {
-  thread.framesMissing = WhyNotAsked(thread.tid);
+  thread.framesMissing = WhyNotAsked(thread);
   if (thread.framesMissing != nullptr) return;
   thread.request.store(RequestState::Asked);
   if (RawSystemCall(SYS_tgkill, ownPid, thread.tid, SIGHUP) == 0) return;
@@ -99,6 +117,13 @@ bool AnyPending() {
   return false;
 }
 
+/// See StackHandler.
+void HurryThoseThatAnswer() {
+  for (const ThreadEntry& thread : g_threadTable)
+    if (thread.request.load() == RequestState::Claimed)
+      RawSystemCall(SYS_tgkill, ownPid, thread.tid, SIGHUP);
+}
+
 /// Threads that have ended never answer, and have not lost anything.
 void DropEnded() {
   for (ThreadEntry& thread : g_threadTable) {
@@ -123,6 +148,7 @@ void RequestStacks(pid_t self) {
   for (int spent = 0, round = 0; spent < kBudget && AnyPending(); spent += kInterval) {
     Sleep(kInterval);
     if (++round % kStatusEvery == 0) DropEnded();
+    if (spent == kHurryAfter) HurryThoseThatAnswer();
   }
   for (ThreadEntry& thread : g_threadTable)
     if (TakeBack(thread, "it did not answer in time")) StepAside(thread.tid);

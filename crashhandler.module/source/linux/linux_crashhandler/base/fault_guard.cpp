@@ -18,10 +18,12 @@ constexpr int kSignal = SIGVTALRM;
 
 /// The kernel's id of the timer; its address marks the timer's signals.
 int g_timer = -1;
+volatile bool g_wasOverdue = false;
 
 void OnTimer(int, siginfo_t* info, void*) {
-  if (info->si_code == SI_TIMER && info->si_value.sival_ptr == &g_timer)
-    LeaveGuardedStep(g_faultGuard);
+  if (info->si_code != SI_TIMER || info->si_value.sival_ptr != &g_timer) return;
+  g_wasOverdue = true;
+  LeaveGuardedStep(g_faultGuard);
 }
 
 }  // namespace
@@ -48,7 +50,10 @@ void PrepareStepTimer(pid_t self) {
   if (RawSystemCall(SYS_timer_create, CLOCK_MONOTONIC, &event, &g_timer) < 0) g_timer = -1;
 }
 
+bool WasOverdue() { return g_wasOverdue; }
+
 void SetStepTimer(long microseconds) {
+  if (microseconds != 0) g_wasOverdue = false;
   if (g_timer < 0) return;
   itimerspec when{};
   when.it_value.tv_sec = microseconds / 1'000'000;

@@ -54,6 +54,9 @@ bool RunGuarded(FaultGuard& guard, const Step& step) {
 /// process, once.
 void PrepareStepTimer(pid_t self);
 
+/// Whether the last limited step was ended by its time. Crashed process, capturing thread.
+bool WasOverdue();
+
 /// Starts the time of a step, or stops it (0). Crashed process, capturing thread.
 void SetStepTimer(long microseconds);
 

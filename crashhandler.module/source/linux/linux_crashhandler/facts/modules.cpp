@@ -1,5 +1,8 @@
 #include "linux/linux_crashhandler/facts/modules.h"
 
+#include <dlfcn.h>
+#include <string.h>
+
 #include "linux/linux_crashhandler/base/capture_memory.h"
 #include "linux/linux_crashhandler/capture.h"
 
@@ -12,6 +15,9 @@ std::uint64_t SumOfFileSizes(const dl_phdr_info& info) {
   for (std::size_t i = 0; i < info.dlpi_phnum; ++i) sum += info.dlpi_phdr[i].p_filesz;
   return sum;
 }
+
+/// More objects than any process has: a list in change may have no end.
+constexpr int kMaximumModules = 100'000;
 
 /// Crashed process. Always 0, so that the iteration runs to the end.
 int AppendModule(dl_phdr_info* info, std::size_t, void*) {
@@ -39,6 +45,27 @@ const ElfW(Phdr) * ModuleImage::SegmentOf(std::uint64_t address) const {
       return &header;
   }
   return nullptr;
+}
+
+void ListModulesWithoutLock() {
+  g_crashInfo.modules = {};
+  g_moduleImages = {};
+  int count = 0;
+  for (link_map* map = _r_debug.r_map; map != nullptr && count < kMaximumModules;
+       map = map->l_next, ++count) {
+    // The list does not have the program headers; the ELF header in front of them is mapped.
+    dl_find_object place{};
+    if (_dl_find_object(map->l_ld, &place) != 0) continue;
+    const auto* start = static_cast<const char*>(place.dlfo_map_start);
+    const auto* header = reinterpret_cast<const ElfW(Ehdr)*>(start);
+    if (memcmp(header->e_ident, ELFMAG, SELFMAG) != 0) continue;
+    dl_phdr_info info{};
+    info.dlpi_addr = map->l_addr;
+    info.dlpi_name = map->l_name;
+    info.dlpi_phdr = reinterpret_cast<const ElfW(Phdr)*>(start + header->e_phoff);
+    info.dlpi_phnum = header->e_phnum;
+    AppendModule(&info, sizeof(info), nullptr);
+  }
 }
 
 void ListModules() {

@@ -31,4 +31,8 @@ extern CaptureArray<ModuleImage> g_moduleImages;
 /// thread.
 void ListModules();
 
+/// The same from the loader's list for debuggers, without its lock: for when another thread keeps
+/// that. Run guarded, as the list may be changing. Crashed process.
+void ListModulesWithoutLock();
+
 }  // namespace tarvo::crashhandler

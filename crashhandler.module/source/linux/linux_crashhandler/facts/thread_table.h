@@ -36,6 +36,8 @@ enum class RequestState : std::uint32_t {
 
 struct ThreadEntry {
   pid_t tid = 0;
+  char name[16] = {};
+  bool isKernelWorker = false;  ///< it has no stack in this process
   std::atomic<StopState> stop{StopState::Listed};
   int error = 0;  ///< errno value
   bool hasRegisters = false;
@@ -46,6 +48,7 @@ struct ThreadEntry {
   FaultGuard guard;  ///< of its walk, when it is asked
 
   Stack stack;
+  bool isHeldUp = false;  ///< its walk is to be tried again
   /// Why there are no frames; null while there is nothing to say. Constant texts.
   const char* framesMissing = nullptr;
   const char* registersMissing = nullptr;

@@ -45,8 +45,8 @@ long Ptrace(long request, pid_t tid, Address address = 0, Data data = 0) {
 }
 
 /// Whether `tid` is a thread of the crashed process: a listing of another pid namespace would name
-/// threads of others, and ids are used again.
-bool IsThread(pid_t tid) { return RawSystemCall(SYS_tgkill, g_tracer.process, tid, 0) == 0; }
+/// threads of others, and ids are used again. A sandbox may refuse the question.
+bool IsThread(pid_t tid) { return RawSystemCall(SYS_tgkill, g_tracer.process, tid, 0) != -ESRCH; }
 
 /// Dies with the crashing thread, and of old age.
 void Prepare() {

@@ -1,13 +1,13 @@
 #include "linux/linux_crashhandler/walking/stack_capture.h"
 
 #include <errno.h>
-#include <string.h>
 #include <time.h>
 
-#include <string_view>
+#include <new>
 
-#include "crash_context/proc_files.h"
 #include "linux/linux_crashhandler/capture.h"
+#include "linux/linux_crashhandler/facts/thread_names.h"
+#include "linux/linux_crashhandler/facts/thread_place.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/stopping/thread_stop.h"
 
@@ -24,50 +24,37 @@ std::int64_t Microseconds() {
   return now.tv_sec * std::int64_t{1'000'000} + now.tv_nsec / 1000;
 }
 
-void Walk(ThreadEntry& thread) {
-  thread.stack.count = 0;
-  memset(thread.stack.guessed, 0, sizeof(thread.stack.guessed));
-  thread.stack.isCutShort = !RunLimited(
-      kWalk, [&] { WalkStack(WalkRegisters::From(thread.registers.general), thread.stack); });
+/// False when the first frame was not even left in time, and is to be tried again: the unwinder may
+/// wait for a lock that a stopped thread holds.
+bool Walk(ThreadEntry& thread, bool isLastTry) {
+  new (&thread.stack) Stack;
+  WalkGuarded(WalkRegisters::From(thread.registers.general), thread.stack, [&](const auto& step) {
+    if (RunLimited(kWalk, step)) return true;
+    thread.isHeldUp = !isLastTry && WasOverdue() && thread.stack.count <= 1;
+    thread.stack.isUnwinderHeld = WasOverdue();
+    return thread.isHeldUp;
+  });
+  return !thread.isHeldUp;
 }
 
 bool IsStopped(const ThreadEntry& thread, pid_t self) {
-  return thread.tid != self && thread.stop.load() == StopState::Stopped;
+  return thread.tid != self && thread.stop.load() == StopState::Stopped && !thread.isKernelWorker;
 }
 
-/// Whether a walk came to nothing: the unwinder may wait for a lock that a stopped thread holds.
-bool IsUnfinished(const ThreadEntry& thread) {
-  return thread.stack.isCutShort && thread.stack.count <= 1;
-}
-
-bool WalkAll(pid_t self, std::int64_t end, bool onlyUnfinished) {
+bool WalkAll(pid_t self, std::int64_t end, bool isLastTry) {
   bool isComplete = true;
   for (ThreadEntry& thread : g_threadTable) {
-    if (!IsStopped(thread, self) || (onlyUnfinished && !IsUnfinished(thread))) continue;
+    if (!IsStopped(thread, self) || (isLastTry && !thread.isHeldUp)) continue;
     if (Microseconds() > end) return false;
-    Walk(thread);
-    isComplete = isComplete && !IsUnfinished(thread);
+    thread.isHeldUp = false;
+    isComplete = Walk(thread, isLastTry) && isComplete;
   }
   return isComplete;
 }
 
-/// The place at which the kernel says that a thread waits: "NUMBER ARGUMENTS… SP PC"; 0 when it
-/// says nothing, for a running thread.
-std::uint64_t PlaceOf(pid_t tid) {
-  const int file = OpenRaw(TaskPath(tid, "syscall").Text());
-  if (file < 0) return 0;
-  char buffer[256];
-  const ssize_t size = ReadRaw(file, buffer);
-  CloseRaw(file);
-  std::string_view text(buffer, static_cast<std::size_t>(size > 0 ? size : 0));
-  const std::size_t start = text.rfind(" 0x");
-  if (start == std::string_view::npos) return 0;
-  text.remove_prefix(start + 3);
-  return TakeHexadecimal(text);
-}
-
 const char* WhyNoFrames(const ThreadEntry& thread, bool isInKernel) {
   if (thread.framesMissing != nullptr) return thread.framesMissing;
+  if (thread.isKernelWorker) return kKernelWorker;
   switch (thread.stop.load()) {
     case StopState::Interrupted:
       return isInKernel ? "it did not stop: it waits in the kernel" : "it did not stop in time";
@@ -79,6 +66,7 @@ const char* WhyNoFrames(const ThreadEntry& thread, bool isInKernel) {
 }
 
 const char* WhyNoRegisters(const ThreadEntry& thread) {
+  if (thread.isKernelWorker) return kKernelWorker;
   if (thread.stop.load() == StopState::Interrupted) return "it did not stop";
   if (thread.error != 0) return ErrorText(thread.error);
   return "it could not be traced";
@@ -89,32 +77,47 @@ const char* WhyNoRegisters(const ThreadEntry& thread) {
 void WalkCrashedThread(pid_t self, const SignalFrame& frame) {
   ThreadEntry* thread = g_threadTable.Find(self);
   if (thread == nullptr) return;
-  Stack& stack = thread->stack;
-  stack.count = 0;
-  if (frame.context == nullptr) {
-    RunLimited(kWalk, [&] { WalkHandler(0, stack); });
-    return;
+  Stack& stack = *new (&thread->stack) Stack;
+  thread->isHeldUp = false;
+  const auto guarded = [&](const auto& step) {
+    const bool isDone = RunLimited(kWalk, step);
+    if (WasOverdue()) {
+      thread->isHeldUp = true;
+      stack.isUnwinderHeld = true;
+    }
+    return isDone;
+  };
+  const std::uint64_t trampoline = frame.context == nullptr ? 0 : TrampolineOf(frame);
+  if (!guarded([&] { WalkHandler(trampoline, stack); })) {
+    stack.count = 0;
+    stack.Add(reinterpret_cast<std::uint64_t>(__builtin_return_address(0)));
+    if (trampoline != 0) stack.Add(trampoline);
   }
-  RunLimited(kWalk, [&] { WalkHandler(TrampolineOf(frame), stack); });
-  stack.isCutShort = !RunLimited(
-      kWalk, [&] { WalkStack(WalkRegisters::From(frame.context->uc_mcontext), stack); });
+  if (frame.context != nullptr)
+    WalkGuarded(WalkRegisters::From(frame.context->uc_mcontext), stack, guarded);
 }
 
-void WalkStoppedThreads(pid_t self) {
-  if (WalkAll(self, Microseconds() + kAllWalks, false)) return;
-  if (YieldToThreads()) WalkAll(self, Microseconds() + kAllWalks, true);
+void WalkStoppedThreads(pid_t self, const SignalFrame& frame) {
+  const ThreadEntry* crashed = g_threadTable.Find(self);
+  const auto walk = [&](bool isLastTry) {
+    const bool isComplete = WalkAll(self, Microseconds() + kAllWalks, isLastTry);
+    if (crashed != nullptr && crashed->isHeldUp) WalkCrashedThread(self, frame);
+    return isComplete && (crashed == nullptr || !crashed->isHeldUp);
+  };
+  if (!walk(false) && YieldToThreads()) walk(true);
 }
 
 void CompleteStacks() {
   for (ThreadEntry& thread : g_threadTable) {
     if (thread.stop.load() == StopState::Ended) continue;
-    if (!thread.hasRegisters) thread.registersMissing = WhyNoRegisters(thread);
+    if (!thread.hasRegisters || thread.isKernelWorker)
+      thread.registersMissing = WhyNoRegisters(thread);
     const RequestState request = thread.request.load();
     if (request == RequestState::Asked || request == RequestState::Claimed) thread.stack.count = 0;
     if (thread.stack.count != 0) continue;
-    const std::uint64_t place = PlaceOf(thread.tid);
+    const std::uint64_t place = ReadThreadPlace(thread.tid).programCounter;
     thread.framesMissing = WhyNoFrames(thread, place != 0);
-    if (place != 0) thread.stack.Add(place);
+    if (place != 0 && !thread.isKernelWorker) thread.stack.Add(place);
   }
 }
 

@@ -13,8 +13,9 @@ void WalkCrashedThread(pid_t self, const SignalFrame& frame);
 
 /// Walks the stacks of all threads that stand still, from their registers. A walk that faults or
 /// takes too long is given up, with what it has; one that has nothing is tried once more after the
-/// threads went on for a moment. Crashed process.
-void WalkStoppedThreads(pid_t self);
+/// threads went on for a moment. So is the crashing thread's, when the unwinder kept it waiting.
+/// Crashed process.
+void WalkStoppedThreads(pid_t self, const SignalFrame& frame);
 
 /// Gives threads that have no frames the one that the kernel knows of a blocked thread, and a
 /// reason. Crashed process.

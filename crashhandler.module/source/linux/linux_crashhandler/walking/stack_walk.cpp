@@ -1,5 +1,7 @@
 #include "linux/linux_crashhandler/walking/stack_walk.h"
 
+#include "crash_context/readable_memory.h"
+#include "crash_context/signal_frame.h"
 #include "linux/linux_crashhandler/facts/code_ranges.h"
 #include "linux/linux_crashhandler/walking/unwind_from.h"
 
@@ -10,43 +12,48 @@ namespace {
 constexpr std::size_t kScannedWords = 512;
 /// A frame is no larger, as far as frame pointers are believed.
 constexpr std::uint64_t kLargestFrame = 1 << 20;
+constexpr std::uint64_t kWord = sizeof(std::uint64_t);
 
-/// Where the unwinder is.
-struct Place {
-  std::uint64_t pc = 0;
-  std::uint64_t sp = 0;
-  std::uint64_t framePointer = 0;
-};
+/// What a function keeps for its caller (System V ABI AMD64 1.0, figure 3.4), so that the unwinder
+/// knows it in every frame: rbx, rbp, r12 … r15.
+constexpr int kPreserved[] = {3, WalkRegisters::kFramePointer, 12, 13, 14, 15};
 
-struct Walk {
+/// One run of the unwinder.
+struct Run {
   Stack& stack;
-  Place last{};
   bool isStub = true;   ///< the next entry is the function that starts the unwinder
-  bool isFirst = true;  ///< the next entry is the frame that the walk starts at
+  bool isFirst = true;  ///< the next entry is the frame that the run starts at
 };
+
+/// The registers at an entry. Those that are not preserved stay what they were.
+WalkRegisters RegistersOf(_Unwind_Context* context, WalkRegisters registers) {
+  registers.value[WalkRegisters::kProgramCounter] = _Unwind_GetIP(context);
+  registers.value[WalkRegisters::kStackPointer] = _Unwind_GetCFA(context);
+  for (const int number : kPreserved)
+    registers.value[static_cast<std::size_t>(number)] = _Unwind_GetGR(context, number);
+  return registers;
+}
 
 _Unwind_Reason_Code AppendEntry(_Unwind_Context* context, void* to) {
-  auto& walk = *static_cast<Walk*>(to);
-  if (walk.isStub) {
-    walk.isStub = false;
+  auto& run = *static_cast<Run*>(to);
+  Stack& stack = run.stack;
+  if (run.isStub || run.isFirst) {
+    run.isFirst = run.isStub;
+    run.isStub = false;
     return _URC_NO_REASON;
   }
-  const Place place{_Unwind_GetIP(context), _Unwind_GetCFA(context),
-                    _Unwind_GetGR(context, WalkRegisters::kFramePointer)};
-  const Place before = walk.last;
-  walk.last = place;
-  if (walk.isFirst) {
-    walk.isFirst = false;
-    return _URC_NO_REASON;
-  }
+  const std::uint64_t pc = _Unwind_GetIP(context);
   // Above the outermost function the unwinder finds nothing. No progress: a damaged or hand-made
   // frame that is its own caller.
-  if (place.pc == 0 || (place.pc == before.pc && place.sp == before.sp)) {
-    walk.last.pc = 0;
+  if (pc == 0 ||
+      (pc == stack.last.ProgramCounter() && _Unwind_GetCFA(context) == stack.last.StackPointer())) {
+    stack.isAtEnd = true;
     return _URC_END_OF_STACK;
   }
-  walk.stack.Add(place.pc);
-  return walk.stack.count == kMaximumFrames ? _URC_END_OF_STACK : _URC_NO_REASON;
+  stack.last = RegistersOf(context, stack.last);
+  stack.Add(pc);
+  const bool isEnd = stack.count == kMaximumFrames || IsSignalTrampoline(pc);
+  return isEnd ? _URC_END_OF_STACK : _URC_NO_REASON;
 }
 
 std::uint64_t WordAt(std::uint64_t address) {
@@ -67,35 +74,83 @@ bool IsReturnAddress(std::uint64_t address) {
   return IsCode(address) && IsCode(address - 7) && FollowsCall(address);
 }
 
+/// Goes to the caller at which the walk goes on.
+void Enter(Stack& stack, std::uint64_t pc, std::uint64_t sp, bool isGuess) {
+  stack.last.value[WalkRegisters::kProgramCounter] = pc;
+  stack.last.value[WalkRegisters::kStackPointer] = sp;
+  stack.guesses += isGuess ? 1 : 0;
+  stack.Add(pc, isGuess);
+}
+
 /// The caller by the frame pointer, where that points into the stack at a return address.
-bool GuessByFramePointer(Place& place) {
-  const std::uint64_t frame = place.framePointer;
-  if (frame % sizeof(std::uint64_t) != 0 || frame < place.sp || frame - place.sp > kLargestFrame)
+bool GuessByFramePointer(Stack& stack) {
+  const std::uint64_t frame = stack.last.FramePointer();
+  const std::uint64_t sp = stack.last.StackPointer();
+  if (frame % kWord != 0 || frame < sp || frame - sp > kLargestFrame || !IsReadable(frame) ||
+      !IsReadable(frame + kWord))
     return false;
-  const std::uint64_t address = WordAt(frame + 8);
+  const std::uint64_t address = WordAt(frame + kWord);
   if (!IsReturnAddress(address)) return false;
-  place = {address, frame + 16, WordAt(frame)};
+  stack.last.value[WalkRegisters::kFramePointer] = WordAt(frame);
+  Enter(stack, address, frame + 2 * kWord, true);
   return true;
 }
 
 /// The next word of the stack that is a return address.
-bool GuessByScan(Place& place) {
-  std::uint64_t at = (place.sp + 7) / 8 * 8;
-  for (std::size_t i = 0; i < kScannedWords; ++i, at += 8) {
-    const std::uint64_t address = WordAt(at);
-    if (!IsReturnAddress(address)) continue;
-    place = {address, at + 8, place.framePointer};
+bool GuessByScan(Stack& stack) {
+  std::uint64_t at = (stack.last.StackPointer() + kWord - 1) / kWord * kWord;
+  for (std::size_t i = 0; i < kScannedWords; ++i, at += kWord) {
+    if ((i == 0 || at % kPage == 0) && !IsReadable(at)) return false;
+    if (!IsReturnAddress(WordAt(at))) continue;
+    Enter(stack, WordAt(at), at + kWord, true);
     return true;
   }
   return false;
 }
 
-/// Goes on from a frame that is in `stack` already, by call-frame information as far as there is
-/// some.
-void Unwind(const WalkRegisters& registers, Walk& walk) {
-  walk.isFirst = true;
-  walk.isStub = true;
-  tarvoUnwindFrom(registers.value, AppendEntry, &walk);
+bool Guess(Stack& stack) {
+  return stack.guesses < kMaximumGuesses && (GuessByFramePointer(stack) || GuessByScan(stack));
+}
+
+/// From the signal trampoline to what the handler has interrupted. The unwinder would do the same,
+/// but fault where that is no code, before the frame is seen.
+bool LeaveHandler(Stack& stack) {
+  if (!IsSignalTrampoline(stack.last.ProgramCounter())) return false;
+  const auto* context = reinterpret_cast<const ucontext_t*>(stack.last.StackPointer());
+  stack.last = WalkRegisters::From(context->uc_mcontext);
+  stack.Add(stack.last.ProgramCounter());
+  return true;
+}
+
+/// From a place that is not code to the return address on top of the stack, which the call that led
+/// there has pushed.
+bool LeaveWildCall(Stack& stack) {
+  const std::uint64_t sp = stack.last.StackPointer();
+  if (IsCode(stack.last.ProgramCounter()) || !IsReadable(sp) || !IsCode(WordAt(sp))) return false;
+  Enter(stack, WordAt(sp), sp + kWord, false);
+  return true;
+}
+
+/// Goes on from the last frame, whose program counter is `back` bytes behind what is running: a
+/// return address may already belong to the next function.
+void Unwind(Stack& stack, std::uint64_t back) {
+  // The unwinder reads the code at the program counter (libgcc 12 i386/linux-unwind.h), which must
+  // be there.
+  if (stack.isUnwinderHeld || !IsCode(stack.last.ProgramCounter() - back)) return;
+  WalkRegisters registers = stack.last;
+  registers.value[WalkRegisters::kProgramCounter] -= back;
+  Run run{stack};
+  tarvoUnwindFrom(registers.value, AppendEntry, &run);
+}
+
+/// Goes on from a frame that is in `stack` already.
+void GoOn(Stack& stack, bool isInterrupted) {
+  for (;;) {
+    Unwind(stack, isInterrupted ? 0 : 1);
+    if (stack.isAtEnd || stack.count == kMaximumFrames) return;
+    isInterrupted = LeaveHandler(stack);
+    if (!isInterrupted && !LeaveWildCall(stack) && !Guess(stack)) return;
+  }
 }
 
 }  // namespace
@@ -115,32 +170,14 @@ WalkRegisters WalkRegisters::From(const mcontext_t& context) {
   return registers;
 }
 
-void WalkStack(const WalkRegisters& given, Stack& stack) {
-  WalkRegisters registers = given;
-  std::uint64_t& pc = registers.value[WalkRegisters::kProgramCounter];
-  std::uint64_t& sp = registers.value[WalkRegisters::kStackPointer];
-  std::uint64_t& framePointer = registers.value[WalkRegisters::kFramePointer];
-  stack.Add(pc);
-  Walk walk{.stack = stack, .last = {pc, sp, framePointer}};
-  // The unwinder reads the code at the program counter, which must be there. After a call through a
-  // wild pointer the caller is the return address that the call has pushed.
-  const bool isWild = !IsCode(pc);
-  if (isWild && IsCode(WordAt(sp))) {
-    pc = WordAt(sp);
-    sp += sizeof(std::uint64_t);
-    stack.Add(pc);
-  }
-  if (IsCode(pc)) Unwind(registers, walk);
-  for (std::size_t i = 0; i < kMaximumGuesses && stack.count < kMaximumFrames; ++i) {
-    Place place = walk.last;
-    if (place.pc == 0) return;  // the outermost function
-    if (!GuessByFramePointer(place) && !GuessByScan(place)) return;
-    pc = place.pc;
-    sp = place.sp;
-    framePointer = place.framePointer;
-    stack.Add(pc, true);
-    Unwind(registers, walk);
-  }
+void WalkStack(const WalkRegisters& registers, Stack& stack) {
+  stack.last = registers;
+  stack.Add(registers.ProgramCounter());
+  GoOn(stack, true);
+}
+
+void ContinueWalk(Stack& stack) {
+  if (!stack.isAtEnd && Guess(stack)) GoOn(stack, false);
 }
 
 void WalkHandler(std::uint64_t end, Stack& stack) {
