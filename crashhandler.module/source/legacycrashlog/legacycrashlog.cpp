@@ -7,6 +7,7 @@
 
 #include "connection.h"
 #include "legacycrashlog/report_stream.h"
+#include "legacycrashlog/text_composer.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "tarvo/crash_report.h"
 
@@ -32,7 +33,7 @@ const char* OrUnknown(const char* text) {
   return text == nullptr || text[0] == '\0' ? crash_report::kUnknown.data() : text;
 }
 
-void Put(FILE* out, std::string_view text) { fwrite(text.data(), 1, text.size(), out); }
+void Put(FILE* out, std::string_view text) { fwrite_unlocked(text.data(), 1, text.size(), out); }
 
 /// The tabs of a line that stands in so many blocks.
 std::string_view Indentation(std::size_t depth) { return {"\t\t\t\t", depth}; }
@@ -67,33 +68,40 @@ void WriteAddress(FILE* out, std::size_t depth, std::string_view key, std::uint6
   fprintf(out, "%p\n", Pointer(address));
 }
 
-void WriteFrame(FILE* out, const StackFrame& frame) {
-  fprintf(out, "\t\t\t%s", OrUnknown(frame.moduleText));
-  Put(out, crash_report::frame::kFunction);
-  if (frame.symbolName != nullptr) {
-    fprintf(out, "%s + 0x%" PRIx64, frame.symbolName, frame.symbolOffset);
-  } else {
-    fprintf(out, "%p", Pointer(frame.pc));
+void WriteFrames(FILE* out, const CaptureArray<StackFrame>& frames) {
+  TextComposer text(out);
+  for (const StackFrame& frame : frames) {
+    text.Append(Indentation(3));
+    text.Append(OrUnknown(frame.moduleText));
+    text.Append(crash_report::frame::kFunction);
+    if (frame.symbolName != nullptr) {
+      text.Append(frame.symbolName);
+      text.Append(" + ");
+      text.AppendHexadecimalNumber(frame.symbolOffset);
+    } else {
+      text.AppendPointer(frame.pc);
+    }
+    text.Append(crash_report::frame::kStackPointer);
+    text.AppendPointer(frame.sp);
+    text.Append(",");
+    text.Append(crash_report::frame::kProgramCounter);
+    text.AppendPointer(frame.pc);
+    text.Append(")\n");
   }
-  Put(out, crash_report::frame::kStackPointer);
-  fprintf(out, "%p,", Pointer(frame.sp));
-  Put(out, crash_report::frame::kProgramCounter);
-  fprintf(out, "%p)\n", Pointer(frame.pc));
 }
 
-void WriteRegisterValue(FILE* out, const RegisterValue& value) {
+/// The value in as many digits as its width has; none for a width that registers do not have.
+void AppendValue(TextComposer& text, const RegisterValue& value) {
   switch (value.width) {
     case 2:
-      fprintf(out, "%04x", static_cast<unsigned>(value.value[0] & 0xffff));
-      break;
     case 4:
-      fprintf(out, "%08x", static_cast<unsigned>(value.value[0] & 0xffffffff));
+      text.AppendHexadecimal(value.value[0], 2 * value.width);
       break;
     case 8:
     case 16:
     case 32:
       for (std::size_t word = 0; word < value.width / sizeof(std::uint64_t); ++word)
-        fprintf(out, "%016" PRIx64, value.value[word]);
+        text.AppendHexadecimal(value.value[word], 16);
       break;
     default:
       break;
@@ -102,16 +110,20 @@ void WriteRegisterValue(FILE* out, const RegisterValue& value) {
 
 void WriteRegisters(FILE* out, const CaptureArray<RegisterValue>& registers) {
   OpenBlock(out, 3, section::kRegisters);
-  for (std::size_t i = 0; i < registers.size; ++i) {
-    if (i % 4 == 0) fputs("\t\t\t\t", out);
-    fprintf(out, "%s: 0x", registers.items[i].name);
-    WriteRegisterValue(out, registers.items[i]);
-    fputc(i % 4 == 3 ? '\n' : ' ', out);
+  {
+    TextComposer text(out);
+    for (std::size_t i = 0; i < registers.size; ++i) {
+      if (i % 4 == 0) text.Append(Indentation(4));
+      text.Append(registers.items[i].name);
+      text.Append(": 0x");
+      AppendValue(text, registers.items[i]);
+      text.Append(i % 4 == 3 ? "\n" : " ");
+    }
+    // A count of 4k + 3 leaves the closing brace on the last line; readers know.
+    if (registers.size % 4 != 3) text.Append("\n");
   }
-  // A count of 4k + 3 leaves the closing brace on the last line; readers know.
-  if (registers.size % 4 != 3) fputc('\n', out);
   CloseBlock(out, 3);
-  fflush(out);
+  fflush_unlocked(out);
 }
 
 void WriteVariable(FILE* out, const NameAndValue& variable) {
@@ -127,7 +139,7 @@ void WriteVariables(FILE* out, const ThreadRecord& thread) {
     list = g_crashServices->threadVariables(static_cast<pid_t>(thread.tid));
   for (std::size_t i = 0; i < list.size; ++i) WriteVariable(out, list.items[i]);
   for (const NameAndValue& variable : thread.variables) WriteVariable(out, variable);
-  if (list.size != 0 || thread.variables.size != 0) fputc('\n', out);
+  if (list.size != 0 || thread.variables.size != 0) fputc_unlocked('\n', out);
   CloseBlock(out, 3);
 }
 
@@ -135,11 +147,11 @@ void WriteThread(FILE* out, const ThreadRecord& thread) {
   Put(out, Indentation(2));
   Put(out, section::kThreadPrefix);
   fprintf(out, "%" PRIu64 "\n\t\t{\n", static_cast<std::uint64_t>(thread.tid));
-  for (const StackFrame& frame : thread.frames) WriteFrame(out, frame);
+  WriteFrames(out, thread.frames);
   WriteRegisters(out, thread.registers);
   WriteVariables(out, thread);
   CloseBlock(out, 2);
-  fflush(out);
+  fflush_unlocked(out);
 }
 
 bool IsOfApplication(const char* path) {
@@ -152,7 +164,7 @@ void WriteModule(FILE* out, const ModuleRecord& module) {
   const char* path = module.path == nullptr ? "" : module.path;
   const char* slash = strrchr(path, '/');
   WriteText(out, 2, key::kModuleName, slash == nullptr ? crash_report::kUnknown.data() : slash + 1);
-  fputs("\t\t{\n", out);
+  fputs_unlocked("\t\t{\n", out);
   WriteText(out, 3, key::kExecutable, path);
   WriteAddress(out, 3, key::kBaseAddress, module.baseAddress);
   StartEntry(out, 3, key::kBaseSize);
@@ -170,7 +182,7 @@ void WriteException(FILE* out, const CrashInfo& crash) {
   WriteAddress(out, 2, key::kExceptionAddress, crash.faultAddress);
   WriteAddress(out, 2, key::kExceptionThread, crash.crashThread);
   CloseBlock(out, 1);
-  fflush(out);
+  fflush_unlocked(out);
 }
 
 void WriteReport(FILE* out, const CrashInfo& crash) {
@@ -178,11 +190,11 @@ void WriteReport(FILE* out, const CrashInfo& crash) {
   OpenBlock(out, 1, section::kCallStacks);
   for (const ThreadRecord& thread : crash.threads) WriteThread(out, thread);
   CloseBlock(out, 1);
-  fflush(out);
+  fflush_unlocked(out);
   OpenBlock(out, 1, section::kLoadedModules);
   for (const ModuleRecord& module : crash.modules) WriteModule(out, module);
   CloseBlock(out, 1);
-  fflush(out);
+  fflush_unlocked(out);
   WriteException(out, crash);
   CloseBlock(out, 0);
 }

@@ -56,6 +56,9 @@ struct Slot {
 };
 
 constinit std::atomic<Slot*> g_slots{nullptr};
+/// Where the slot of a thread probably is, by its id: a capture looks each of thousands up.
+constexpr std::size_t kHints = 4096;
+constinit std::array<std::atomic<Slot*>, kHints> g_hints{};
 constinit std::array<std::atomic<pid_t>, kReaderMarks> g_readers{};
 constinit std::atomic<bool> g_unmarkedReader{false};
 /// The variables of the thread that crashed, with what is known of the crash.
@@ -64,6 +67,10 @@ constinit std::size_t g_crashVariableCount = 0;
 constinit std::atomic<pid_t> g_crashedThread{0};
 static_assert(std::atomic<Slot*>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free &&
               std::atomic<bool>::is_always_lock_free);
+
+std::atomic<Slot*>& HintFor(pid_t tid) noexcept {
+  return g_hints[static_cast<std::size_t>(tid) % kHints];
+}
 
 bool IsAnyoneReading() noexcept {
   return g_unmarkedReader.load() ||
@@ -157,6 +164,7 @@ Slot* OwnSlot() noexcept {
   Slot* slot = TakeFreeSlot();
   if (slot == nullptr) return nullptr;
   slot->tid.store(gettid());
+  HintFor(slot->tid.load()).store(slot);
   if (SlotKey::Instance().Set(slot)) return slot;
   GiveUpSlot(slot);
   return nullptr;
@@ -280,20 +288,26 @@ void MarkReader() noexcept {
   g_unmarkedReader.store(true);
 }
 
+/// The snapshot in the slot, when it is the thread's; null otherwise. The slot may have changed
+/// hands meanwhile, so the snapshot's own id decides.
+Snapshot* SnapshotOf(const Slot* slot, pid_t tid) noexcept {
+  if (slot == nullptr || slot->tid.load(std::memory_order_relaxed) != tid) return nullptr;
+  Snapshot* snapshot = slot->snapshot.load();
+  const bool isIts = snapshot != nullptr && snapshot->tid.load(std::memory_order_relaxed) == tid;
+  return isIts ? snapshot : nullptr;
+}
+
 }  // namespace
 
 ThreadVariableList LookUpThreadVariables(pid_t tid) {
   MarkReader();
   if (tid != 0 && g_crashedThread.load() == tid)
     return {.items = g_crashVariables.data(), .size = g_crashVariableCount};
-  for (Slot* slot = g_slots.load(); slot != nullptr; slot = slot->next) {
-    if (slot->tid.load(std::memory_order_relaxed) != tid) continue;
-    // The slot may have changed hands meanwhile, so the snapshot's own id decides.
-    Snapshot* snapshot = slot->snapshot.load();
-    if (snapshot != nullptr && snapshot->tid.load(std::memory_order_relaxed) == tid)
-      return {.items = snapshot->Items(), .size = snapshot->size};
-  }
-  return {};
+  Snapshot* found = SnapshotOf(HintFor(tid).load(), tid);
+  for (Slot* slot = g_slots.load(); found == nullptr && slot != nullptr; slot = slot->next)
+    found = SnapshotOf(slot, tid);
+  if (found == nullptr) return {};
+  return {.items = found->Items(), .size = found->size};
 }
 
 void AddCrashVariables(pid_t tid, std::span<const NameAndValue> facts) {

@@ -17,20 +17,20 @@
 //   5 walk the crashed one    walking/stack_capture     WalkCrashedThread    crashed process
 //   6 stop all others         stopping/thread_stop      StopThreads          crashed process
 //                             stopping/tracer           RunTracer            tracer
-//   7 name the threads        facts/thread_names        NameThreads          crashed process
-//   8 walk them               walking/stack_capture     WalkStoppedThreads   crashed process
+//     meanwhile name them      facts/thread_names        NameThreads          crashed process
+//   7 walk them               walking/stack_capture     WalkStoppedThreads   crashed process
 //                             walking/stack_walk        WalkStack            crashed process
 //                             walking/unwind_from       tarvoUnwindFrom      any context
-//   9 ask who did not stop    asking/stack_request      RequestStacks        crashed process
+//   8 ask who did not stop    asking/stack_request      RequestStacks        crashed process
 //                             asking/stack_handler      StackHandler         signalled thread
 //                             asking/register_page      ReadRegisters        crashed process
 //                             asking/crash_child        RunCrashChild        crash child
-//  10 make the records        recording/thread_records  RecordThreads        crashed process
+//   9 make the records        recording/thread_records  RecordThreads        crashed process
 //                             facts/registers           DecodeRegisters      crashed process
 //                             recording/crash_facts     AddCrashFacts        crashed process
 //                             recording/frame_texts     NameFrames           crashed process
-//  11 report                  (callbacks)               WriteCrashReport     crashed process
-//  12 end                     capture                   EndProcess           crashed process
+//  10 report                  (callbacks)               WriteCrashReport     crashed process
+//  11 end                     capture                   EndProcess           crashed process
 //
 //   * in tarvo/crash_context, as the crash guard needs it too
 //

@@ -99,7 +99,7 @@ void CrashHandler(int signal, siginfo_t* info, void* context) {
   Guarded(ListCodeRanges);
   Guarded([&] { ListThreads(self); });
   WalkCrashedThread(self, frame);
-  Guarded([&] { StopThreads(self); });
+  Guarded([&] { StopThreads(self, NameThreads); });
   Guarded(NameThreads);
   WalkStoppedThreads(self, frame);
   Guarded([&] { RequestStacks(self); });

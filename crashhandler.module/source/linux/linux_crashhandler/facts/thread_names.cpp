@@ -79,11 +79,9 @@ bool HasWorkerName(const ThreadEntry& thread) {
 
 void NameThreads() {
   for (ThreadEntry& thread : g_threadTable) {
-    if (thread.stop.load() == StopState::Ended) continue;
+    if (thread.name[0] != '\0' || thread.stop.load() == StopState::Ended) continue;
     SetName(thread);
     thread.isKernelWorker = HasWorkerName(thread) && HasWorkerFlags(thread.tid);
-    // What the tracer has read are no registers of this process.
-    if (thread.isKernelWorker) thread.registers = {};
   }
 }
 

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -40,35 +41,20 @@ void FreeDescriptors() {
     if (const int descriptor = spare.Descriptor(); descriptor >= 0) CloseRaw(descriptor);
 }
 
-/// Whether the directory lists this process's threads. One of another pid namespace lists those of
-/// others.
-bool Lists(int directory, pid_t self) {
-  bool isListed = false;
-  ForEachNumber(directory, [&](pid_t tid) {
-    isListed = isListed || tid == self;
-    return !isListed;
-  });
-  lseek(directory, 0, SEEK_SET);
-  return isListed;
-}
-
-int OpenTaskDirectory(pid_t self) {
+int OpenTaskDirectory() {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   long directory = -ENOENT;
   if (const int processes = g_processes.Descriptor(); processes >= 0)
     directory = RawSystemCall(SYS_openat, processes, "self/task", kFlags);
   if (directory < 0) directory = RawSystemCall(SYS_openat, AT_FDCWD, "/proc/self/task", kFlags);
-  if (directory < 0) return -1;
-  if (Lists(static_cast<int>(directory), self)) return static_cast<int>(directory);
-  CloseRaw(static_cast<int>(directory));
-  return -1;
+  return directory < 0 ? -1 : static_cast<int>(directory);
 }
 
+/// A directory has a link for each of its own (linux-6.1 fs/proc/base.c, proc_task_getattr).
 std::size_t CountThreads(int directory) {
-  std::size_t count = 0;
-  ForEachNumber(directory, [&](pid_t) { return ++count != 0; });
-  lseek(directory, 0, SEEK_SET);
-  return count;
+  struct stat facts{};
+  const bool isKnown = directory >= 0 && fstat(directory, &facts) == 0;
+  return isKnown ? static_cast<std::size_t>(facts.st_nlink) : 1;
 }
 
 /// Room for `count` threads and some more, or for this one alone.
@@ -108,13 +94,17 @@ void PrepareThreadList() {
 
 void ListThreads(pid_t self) {
   FreeDescriptors();
-  g_taskDirectory = OpenTaskDirectory(self);
+  g_taskDirectory = OpenTaskDirectory();
   g_threadTable.count.store(0);
-  if (!MakeTable(g_taskDirectory < 0 ? 1 : CountThreads(g_taskDirectory))) return;
-  if (g_taskDirectory >= 0) {
+  if (!MakeTable(CountThreads(g_taskDirectory))) return;
+  if (g_taskDirectory >= 0)
     ForEachNumber(g_taskDirectory, [](pid_t tid) { return g_threadTable.Add(tid) != nullptr; });
-  }
-  if (g_threadTable.Find(self) == nullptr) g_threadTable.Add(self);
+  if (g_threadTable.Find(self) != nullptr) return;
+  // The directory of another pid namespace lists threads of others.
+  if (g_taskDirectory >= 0) CloseRaw(g_taskDirectory);
+  g_taskDirectory = -1;
+  g_threadTable.count.store(0);
+  g_threadTable.Add(self);
 }
 
 int TaskDirectory() { return g_taskDirectory; }

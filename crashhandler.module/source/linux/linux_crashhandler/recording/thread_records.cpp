@@ -33,7 +33,8 @@ void RecordThreads() {
     record->tid = entry.tid;
     record->name = entry.name;
     RecordFrames(entry, entry.tid == self, *record);
-    DecodeRegisters(*record, entry.registers);
+    // What the tracer reads of the kernel's own are no registers of this process.
+    DecodeRegisters(*record, entry.isKernelWorker ? ThreadRegisters{} : entry.registers);
   }
 }
 

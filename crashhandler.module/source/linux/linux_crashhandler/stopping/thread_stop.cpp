@@ -36,12 +36,14 @@ void Wake(std::atomic<std::uint32_t>& word) {
   RawSystemCall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1);
 }
 
-/// Gives a command and waits until it is carried out; false when it was not in time, or the tracer
-/// has ended.
-bool Command(TracerCommand command) {
-  const std::uint32_t before = g_tracer.done.load();
+void Command(TracerCommand command) {
   g_tracer.command.store(static_cast<std::uint32_t>(command));
   Wake(g_tracer.command);
+}
+
+/// Waits until a command is carried out, when `before` were; false when it was not in time, or the
+/// tracer has ended.
+bool AwaitDone(std::uint32_t before) {
   std::int64_t end = Now() + kPatience;
   for (std::uint32_t stops = g_tracer.stops.load(); g_tracer.done.load() == before;) {
     if (g_tracer.stops.load() != stops) end = Now() + kPatience;
@@ -117,7 +119,7 @@ void PrepareTracer() {
 
 bool IsTracerAlive() { return g_tracer.tid.load() > 0; }
 
-void StopThreads(pid_t self) {
+void StopThreads(pid_t self, void (*meanwhile)()) {
   g_tracer.process = getpid();
   g_tracer.crashThread = self;
   g_tracer.taskDirectory = TaskDirectory();
@@ -132,14 +134,19 @@ void StopThreads(pid_t self) {
   prctl(PR_SET_PTRACER, g_tracer.tid.load(), 0, 0, 0);
   // A process of one thread has nobody to be held. One that vfork has made must not leave a tracer
   // behind that runs on in its parent's memory.
-  if (!Command(TracerCommand::Stop) || g_threadTable.count.load() == 1) KillTracer();
+  const std::uint32_t before = g_tracer.done.load();
+  Command(TracerCommand::Stop);
+  meanwhile();
+  if (!AwaitDone(before) || g_threadTable.count.load() == 1) KillTracer();
 }
 
 bool YieldToThreads() {
   if (!IsTracerAlive()) return false;
   // The command must differ from the last one, or the tracer would not see it.
   if (g_tracer.command.load() == static_cast<std::uint32_t>(TracerCommand::Yield)) return false;
-  if (Command(TracerCommand::Yield)) return true;
+  const std::uint32_t before = g_tracer.done.load();
+  Command(TracerCommand::Yield);
+  if (AwaitDone(before)) return true;
   KillTracer();
   return false;
 }
