@@ -254,8 +254,11 @@ namespace {
 
 struct sigaction g_before;
 
-/// As runtimes do that know of no other arguments: the one before gets the number alone.
-void PassTheNumber(int signal) { reinterpret_cast<void (*)(int)>(g_before.sa_handler)(signal); }
+/// As runtimes do that know of no other arguments: the one before gets the number alone, and finds
+/// in the other arguments' registers what happens to be there.
+void PassTheNumber(int signal) {
+  g_before.sa_sigaction(signal, reinterpret_cast<siginfo_t*>(1), reinterpret_cast<void*>(1));
+}
 
 }  // namespace
 

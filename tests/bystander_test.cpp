@@ -179,6 +179,13 @@ INSTANTIATE_TEST_SUITE_P(SmallStack, Bystanders,
                                          std::tuple{kSmallStackAsked, true, false}),
                          NameOfCase);
 
+// The control for all scenes that would hang without a measure: the limit of RunProgram ends them.
+TEST(Capture, WouldBeEndedByTheTestsLimit) {
+  using std::chrono::operator""ms;
+  const std::string program = BuildDirectory() + "/tests/bystander_subject";
+  EXPECT_TRUE(RunProgram({program, "polls", "1", "hold"}, {.timeout = 500ms}).timedOut);
+}
+
 // The guard's actions run on the thread's own alternate stack, wherever that is.
 TEST(Capture, FindsTheCrashBelowAnAlternateStack) {
   const Scene scene{"polls", 1, "BystanderPolls", "alternate-stack-above", "CrashNullWrite"};
