@@ -15,7 +15,7 @@ class AddressReader {
  public:
   virtual ~AddressReader() = default;
   /// As SymbolSource::Find.
-  virtual std::optional<SourcePosition> Find(std::uint64_t address) = 0;
+  virtual std::optional<AddressChain> Find(std::uint64_t address) = 0;
 };
 
 /// Reads the DWARF and the symbol table of `file`.

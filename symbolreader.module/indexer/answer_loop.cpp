@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <span>
 #include <string>
 
 #include "indexer_client/indexer_protocol.h"
@@ -33,21 +34,26 @@ bool Write(std::string_view bytes) {
   return true;
 }
 
-std::string Encode(const std::optional<SourcePosition>& position) {
-  AnswerHeader header;
-  std::string_view function;
-  std::string_view file;
-  if (position) {
-    function = position->function.View().substr(0, kMostAnswerText);
-    file = position->sourceFile.View().substr(0, kMostAnswerText);
-    header = {.isKnown = 1,
-              .functionSize = static_cast<std::uint32_t>(function.size()),
-              .fileSize = static_cast<std::uint32_t>(file.size()),
-              .line = position->line};
+template <typename Record>
+void Append(std::string& bytes, const Record& record) {
+  bytes.append(reinterpret_cast<const char*>(&record), sizeof record);
+}
+
+std::string Encode(const AddressChain& chain) {
+  const auto frames = std::span(chain.frames).first(std::min(chain.frames.size(), kLongestChain));
+  std::string bytes;
+  Append(bytes, AnswerHeader{.frames = static_cast<std::uint32_t>(frames.size()),
+                             .isSymbol = chain.symbolOffset.has_value(),
+                             .symbolOffset = chain.symbolOffset.value_or(0)});
+  for (const SourceFrame& frame : frames) {
+    const std::string_view function = frame.function.View().substr(0, kMostAnswerText);
+    const std::string_view file = frame.sourceFile.View().substr(0, kMostAnswerText);
+    Append(bytes, AnswerFrame{.functionSize = static_cast<std::uint32_t>(function.size()),
+                              .fileSize = static_cast<std::uint32_t>(file.size()),
+                              .line = frame.line});
+    bytes += function;
+    bytes += file;
   }
-  std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
-  bytes += function;
-  bytes += file;
   return bytes;
 }
 
@@ -72,7 +78,7 @@ void AnswerQuestions(AddressReader& reader, unsigned seconds) {
     alarm(0);  // one may be left unasked for as long as one likes
     if (!Read(reinterpret_cast<char*>(&address), sizeof address)) return;
     alarm(seconds);
-    if (!Write(Encode(reader.Find(address)))) return;
+    if (!Write(Encode(reader.Find(address).value_or(AddressChain{})))) return;
   }
 }
 

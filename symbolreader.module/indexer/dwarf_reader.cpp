@@ -16,6 +16,13 @@ String Known(const std::string& text) {
   return text == DILineInfo::BadString ? String() : String(text);
 }
 
+SourceFrame FrameOf(const DILineInfo& info) {
+  SourceFrame frame{
+      .function = Known(info.FunctionName), .sourceFile = Known(info.FileName), .line = info.Line};
+  if (!frame.function.IsEmpty()) frame.function = Demangle(frame.function);
+  return frame;
+}
+
 class DwarfReader final : public AddressReader {
  public:
   explicit DwarfReader(std::shared_ptr<const DebugFile> file) : file_(std::move(file)) {
@@ -31,14 +38,14 @@ class DwarfReader final : public AddressReader {
       ignore(made.takeError());
   }
 
-  std::optional<SourcePosition> Find(std::uint64_t address) override;
+  std::optional<AddressChain> Find(std::uint64_t address) override;
 
  private:
   std::shared_ptr<const DebugFile> file_;
   std::unique_ptr<SymbolizableObjectFile> object_;  ///< null when the symbol table is broken
 };
 
-std::optional<SourcePosition> DwarfReader::Find(std::uint64_t address) {
+std::optional<AddressChain> DwarfReader::Find(std::uint64_t address) {
   const llvm::DILineInfoSpecifier wanted(
       llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath,
       llvm::DILineInfoSpecifier::FunctionNameKind::LinkageName);
@@ -46,13 +53,11 @@ std::optional<SourcePosition> DwarfReader::Find(std::uint64_t address) {
   const llvm::DIInliningInfo frames = object_->symbolizeInlinedCode(
       {address, llvm::object::SectionedAddress::UndefSection}, wanted, /*UseSymbolTable=*/true);
   if (frames.getNumberOfFrames() == 0) return std::nullopt;
-  const DILineInfo& innermost = frames.getFrame(0);
-  SourcePosition position{.function = Known(innermost.FunctionName),
-                          .sourceFile = Known(innermost.FileName),
-                          .line = innermost.Line};
-  if (position == SourcePosition{}) return std::nullopt;
-  if (!position.function.IsEmpty()) position.function = Demangle(position.function);
-  return position;
+  AddressChain chain;
+  for (std::uint32_t i = 0; i < frames.getNumberOfFrames(); ++i)
+    chain.frames.push_back(FrameOf(frames.getFrame(i)));
+  if (chain.frames.size() == 1 && chain.frames.front() == SourceFrame{}) return std::nullopt;
+  return chain;
 }
 
 }  // namespace

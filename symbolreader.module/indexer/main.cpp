@@ -103,7 +103,8 @@ int Main(std::span<char*> arguments) {
     return Fail(kUsage, kExitUsage);
   LimitMemory(std::uint64_t{megabytes} << 20);
   alarm(seconds);
-  const auto file = OpenDebugFile(arguments[2], arguments[3]);
+  const auto file =
+      OpenDebugFile(arguments[2], {.architecture = arguments[3], .takesSymbolTable = true});
   if (!file) {
     if (mode == "answer") GreetWithError(file.GetError().Text());
     return Fail(file.GetError().Text(), kExitUnreadable);

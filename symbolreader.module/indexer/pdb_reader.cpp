@@ -26,12 +26,12 @@ class PdbReader final : public AddressReader {
     session_->setLoadAddress(imageStart);
   }
 
-  std::optional<SourcePosition> Find(std::uint64_t address) override;
+  std::optional<AddressChain> Find(std::uint64_t address) override;
 
  private:
   [[nodiscard]] std::string FunctionName(std::uint64_t address,
                                          const PDBSymbolFunc* function) const;
-  void Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourcePosition& position) const;
+  bool Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourceFrame& frame) const;
 
   std::unique_ptr<IPDBSession> session_;
 };
@@ -46,30 +46,32 @@ std::string PdbReader::FunctionName(std::uint64_t address, const PDBSymbolFunc* 
   return function != nullptr ? function->getName() : std::string();
 }
 
-/// Takes file and line of the first of `lines`.
-void PdbReader::Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourcePosition& position) const {
+/// Takes file and line of the first of `lines`, if there is one.
+bool PdbReader::Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourceFrame& frame) const {
   const auto line = lines == nullptr ? nullptr : lines->getNext();
-  if (line == nullptr) return;
-  position.line = line->getLineNumber();
+  if (line == nullptr) return false;
+  frame.line = line->getLineNumber();
   if (const auto file = session_->getSourceFileById(line->getSourceFileId()))
-    position.sourceFile = file->getFileName();
+    frame.sourceFile = file->getFileName();
+  return true;
 }
 
-std::optional<SourcePosition> PdbReader::Find(std::uint64_t address) {
-  SourcePosition position;
+std::optional<AddressChain> PdbReader::Find(std::uint64_t address) {
+  AddressChain chain;
   const auto symbol = session_->findSymbolByAddress(address, PDB_SymType::Function);
   const auto* function = llvm::dyn_cast_or_null<PDBSymbolFunc>(symbol.get());
   const auto inlined = function == nullptr ? nullptr : function->findInlineFramesByVA(address);
-  if (const auto frame = inlined == nullptr ? nullptr : inlined->getNext()) {
-    position.function = frame->getName();
-    Place(frame->findInlineeLinesByVA(address, 1), position);
+  while (const auto site = inlined == nullptr ? nullptr : inlined->getNext()) {
+    SourceFrame frame{.function = String(site->getName())};
+    if (!Place(site->findInlineeLinesByVA(address, 1), frame)) break;
+    chain.frames.push_back(std::move(frame));
   }
-  if (position.function.IsEmpty() || position.line == 0) {
-    position.function = Demangle(FunctionName(address, function));
-    const auto length = static_cast<std::uint32_t>(function == nullptr ? 1 : function->getLength());
-    Place(session_->findLineNumbersByAddress(address, length), position);
-  }
-  return position == SourcePosition{} ? std::nullopt : std::optional(position);
+  SourceFrame outermost{.function = String(Demangle(FunctionName(address, function)))};
+  const auto length = static_cast<std::uint32_t>(function == nullptr ? 1 : function->getLength());
+  (void)Place(session_->findLineNumbersByAddress(address, length), outermost);
+  if (chain.frames.empty() && outermost == SourceFrame{}) return std::nullopt;
+  chain.frames.push_back(std::move(outermost));
+  return chain;
 }
 
 }  // namespace

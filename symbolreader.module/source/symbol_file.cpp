@@ -38,7 +38,7 @@ IndexerLimits Limits() { return {.megabytes = g_symbolIndexMemory, .seconds = g_
 /// Brings one debug file's index, or says once why there is none.
 class IndexOpener {
  public:
-  IndexOpener(const DebugFileFacts& facts, std::string_view architecture)
+  IndexOpener(const DebugFileFacts& facts, const std::string& architecture)
       : facts_(facts),
         architecture_(architecture),
         store_(IndexDirectory(),
@@ -110,8 +110,8 @@ std::unique_ptr<SymbolSource> IndexOpener::Publish(const std::string& output) co
 
 }  // namespace
 
-Result<SymbolFileRef> OpenSymbolFile(const std::string& path, std::string_view architecture) {
-  const auto file = OpenDebugFile(path, architecture);
+Result<SymbolFileRef> OpenSymbolFile(const std::string& path, const DebugFileRequest& request) {
+  const auto file = OpenDebugFile(path, request);
   if (!file) return file.GetError();
   const DebugFileFacts& facts = (*file)->Facts();
   auto opened = std::make_shared<SymbolFile>();
@@ -119,12 +119,12 @@ Result<SymbolFileRef> OpenSymbolFile(const std::string& path, std::string_view a
   opened->format = facts.format;
   opened->image = facts.image;
   const bool hasPdb = !facts.pdbPath.empty();
-  if (!hasPdb) opened->source = IndexOpener(facts, architecture).Open();
+  if (!hasPdb) opened->source = IndexOpener(facts, request.architecture).Open();
   if (opened->source == nullptr) {
     std::error_code ignored;
     const std::size_t bytes =
         std::filesystem::file_size(hasPdb ? facts.pdbPath : facts.path, ignored);
-    auto answers = MakeIndexerSource(path, std::string(architecture), Limits(), bytes);
+    auto answers = MakeIndexerSource(path, request.architecture, Limits(), bytes);
     if (!answers) return answers.GetError();
     opened->source = std::move(answers->source);
     opened->image = answers->image;

@@ -22,11 +22,12 @@ struct SymbolFileCache::Entry {
 namespace {
 
 /// What tells this file in this state from all others. Empty when it cannot be looked at.
-std::string KeyOf(const std::string& path, std::string_view architecture) {
+std::string KeyOf(const std::string& path, const DebugFileRequest& request) {
   struct stat status{};
   if (stat(path.c_str(), &status) != 0) return {};
-  return Format("@ @ @ @ @.@ @", path, status.st_dev, status.st_ino, status.st_size,
-                status.st_mtim.tv_sec, status.st_mtim.tv_nsec, architecture)
+  return Format("@ @ @ @ @.@ @ @ @", path, status.st_dev, status.st_ino, status.st_size,
+                status.st_mtim.tv_sec, status.st_mtim.tv_nsec, request.architecture, request.id,
+                request.takesSymbolTable)
       .ToStdString();
 }
 
@@ -38,15 +39,15 @@ SymbolFileCache& SymbolFileCache::Instance() {
 }
 
 Result<SymbolFileRef> SymbolFileCache::Open(const std::string& bundle,
-                                            std::string_view architecture) {
+                                            const DebugFileRequest& request) {
   const auto path = FindDebugFile(bundle);
   if (!path) return path.GetError();
-  const std::string key = KeyOf(*path, architecture);
-  if (key.empty()) return OpenSymbolFile(*path, architecture);
+  const std::string key = KeyOf(*path, request);
+  if (key.empty()) return OpenSymbolFile(*path, request);
   const std::shared_ptr<Entry> entry = Use(key);
   const std::scoped_lock lock(entry->mutex);
   if (!entry->outcome) {
-    entry->outcome = OpenSymbolFile(*path, architecture);
+    entry->outcome = OpenSymbolFile(*path, request);
     const bool isOpen = static_cast<bool>(*entry->outcome);
     Account(entry, isOpen ? (**entry->outcome)->source->Bytes() : 0);
   }

@@ -30,7 +30,7 @@ class SymbolFileCache {
   static SymbolFileCache& Instance();
 
   /// The debug file of the bundle at `bundle`, by FindDebugFile and OpenSymbolFile.
-  Result<SymbolFileRef> Open(const std::string& bundle, std::string_view architecture);
+  Result<SymbolFileRef> Open(const std::string& bundle, const DebugFileRequest& request);
   void Clear();
 
   struct Load {

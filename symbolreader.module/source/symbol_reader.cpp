@@ -6,27 +6,63 @@
 #include "source.h"
 #include "symbol_file_cache.h"
 #include "tarvo/format.h"
+#include "tarvo/symbolification.h"
 
 namespace tarvo::symbolreader {
 namespace {
 
-Result<SymbolFileRef> Open(const Url& symbolFile, const String& architecture) try {
-  return SymbolFileCache::Instance().Open(symbolFile.SystemPath().ToStdString(), architecture);
+Result<SymbolFileRef> Open(const SymbolFileRequest& request) try {
+  return SymbolFileCache::Instance().Open(request.file.SystemPath().ToStdString(),
+                                          {.architecture = request.architecture.ToStdString(),
+                                           .id = request.id.ToStdString(),
+                                           .takesSymbolTable = request.takesSymbolTable});
 } catch (const std::bad_alloc&) {
   return Error::OutOfMemory(kSource.Here());
 } catch (const std::exception& exception) {
   return Error::IllegalState(kSource.Here(), Format("The symbol bundle @ could not be loaded: @.",
-                                                    symbolFile, exception.what()));
+                                                    request.file, exception.what()));
 }
+
+class SymbolReader final : public Counted<Symbolification> {
+ public:
+  Result<void> Load(const Url& symbolFile, const String& architecture) override {
+    // An empty text is one that the report holds; only the other interface can leave it out.
+    if (architecture.IsEmpty()) {
+      return Error::IllegalArgument(
+          kSource.Here(), "The architecture \"\" is not known; expected one like x86_64 or arm64.");
+    }
+    return reader_.Load({.file = symbolFile, .architecture = architecture});
+  }
+  Result<void> Resolve(std::uint64_t offset, String& sourceFile, std::int64_t& line,
+                       String& function) override {
+    Result<AddressChain> chain = reader_.Resolve(offset);
+    if (!chain) return chain.GetError();
+    SourceFrame& innermost = chain->frames.front();
+    sourceFile = std::move(innermost.sourceFile);
+    line = innermost.line;
+    function = std::move(innermost.function);
+    return {};
+  }
+
+ private:
+  BundleReader reader_;
+};
+
+class InlineSymbolReader final : public Counted<InlineSymbolification> {
+ public:
+  Result<void> Load(const SymbolFileRequest& request) override { return reader_.Load(request); }
+  Result<AddressChain> Resolve(std::uint64_t offset) override { return reader_.Resolve(offset); }
+
+ private:
+  BundleReader reader_;
+};
 
 }  // namespace
 
-Result<void> SymbolReader::Load(const Url& symbolFile, const String& architecture) {
-  auto bundle = std::ranges::find_if(bundles_, [&](const Bundle& remembered) {
-    return remembered.url == symbolFile && remembered.architecture == architecture;
-  });
+Result<void> BundleReader::Load(const SymbolFileRequest& request) {
+  auto bundle = std::ranges::find(bundles_, request, &Bundle::request);
   if (bundle == bundles_.end()) {
-    Bundle opened{symbolFile, architecture, Open(symbolFile, architecture)};
+    Bundle opened{request, Open(request)};
     if (bundles_.size() < kRememberedBundles) {
       bundle = bundles_.insert(bundles_.end(), std::move(opened));
     } else {
@@ -39,8 +75,7 @@ Result<void> SymbolReader::Load(const Url& symbolFile, const String& architectur
   return {};
 }
 
-Result<void> SymbolReader::Resolve(std::uint64_t offset, String& sourceFile, std::int64_t& line,
-                                   String& function) {
+Result<AddressChain> BundleReader::Resolve(std::uint64_t offset) const {
   if (loaded_ == nullptr) return Error::IllegalState(kSource.Here(), "No symbol bundle is loaded.");
   const auto address = ImageAddress(loaded_->format, loaded_->image, offset);
   if (!address) {
@@ -50,23 +85,25 @@ Result<void> SymbolReader::Resolve(std::uint64_t offset, String& sourceFile, std
                "0x@{x}.",
                offset, loaded_->path, loaded_->image.start, loaded_->image.end));
   }
-  auto position = loaded_->source->Find(*address);
-  if (!position) {
+  auto chain = loaded_->source->Find(*address);
+  if (!chain) {
     return Error::IllegalState(
         kSource.Here(),
         Format("Nothing is known of the address 0x@{x} in @.", *address, loaded_->path));
   }
-  sourceFile = std::move(position->sourceFile);
-  line = position->line;
-  function = std::move(position->function);
-  return {};
+  return *std::move(chain);
 }
 
 void RegisterSymbolReader(Registration& registration) {
+  constexpr std::string_view kClassName = "SymbolReader";
   registration.components.push_back(
       {.interfaceId = Symbolification::kInterfaceId,
-       .className = "SymbolReader",
+       .className = kClassName,
        .create = []() -> Ref<Object> { return Make<SymbolReader>(); }});
+  registration.components.push_back(
+      {.interfaceId = InlineSymbolification::kInterfaceId,
+       .className = kClassName,
+       .create = []() -> Ref<Object> { return Make<InlineSymbolReader>(); }});
 }
 
 }  // namespace tarvo::symbolreader

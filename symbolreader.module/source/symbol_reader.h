@@ -4,34 +4,30 @@
 #include <vector>
 
 #include "symbol_file.h"
+#include "tarvo/inline_symbolification.h"
 #include "tarvo/registration.h"
-#include "tarvo/symbolification.h"
 
 namespace tarvo::symbolreader {
 
-/// The component SymbolReader: resolves against dSYM bundles, ELF debug files, and PE files with
-/// DWARF or a PDB. See bundle.h for what a symbol bundle may be, image_range.h for offsets.
+/// Resolves against dSYM bundles, ELF debug files, and PE files with DWARF or a PDB. See bundle.h
+/// for what a symbol bundle may be, image_range.h for offsets.
 ///
 /// An object remembers its last bundles, so that the frames of a stack, which change from module to
 /// module, load each bundle once. What it remembers it does not look at again: files that change
-/// are seen by the next object. Used by one thread at a time, like every Symbolification.
-class SymbolReader final : public Counted<Symbolification> {
+/// are seen by the next object. Used by one thread at a time.
+class BundleReader {
  public:
   static constexpr std::size_t kRememberedBundles = 32;
 
-  Result<void> Load(const Url& symbolFile, const String& architecture) override;
+  Result<void> Load(const SymbolFileRequest& request);
   /// An illegal-state error when nothing is loaded or nothing is known of the address; an
   /// illegal-argument error when the offset lies outside the image. Where the address belongs to
-  /// no function, but has a line, `function` becomes empty.
-  Result<void> Resolve(std::uint64_t offset, String& sourceFile, std::int64_t& line,
-                       String& function) override;
+  /// no function, but has a line, the function is empty.
+  Result<AddressChain> Resolve(std::uint64_t offset) const;
 
  private:
-  ~SymbolReader() override = default;
-
   struct Bundle {
-    Url url;
-    String architecture;
+    SymbolFileRequest request;
     Result<SymbolFileRef> file;
   };
 
@@ -40,7 +36,8 @@ class SymbolReader final : public Counted<Symbolification> {
   SymbolFileRef loaded_;
 };
 
-/// Registers the component.
+/// Registers the component SymbolReader for Symbolification, which answers with the innermost
+/// function, and for InlineSymbolification.
 void RegisterSymbolReader(Registration& registration);
 
 }  // namespace tarvo::symbolreader

@@ -23,12 +23,21 @@ using TextPairs = std::vector<std::pair<std::string_view, std::string_view>>;
 /// The value of `key`; empty when there is none.
 [[nodiscard]] std::string_view FindText(const TextPairs& pairs, std::string_view key);
 
+/// A function that another one is inlined into.
+struct DocumentCaller {
+  std::string_view function{};
+  std::string_view sourceFile{};
+  std::uint64_t sourceLine = 0;
+  friend bool operator==(const DocumentCaller&, const DocumentCaller&) = default;
+};
+
 struct DocumentFrame {
   std::string_view module{};
   std::string_view function{};  ///< demangled by resolution, or as the report has it
   std::string_view sourceFile{};
   std::uint64_t sourceLine = 0;  ///< 0: not known
   std::optional<std::uint64_t> address{};
+  std::vector<DocumentCaller> inlinedInto{};  ///< from the inside out
 };
 
 struct DocumentThread {

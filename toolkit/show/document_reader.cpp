@@ -32,6 +32,8 @@ constexpr std::array kSteps = {
     Step{Place::Thread, property::kRegisters, false, Place::Registers},
     Step{Place::Thread, property::kCallstack, true, Place::Frames},
     Step{Place::Frames, "", false, Place::Frame},
+    Step{Place::Frame, property::kInlinedInto, true, Place::Callers},
+    Step{Place::Callers, "", false, Place::Caller},
     Step{Place::Document, property::kLoadedModules, true, Place::Modules},
     Step{Place::Modules, "", false, Place::Module},
     Step{Place::Document, property::kDocuments, true, Place::Scenes},
@@ -47,6 +49,10 @@ struct Field {
 };
 DocumentFrame& LastFrame(CrashDocument& document) { return document.threads.back().frames.back(); }
 
+DocumentCaller& LastCaller(CrashDocument& document) {
+  return LastFrame(document).inlinedInto.back();
+}
+
 using Text = std::string_view;
 constexpr std::array kTexts = {
     Field<Text>{Place::Frame, property::kModuleName,
@@ -55,6 +61,10 @@ constexpr std::array kTexts = {
                 [](CrashDocument& d, Text text) { LastFrame(d).function = text; }},
     Field<Text>{Place::Frame, property::kSourceFileName,
                 [](CrashDocument& d, Text text) { LastFrame(d).sourceFile = text; }},
+    Field<Text>{Place::Caller, property::kFunctionName,
+                [](CrashDocument& d, Text text) { LastCaller(d).function = text; }},
+    Field<Text>{Place::Caller, property::kSourceFileName,
+                [](CrashDocument& d, Text text) { LastCaller(d).sourceFile = text; }},
     Field<Text>{Place::Module, property::kModuleName,
                 [](CrashDocument& d, Text text) { d.modules.back().name = text; }},
     Field<Text>{Place::Module, property::kBuild,
@@ -72,6 +82,8 @@ constexpr std::array kNumbers = {
                   [](CrashDocument& d, Number number) { d.threads.back().number = number; }},
     Field<Number>{Place::Frame, property::kSourceLine,
                   [](CrashDocument& d, Number number) { LastFrame(d).sourceLine = number; }},
+    Field<Number>{Place::Caller, property::kSourceLine,
+                  [](CrashDocument& d, Number number) { LastCaller(d).sourceLine = number; }},
     Field<Number>{Place::Frame, property::kAddress,
                   [](CrashDocument& d, Number number) { LastFrame(d).address = number; }},
     Field<Number>{Place::Module, property::kBaseAddress,
@@ -129,6 +141,7 @@ void DocumentReader::Enter(Place place) {
   hasThreads_ |= place == Place::Threads;
   if (place == Place::Thread) document_.threads.emplace_back();
   if (place == Place::Frame) document_.threads.back().frames.emplace_back();
+  if (place == Place::Caller) LastFrame(document_).inlinedInto.emplace_back();
   if (place == Place::Module) document_.modules.emplace_back();
   if (place == Place::Scene) document_.scenes.emplace_back();
 }

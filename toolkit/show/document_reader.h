@@ -48,6 +48,8 @@ class DocumentReader {
     Registers,
     Frames,
     Frame,
+    Callers,
+    Caller,
     Modules,
     Module,
     Scenes,

@@ -32,14 +32,27 @@ std::size_t CountReferences(std::string_view name) {
   return count;
 }
 
-std::string Location(const DocumentFrame& frame) {
-  if (frame.sourceFile.empty())
-    return frame.address ? Format("0x@{x}", *frame.address).ToStdString() : std::string();
-  std::string_view file = frame.sourceFile;
+std::string SourceLocation(std::string_view file, std::uint64_t line) {
   if (file.starts_with("./")) file.remove_prefix(2);
   std::string location = SafeText(file);
-  if (frame.sourceLine != 0) location += ':' + std::to_string(frame.sourceLine);
+  if (!file.empty() && line != 0) location += ':' + std::to_string(line);
   return location;
+}
+
+std::string Location(const DocumentFrame& frame) {
+  if (!frame.sourceFile.empty()) return SourceLocation(frame.sourceFile, frame.sourceLine);
+  return frame.address ? Format("0x@{x}", *frame.address).ToStdString() : std::string();
+}
+
+void AddCallers(const DocumentFrame& frame, std::size_t number, std::vector<FrameLine>& lines) {
+  for (const DocumentCaller& caller : frame.inlinedInto) {
+    lines.push_back({.number = number,
+                     .count = 0,
+                     .function = SafeText(Demangled(caller.function)),
+                     .location = SourceLocation(caller.sourceFile, caller.sourceLine),
+                     .hasSource = !caller.sourceFile.empty(),
+                     .isCaller = true});
+  }
 }
 
 FrameLine MakeLine(const DocumentFrame& frame, std::size_t number) {
@@ -54,7 +67,8 @@ FrameLine MakeLine(const DocumentFrame& frame, std::size_t number) {
 bool AreEqual(const DocumentFrame& a, const DocumentFrame& b) {
   // Frames of one source line differ in their addresses, which nobody sees.
   return a.module == b.module && a.function == b.function && a.sourceFile == b.sourceFile &&
-         a.sourceLine == b.sourceLine && (a.address == b.address || !a.sourceFile.empty());
+         a.sourceLine == b.sourceLine && a.inlinedInto == b.inlinedInto &&
+         (a.address == b.address || !a.sourceFile.empty());
 }
 
 }  // namespace
@@ -72,13 +86,16 @@ std::string Demangled(std::string_view name) {
 std::vector<FrameLine> MakeFrameLines(std::span<const DocumentFrame> frames, std::size_t crashed,
                                       bool fold, std::size_t most) {
   std::vector<FrameLine> lines;
+  std::size_t row = 0;  // the line of the frame before
   for (std::size_t i = 0; i < frames.size(); ++i) {
     if (fold && i > 0 && i != crashed && AreEqual(frames[i - 1], frames[i])) {
-      ++lines.back().count;
-    } else if (lines.size() == most) {
+      ++lines[row].count;
+    } else if (lines.size() >= most) {
       break;
     } else {
+      row = lines.size();
       lines.push_back(MakeLine(frames[i], i));
+      AddCallers(frames[i], i, lines);
     }
   }
   return lines;

@@ -8,11 +8,17 @@ namespace tarvo::toolkit {
 namespace {
 
 constexpr std::size_t kWidestModule = 24;
+/// Stands in place of the module of a caller.
+constexpr std::string_view kInlinedInto = "inlined into";
+
+std::string_view FirstCell(const FrameLine& line) {
+  return line.isCaller ? kInlinedInto : std::string_view(line.module);
+}
 
 std::string Blanks(std::size_t count) { return std::string(count, ' '); }
 
 std::string PlaceOf(const FrameLine& line) {
-  if (line.count == 1) return line.location;
+  if (line.count <= 1) return line.location;
   return line.location + (line.location.empty() ? "×" : "  ×") + std::to_string(line.count);
 }
 
@@ -30,8 +36,7 @@ FrameTable::FrameTable(std::span<const FrameLine> lines, std::size_t width, bool
   number_ = lines.empty() ? 1 : std::to_string(lines.back().number).size();
   number_ = std::max<std::size_t>(number_, 2);
   const std::size_t texts = width - std::min(width, kMark + number_ + 3 * kGap);
-  module_ = std::min(
-      {Widest(lines, [](const FrameLine& line) { return line.module; }), kWidestModule, texts / 3});
+  module_ = std::min({Widest(lines, FirstCell), kWidestModule, texts / 3});
   const std::size_t rest = texts - module_;
   const std::size_t function = Widest(lines, [](const FrameLine& line) { return line.function; });
   // Places are cut to two fifths where both cannot be shown as a whole.
@@ -52,7 +57,7 @@ std::string FrameTable::Line(const FrameLine& line, const Painter& paint, bool i
                              bool isQuiet) const {
   const Painter plain(false);
   const Painter& inner = isQuiet ? plain : paint;
-  const std::string number = std::to_string(line.number);
+  const std::string number = line.isCaller ? "" : std::to_string(line.number);
   std::string text = isMarked ? inner(Style::Alarm, "→") + ' ' : Blanks(kMark);
   text += Blanks(number_ - std::min(number_, number.size())) + inner(Style::Quiet, number);
   // Blanks go in front of what follows, so that no line ends in them.
@@ -63,7 +68,7 @@ std::string FrameTable::Line(const FrameLine& line, const Painter& paint, bool i
     if (!cell.empty()) text += Blanks(std::exchange(missing, 0)) + inner(style, cell);
     missing += width - std::min(width, used) + kGap;
   };
-  add(Cell(line.module, module_, false), module_, Style::Module);
+  add(Cell(FirstCell(line), module_, false), module_, line.isCaller ? Style::Quiet : Style::Module);
   add(Cell(line.function, function_, false), function_, isMarked ? Style::Title : Style::Plain);
   add(Cell(PlaceOf(line), location_, true), location_,
       line.hasSource ? Style::Place : Style::Quiet);

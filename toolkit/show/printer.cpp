@@ -186,7 +186,7 @@ class Printer {
     const FrameTable table(lines, options_.width, !options_.showsAll);
     std::size_t shown = 0;
     for (const FrameLine& line : lines) {
-      const bool isMarked = line.number == crashed;
+      const bool isMarked = line.number == crashed && !line.isCaller;
       // In front of the frame that crashed are those of the crash handler.
       const bool isQuiet = isCrashed && line.number < crashed;
       text_ += table.Line(line, paint_, isMarked, isQuiet);

@@ -30,19 +30,26 @@ std::string Frame(const std::string& module, const std::string& function, const 
   return module + ":\t" + function + " (SP: 0x1, PC: 0x" + pc + ")\n";
 }
 
+void AddValues(std::string& line, const DataDictionary& frame) {
+  for (const auto& [key, value] : frame) {
+    if (const auto* text = value.As<String>()) line += Format("@ ", *text);
+    if (const auto* number = value.As<std::uint64_t>()) line += Format("0x@{x} ", *number);
+    if (const auto* number = value.As<std::int64_t>()) line += Format("line @ ", *number);
+    if (const auto* callers = value.As<DataArray>()) {
+      line += key == property::kInlinedInto ? "[ " : "? ";
+      for (const DataValue& caller : *callers) AddValues(line, *caller.As<DataDictionary>());
+      line += "] ";
+    }
+  }
+}
+
 /// Each frame on a line: its values in their order.
 std::vector<std::string> FramesOf(const DataDictionary& crashLog) {
   std::vector<std::string> lines;
   for (const DataValue& thread : *crashLog.FindAs<DataArray>(property::kThreads)) {
     const auto* frames = thread.As<DataDictionary>()->FindAs<DataArray>(property::kCallstack);
-    for (const DataValue& frame : *frames) {
-      std::string& line = lines.emplace_back();
-      for (const auto& [key, value] : *frame.As<DataDictionary>()) {
-        if (const auto* text = value.As<String>()) line += Format("@ ", *text);
-        if (const auto* number = value.As<std::uint64_t>()) line += Format("0x@{x} ", *number);
-        if (const auto* number = value.As<std::int64_t>()) line += Format("line @ ", *number);
-      }
-    }
+    for (const DataValue& frame : *frames)
+      AddValues(lines.emplace_back(), *frame.As<DataDictionary>());
   }
   return lines;
 }
@@ -100,6 +107,25 @@ TEST_F(CrashLogResolveTest, FramesAreAskedForInOrderAndCompleted) {
                      std::string("resolve ") + test.offset,
                      Load("B1/lib.so.dsym", test.architecture), "resolve 0xffffffffffff9000"}))
         << test.info;
+  }
+}
+
+TEST_F(CrashLogResolveTest, AReaderOfChainsGivesTheCallersToo) {
+  WriteArchive("archives/B1_dsym.zip", {"lib.so.dsym/"});
+  framework_.answersChains = true;
+  framework_.answers = {
+      {"lib.so.dsym",
+       {{0x234, {"Inner", "in.h", 12, {{"Middle", "mid.h", 5}, {"Outer()", "lib.cpp", 40}}}},
+        {0x300, {"Alone", "lib.cpp", 3}}}}};
+  const std::string frames = Frame("lib.so", "?", "7234") + Frame("lib.so", "?", "7300");
+  for (const auto& [info, architecture] : std::map<std::string, std::string>{
+           {"TargetCpuArchitecture: arm64", "arm64"}, {"PALLADO_Version: 15.6", ""}}) {
+    EXPECT_EQ(Resolve(Report(info, "B1", frames)),
+              (Lines{"lib.so Inner 0x7234 in.h line 12 [ Middle mid.h line 5 Outer() lib.cpp line "
+                     "40 ] ",
+                     "lib.so Alone 0x7300 lib.cpp line 3 "}));
+    const std::string load = Load("B1/lib.so.dsym", architecture);
+    EXPECT_EQ(Said(), (Lines{load, "chain 0x234", load, "chain 0x300"}));
   }
 }
 

@@ -88,6 +88,11 @@ class TestFramework final : public Framework {
       return Error::IllegalState({}, "none");
     if (interfaceId == ResolveObserver::kInterfaceId)
       return Ref<Object>(Make<RecordingObserver>(*frames));
+    if (interfaceId == InlineSymbolification::kInterfaceId && !answersChains)
+      return Error::IllegalState({}, "none");
+    if (interfaceId == InlineSymbolification::kInterfaceId)
+      return Ref<Object>(Make<RecordingInlineSymbolification>(
+          answers, [this](const String& call) { output.Add("", call); }));
     return Ref<Object>(Make<RecordingSymbolification>(
         answers, [this](const String& call) { output.Add("", call); }));
   }
@@ -100,6 +105,7 @@ class TestFramework final : public Framework {
   TestClock clock;
   RecordingOutput output;
   AnswerTable answers;
+  bool answersChains = false;  ///< whether the symbolification has its second interface
   std::function<Ref<ReadArchive>()> makeArchive;  ///< instead of the host's, where set
 
  private:

@@ -4,6 +4,7 @@
 #include <llvm/ADT/StringExtras.h>
 #include <llvm/BinaryFormat/Magic.h>
 #include <llvm/Object/COFF.h>
+#include <llvm/Object/ELFObjectFile.h>
 #include <llvm/Object/Error.h>
 #include <llvm/Object/MachO.h>
 #include <llvm/TargetParser/Triple.h>
@@ -48,17 +49,19 @@ Result<std::unique_ptr<ObjectFile>> Slice(const std::string& path,
                                           std::string_view architecture) {
   const auto wanted = ArchitectureOf(architecture);
   const std::string exactName = llvm::StringRef(architecture).lower();
+  const bool isOnly = architecture.empty() && universal.getNumberOfObjects() == 1;
   std::optional<MachOUniversalBinary::ObjectForArch> found;
   std::string names;
   for (const auto& slice : universal.objects()) {
     const std::string name = slice.getArchFlagName();
     names += (names.empty() ? "" : ", ") + name;
-    if (name == exactName || (!found && ArchitectureOf(name) == wanted)) found = slice;
+    if (name == exactName || (!found && (isOnly || ArchitectureOf(name) == wanted))) found = slice;
   }
   if (!found) {
-    return FileError(kSource.Here(), path,
-                     Format("The debug file @ is for other architectures: found @, expected @.",
-                            path, names, architecture));
+    return FileError(
+        kSource.Here(), path,
+        Format("The debug file @ is for other architectures: found @, expected @.", path, names,
+               architecture.empty() ? "one, or to be told which" : architecture));
   }
   auto object = found->getAsObjectFile();
   if (!object) return Damaged(kSource.Here(), path, object.takeError());
@@ -111,10 +114,16 @@ std::string PdbPathFor(const std::string& path, const ObjectFile& object) {
   return name.empty() ? std::string() : path.substr(0, path.rfind('/') + 1) + name;
 }
 
+bool HasSymbols(const ObjectFile& object) {
+  if (object.symbol_begin() != object.symbol_end()) return true;
+  const auto* elf = llvm::dyn_cast<llvm::object::ELFObjectFileBase>(&object);
+  return elf != nullptr && !elf->getDynamicSymbolIterators().empty();
+}
+
 Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Contents& contents,
-                               std::string_view architecture) {
+                               const DebugFileRequest& request) {
   const ObjectFile& object = *contents.object;
-  if (auto fits = CheckArchitecture(path, NameOf(object.getArch()), architecture); !fits)
+  if (auto fits = CheckArchitecture(path, NameOf(object.getArch()), request.architecture); !fits)
     return fits.GetError();
   const auto image = ImageRangeOf(object);
   if (!image) {
@@ -131,12 +140,12 @@ Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Content
                        .architecture = NameOf(object.getArch())};
   auto hasDwarf = HasDwarf(object);
   if (!hasDwarf) return Damaged(kSource.Here(), path, hasDwarf.takeError());
-  if (*hasDwarf) {
-    facts.id = IdOf(object, contents.buffer->getBuffer());
-    return facts;
-  }
-  facts.pdbPath = PdbPathFor(path, object);
+  if (!*hasDwarf) facts.pdbPath = PdbPathFor(path, object);
   if (facts.pdbPath.empty()) {
+    facts.id = IdOf(object, contents.buffer->getBuffer());
+    if (auto fits = CheckId(path, facts.id, request.id); !fits) return fits.GetError();
+  }
+  if (!*hasDwarf && facts.pdbPath.empty() && !(request.takesSymbolTable && HasSymbols(object))) {
     return FileError(kSource.Here(), path,
                      Format("The debug file @ holds no debug information: found none, expected "
                             "DWARF sections or a PDB.",
@@ -171,10 +180,18 @@ Result<std::unique_ptr<llvm::MemoryBuffer>> MapFile(const std::string& path) {
 
 Result<void> CheckArchitecture(const std::string& path, const std::string& found,
                                std::string_view architecture) {
-  if (found == NameOf(ArchitectureOf(architecture))) return {};
+  if (architecture.empty() || found == NameOf(ArchitectureOf(architecture))) return {};
   return FileError(kSource.Here(), path,
                    Format("The debug file @ is for another architecture: found @, expected @.",
                           path, found, architecture));
+}
+
+Result<void> CheckId(const std::string& path, const std::string& found,
+                     const std::string& expected) {
+  if (expected.empty() || found == expected) return {};
+  return FileError(kSource.Here(), path,
+                   Format("The debug file @ is of another build: found the id @, expected @.", path,
+                          found, expected));
 }
 
 DebugFile::DebugFile(DebugFileFacts facts, std::unique_ptr<Contents> contents)
@@ -182,8 +199,9 @@ DebugFile::DebugFile(DebugFileFacts facts, std::unique_ptr<Contents> contents)
 DebugFile::~DebugFile() = default;
 
 Result<std::shared_ptr<const DebugFile>> OpenDebugFile(const std::string& path,
-                                                       std::string_view architecture) {
-  if (ArchitectureOf(architecture) == llvm::Triple::UnknownArch) {
+                                                       const DebugFileRequest& request) {
+  const std::string& architecture = request.architecture;
+  if (!architecture.empty() && ArchitectureOf(architecture) == llvm::Triple::UnknownArch) {
     return Error::IllegalArgument(
         kSource.Here(), Format("The architecture \"@\" is not known; expected one like x86_64 or "
                                "arm64.",
@@ -196,7 +214,7 @@ Result<std::shared_ptr<const DebugFile>> OpenDebugFile(const std::string& path,
   DebugFileFacts facts{.path = path, .format = ImageFormat::Pe, .pdbPath = path};
   if (llvm::identify_magic(contents->buffer->getBuffer()) != llvm::file_magic::pdb) {
     if (auto opened = OpenObject(path, architecture, *contents); !opened) return opened.GetError();
-    auto found = FactsOf(path, *contents, architecture);
+    auto found = FactsOf(path, *contents, request);
     if (!found) return found.GetError();
     facts = *std::move(found);
   }

@@ -43,15 +43,23 @@ class DebugFile {
   std::unique_ptr<Contents> contents_;
 };
 
-/// Opens a Mach-O (of a universal one the slice for `architecture`), ELF or PE file or a PDB. A PE
-/// file without DWARF needs its PDB in the same directory, under the name that it gives. PDBs are
-/// not looked into here.
+/// What is asked of a debug file.
+struct DebugFileRequest {
+  std::string architecture{};     ///< empty: that of the file, which must have one only
+  std::string id{};               ///< empty: any
+  bool takesSymbolTable = false;  ///< whether a symbol table will do
+};
+
+/// Opens a Mach-O (of a universal one the slice for the architecture), ELF or PE file or a PDB. A
+/// PE file without DWARF needs its PDB in the same directory, under the name that it gives. PDBs
+/// are not looked into here.
 ///
 /// A file error that names the file, what was found and what was expected when it cannot be read,
-/// is of none of these formats or damaged, is for another architecture or has no debug information.
+/// is of none of these formats or damaged, is for another architecture, has another id (of a file
+/// with a PDB it is not known yet) or has no debug information.
 /// An illegal-argument error for an architecture that nobody knows. Only regular files are opened,
 /// so nothing blocks.
 Result<std::shared_ptr<const DebugFile>> OpenDebugFile(const std::string& path,
-                                                       std::string_view architecture);
+                                                       const DebugFileRequest& request);
 
 }  // namespace tarvo::symbolreader

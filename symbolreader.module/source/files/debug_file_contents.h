@@ -26,9 +26,13 @@ struct DebugFile::Contents {
 Result<std::unique_ptr<llvm::MemoryBuffer>> MapFile(const std::string& path);
 
 /// An error that names both when `found`, LLVM's name of a file's architecture, is not what was
-/// asked for.
+/// asked for. Nothing need be.
 Result<void> CheckArchitecture(const std::string& path, const std::string& found,
                                std::string_view architecture);
+
+/// An error that names both when `found`, a file's id, is not the one expected, where one is.
+Result<void> CheckId(const std::string& path, const std::string& found,
+                     const std::string& expected);
 
 // What a file says of itself; parts of OpenDebugFile.
 

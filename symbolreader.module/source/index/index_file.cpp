@@ -56,7 +56,7 @@ class IndexSource final : public SymbolSource {
   IndexSource(llvm::gsym::GsymReader reader, std::size_t bytes)
       : reader_(std::move(reader)), bytes_(bytes) {}
 
-  std::optional<SourcePosition> Find(std::uint64_t address) const override;
+  std::optional<AddressChain> Find(std::uint64_t address) const override;
   std::size_t Bytes() const override { return bytes_; }
 
  private:
@@ -75,13 +75,13 @@ String JoinPath(llvm::StringRef directory, llvm::StringRef name) {
   });
 }
 
-std::optional<SourcePosition> IndexSource::Find(std::uint64_t address) const {
+std::optional<AddressChain> IndexSource::Find(std::uint64_t address) const {
   auto found = reader_.lookup(address);
   if (!found) {
     llvm::consumeError(found.takeError());
     return std::nullopt;
   }
-  SourcePosition position;
+  SourceFrame position;
   if (found->FuncName != llvm::StringRef(kNoFunction))
     position.function = String(std::string_view(found->FuncName));
   if (!found->Locations.empty()) {
@@ -89,7 +89,7 @@ std::optional<SourcePosition> IndexSource::Find(std::uint64_t address) const {
     position.sourceFile = JoinPath(location.Dir, location.Base);
     position.line = location.Line;
   }
-  return position;
+  return AddressChain{.frames = {std::move(position)}};
 }
 
 }  // namespace

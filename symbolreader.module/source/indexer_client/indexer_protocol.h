@@ -14,8 +14,9 @@ inline constexpr int kExitUnreadable = 1;
 /// How the module asks tarvo-symbol-indexer for single addresses, over a stream socket, in the
 /// machine's byte order. The program starts with an AnswerGreeting, with the bytes of the error
 /// text behind it where the file cannot be read. Then the question is the address, 8 bytes; the
-/// answer an AnswerHeader with the bytes of function and file behind it. Questions are answered one
-/// by one; the program ends when the socket is closed.
+/// answer an AnswerHeader, and behind it for each frame an AnswerFrame with the bytes of function
+/// and file behind it. Questions are answered one by one; the program ends when the socket is
+/// closed.
 namespace tarvo::symbolreader {
 
 /// More than this of a function's name or a file's path is cut off.
@@ -30,12 +31,17 @@ struct AnswerGreeting {
 static_assert(sizeof(AnswerGreeting) == 24);
 
 struct AnswerHeader {
-  std::uint32_t isKnown = 0;  ///< 0: nothing is known of the address; the rest is 0 too
+  std::uint32_t frames = 0;        ///< 0: nothing is known of the address; at most kLongestChain
+  std::uint32_t isSymbol = 0;      ///< whether only a symbol table knows the address, and then ...
+  std::uint64_t symbolOffset = 0;  ///< ... how far behind the symbol it is
+};
+static_assert(sizeof(AnswerHeader) == 16);
+
+struct AnswerFrame {
   std::uint32_t functionSize = 0;
   std::uint32_t fileSize = 0;
-  std::uint32_t padding = 0;
   std::int64_t line = 0;
 };
-static_assert(sizeof(AnswerHeader) == 24);
+static_assert(sizeof(AnswerFrame) == 16);
 
 }  // namespace tarvo::symbolreader

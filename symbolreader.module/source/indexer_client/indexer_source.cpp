@@ -27,14 +27,15 @@ class IndexerConnection {
   /// Starts the process and takes its greeting: the image, or why there is none.
   Result<ImageRange> Start(const std::vector<std::string>& arguments);
   void Stop();
-  /// Whether an answer came; `position` stays empty when the answer is that nothing is known.
-  [[nodiscard]] bool Ask(std::uint64_t address, std::optional<SourcePosition>& position);
+  /// Whether an answer came; `chain` stays empty when the answer is that nothing is known.
+  [[nodiscard]] bool Ask(std::uint64_t address, std::optional<AddressChain>& chain);
 
  private:
   int Spawn(const std::vector<std::string>& arguments);
   Result<ImageRange> ReceiveGreeting(const std::string& debugFile);
   [[nodiscard]] bool Receive(std::span<char> bytes);
   [[nodiscard]] bool ReceiveText(std::uint32_t size, String& text);
+  [[nodiscard]] bool ReceiveFrame(SourceFrame& frame);
 
   int socket_ = -1;
   pid_t pid_ = 0;
@@ -107,17 +108,26 @@ bool IndexerConnection::ReceiveText(std::uint32_t size, String& text) {
   return isThere;
 }
 
-bool IndexerConnection::Ask(std::uint64_t address, std::optional<SourcePosition>& position) {
+bool IndexerConnection::ReceiveFrame(SourceFrame& frame) {
+  AnswerFrame header;
+  if (!Receive({reinterpret_cast<char*>(&header), sizeof header})) return false;
+  frame.line = header.line;
+  return ReceiveText(header.functionSize, frame.function) &&
+         ReceiveText(header.fileSize, frame.sourceFile);
+}
+
+bool IndexerConnection::Ask(std::uint64_t address, std::optional<AddressChain>& chain) {
   // 8 bytes always fit into the empty socket; a process that is gone must raise no signal here.
   if (socket_ < 0 || send(socket_, &address, sizeof address, MSG_NOSIGNAL) != sizeof address)
     return false;
   AnswerHeader header;
   if (!Receive({reinterpret_cast<char*>(&header), sizeof header})) return false;
-  SourcePosition answer{.function = {}, .sourceFile = {}, .line = header.line};
-  if (!ReceiveText(header.functionSize, answer.function) ||
-      !ReceiveText(header.fileSize, answer.sourceFile))
-    return false;
-  if (header.isKnown != 0) position = std::move(answer);
+  if (header.frames > kLongestChain) return false;
+  AddressChain answer{.frames = std::vector<SourceFrame>(header.frames)};
+  for (SourceFrame& frame : answer.frames)
+    if (!ReceiveFrame(frame)) return false;
+  if (header.isSymbol != 0) answer.symbolOffset = header.symbolOffset;
+  if (!answer.frames.empty()) chain = std::move(answer);
   return true;
 }
 
@@ -127,7 +137,7 @@ class IndexerSource final : public SymbolSource {
       : arguments_(std::move(arguments)), bytes_(bytes) {}
 
   Result<ImageRange> Start() { return indexer_.Start(arguments_); }
-  std::optional<SourcePosition> Find(std::uint64_t address) const override;
+  std::optional<AddressChain> Find(std::uint64_t address) const override;
   std::size_t Bytes() const override { return bytes_; }
 
  private:
@@ -138,10 +148,10 @@ class IndexerSource final : public SymbolSource {
   mutable int restarts_ = 0;
 };
 
-std::optional<SourcePosition> IndexerSource::Find(std::uint64_t address) const {
+std::optional<AddressChain> IndexerSource::Find(std::uint64_t address) const {
   const std::scoped_lock lock(mutex_);
-  std::optional<SourcePosition> position;
-  if (indexer_.Ask(address, position)) return position;
+  std::optional<AddressChain> chain;
+  if (indexer_.Ask(address, chain)) return chain;
   indexer_.Stop();
   if (restarts_ < kMostRestarts) {
     ++restarts_;

@@ -84,7 +84,9 @@
 ///     ApplicationInfo, ComputerInfo, Exception   dictionaries of texts, one entry a line
 ///     Threads            array of { ThreadNumber, Registers, Properties, Callstack }
 ///       Callstack        array of { ModuleName, FunctionName, Address }, innermost frame first;
-///                        resolution adds SourceFileName and SourceLine
+///                        resolution adds SourceFileName and SourceLine and, where the function is
+///                        inlined, InlinedInto: an array from the inside out of { FunctionName,
+///                        SourceFileName, SourceLine }, last the one that has code of its own
 ///       Registers        dictionary, name to value as written ("0x…")
 ///       Properties       dictionary of texts, the thread's variables; ThreadName is one of them
 ///     LoadedModules      array of { ModuleName, BaseAddress, BaseSize, Build, …, IsExecutable }
@@ -247,6 +249,7 @@ inline constexpr std::string_view kFunctionName = "FunctionName";
 inline constexpr std::string_view kAddress = "Address";
 inline constexpr std::string_view kSourceFileName = "SourceFileName";
 inline constexpr std::string_view kSourceLine = "SourceLine";
+inline constexpr std::string_view kInlinedInto = "InlinedInto";
 
 inline constexpr std::string_view kLoadedModules = "LoadedModules";
 inline constexpr std::string_view kBaseAddress = key::kBaseAddress;

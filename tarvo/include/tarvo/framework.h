@@ -164,7 +164,8 @@ class Framework {
   /// the class when there is none.
   virtual Result<Ref<Object>> CreateObject(std::string_view classId) = 0;
   /// The component that is bound to an interface: one shared object for services, a new one each
-  /// time for Symbolification. An illegal-state error that names the interface when none is bound.
+  /// time for Symbolification and InlineSymbolification. An illegal-state error that names the
+  /// interface when none is bound.
   virtual Result<Ref<Object>> Bind(std::string_view interfaceId) = 0;
 
   /// Whether the process runs under a debugger: it is traced, or a parent process is a known

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tarvo/format.h"
+#include "tarvo/inline_symbolification.h"
 #include "tarvo/symbolification.h"
 
 namespace tarvo {
@@ -20,7 +21,23 @@ Result<void> Components::Choose(const std::vector<std::unique_ptr<Module>>& modu
   Add("program", ofProgram_);
   for (const std::string& binding : bindings)
     if (auto result = Name(binding); !result) return result;
+  ChooseInline();
   return {};
+}
+
+/// Of two readers one must not answer for the other.
+void Components::ChooseInline() {
+  const auto ownerOf = [&](const ComponentRecord* record) {
+    return std::ranges::find(all_, record, &Component::record)->owner;
+  };
+  const auto main = bound_.find(Symbolification::kInterfaceId);
+  bound_.erase(InlineSymbolification::kInterfaceId);
+  if (main == bound_.end()) return;
+  for (const auto& [owner, record] : all_) {
+    if (record->interfaceId == InlineSymbolification::kInterfaceId &&
+        record->className == main->second->className && owner == ownerOf(main->second))
+      bound_[record->interfaceId] = record;
+  }
 }
 
 void Components::Add(const std::string& owner, const std::vector<ComponentRecord>& records) {
@@ -64,7 +81,9 @@ Result<Ref<Object>> Components::Bind(std::string_view interfaceId) {
     return Error::IllegalState(kComponents.Here(),
                                Format("No component is bound to the interface @.", interfaceId));
   }
-  if (interfaceId == Symbolification::kInterfaceId) return bound->second->create();
+  if (interfaceId == Symbolification::kInterfaceId ||
+      interfaceId == InlineSymbolification::kInterfaceId)
+    return bound->second->create();
   {
     const std::scoped_lock lock(mutex_);
     if (const auto made = shared_.find(interfaceId); made != shared_.end()) return made->second;
@@ -81,6 +100,11 @@ void Components::Clear() {
   released.swap(shared_);
 }
 
+bool Components::IsBound(const ComponentRecord& record) const {
+  const auto bound = bound_.find(record.interfaceId);
+  return bound != bound_.end() && bound->second == &record;
+}
+
 std::vector<ComponentEntry> Components::List() const {
   std::vector<ComponentEntry> list;
   for (const auto& [owner, record] : all_) {
@@ -88,7 +112,7 @@ std::vector<ComponentEntry> Components::List() const {
                     .interfaceId = std::string(record->interfaceId),
                     .className = std::string(record->className),
                     .status = record->status,
-                    .isBound = bound_.at(record->interfaceId) == record});
+                    .isBound = IsBound(*record)});
   }
   return list;
 }

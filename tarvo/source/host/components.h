@@ -16,16 +16,17 @@ namespace tarvo {
 class Components {
  public:
   /// Chooses among the components of the modules, which must outlive this object, and those of the
-  /// program: the last of each interface, unless a binding "INTERFACE=CLASS" names another. An
-  /// illegal-argument error for a binding of another form, or of an interface or class that nobody
-  /// brings.
+  /// program: the last of each interface, unless a binding "INTERFACE=CLASS" names another.
+  /// InlineSymbolification goes with the Symbolification that was chosen: bound is the one of its
+  /// class from the same module, or none. An illegal-argument error for a binding of another form,
+  /// or of an interface or class that nobody brings.
   Result<void> Choose(const std::vector<std::unique_ptr<Module>>& modules,
                       std::vector<ComponentRecord> ofProgram,
                       const std::vector<std::string>& bindings);
 
   /// A reference to the component that is bound to the interface: a new object each time for
-  /// symbolification, whose objects are used by one thread; one shared object for the others. An
-  /// illegal-state error when no module brings one.
+  /// the two symbolifications, whose objects are used by one thread; one shared object for the
+  /// others. An illegal-state error when no module brings one.
   Result<Ref<Object>> Bind(std::string_view interfaceId);
 
   /// Lets go of the shared objects; a later Bind makes new ones.
@@ -41,6 +42,8 @@ class Components {
 
   void Add(const std::string& owner, const std::vector<ComponentRecord>& records);
   Result<void> Name(const std::string& binding);
+  void ChooseInline();
+  [[nodiscard]] bool IsBound(const ComponentRecord& record) const;
 
   std::vector<ComponentRecord> ofProgram_;
   std::vector<Component> all_;

@@ -41,9 +41,13 @@ double ApplicationVersion(const DataDictionary& crashLog) {
   return version == 0 ? kBundleVersion : version;
 }
 
+String StatedArchitecture(const DataDictionary& crashLog) {
+  return String(InfoText(crashLog, crash_report::key::kArchitecture));
+}
+
 String ApplicationArchitecture(const DataDictionary& crashLog) {
-  const std::string_view architecture = InfoText(crashLog, crash_report::key::kArchitecture);
-  return architecture.empty() ? "x86_64"_text : String(architecture);
+  String architecture = StatedArchitecture(crashLog);
+  return architecture.IsEmpty() ? "x86_64"_text : architecture;
 }
 
 void ApplicationBundleName(const DataDictionary& crashLog, String& moduleName,

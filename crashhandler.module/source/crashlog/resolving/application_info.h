@@ -18,6 +18,9 @@ namespace tarvo::crashhandler {
 /// the crash log does not tell.
 [[nodiscard]] String ApplicationArchitecture(const DataDictionary& crashLog);
 
+/// The same as the crash log tells it; empty when it does not.
+[[nodiscard]] String StatedArchitecture(const DataDictionary& crashLog);
+
 /// Rewrites the name and the base address that the report has for the application's executable into
 /// those of its symbol bundle. Only for the module that is marked as the executable.
 ///

@@ -1,5 +1,7 @@
 #include "crashlog/resolving/frame_resolver.h"
 
+#include <memory>
+#include <span>
 #include <utility>
 
 #include "connection.h"
@@ -7,18 +9,24 @@
 #include "crashlog/resolving/application_info.h"
 #include "crashlog/resolving/module_symbols.h"
 #include "crashlog/resolving/resolve_messages.h"
+#include "crashlog/resolving/symbol_lookup.h"
 #include "tarvo/resolve_observer.h"
-#include "tarvo/symbolification.h"
 
 namespace tarvo::crashhandler {
 namespace {
 
-/// What an address stands for.
-struct SourcePosition {
-  String function;
-  String sourceFile;
-  std::int64_t line = 0;
-};
+/// The functions around the innermost one.
+DataArray Callers(const AddressChain& chain) {
+  DataArray callers;
+  for (const SourceFrame& caller : std::span(chain.frames).subspan(1)) {
+    DataDictionary entry;
+    entry.Set(property::kFunctionName, caller.function);
+    entry.Set(property::kSourceFileName, caller.sourceFile);
+    entry.Set(property::kSourceLine, caller.line);
+    callers.Append(std::move(entry));
+  }
+  return callers;
+}
 
 /// Resolves the frames of one crash log, one by one.
 class FrameResolver {
@@ -26,11 +34,10 @@ class FrameResolver {
   /// `crashLog` is the one whose frames are resolved; it outlives the resolver. `observer` may be
   /// null.
   FrameResolver(const DataDictionary& crashLog, const Url& archiveDirectory,
-                const Url& temporaryDirectory, SymbolificationRef symbolification,
+                const Url& temporaryDirectory, std::unique_ptr<SymbolLookup> symbols,
                 Ref<ResolveObserver> observer)
-      : architecture_(ApplicationArchitecture(crashLog)),
-        modules_(crashLog, archiveDirectory, temporaryDirectory),
-        symbolification_(std::move(symbolification)),
+      : modules_(crashLog, archiveDirectory, temporaryDirectory),
+        symbols_(std::move(symbols)),
         observer_(std::move(observer)) {}
 
   /// Completes `frame`, or leaves it as it is and says why.
@@ -55,15 +62,16 @@ class FrameResolver {
       return Tell(failure, frame, module.build, &symbolFile.GetError());
     }
     FrameOutcome outcome = FrameOutcome::Resolved;
-    const Result<SourcePosition> position =
-        LookUp(*symbolFile, address - module.baseAddress, outcome);
-    if (!position) {
+    const Result<AddressChain> chain = LookUp(*symbolFile, address - module.baseAddress, outcome);
+    if (!chain) {
       ShowUnresolvedFrame(frame);
-      return Tell(outcome, frame, module.build, &position.GetError());
+      return Tell(outcome, frame, module.build, &chain.GetError());
     }
-    frame.Set(property::kFunctionName, position->function);
-    frame.Set(property::kSourceFileName, position->sourceFile);
-    frame.Set(property::kSourceLine, position->line);
+    const SourceFrame& innermost = chain->frames.front();
+    frame.Set(property::kFunctionName, innermost.function);
+    frame.Set(property::kSourceFileName, innermost.sourceFile);
+    frame.Set(property::kSourceLine, innermost.line);
+    if (chain->frames.size() > 1) frame.Set(property::kInlinedInto, Callers(*chain));
     ShowResolvedFrame(frame);
     Tell(outcome, frame, module.build);
   }
@@ -74,23 +82,17 @@ class FrameResolver {
   }
 
   /// `outcome` becomes the kind of failure when there is one.
-  Result<SourcePosition> LookUp(const Url& symbolFile, std::uint64_t offset,
-                                FrameOutcome& outcome) {
-    SourcePosition position;
+  Result<AddressChain> LookUp(const Url& symbolFile, std::uint64_t offset, FrameOutcome& outcome) {
     outcome = FrameOutcome::UnreadableBundle;
-    if (Result<void> loaded = symbolification_->Load(symbolFile, architecture_); !loaded)
-      return loaded.GetError();
+    if (Result<void> loaded = symbols_->Load(symbolFile); !loaded) return loaded.GetError();
     outcome = FrameOutcome::UnknownAddress;
-    Result<void> resolved =
-        symbolification_->Resolve(offset, position.sourceFile, position.line, position.function);
-    if (!resolved) return resolved.GetError();
-    outcome = FrameOutcome::Resolved;
-    return position;
+    Result<AddressChain> chain = symbols_->Resolve(offset);
+    if (chain) outcome = FrameOutcome::Resolved;
+    return chain;
   }
 
-  String architecture_;
   ModuleTable modules_;
-  SymbolificationRef symbolification_;
+  std::unique_ptr<SymbolLookup> symbols_;
   Ref<ResolveObserver> observer_;
 };
 
@@ -108,11 +110,11 @@ void ForEachDictionary(DataDictionary& parent, std::string_view key, Visit visit
 
 Result<void> ResolveFrames(DataDictionary& crashLog, const Url& archiveDirectory,
                            const Url& temporaryDirectory) {
-  Result<SymbolificationRef> symbolification = Bind<Symbolification>(*g_tarvo.framework);
-  if (!symbolification) return symbolification.GetError();
+  Result<std::unique_ptr<SymbolLookup>> symbols = BindSymbolLookup(crashLog);
+  if (!symbols) return symbols.GetError();
   const Result<Ref<ResolveObserver>> observer = Bind<ResolveObserver>(*g_tarvo.framework);
-  FrameResolver resolver(crashLog, archiveDirectory, temporaryDirectory,
-                         *std::move(symbolification), observer.ValueOr(nullptr));
+  FrameResolver resolver(crashLog, archiveDirectory, temporaryDirectory, *std::move(symbols),
+                         observer.ValueOr(nullptr));
   ForEachDictionary(crashLog, property::kThreads, [&](DataDictionary& thread) {
     ShowThread(thread);
     ForEachDictionary(thread, property::kCallstack,

@@ -15,6 +15,7 @@
 #include "tarvo/crashhandler.h"
 #include "tarvo/data_dictionary.h"
 #include "tarvo/framework.h"
+#include "tarvo/inline_symbolification.h"
 #include "tarvo/job.h"
 #include "tarvo/observable.h"
 #include "tarvo/registration.h"
@@ -216,6 +217,11 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&Observable::Initialise, &Observable::Deactivate, &Observable::Name,
                 &Observable::Add, &Observable::Remove, &Observable::Notify)
         .Record(&Symbolification::Load, &Symbolification::Resolve)
+        .Record(&SourceFrame::function, &SourceFrame::sourceFile, &SourceFrame::line)
+        .Record(&AddressChain::frames, &AddressChain::symbolOffset)
+        .Record(&SymbolFileRequest::file, &SymbolFileRequest::architecture, &SymbolFileRequest::id,
+                &SymbolFileRequest::takesSymbolTable)
+        .Record(&InlineSymbolification::Load, &InlineSymbolification::Resolve)
         .Enumerators(FrameOutcome::Resolved, FrameOutcome::NoModule, FrameOutcome::ModuleNotListed,
                      FrameOutcome::ModuleIncomplete, FrameOutcome::NoArchive,
                      FrameOutcome::UnreadableArchive, FrameOutcome::NoBundle,

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "tarvo/data_dictionary.h"
+#include "tarvo/inline_symbolification.h"
+#include "tarvo/result.h"
+#include "tarvo/url.h"
+
+namespace tarvo::crashhandler {
+
+/// Look-ups for one crash log, through whichever interface the bound symbol reader has. Used by one
+/// thread.
+class SymbolLookup {
+ public:
+  virtual ~SymbolLookup() = default;
+  virtual Result<void> Load(const Url& symbolFile) = 0;
+  /// At least one frame.
+  virtual Result<AddressChain> Resolve(std::uint64_t offset) = 0;
+};
+
+/// Look-ups for `crashLog` through InlineSymbolification, which is told the architecture where the
+/// crash log states one; without it through Symbolification, for the stated architecture or x86_64,
+/// with chains of one frame. The error is that there is no Symbolification.
+Result<std::unique_ptr<SymbolLookup>> BindSymbolLookup(const DataDictionary& crashLog);
+
+}  // namespace tarvo::crashhandler
