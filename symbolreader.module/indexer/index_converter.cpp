@@ -2,27 +2,16 @@
 
 #include <llvm/DebugInfo/DWARF/DWARFContext.h>
 
-#include <atomic>
-#include <functional>
-#include <thread>
 #include <unordered_map>
 
 #include "files/debug_file_contents.h"
+#include "indexer/in_parallel.h"
+#include "indexer/index_writer.h"
 #include "indexer/unit_converter.h"
+#include "source.h"
 
 namespace tarvo::symbolreader {
 namespace {
-
-/// Calls `work(i)` for all i below `count`, in any order.
-void InParallel(unsigned threads, std::size_t count, const std::function<void(std::size_t)>& work) {
-  std::atomic<std::size_t> next{0};
-  const auto run = [&] {
-    for (std::size_t i; (i = next.fetch_add(1)) < count;) work(i);
-  };
-  std::vector<std::jthread> others;
-  for (unsigned i = 1; i < threads; ++i) others.emplace_back(run);
-  run();
-}
 
 /// The runs of one unit, or of none.
 struct Share {
@@ -41,39 +30,35 @@ std::vector<Share> ShareOut(const std::vector<TextRun>& runs) {
   return shares;
 }
 
-/// Extracts the entries of all units. Afterwards they are only read: entries refer to those of
-/// other units, which a context that is asked for one would extract at that moment, in whichever
-/// thread that is.
-void ExtractEntries(llvm::DWARFContext& context, unsigned threads) {
-  std::vector<llvm::DWARFUnit*> units;
-  for (const auto& unit : context.compile_units()) {
-    unit->getAbbreviations();  // shared by units, so not for several threads
-    units.push_back(unit.get());
-  }
-  InParallel(threads, units.size(),
-             [&](std::size_t i) { (void)units[i]->getUnitDIE(/*ExtractUnitDIEOnly=*/false); });
+/// Extracts the first entry of each unit, by the one thread that there is yet: others then read it
+/// where a name leads from unit to unit.
+void ExtractFirstEntries(const UnitDirectory& directory) {
+  for (llvm::DWARFUnit* unit : directory.Units()) (void)unit->getUnitDIE();
 }
 
 }  // namespace
 
-Result<llvm::SmallVector<char, 0>> ConvertToIndex(const DebugFile& file, const std::string& key,
-                                                  unsigned threads) {
+Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
+                            const std::string& output, unsigned threads) {
   const llvm::object::ObjectFile& object = *file.Inside().object;
   const auto ignore = [](llvm::Error error) { llvm::consumeError(std::move(error)); };
+  if (!object.isLittleEndian())
+    return Error::IllegalState(kSource.Here(), "There is no index for a big-endian file.");
+  IndexWriter writer;
+  if (auto created = writer.Create(output); !created) return created;
   const auto context = llvm::DWARFContext::create(
-      object, llvm::DWARFContext::ProcessDebugRelocations::Process, nullptr, "", ignore, ignore);
-  ExtractEntries(*context, threads);
+      object, llvm::DWARFContext::ProcessDebugRelocations::Ignore, nullptr, "", ignore, ignore);
+  UnitDirectory directory(*context, context->getDWARFObj().getAbbrevSection());
+  ExtractFirstEntries(directory);
   const auto symbols = ReadSymbols(object);
   const auto shares = ShareOut(DivideText(*context, ReadTextSections(object)));
-  IndexWriter writer;
   InParallel(threads, shares.size(), [&](std::size_t i) {
-    UnitConverter converter(symbols, writer);
-    if (shares[i].unit == nullptr)
-      converter.Convert(shares[i].runs);
-    else
-      converter.Convert(*context, *shares[i].unit, shares[i].runs);
+    UnitConverter converter(symbols);
+    llvm::DWARFUnit* unit = shares[i].unit;
+    writer.Add(i, unit == nullptr ? converter.Convert(shares[i].runs)
+                                  : converter.Convert(*context, directory, *unit, shares[i].runs));
   });
-  return writer.Finish(key, file.Facts().id);
+  return writer.Finish(key, threads);
 }
 
 }  // namespace tarvo::symbolreader

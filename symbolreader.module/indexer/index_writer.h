@@ -1,57 +1,60 @@
 #pragma once
 
-#include <llvm/ADT/SmallVector.h>
-#include <llvm/DebugInfo/GSYM/GsymCreator.h>
-
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "indexer/part_builder.h"
 #include "tarvo/result.h"
 
 namespace tarvo::symbolreader {
 
-/// A run of addresses with one answer to each: a name and, from row to row, a line.
-struct IndexRow {
-  std::uint64_t start = 0;
-  std::uint32_t file = 0;
-  std::uint32_t line = 0;
-};
-
-/// Collects the entries of an index and writes it. Adding may go on in several threads at once.
+/// Writes an index file part by part. Parts are numbered from 0 on and come in any order, from any
+/// thread; they are written in the order of their numbers, so that the same debug file gives the
+/// same bytes whichever thread is done first. A part that comes early waits in memory.
 class IndexWriter {
  public:
-  IndexWriter() : creator_(/*Quiet=*/true) {}
+  IndexWriter();
+  ~IndexWriter();
+  IndexWriter(const IndexWriter&) = delete;
+  IndexWriter& operator=(const IndexWriter&) = delete;
 
-  std::uint32_t NumberFile(const std::string& path) { return creator_.insertFile(path); }
-  /// Gives a name's number. Names are stored as they come: demangled by the caller.
-  std::uint32_t NumberName(std::string_view name) { return creator_.insertString(name); }
+  /// Makes the file at `path`, which must not be there. A file error when that fails.
+  Result<void> Create(const std::string& path);
 
-  /// Takes over finished entries.
-  void Add(std::vector<llvm::gsym::FunctionInfo> entries);
+  void Add(std::size_t number, Part part);
 
-  /// The whole file for the index named `key`; `id` is the debug file's, for people who look into
-  /// the index. An error when no entry was added.
-  Result<llvm::SmallVector<char, 0>> Finish(const std::string& key, const std::string& id);
-
- private:
-  llvm::gsym::GsymCreator creator_;
-};
-
-/// Builds one thread's entries from answers that come in ascending order.
-class EntryBuilder {
- public:
-  /// The answer for [start, end): `row` null where no line is known. Joins what continues the
-  /// answer before, and starts a new entry where the name changes, where lines begin or end to be
-  /// known, and every kRowsPerEntry rows.
-  void Add(std::uint64_t start, std::uint64_t end, std::uint32_t name, const IndexRow* row);
-
-  std::vector<llvm::gsym::FunctionInfo> Finish() { return std::move(entries_); }
+  /// Writes what is left, with `threads` threads that demangle, and the trailer for `key`. All
+  /// parts from 0 on have come. A file error when a write failed, an illegal-state error when
+  /// nothing is known of any address.
+  Result<void> Finish(const std::string& key, unsigned threads);
 
  private:
-  std::vector<llvm::gsym::FunctionInfo> entries_;
+  class Strings;
+
+  void Commit(const Part& part);
+  void Write(const void* bytes, std::size_t size);
+  void Align();
+  void WriteBlocks();
+  void WriteStrings(unsigned threads);
+
+  std::mutex mutex_;
+  std::vector<std::unique_ptr<Part>> waiting_;  ///< from number next_ on, null where not come yet
+  std::size_t next_ = 0;
+
+  std::string path_;
+  std::FILE* file_ = nullptr;
+  std::uint64_t size_ = 0;  ///< of what was written
+  bool hasFailed_ = false;
+  struct Block {
+    std::uint64_t start = 0;
+    std::uint64_t place = 0;
+  };
+  std::vector<Block> blocks_;
+  std::unique_ptr<Strings> strings_;
 };
 
 }  // namespace tarvo::symbolreader

@@ -1,10 +1,5 @@
 #include "indexer/line_map.h"
 
-#include <llvm/DebugInfo/DWARF/DWARFDebugLine.h>
-
-#include <optional>
-#include <unordered_map>
-
 namespace tarvo::symbolreader {
 namespace {
 
@@ -27,39 +22,29 @@ bool Parse(llvm::DWARFContext& context, llvm::DWARFUnit& unit, DWARFDebugLine::L
   return true;
 }
 
-/// Turns the rows of one table into intervals.
-class LineMapBuilder {
- public:
-  LineMapBuilder(const DWARFDebugLine::LineTable& table, const char* directory,
-                 const NumberFile& numberFile)
-      : table_(table), directory_(directory == nullptr ? "" : directory), numberFile_(numberFile) {}
+}  // namespace
 
-  /// The sequences come in the order of their ends; each holds from the end of the one before.
-  std::vector<LineInterval> Build() {
-    std::uint64_t reached = 0;
-    for (const DWARFDebugLine::Sequence& sequence : table_.Sequences) {
-      if (!sequence.isValid() || sequence.HighPC <= reached) continue;
-      AddRows(sequence, reached);
-      reached = sequence.HighPC;
-    }
-    return std::move(intervals_);
+UnitLines::UnitLines(llvm::DWARFContext& context, llvm::DWARFUnit& unit, PartBuilder& part)
+    : part_(part), isThere_(Parse(context, unit, table_)) {
+  if (const char* directory = unit.getCompilationDir()) directory_ = directory;
+}
+
+/// The sequences come in the order of their ends; each holds from the end of the one before.
+std::vector<LineInterval> UnitLines::Intervals() {
+  intervals_.clear();
+  if (!isThere_) return {};
+  std::uint64_t reached = 0;
+  for (const DWARFDebugLine::Sequence& sequence : table_.Sequences) {
+    if (!sequence.isValid() || sequence.HighPC <= reached) continue;
+    AddRows(sequence, reached);
+    reached = sequence.HighPC;
   }
-
- private:
-  void AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t from);
-  void Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::Row& row);
-  std::optional<std::uint32_t> FileOf(std::uint64_t index);
-
-  const DWARFDebugLine::LineTable& table_;
-  std::string directory_;
-  const NumberFile& numberFile_;
-  std::unordered_map<std::uint64_t, std::optional<std::uint32_t>> files_;
-  std::vector<LineInterval> intervals_;
-};
+  return std::move(intervals_);
+}
 
 /// Of several rows at one address the last counts: the earlier ones are empty intervals. The last
 /// row only ends the sequence.
-void LineMapBuilder::AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t from) {
+void UnitLines::AddRows(const DWARFDebugLine::Sequence& sequence, std::uint64_t from) {
   for (unsigned i = sequence.FirstRowIndex; i + 1 < sequence.LastRowIndex; ++i) {
     const std::uint64_t start = std::max(table_.Rows[i].Address.Address, from);
     const std::uint64_t end = table_.Rows[i + 1].Address.Address;
@@ -67,36 +52,28 @@ void LineMapBuilder::AddRows(const DWARFDebugLine::Sequence& sequence, std::uint
   }
 }
 
-void LineMapBuilder::Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::Row& row) {
-  const auto file = FileOf(row.File);
-  if (!file) return;
+void UnitLines::Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine::Row& row) {
+  const std::uint32_t file = File(row.File);
+  if (file == 0) return;
   if (!intervals_.empty()) {
     LineInterval& last = intervals_.back();
-    if (last.end == start && last.file == *file && last.line == row.Line) {
+    if (last.end == start && last.file == file && last.line == row.Line) {
       last.end = end;
       return;
     }
   }
-  intervals_.push_back({start, end, *file, row.Line});
+  intervals_.push_back({start, end, file, row.Line});
 }
 
-std::optional<std::uint32_t> LineMapBuilder::FileOf(std::uint64_t index) {
-  const auto [entry, isNew] = files_.try_emplace(index);
+std::uint32_t UnitLines::File(std::uint64_t index) {
+  if (!isThere_) return 0;
+  const auto [entry, isNew] = files_.try_emplace(index, 0);
   std::string path;
   if (isNew &&
       table_.getFileNameByIndex(
           index, directory_, llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath, path))
-    entry->second = numberFile_(path);
+    entry->second = part_.NumberPath(path);
   return entry->second;
-}
-
-}  // namespace
-
-std::vector<LineInterval> ReadLines(llvm::DWARFContext& context, llvm::DWARFUnit& unit,
-                                    const NumberFile& numberFile) {
-  DWARFDebugLine::LineTable table;
-  if (!Parse(context, unit, table)) return {};
-  return LineMapBuilder(table, unit.getCompilationDir(), numberFile).Build();
 }
 
 }  // namespace tarvo::symbolreader

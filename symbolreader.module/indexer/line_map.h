@@ -1,11 +1,14 @@
 #pragma once
 
 #include <llvm/DebugInfo/DWARF/DWARFContext.h>
+#include <llvm/DebugInfo/DWARF/DWARFDebugLine.h>
 
-#include <functional>
+#include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "indexer/part_builder.h"
 #include "indexer/ranges.h"
 
 namespace tarvo::symbolreader {
@@ -14,17 +17,33 @@ namespace tarvo::symbolreader {
 struct LineInterval {
   std::uint64_t start = 0;
   std::uint64_t end = 0;
-  std::uint32_t file = 0;  ///< as the writer of the index numbers them
+  std::uint32_t file = 0;  ///< as the part numbers its paths
   std::uint32_t line = 0;  ///< 0 where the compiler names none
 };
 
-/// Gives a file's number in the index.
-using NumberFile = std::function<std::uint32_t(const std::string& path)>;
+/// The line table of one unit, which is read for this and not kept elsewhere.
+class UnitLines {
+ public:
+  /// `unit` must have its first entry extracted. Its paths are numbered by `part`.
+  UnitLines(llvm::DWARFContext& context, llvm::DWARFUnit& unit, PartBuilder& part);
 
-/// The line table of a unit, ascending, without overlaps, neighbours of one line joined. Where
-/// sequences of rows overlap, the one that ends first counts. Rows of files that the table does not
-/// list are left out. The table is parsed for this call and not kept.
-std::vector<LineInterval> ReadLines(llvm::DWARFContext& context, llvm::DWARFUnit& unit,
-                                    const NumberFile& numberFile);
+  /// Ascending, without overlaps, neighbours of one line joined. Where sequences of rows overlap,
+  /// the one that ends first counts. Rows of files that the table does not list are left out.
+  [[nodiscard]] std::vector<LineInterval> Intervals();
+
+  /// The part's number of the file that the table has at `index`; 0 where it lists none.
+  [[nodiscard]] std::uint32_t File(std::uint64_t index);
+
+ private:
+  void AddRows(const llvm::DWARFDebugLine::Sequence& sequence, std::uint64_t from);
+  void Add(std::uint64_t start, std::uint64_t end, const llvm::DWARFDebugLine::Row& row);
+
+  PartBuilder& part_;
+  llvm::DWARFDebugLine::LineTable table_;
+  bool isThere_ = false;
+  std::string directory_;
+  std::unordered_map<std::uint64_t, std::uint32_t> files_;
+  std::vector<LineInterval> intervals_;
+};
 
 }  // namespace tarvo::symbolreader

@@ -44,13 +44,6 @@ int Fail(std::string_view text, int status) {
   return status;
 }
 
-bool Write(const std::string& path, std::span<const char> bytes) {
-  std::FILE* file = std::fopen(path.c_str(), "wxe");
-  if (file == nullptr) return false;
-  const bool isWritten = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-  return std::fclose(file) == 0 && isWritten;
-}
-
 bool ReadNumber(std::string_view text, unsigned& number) {
   const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), number);
   return status == std::errc{} && end == text.data() + text.size() && number > 0;
@@ -61,10 +54,11 @@ int MakeIndex(const DebugFile& file, const std::string& key, const std::string& 
   // The thread that started this process waits for it; without it nobody wants the index.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, kMostThreads);
-  const auto index = ConvertToIndex(file, key, threads);
-  if (!index) return Fail(index.GetError().Text(), kExitUnreadable);
-  if (!Write(output, {index->data(), index->size()}))
-    return Fail("could not write " + output, kExitUnwritten);
+  const auto index = ConvertToIndex(file, key, output, threads);
+  if (!index) {
+    const bool isUnwritten = index.GetError().ClassId() == Error::kFile;
+    return Fail(index.GetError().Text(), isUnwritten ? kExitUnwritten : kExitUnreadable);
+  }
   // What was read and built needs no orderly end; freeing it would take a good part of the time.
   std::fflush(nullptr);
   std::_Exit(0);

@@ -1,51 +1,69 @@
 #pragma once
 
 #include <llvm/ADT/DenseMap.h>
-#include <llvm/ADT/StringRef.h>
 #include <llvm/DebugInfo/DWARF/DWARFContext.h>
 
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "indexer/function_map.h"
-#include "indexer/index_writer.h"
 #include "indexer/line_map.h"
+#include "indexer/part_builder.h"
 #include "indexer/symbol_map.h"
+#include "indexer/unit_entries.h"
 #include "indexer/unit_territory.h"
 
 namespace tarvo::symbolreader {
 
-/// Turns runs of text into index entries: one for each thread. What an address gets:
+/// Turns runs of text into a part of the index: one object for each part. What an address gets:
 ///
-/// - the name of the innermost function when it is inlined there; else the symbol at the address
-///   (it knows the parts into which compilers split functions), else the function's name: the
-///   linkage name or, without one, the plain name;
+/// - the functions there, innermost first: those inlined by their linkage names or, without one,
+///   their plain ones; the outermost by the name of the symbol at the address (it knows the parts
+///   into which compilers split functions), else as the others;
 /// - file and line of its line row, also where no function is; else the file of a local symbol and
-///   line 0.
+///   line 0; for each caller file and line of the call.
 class UnitConverter {
  public:
   /// `symbols` outlives the converter.
-  UnitConverter(std::span<const SymbolInterval> symbols, IndexWriter& writer)
-      : symbols_(symbols), writer_(writer) {}
+  explicit UnitConverter(std::span<const SymbolInterval> symbols) : symbols_(symbols) {}
 
-  /// Converts the text of `unit`, whose entries are extracted; `context` is the unit's.
-  void Convert(llvm::DWARFContext& context, llvm::DWARFUnit& unit, std::span<const TextRun> runs);
+  /// Converts the text of `unit`; `context` is the unit's.
+  Part Convert(llvm::DWARFContext& context, UnitDirectory& directory, llvm::DWARFUnit& unit,
+               std::span<const TextRun> runs);
   /// Converts text that no unit answers for, from the symbols alone.
-  void Convert(std::span<const TextRun> runs);
+  Part Convert(std::span<const TextRun> runs);
 
  private:
-  struct Answers;
+  /// What is at one run of addresses; null where nothing is.
+  struct Answers {
+    const FunctionInterval* function = nullptr;
+    const SymbolInterval* symbol = nullptr;
+    const LineInterval* line = nullptr;
+  };
+  /// The node that was made for a scope, or none, together with a symbol.
+  struct MadeNode {
+    const SymbolInterval* symbol = nullptr;
+    std::uint64_t node = 0;
+  };
 
-  void Sweep(std::span<const TextRun> runs, std::span<const FunctionInterval> functions,
-             std::span<const LineInterval> lines);
+  void Sweep(std::span<const TextRun> runs, std::span<const LineInterval> lines);
   void AddAnswer(std::uint64_t start, std::uint64_t end, const Answers& answers);
-  std::uint32_t NameOf(const FunctionInterval* function, const SymbolInterval* symbol);
-  std::uint32_t Number(llvm::StringRef mangledName);
+  [[nodiscard]] std::uint64_t NodeOf(const Answers& answers);
+  [[nodiscard]] std::uint64_t NodeOf(std::uint32_t scope, const SymbolInterval* symbol);
+  [[nodiscard]] std::uint64_t SymbolNode(const SymbolInterval& symbol, bool isKnownOtherwise);
+  [[nodiscard]] std::uint32_t NameOf(const FunctionScope& scope);
 
   std::span<const SymbolInterval> symbols_;
-  IndexWriter& writer_;
-  EntryBuilder entries_;
-  llvm::DenseMap<llvm::StringRef, std::uint32_t> names_;  ///< numbers of mangled names
+  PartBuilder part_;
+  std::optional<UnitEntries> entries_;
+  std::optional<NameFinder> names_;
+  std::optional<UnitLines> lines_;
+  UnitFunctions functions_;
+  std::vector<MadeNode> scopeNodes_;  ///< of each scope the last one
+  MadeNode symbolNodes_[2];           ///< the last ones of SymbolNode, by its flag
+  llvm::DenseMap<std::uint64_t, std::uint32_t> namesOfEntries_;
 };
 
 }  // namespace tarvo::symbolreader

@@ -114,7 +114,7 @@ TEST(Bundle, RefusesWhatIsNoDebugFileByName) {
   String file;
   String function;
   std::int64_t line = 0;
-  const auto resolved = reader->Resolve(0x1000, file, line, function);
+  const auto resolved = reader.plain->Resolve(0x1000, file, line, function);
   ASSERT_FALSE(resolved);
   EXPECT_EQ(resolved.GetError().Message(), "No symbol bundle is loaded.");
 }

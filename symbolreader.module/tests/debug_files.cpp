@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <span>
 #include <sstream>
 #include <utility>
 
@@ -101,8 +102,29 @@ std::string Log() { return g_log; }
 
 std::ostream& operator<<(std::ostream& stream, const Answer& answer) {
   if (!answer.error.empty()) return stream << "error: " << answer.error;
-  return stream << answer.function << " at " << answer.file << ":" << answer.line;
+  return stream << answer.function << " at " << answer.file << ":" << answer.line << answer.callers;
 }
+
+namespace {
+
+std::string Caller(std::string_view function, std::string_view file, std::int64_t line) {
+  std::ostringstream text;
+  text << " < " << function << " at " << file << ":" << line;
+  return text.str();
+}
+
+/// The line "FILE:LINE:COLUMN" behind that of the function, and "??" where one is not known.
+void ReadPlace(std::istream& output, Answer& answer) {
+  std::string place;
+  std::getline(output, place);
+  if (answer.function == "??") answer.function.clear();
+  place.erase(place.rfind(':'));
+  answer.line = std::stoll(place.substr(place.rfind(':') + 1));
+  answer.file = place.substr(0, place.rfind(':'));
+  if (answer.file == "??") answer.file.clear();
+}
+
+}  // namespace
 
 std::map<std::uint64_t, Answer> SymbolizerAnswers(const fs::path& directory,
                                                   std::string_view arguments) {
@@ -128,16 +150,12 @@ std::map<std::uint64_t, Answer> SymbolizerAnswers(const fs::path& directory,
   std::istringstream output(
       Shell(directory, "llvm-symbolizer -e " + std::string(arguments) + " < addresses").first);
   for (auto& [address, answer] : answers) {
-    std::string place;
     std::getline(output, answer.function);
-    std::getline(output, place);
-    for (std::string rest; std::getline(output, rest) && !rest.empty();) {
+    ReadPlace(output, answer);
+    for (Answer caller; std::getline(output, caller.function) && !caller.function.empty();) {
+      ReadPlace(output, caller);
+      answer.callers += Caller(caller.function, caller.file, caller.line);
     }
-    if (answer.function == "??") answer.function.clear();
-    place.erase(place.rfind(':'));
-    answer.line = std::stoll(place.substr(place.rfind(':') + 1));
-    answer.file = place.substr(0, place.rfind(':'));
-    if (answer.file == "??") answer.file.clear();
   }
   return answers;
 }
@@ -150,18 +168,45 @@ std::unique_ptr<Host> StartHost(const fs::path& indices, std::vector<std::string
   return host ? *std::move(host) : nullptr;
 }
 
-SymbolificationRef BindReader(Host& host) { return *Bind<Symbolification>(host.Services()); }
+Reader BindReader(Host& host) {
+  return {*Bind<Symbolification>(host.Services()), *Bind<InlineSymbolification>(host.Services())};
+}
 
-Answer Ask(const SymbolificationRef& reader, const fs::path& bundle, std::string_view architecture,
+namespace {
+
+Answer Failed(const Error& error) {
+  return {.function = {}, .file = {}, .error = error.Text().ToStdString()};
+}
+
+Answer AskChain(const Reader& reader, const SymbolFileRequest& request, std::uint64_t offset) {
+  if (auto loaded = reader.chains->Load(request); !loaded) return Failed(loaded.GetError());
+  const auto chain = reader.chains->Resolve(offset);
+  if (!chain) return Failed(chain.GetError());
+  const SourceFrame& innermost = chain->frames.front();
+  Answer answer{
+      innermost.function.ToStdString(), innermost.sourceFile.ToStdString(), innermost.line, {}};
+  for (const SourceFrame& caller : std::span(chain->frames).subspan(1))
+    answer.callers += Caller(caller.function, caller.sourceFile, caller.line);
+  return answer;
+}
+
+}  // namespace
+
+Answer Ask(const Reader& reader, const fs::path& bundle, std::string_view architecture,
            std::uint64_t offset) {
-  if (auto loaded = reader->Load(Url::FromSystemPath(bundle.string()), architecture); !loaded)
-    return {.function = {}, .file = {}, .error = loaded.GetError().Text().ToStdString()};
-  String file;
+  const Url file = Url::FromSystemPath(bundle.string());
+  const Answer answer = AskChain(reader, {.file = file, .architecture = architecture}, offset);
+  Answer plain;
+  auto loaded = reader.plain->Load(file, architecture);
+  String sourceFile;
   String function;
-  std::int64_t line = 0;
-  if (auto resolved = reader->Resolve(offset, file, line, function); !resolved)
-    return {.function = {}, .file = {}, .error = resolved.GetError().Text().ToStdString()};
-  return {function.ToStdString(), file.ToStdString(), line, {}};
+  if (loaded) loaded = reader.plain->Resolve(offset, sourceFile, plain.line, function);
+  if (!loaded) plain.error = loaded.GetError().Text().ToStdString();
+  plain.file = sourceFile.ToStdString();
+  plain.function = function.ToStdString();
+  plain.callers = answer.callers;
+  EXPECT_EQ(plain, answer);
+  return answer;
 }
 
 std::map<std::uint64_t, Answer> Answers(const fs::path& indices, const Recipe& recipe,

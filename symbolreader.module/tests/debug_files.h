@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tarvo/host/host.h"
+#include "tarvo/inline_symbolification.h"
 #include "tarvo/symbolification.h"
 
 namespace tarvo::symbolreader {
@@ -60,6 +61,7 @@ struct Answer {
   std::string file;
   std::int64_t line = 0;
   std::string error;
+  std::string callers{};  ///< " < FUNCTION at FILE:LINE" for each function that it is inlined into
 
   friend bool operator==(const Answer&, const Answer&) = default;
   friend std::ostream& operator<<(std::ostream& stream, const Answer& answer);
@@ -74,10 +76,15 @@ std::map<std::uint64_t, Answer> SymbolizerAnswers(const std::filesystem::path& d
 std::unique_ptr<Host> StartHost(const std::filesystem::path& indices,
                                 std::vector<std::string> arguments = {},
                                 const std::string& module = SYMBOLREADER_MODULE);
-SymbolificationRef BindReader(Host& host);
-/// Loads and resolves, as a crash log does for each frame.
-Answer Ask(const SymbolificationRef& reader, const std::filesystem::path& bundle,
-           std::string_view architecture, std::uint64_t offset);
+/// Both interfaces of the symbol reader.
+struct Reader {
+  SymbolificationRef plain;
+  InlineSymbolificationRef chains;
+};
+Reader BindReader(Host& host);
+/// Loads and resolves, as a crash log does for each frame; by both interfaces, which must agree.
+Answer Ask(const Reader& reader, const std::filesystem::path& bundle, std::string_view architecture,
+           std::uint64_t offset);
 /// The answers of a new reader of a new host to `offsets`.
 std::map<std::uint64_t, Answer> Answers(const std::filesystem::path& indices, const Recipe& recipe,
                                         const std::map<std::uint64_t, Answer>& addresses,

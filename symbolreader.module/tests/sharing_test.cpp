@@ -56,7 +56,7 @@ TEST(Sharing, IsBoundedInNumberAndBytes) {
     architectures.emplace_back(recipe.architecture);
   }
   const auto open = [&](SymbolFileCache& cache, std::size_t which) {
-    const auto file = cache.Open(bundles[which], architectures[which]);
+    const auto file = cache.Open(bundles[which], {.architecture = architectures[which]});
     EXPECT_TRUE(file) << file.GetError().Text().View();
     return file ? (*file).get() : nullptr;
   };
@@ -67,7 +67,7 @@ TEST(Sharing, IsBoundedInNumberAndBytes) {
   open(two, 2);  // pushes out the one that was used longest ago
   EXPECT_EQ(two.Held().files, 2U);
   EXPECT_EQ(open(two, 0), first);
-  EXPECT_FALSE(two.Open(bundles[0], "arm64")) << "and errors have a place too";
+  EXPECT_FALSE(two.Open(bundles[0], {.architecture = "arm64"})) << "and errors have a place too";
   EXPECT_EQ(two.Held().files, 2U);
 
   SymbolFileCache small(10, 1);

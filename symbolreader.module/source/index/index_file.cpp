@@ -1,20 +1,24 @@
 #include "index/index_file.h"
 
 #include <fcntl.h>
-#include <llvm/DebugInfo/GSYM/GsymReader.h>
 #include <llvm/Support/xxhash.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <span>
+#include <utility>
 
 #include "index/index_format.h"
+#include "index/varint.h"
 
 namespace tarvo::symbolreader {
 namespace {
+
+using Bytes = std::span<const std::uint8_t>;
 
 /// A descriptor that is closed at the end.
 class Descriptor {
@@ -31,65 +35,153 @@ class Descriptor {
   int value_;
 };
 
-bool IsWhole(std::span<const std::uint8_t> bytes, const std::string& key) {
-  if (bytes.size() < sizeof(IndexTrailer)) return false;
-  IndexTrailer trailer;
-  std::memcpy(&trailer, bytes.last(sizeof trailer).data(), sizeof trailer);
-  const auto covered =
-      bytes.first(bytes.size() - sizeof trailer + offsetof(IndexTrailer, checksum));
-  return trailer.magic == IndexTrailer::kMagic && trailer.version == kIndexVersion &&
-         trailer.size == sizeof trailer && trailer.fileSize == bytes.size() &&
-         trailer.key == llvm::xxh3_64bits(key) &&
-         trailer.checksum == llvm::xxh3_64bits({covered.data(), covered.size()});
+/// A mapped file; empty when it could not be mapped.
+class Mapping {
+ public:
+  Mapping(int descriptor, std::size_t size) {
+    void* map = size == 0 ? MAP_FAILED : mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
+    if (map != MAP_FAILED) bytes_ = {static_cast<const std::uint8_t*>(map), size};
+  }
+  Mapping(Mapping&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}
+  Mapping& operator=(Mapping&&) = delete;
+  ~Mapping() {
+    if (!bytes_.empty()) munmap(const_cast<std::uint8_t*>(bytes_.data()), bytes_.size());
+  }
+  [[nodiscard]] Bytes Get() const { return bytes_; }
+
+ private:
+  Bytes bytes_;
+};
+
+template <typename T>
+T ReadAt(Bytes bytes, std::uint64_t place) {
+  T value{};
+  if (place <= bytes.size() && bytes.size() - place >= sizeof value)
+    std::memcpy(&value, bytes.data() + place, sizeof value);
+  return value;
 }
 
-bool IsWhole(int descriptor, std::size_t size, const std::string& key) {
-  void* map = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
-  if (map == MAP_FAILED) return false;
-  const bool isWhole = IsWhole({static_cast<const std::uint8_t*>(map), size}, key);
-  munmap(map, size);
-  return isWhole;
+/// Whether `count` numbers of 64 bits, aligned, lie at `place` of `size` bytes.
+bool Holds(std::uint64_t size, std::uint64_t place, std::uint64_t count) {
+  return place % sizeof(std::uint64_t) == 0 && place <= size &&
+         count <= (size - place) / sizeof(std::uint64_t);
 }
+
+/// The trailer of an index that is whole.
+std::optional<IndexTrailer> CheckedTrailer(Bytes bytes, const std::string& key) {
+  if (bytes.size() < sizeof(IndexTrailer)) return std::nullopt;
+  const std::size_t place = bytes.size() - sizeof(IndexTrailer);
+  const auto trailer = ReadAt<IndexTrailer>(bytes, place);
+  const Bytes covered = bytes.first(place + offsetof(IndexTrailer, checksum));
+  const bool isWhole = trailer.magic == IndexTrailer::kMagic && trailer.version == kIndexVersion &&
+                       trailer.size == sizeof trailer && trailer.fileSize == bytes.size() &&
+                       trailer.key == llvm::xxh3_64bits(key) && trailer.blocks <= bytes.size() &&
+                       trailer.strings > 0 &&
+                       Holds(place, trailer.blocksPlace, 2 * trailer.blocks) &&
+                       Holds(place, trailer.stringsPlace, trailer.strings) &&
+                       trailer.checksum == llvm::xxh3_64bits({covered.data(), covered.size()});
+  return isWhole ? std::optional(trailer) : std::nullopt;
+}
+
+/// A row of a block, with what the next one counts from.
+struct Row {
+  std::uint64_t body = 0;  ///< place of the part's body in the file
+  std::uint64_t node = 0;  ///< place in the part, plus 1
+  std::uint64_t file = 0;  ///< place in the part's names
+  std::int64_t line = 0;
+};
 
 class IndexSource final : public SymbolSource {
  public:
-  IndexSource(llvm::gsym::GsymReader reader, std::size_t bytes)
-      : reader_(std::move(reader)), bytes_(bytes) {}
+  IndexSource(Mapping mapping, const IndexTrailer& trailer)
+      : mapping_(std::move(mapping)),
+        bytes_(mapping_.Get()),
+        starts_(Numbers(trailer.blocksPlace, trailer.blocks)),
+        places_(
+            Numbers(trailer.blocksPlace + trailer.blocks * sizeof(std::uint64_t), trailer.blocks)),
+        stringEnds_(Numbers(trailer.stringsPlace, trailer.strings)),
+        strings_(bytes_.subspan(trailer.stringsPlace + trailer.strings * sizeof(std::uint64_t))) {}
 
   std::optional<AddressChain> Find(std::uint64_t address) const override;
-  std::size_t Bytes() const override { return bytes_; }
+  std::size_t Bytes() const override { return bytes_.size(); }
 
  private:
-  llvm::gsym::GsymReader reader_;
-  std::size_t bytes_;
+  [[nodiscard]] std::span<const std::uint64_t> Numbers(std::uint64_t place,
+                                                       std::uint64_t count) const {
+    return {reinterpret_cast<const std::uint64_t*>(bytes_.data() + place), count};
+  }
+  [[nodiscard]] VarintReader ReaderAt(std::uint64_t place) const {
+    return VarintReader(bytes_.subspan(std::min<std::uint64_t>(place, bytes_.size())));
+  }
+  [[nodiscard]] std::optional<Row> FindRow(std::uint64_t address) const;
+  [[nodiscard]] String Name(std::uint64_t body, std::uint64_t place) const;
+  void AddNodes(const Row& row, std::uint64_t address, AddressChain& chain) const;
+
+  Mapping mapping_;
+  symbolreader::Bytes bytes_;
+  std::span<const std::uint64_t> starts_;
+  std::span<const std::uint64_t> places_;
+  std::span<const std::uint64_t> stringEnds_;
+  symbolreader::Bytes strings_;
 };
 
-String JoinPath(llvm::StringRef directory, llvm::StringRef name) {
-  if (directory.empty()) return String(std::string_view(name));
-  const bool needsSlash = !directory.ends_with("/");
-  return String::Build(directory.size() + 1 + name.size(), [&](char* to) {
-    to = std::ranges::copy(directory, to).out;
-    if (needsSlash) *to++ = '/';
-    std::ranges::copy(name, to);
-    return directory.size() + (needsSlash ? 1 : 0) + name.size();
-  });
+std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
+  const auto behind = std::ranges::upper_bound(starts_, address);
+  if (behind == starts_.begin()) return std::nullopt;
+  const auto number = static_cast<std::size_t>(behind - starts_.begin()) - 1;
+  VarintReader reader = ReaderAt(places_[number]);
+  const std::uint64_t rows = std::min<std::uint64_t>(reader.Read(), kRowsPerBlock);
+  const std::uint64_t distance = reader.Read();
+  if (distance > places_[number]) return std::nullopt;
+  Row row{.body = places_[number] - distance};
+  std::uint64_t left = address - starts_[number];
+  for (std::uint64_t i = 0; i < rows; ++i) {
+    const std::uint64_t size = reader.Read();
+    row.node += static_cast<std::uint64_t>(reader.ReadSigned());
+    row.file += static_cast<std::uint64_t>(reader.ReadSigned());
+    row.line += reader.ReadSigned();
+    if (left < size) return row;
+    left -= size;
+  }
+  return std::nullopt;
+}
+
+String IndexSource::Name(std::uint64_t body, std::uint64_t place) const {
+  const auto count = ReadAt<std::uint32_t>(bytes_, body - sizeof(std::uint32_t));
+  if (place >= count || (std::uint64_t{count} + 1) * sizeof(std::uint32_t) > body) return {};
+  const auto number =
+      ReadAt<std::uint32_t>(bytes_, body - (count + 1 - place) * sizeof(std::uint32_t));
+  if (number == 0 || number >= stringEnds_.size()) return {};
+  const std::uint64_t start = stringEnds_[number - 1];
+  const std::uint64_t end = stringEnds_[number];
+  if (start > end || end > strings_.size()) return {};
+  return String(
+      std::string_view(reinterpret_cast<const char*>(strings_.data()) + start, end - start));
+}
+
+/// Fills in the name of the chain's only frame, and adds the frames around it.
+void IndexSource::AddNodes(const Row& row, std::uint64_t address, AddressChain& chain) const {
+  for (std::uint64_t place = row.node - 1; chain.frames.size() < kLongestChain;) {
+    VarintReader reader = ReaderAt(row.body + place);
+    chain.frames.back().function = Name(row.body, reader.Read());
+    const std::uint64_t head = reader.Read();
+    if (head & 1) chain.symbolOffset = address - reader.Read();
+    const std::uint64_t distance = head >> 1;
+    if (distance == 0 || distance > place) return;
+    place -= distance;
+    SourceFrame& caller = chain.frames.emplace_back();
+    caller.sourceFile = Name(row.body, reader.Read());
+    caller.line = static_cast<std::int64_t>(reader.Read());
+  }
 }
 
 std::optional<AddressChain> IndexSource::Find(std::uint64_t address) const {
-  auto found = reader_.lookup(address);
-  if (!found) {
-    llvm::consumeError(found.takeError());
-    return std::nullopt;
-  }
-  SourceFrame position;
-  if (found->FuncName != llvm::StringRef(kNoFunction))
-    position.function = String(std::string_view(found->FuncName));
-  if (!found->Locations.empty()) {
-    const auto& location = found->Locations.front();
-    position.sourceFile = JoinPath(location.Dir, location.Base);
-    position.line = location.Line;
-  }
-  return AddressChain{.frames = {std::move(position)}};
+  const auto row = FindRow(address);
+  if (!row) return std::nullopt;
+  AddressChain chain{.frames = {{.sourceFile = Name(row->body, row->file), .line = row->line}}};
+  if (row->node != 0) AddNodes(*row, address, chain);
+  if (chain.frames.size() == 1 && chain.frames.front() == SourceFrame{}) return std::nullopt;
+  return chain;
 }
 
 }  // namespace
@@ -100,16 +192,11 @@ FoundIndex OpenIndex(const std::string& path, const std::string& key) {
   struct stat status{};
   if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))
     return {.state = IndexState::Damaged, .source = nullptr};
-  const auto size = static_cast<std::size_t>(status.st_size);
-  if (!IsWhole(file.Get(), size, key)) return {.state = IndexState::Damaged, .source = nullptr};
-  // By its descriptor: another process may have put another file under the name meanwhile.
-  auto reader = llvm::gsym::GsymReader::openFile("/proc/self/fd/" + std::to_string(file.Get()));
-  if (!reader) {
-    llvm::consumeError(reader.takeError());
-    return {.state = IndexState::Damaged, .source = nullptr};
-  }
+  Mapping mapping(file.Get(), static_cast<std::size_t>(status.st_size));
+  const auto trailer = CheckedTrailer(mapping.Get(), key);
+  if (!trailer) return {.state = IndexState::Damaged, .source = nullptr};
   return {.state = IndexState::Usable,
-          .source = std::make_unique<IndexSource>(std::move(*reader), size)};
+          .source = std::make_unique<IndexSource>(std::move(mapping), *trailer)};
 }
 
 }  // namespace tarvo::symbolreader

@@ -4,28 +4,59 @@
 #include <cstdint>
 #include <string_view>
 
-/// An index file: what a debug file answers, ready to be mapped.
+/// An index file: what a debug file answers, ready to be mapped. All numbers little endian; a
+/// "varint" has seven bits a byte, the lowest first, and a signed one is zigzag-coded.
 ///
-///     GSYM data       LLVM's format ("llvm/DebugInfo/GSYM"), readable by llvm-gsymutil: addresses,
-///                     names, files and lines
-///     padding         zeros, so that the trailer is aligned and the file's size is no multiple of
-///                     a page: LLVM would read such a file instead of mapping it
+///     parts           one for each unit of the debug information, and one for what only the symbol
+///                     table knows:
+///                       names    u32 each, the numbers of the strings that the part uses
+///                       u32      how many these are
+///                       body     nodes, then blocks; a place in a part counts from here
+///     block starts    u64 each, ascending: the first address of every block of every part
+///     block places    u64 each, in the same order: where in the file the block is
+///     string ends     u64 each: where in the string bytes the string ends; it begins where the one
+///                     before does
+///     string bytes    functions, demangled, and paths; string 0 is the empty one
+///     padding         zeros, so that the trailer is aligned
 ///     IndexTrailer    the last bytes of the file
 ///
-/// One GSYM entry stands for a run of addresses with one innermost function, whether inlined there
-/// or not, and at most kRowsPerEntry line rows. LLVM reads an entry from its start, so a look-up
-/// takes one binary search and a few rows however long the function is. Names are demangled. The
-/// entries do not overlap and leave out what nothing is known of; a run that has lines and no
-/// function is named kNoFunction.
+/// A node is a function at some place of the code, with what it is inlined into:
 ///
-/// Look-up of an address: the last entry that starts at or below it, if it reaches that far; then
-/// in its rows the last one at or below the address. An entry without rows has no file and line.
+///     varint          its name, as a place in the part's names
+///     varint          twice the distance back to the node that it is inlined into, 0 where it is
+///                     not; plus 1 for a symbol of the symbol table that debug information does not
+///                     know
+///     varint          of a symbol: its address
+///     varint, varint  of an inlined function: file (a place in the names) and line of the call
+///
+/// Functions that several others are inlined into are there once, the others lead to it: 16 levels
+/// of calls cost 16 nodes, not a chain for each address.
+///
+/// A block holds at most kRowsPerBlock rows of addresses without a gap:
+///
+///     varint          how many rows
+///     varint          the distance back to the part's body
+///     for each row:
+///       varint          how many bytes of code it covers
+///       signed varint   its node's place, plus 1, less that of the row before; 0 without a
+///       function signed varint   its file's place in the names, less that of the row before; 0 for
+///       none signed varint   its line less that of the row before
+///
+/// Look-up of an address: the last block that starts at or below it, by halving; in it the row that
+/// covers the address, at most kRowsPerBlock steps; from the row its node, which is the innermost
+/// function, with the row's file and line; from each node the next, with the call's file and line.
+/// For example, with `inner` inlined into `outer` at a.cpp:9:
+///
+///     names    0, 17 ("outer()"), 18 ("inner()"), 19 ("a.cpp")
+///     node 0   1, 0                  outer(), not inlined
+///     node 2   2, 2 * 2, 3, 9        inner(), into the node 2 bytes in front, from a.cpp:9
+///     block    2, 6; 8, +1, +3, +8; 4, +2, 0, -5     8 bytes of outer() at a.cpp:8, 4 of inner()
+///                                                     at a.cpp:3
 namespace tarvo::symbolreader {
 
-/// Changes whenever the entries for the same debug file would.
-inline constexpr std::uint32_t kIndexVersion = 1;
-inline constexpr std::uint32_t kRowsPerEntry = 16;
-inline constexpr std::string_view kNoFunction = "??";
+/// Changes whenever the index of the same debug file would.
+inline constexpr std::uint32_t kIndexVersion = 2;
+inline constexpr std::uint32_t kRowsPerBlock = 32;
 
 struct IndexTrailer {
   static constexpr std::array<char, 8> kMagic = {'T', 'A', 'R', 'V', 'O', 'S', 'Y', 'M'};
@@ -33,10 +64,14 @@ struct IndexTrailer {
   std::array<char, 8> magic = kMagic;
   std::uint32_t version = kIndexVersion;
   std::uint32_t size = sizeof(IndexTrailer);
-  std::uint64_t fileSize = 0;  ///< of the whole file
+  std::uint64_t fileSize = 0;      ///< of the whole file
+  std::uint64_t blocks = 0;        ///< how many
+  std::uint64_t blocksPlace = 0;   ///< of the block starts in the file; multiple of 8
+  std::uint64_t strings = 0;       ///< how many
+  std::uint64_t stringsPlace = 0;  ///< of the string ends in the file; multiple of 8
   std::uint64_t key = 0;       ///< XXH3 of the index's name: an index under a wrong name is damaged
   std::uint64_t checksum = 0;  ///< XXH3 of all bytes before this field
 };
-static_assert(sizeof(IndexTrailer) == 40);
+static_assert(sizeof(IndexTrailer) == 72);
 
 }  // namespace tarvo::symbolreader

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <llvm/ADT/StringRef.h>
+#include <llvm/DebugInfo/DWARF/DWARFContext.h>
+#include <llvm/DebugInfo/DWARF/DWARFUnit.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <tuple>
+#include <vector>
+
+#include "indexer/abbreviations.h"
+
+/// Entries of the debug information, read straight from the section: no tree is made of them, so
+/// that a unit takes no memory beyond what is asked of it, and any thread may read entries of any
+/// unit. LLVM's units serve for their headers, and for what hangs on the unit's first entry
+/// (addresses, strings and ranges by index), which must have been extracted before.
+namespace tarvo::symbolreader {
+
+/// The value of an attribute as it stands in the entry.
+struct RawValue {
+  llvm::dwarf::Form form{};  ///< 0 where the entry has no such attribute
+  std::uint64_t number = 0;  ///< what stands there: an offset, an index, a constant
+  llvm::StringRef text{};    ///< of DW_FORM_string
+  explicit operator bool() const { return form != 0; }
+};
+
+/// What an entry says that can be a function.
+struct FunctionEntry {
+  std::uint64_t offset = 0;
+  RawValue lowPc{};
+  RawValue highPc{};
+  RawValue ranges{};
+  RawValue origin{};  ///< DW_AT_abstract_origin
+  RawValue specification{};
+  RawValue linkageName{};
+  RawValue name{};
+  RawValue callFile{};
+  RawValue callLine{};
+};
+
+/// A unit whose entries are read.
+struct UnitEntries {
+  llvm::DWARFUnit* unit = nullptr;
+  std::shared_ptr<const AbbreviationTable> abbreviations;
+
+  /// The section's bytes up to the unit's end: offsets count in the section.
+  [[nodiscard]] std::string_view Bytes() const;
+  /// Where the first entry is.
+  [[nodiscard]] std::uint64_t FirstEntry() const {
+    return unit->getOffset() + unit->getHeaderSize();
+  }
+
+  /// Reads the attributes of a function's entry from `cursor`, which stands behind its code.
+  [[nodiscard]] FunctionEntry ReadFunction(const Abbreviation& abbreviation, std::uint64_t offset,
+                                           ByteCursor& cursor) const;
+  /// The value of DW_AT_sibling as an offset of the section, the cursor as above; 0 without one.
+  [[nodiscard]] std::uint64_t ReadSibling(const Abbreviation& abbreviation,
+                                          ByteCursor& cursor) const;
+
+  /// The text that a value stands for; empty where it is none or cannot be read.
+  [[nodiscard]] llvm::StringRef TextOf(const RawValue& value) const;
+  /// An address, a constant; nothing where the value is none or cannot be read.
+  [[nodiscard]] std::optional<std::uint64_t> AddressOf(const RawValue& value) const;
+  [[nodiscard]] static std::optional<std::uint64_t> ConstantOf(const RawValue& value);
+};
+
+/// All units of one section of debug information, and the tables of abbreviations that several of
+/// them use. Any thread may ask.
+class UnitDirectory {
+ public:
+  UnitDirectory(llvm::DWARFContext& context, llvm::StringRef abbreviations);
+
+  [[nodiscard]] const std::vector<llvm::DWARFUnit*>& Units() const { return units_; }
+
+  /// The unit to be walked: its table is kept only where others use it too.
+  [[nodiscard]] UnitEntries Open(llvm::DWARFUnit& unit);
+  /// The unit around `offset`; none where there is none. Its table is kept.
+  [[nodiscard]] UnitEntries OpenAround(std::uint64_t offset);
+
+ private:
+  using Key = std::tuple<std::uint64_t, std::uint16_t, std::uint8_t, llvm::dwarf::DwarfFormat>;
+
+  [[nodiscard]] std::shared_ptr<const AbbreviationTable> Read(const llvm::DWARFUnit& unit) const;
+  [[nodiscard]] std::shared_ptr<const AbbreviationTable> Share(const llvm::DWARFUnit& unit);
+
+  llvm::StringRef section_;
+  std::vector<llvm::DWARFUnit*> units_;  ///< ascending by offset
+  std::map<Key, unsigned> users_;
+  std::mutex mutex_;
+  std::map<Key, std::shared_ptr<const AbbreviationTable>> shared_;
+};
+
+/// Finds functions' names, which stand in the entry itself or in those that it refers to: in
+/// another place of the unit, in another unit.
+class NameFinder {
+ public:
+  explicit NameFinder(UnitDirectory& directory) : directory_(directory) {}
+
+  /// The linkage name, or without one the plain name; empty where there is none.
+  [[nodiscard]] llvm::StringRef NameOf(const UnitEntries& unit, const FunctionEntry& entry);
+
+ private:
+  struct Place {
+    UnitEntries unit;
+    FunctionEntry entry;
+  };
+  [[nodiscard]] std::optional<Place> Follow(const UnitEntries& unit, const RawValue& reference);
+
+  UnitDirectory& directory_;
+};
+
+}  // namespace tarvo::symbolreader

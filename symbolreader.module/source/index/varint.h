@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+/// The numbers of the index format.
+namespace tarvo::symbolreader {
+
+inline void AppendVarint(std::string& bytes, std::uint64_t number) {
+  for (; number >= 0x80; number >>= 7) bytes += static_cast<char>(number | 0x80);
+  bytes += static_cast<char>(number);
+}
+
+inline void AppendSignedVarint(std::string& bytes, std::int64_t number) {
+  const auto bits = static_cast<std::uint64_t>(number);
+  AppendVarint(bytes, (bits << 1) ^ static_cast<std::uint64_t>(number >> 63));
+}
+
+/// Reads numbers one after the other; behind the end all are 0.
+class VarintReader {
+ public:
+  explicit VarintReader(std::span<const std::uint8_t> bytes)
+      : at_(bytes.data()), end_(bytes.data() + bytes.size()) {}
+
+  std::uint64_t Read() {
+    std::uint64_t number = 0;
+    for (unsigned shift = 0; at_ != end_ && shift < 64; shift += 7) {
+      const std::uint8_t byte = *at_++;
+      number |= std::uint64_t{byte & 0x7FU} << shift;
+      if (byte < 0x80) break;
+    }
+    return number;
+  }
+
+  std::int64_t ReadSigned() {
+    const std::uint64_t bits = Read();
+    return static_cast<std::int64_t>((bits >> 1) ^ (0 - (bits & 1)));
+  }
+
+ private:
+  const std::uint8_t* at_;
+  const std::uint8_t* end_;
+};
+
+}  // namespace tarvo::symbolreader
