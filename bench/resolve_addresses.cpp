@@ -1,15 +1,16 @@
 // Resolves addresses as a module's crash log would be: `resolve_addresses BUNDLE ARCHITECTURE`
-// reads hexadecimal offsets from standard input, one a line, and answers each with two lines,
-// function and file:line, and an empty one. Entries may be given as "--g_NAME=VALUE". bench/symbols
-// measures it.
+// reads hexadecimal offsets from standard input, one a line, and answers each with two lines for
+// each function there, innermost first, its name and file:line, and an empty line. Entries may be
+// given as "--g_NAME=VALUE". bench/symbols measures it.
 
 #include <charconv>
 #include <cstdio>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "tarvo/host/host.h"
-#include "tarvo/symbolification.h"
+#include "tarvo/inline_symbolification.h"
 
 namespace {
 
@@ -27,8 +28,8 @@ std::string_view Shown(const String& text) {
   return text.IsEmpty() ? std::string_view("??") : text.View();
 }
 
-tarvo::Result<std::string> Answer(tarvo::Symbolification& symbols, const tarvo::Url& bundle,
-                                  const String& architecture, std::string_view input) {
+tarvo::Result<std::string> Answer(tarvo::InlineSymbolification& symbols,
+                                  const tarvo::SymbolFileRequest& request, std::string_view input) {
   std::string output;
   while (!input.empty()) {
     const std::string_view text = input.substr(0, input.find('\n'));
@@ -37,17 +38,17 @@ tarvo::Result<std::string> Answer(tarvo::Symbolification& symbols, const tarvo::
     const std::size_t prefix = text.starts_with("0x") ? 2 : 0;
     std::from_chars(text.data() + prefix, text.data() + text.size(), offset, 16);
     // Before every address, as the crash log does it.
-    if (auto loaded = symbols.Load(bundle, architecture); !loaded) return loaded.GetError();
-    String file;
-    String function;
-    std::int64_t line = 0;
-    (void)static_cast<bool>(symbols.Resolve(offset, file, line, function));
-    output += Shown(function);
+    if (auto loaded = symbols.Load(request); !loaded) return loaded.GetError();
+    const auto chain = symbols.Resolve(offset);
+    for (const auto& frame : chain ? chain->frames : std::vector<tarvo::SourceFrame>(1)) {
+      output += Shown(frame.function);
+      output += '\n';
+      output += Shown(frame.sourceFile);
+      output += ':';
+      output += std::to_string(frame.line);
+      output += '\n';
+    }
     output += '\n';
-    output += Shown(file);
-    output += ':';
-    output += std::to_string(line);
-    output += "\n\n";
   }
   return output;
 }
@@ -68,9 +69,11 @@ int main(int argc, char** argv) {
   const auto host =
       tarvo::Host::Start({.arguments = std::move(entries), .modules = {SYMBOLREADER_MODULE}});
   if (!host) return Fail(host.GetError());
-  const auto symbols = tarvo::Bind<tarvo::Symbolification>((*host)->Services());
+  const auto symbols = tarvo::Bind<tarvo::InlineSymbolification>((*host)->Services());
   if (!symbols) return Fail(symbols.GetError());
-  const auto output = Answer(**symbols, tarvo::Url::FromSystemPath(argv[1]), argv[2], ReadInput());
+  const auto output =
+      Answer(**symbols, {.file = tarvo::Url::FromSystemPath(argv[1]), .architecture = argv[2]},
+             ReadInput());
   if (!output) return Fail(output.GetError());
   std::fwrite(output->data(), 1, output->size(), stdout);
   return 0;

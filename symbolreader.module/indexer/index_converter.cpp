@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "files/debug_file_contents.h"
+#include "indexer/debug_sections.h"
 #include "indexer/in_parallel.h"
 #include "indexer/index_writer.h"
 #include "indexer/unit_converter.h"
@@ -36,27 +37,32 @@ void ExtractFirstEntries(const UnitDirectory& directory) {
   for (llvm::DWARFUnit* unit : directory.Units()) (void)unit->getUnitDIE();
 }
 
+llvm::StringRef BytesOf(const llvm::DWARFUnit& unit) {
+  return unit.getInfoSection().Data.slice(unit.getOffset(), unit.getNextUnitOffset());
+}
+
 }  // namespace
 
 Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
                             const std::string& output, unsigned threads) {
   const llvm::object::ObjectFile& object = *file.Inside().object;
-  const auto ignore = [](llvm::Error error) { llvm::consumeError(std::move(error)); };
   if (!object.isLittleEndian())
     return Error::IllegalState(kSource.Here(), "There is no index for a big-endian file.");
   IndexWriter writer;
   if (auto created = writer.Create(output); !created) return created;
-  const auto context = llvm::DWARFContext::create(
-      object, llvm::DWARFContext::ProcessDebugRelocations::Ignore, nullptr, "", ignore, ignore);
-  UnitDirectory directory(*context, context->getDWARFObj().getAbbrevSection());
+  const auto sections = DebugSections::Read(object, threads);
+  if (!sections) return sections.GetError();
+  llvm::DWARFContext& context = sections->Context();
+  UnitDirectory directory(context, context.getDWARFObj().getAbbrevSection());
   ExtractFirstEntries(directory);
   const auto symbols = ReadSymbols(object);
-  const auto shares = ShareOut(DivideText(*context, ReadTextSections(object)));
+  const auto shares = ShareOut(DivideText(context, ReadTextSections(object)));
   InParallel(threads, shares.size(), [&](std::size_t i) {
     UnitConverter converter(symbols);
     llvm::DWARFUnit* unit = shares[i].unit;
     writer.Add(i, unit == nullptr ? converter.Convert(shares[i].runs)
-                                  : converter.Convert(*context, directory, *unit, shares[i].runs));
+                                  : converter.Convert(context, directory, *unit, shares[i].runs));
+    if (unit != nullptr) sections->LetGo(BytesOf(*unit));
   });
   return writer.Finish(key, threads);
 }

@@ -104,8 +104,7 @@ std::uint32_t UnitConverter::NameOf(const FunctionScope& scope) {
   ByteCursor cursor(entries_->Bytes(), scope.offset);
   const Abbreviation* abbreviation = entries_->abbreviations->Find(cursor.ReadLeb());
   const FunctionEntry entry = entries_->ReadFunction(*abbreviation, scope.offset, cursor);
-  const bool isShared = entry.origin && !entry.linkageName && !entry.name &&
-                        !entry.specification &&
+  const bool isShared = entry.origin && !entry.linkageName && !entry.name && !entry.specification &&
                         entry.origin.number < entries_->unit->getInfoSection().Data.size();
   if (!isShared) return part_.NumberName(names_->NameOf(*entries_, entry));
   // Offsets of the unit and of the section do not meet: the form is the same for one place mostly,

@@ -70,6 +70,19 @@ const std::vector<Recipe> kRecipes = {
      "ld.lld -m i386pep -e _Z5StartiPPc --subsystem console -o main.exe g.o"},
 };
 
+const Recipe kManyUnits = {
+    "ElfManyUnits",
+    "all",
+    "x86_64",
+    "all",
+    true,
+    0,
+    "for i in $(seq 40); do { cat $SAMPLE; echo \"int Own$i(int x) { return Plain(x) + $i; }\"; } "
+    "| "
+    "sed \"s/main/Main$i/; s/Plain/Plain$i/; s/namespace shapes/namespace shapes$i/; "
+    "s/shapes::/shapes$i::/g\" > unit$i.cpp; done; echo 'int main() {}' > last.cpp && "
+    "clang++ -O2 -gdwarf-5 -fPIC -c unit*.cpp last.cpp && clang++ -o all *.o"};
+
 const Recipe& RecipeNamed(std::string_view name) {
   return *std::ranges::find(kRecipes, name, &Recipe::name);
 }

@@ -43,6 +43,8 @@ struct Recipe {
 };
 
 extern const std::vector<Recipe> kRecipes;
+/// A program of 40 units.
+extern const Recipe kManyUnits;
 const Recipe& RecipeNamed(std::string_view name);
 
 /// The directory in which the recipe was carried out, once for all tests. Empty when it could not

@@ -35,7 +35,7 @@ TEST_P(Formats, AnswerLikeTheSymbolizer) {
   EXPECT_EQ(Answers(scratch / "indices", GetParam(), expected), expected) << "index found";
   const auto indices = ListDirectory(scratch / "indices");
   EXPECT_EQ(indices.size(), GetParam().isIndexed ? 1U : 0U);
-  for (const std::string& name : indices) EXPECT_TRUE(name.ends_with(".gsym")) << name;
+  for (const std::string& name : indices) EXPECT_TRUE(name.ends_with(".index")) << name;
   // An index cannot be kept below a file.
   WriteFile(scratch / "file", "");
   EXPECT_EQ(Answers(scratch / "file/below", GetParam(), expected), expected) << "no index";
@@ -45,11 +45,14 @@ TEST_P(Formats, KnowInlinedFunctionsTemplatesAndLocalClasses) {
   TARVO_MAKE_OR_SKIP(directory, GetParam());
   const TemporaryDirectory scratch;
   std::set<std::pair<std::string, std::int64_t>> found;
+  std::ptrdiff_t longest = 0;
   for (const auto& [address, answer] :
        Answers(scratch / "indices", GetParam(), SymbolizerAnswers(directory, GetParam().file))) {
     if (answer.file.ends_with("sample.cpp"))
       found.emplace(answer.function.substr(0, answer.function.find('(')), answer.line);
+    longest = std::max<std::ptrdiff_t>(longest, std::ranges::count(answer.callers, '<'));
   }
+  EXPECT_GE(longest, 4) << "Twice < Thrice < operator() < Each < Deep";
   const bool isPdb = GetParam().name == "PePdb";
   for (const auto& [function, mark] :
        std::map<std::string, std::string>{{isPdb ? "Twice" : "shapes::Twice", "inlined"},

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
 
 #include "debug_files.h"
 #include "index/index_format.h"
@@ -40,7 +41,7 @@ TEST_F(Index, IsMadeOnceAndNamedAfterTheBuildId) {
   EXPECT_EQ(Resolve(), addresses_);
   const auto files = ListDirectory(indices_);
   ASSERT_EQ(files.size(), 1U);
-  EXPECT_TRUE(files[0].ends_with("-x86_64-v" + std::to_string(kIndexVersion) + ".gsym"));
+  EXPECT_TRUE(files[0].ends_with("-x86_64-v" + std::to_string(kIndexVersion) + ".index"));
   EXPECT_EQ(files[0].find('-'), 40U) << "a build id has 20 bytes";
   EXPECT_EQ(fs::status(indices_).permissions(), fs::perms::owner_all);
   const auto time = fs::last_write_time(IndexFile());
@@ -63,11 +64,27 @@ TEST_F(Index, IsRebuiltWhenItIsDamaged) {
   }
   for (const std::string& bytes : damaged) {
     WriteFile(file, bytes);
-    WriteFile(file.string().replace(file.string().find(".gsym"), 5, ".1-0.tmp"), "left behind");
+    WriteFile(file.string().replace(file.string().find(".index"), 6, ".1-0.tmp"), "left behind");
     EXPECT_EQ(Resolve(), addresses_);
     EXPECT_EQ(ReadFile(file).size(), whole.size());
     EXPECT_EQ(ListDirectory(indices_).size(), 1U);
   }
+}
+
+// Many units, so that threads that are done in another order each time have something to disorder.
+TEST(IndexBytes, AreTheSameEveryTime) {
+  const Recipe& recipe = kManyUnits;
+  TARVO_MAKE_OR_SKIP(directory, recipe);
+  const std::map<std::uint64_t, Answer> addresses = {{0x1000, {}}};
+  std::set<std::string> contents;
+  for (int round = 0; round < 12; ++round) {
+    const TemporaryDirectory scratch;
+    (void)Answers(scratch / "indices", recipe, addresses);
+    contents.insert(
+        ReadFile(scratch / "indices" / ListDirectory(scratch / "indices").front().c_str()));
+  }
+  EXPECT_EQ(contents.size(), 1U);
+  EXPECT_GT(contents.begin()->size(), 10'000U);
 }
 
 TEST_F(Index, UnderAnothersNameIsNotBelieved) {
@@ -123,7 +140,8 @@ TEST_F(Index, FailureIsRememberedUntilTheLimitsChange) {
   EXPECT_EQ(Resolve(), addresses_);
   EXPECT_EQ(errors_, "");
   files = ListDirectory(indices_);
-  EXPECT_TRUE(std::ranges::any_of(files, [](const auto& name) { return name.ends_with(".gsym"); }));
+  EXPECT_TRUE(
+      std::ranges::any_of(files, [](const auto& name) { return name.ends_with(".index"); }));
 }
 
 TEST_F(Index, MissingProgramIsNamed) {

@@ -8,7 +8,7 @@
 
 namespace tarvo::symbolreader {
 
-/// The directory of indices. A debug file's index is the file KEY.gsym, where KEY names its
+/// The directory of indices. A debug file's index is the file KEY.index, where KEY names its
 /// contents, its architecture and the version of the format. Beside it may be KEY.failed, which
 /// says why there is none, and for moments KEY.lock and temporary files. All may be deleted at any
 /// time.
@@ -18,7 +18,7 @@ class IndexStore {
       : directory_(std::move(directory)), key_(std::move(key)) {}
 
   [[nodiscard]] const std::string& Key() const { return key_; }
-  [[nodiscard]] std::string IndexPath() const { return directory_ + "/" + key_ + ".gsym"; }
+  [[nodiscard]] std::string IndexPath() const { return directory_ + "/" + key_ + ".index"; }
   /// A name for an index that is being made, other than every other one.
   [[nodiscard]] std::string TemporaryPath() const;
 

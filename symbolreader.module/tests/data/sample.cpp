@@ -12,6 +12,26 @@ struct Square {
   return value * 2 + value / 3;  // mark: inlined
 }
 
+[[gnu::always_inline]] inline int Thrice(int value) {
+  if (value < 0) return Twice(-value);  // mark: middle
+  return Twice(value) ^ value;
+}
+
+template <typename Work>
+[[gnu::always_inline]] inline int Each(int count, Work work) {
+  int sum = 0;
+  for (int i = 0; i < count; ++i) sum += work(i);
+  return sum;
+}
+
+[[gnu::noinline]] int Deep(int count) {
+  struct Step {
+    [[gnu::always_inline]] int operator()(int i) const { return Thrice(i + extra); }
+    int extra;
+  };
+  return Each(count, [&](int i) { return Step{count}(i); });  // mark: deep
+}
+
 [[gnu::noinline]] int Square::Area() const {
   return Twice(side) * side;  // mark: method
 }
@@ -43,5 +63,5 @@ extern "C" [[gnu::noinline]] int Plain(int value) {
 
 int main(int count, char**) {
   const shapes::Square square{count};
-  return square.Area() + shapes::Largest(count, 7) + shapes::Largest(2L, 3L) + Plain(count);
+  return square.Area() + shapes::Deep(count) + shapes::Largest(count, 7) + shapes::Largest(2L, 3L) + Plain(count);
 }
