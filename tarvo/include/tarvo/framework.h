@@ -25,7 +25,8 @@ namespace tarvo {
 // --- Output --------------------------------------------------------------------------------------
 
 /// Lines for people. Every call writes one whole line with one system call, also when several
-/// threads write. Diagnostic and critical lines go to standard error with the place they come from,
+/// threads write; line ends in the text, control characters and whatever else could steer a terminal
+/// stand as their bytes ("\x1b"), and a text of more than 64 KB is cut. Diagnostic and critical lines go to standard error with the place they come from,
 /// console lines to standard output.
 class OutputService {
  public:
@@ -83,6 +84,9 @@ class FileService {
   virtual Result<Ref<BrowseIterator>> Browse(const Url& directory) = 0;
   /// The whole content of a file, in one shared buffer.
   virtual Result<String> ReadText(const Url& file) = 0;
+  /// The first `size` bytes of a regular file, or all of a shorter one, to tell what it is. Nothing
+  /// is read of a pipe or a device, which could not be read again: an empty text.
+  virtual Result<String> ReadStart(const Url& file, std::size_t size) = 0;
   virtual Result<Ref<OutputFile>> Create(const Url& file) = 0;
 
  protected:

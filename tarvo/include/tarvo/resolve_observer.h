@@ -32,13 +32,23 @@ struct FrameReport {
   const Error* error = nullptr;  ///< why it was not resolved; null where `outcome` says it all
 };
 
-/// A component that is told what becomes of each frame. Nobody has to bring one.
+/// A component that has a say in how reports are read, and is told what becomes of each frame.
+/// Nobody has to bring one. All operations are called in the thread that resolves; several reports
+/// may be resolved at once, each in a thread of its own.
 class ResolveObserver : public Object {
  public:
   static constexpr std::string_view kInterfaceId = "net.tarvo.interface.resolveobserver";
 
-  /// Called in the thread that resolves, once for each frame, in the order of the report. Several
-  /// reports may be resolved at once, each in a thread of its own.
+  /// Asked before a report is read: whether what cannot be read of it is left out and noted under
+  /// "Damage" (tarvo/crash_report.h), so that the rest is resolved. Without that the first error
+  /// ends the reading.
+  [[nodiscard]] virtual bool Salvages() { return false; }
+
+  /// Called once a report is read, before its frames are resolved. What is changed in `crashLog` is
+  /// what is resolved and written.
+  virtual void ReportRead(DataDictionary& crashLog) { static_cast<void>(crashLog); }
+
+  /// Called once for each frame, in the order of the report.
   virtual void FrameDone(const FrameReport& report) = 0;
 
  protected:

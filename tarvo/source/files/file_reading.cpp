@@ -30,6 +30,12 @@ ssize_t Fill(int descriptor, char* to, std::size_t room) noexcept {
   return static_cast<ssize_t>(size);
 }
 
+Error TooLarge(const Url& file, std::size_t limit) {
+  return Error::File(
+      kFileReading.Here(),
+      Format("Could not @ \"@\": it holds more than @ bytes", kReadAction, file, limit), file);
+}
+
 /// Reads in one buffer that is larger than the file by what tells its end; where the file turns out
 /// to be larger than said, in ever larger ones.
 Result<String> ReadAll(int descriptor, const Url& file, std::size_t expected, std::size_t limit) {
@@ -47,9 +53,7 @@ Result<String> ReadAll(int descriptor, const Url& file, std::size_t expected, st
     if (content.Size() < room && content.Size() <= limit) return content;
     room *= 2;
   }
-  return Error::File(
-      kFileReading.Here(),
-      Format("Could not @ \"@\": it holds more than @ bytes", kReadAction, file, limit), file);
+  return TooLarge(file, limit);
 }
 
 }  // namespace
@@ -64,7 +68,29 @@ Result<String> ReadWholeFile(const Url& file, std::size_t limit) try {
     return FileError(kFileReading.Here(), kReadAction, file, errno);
   if (S_ISDIR(status.st_mode)) return FileError(kFileReading.Here(), kReadAction, file, EISDIR);
   const auto size = static_cast<std::size_t>(std::max<off_t>(status.st_size, 0));
-  return ReadAll(descriptor.Get(), file, std::min(size, limit), limit);
+  if (size > limit) return TooLarge(file, limit);
+  return ReadAll(descriptor.Get(), file, size, limit);
+} catch (const std::bad_alloc&) {
+  return Error::OutOfMemory(kFileReading.Here());
+}
+
+Result<String> ReadStartOfFile(const Url& file, std::size_t size) try {
+  const auto path = PathForSystem(kFileReading.Here(), kReadAction, file);
+  if (!path) return path.GetError();
+  struct stat status{};
+  if (stat(path->c_str(), &status) != 0)
+    return FileError(kFileReading.Here(), kReadAction, file, errno);
+  if (!S_ISREG(status.st_mode)) return String();
+  const FileDescriptor descriptor(
+      Uninterrupted([&] { return open(path->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+  if (!descriptor.IsOpen()) return FileError(kFileReading.Here(), kReadAction, file, errno);
+  ssize_t got = 0;
+  String start = String::Build(size, [&](char* to) {
+    got = Fill(descriptor.Get(), to, size);
+    return static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+  });
+  if (got < 0) return FileError(kFileReading.Here(), kReadAction, file, errno);
+  return start;
 } catch (const std::bad_alloc&) {
   return Error::OutOfMemory(kFileReading.Here());
 }

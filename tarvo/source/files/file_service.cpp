@@ -40,6 +40,10 @@ Result<Ref<BrowseIterator>> Files::Browse(const Url& directory) {
 
 Result<String> Files::ReadText(const Url& file) { return ReadWholeFile(file); }
 
+Result<String> Files::ReadStart(const Url& file, std::size_t size) {
+  return ReadStartOfFile(file, size);
+}
+
 Result<Ref<OutputFile>> Files::Create(const Url& file) { return CreateOutputFile(file); }
 
 }  // namespace tarvo

@@ -10,6 +10,7 @@ class Files final : public FileService {
   Result<void> CreateDirectory(const Url& url) override;
   Result<Ref<BrowseIterator>> Browse(const Url& directory) override;
   Result<String> ReadText(const Url& file) override;
+  Result<String> ReadStart(const Url& file, std::size_t size) override;
   Result<Ref<OutputFile>> Create(const Url& file) override;
 };
 

@@ -171,7 +171,7 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&BrowseIterator::Next)
         .Record(&OutputFile::Write, &OutputFile::Commit)
         .Record(&FileService::Detect, &FileService::CreateDirectory, &FileService::Browse,
-                &FileService::ReadText, &FileService::Create)
+                &FileService::ReadText, &FileService::ReadStart, &FileService::Create)
         .Record(&DataFormatService::WriteJson)
         .Record(&ReadArchive::Open, &ReadArchive::Extract)
         .Record(&ConfigurationService::QueryString)
@@ -229,7 +229,8 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&FrameReport::outcome, &FrameReport::error)
         .Reference<const DataDictionary>(offsetof(FrameReport, frame))
         .Reference<const String>(offsetof(FrameReport, build))
-        .Record(&ResolveObserver::FrameDone);
+        .Record(&ResolveObserver::Salvages, &ResolveObserver::ReportRead,
+                &ResolveObserver::FrameDone);
   }
 #pragma GCC diagnostic pop
 };
