@@ -43,7 +43,8 @@ std::string Text(const DataValue& value, const std::string& indentation = "\n") 
 template <typename Pairs>
 DataDictionary Texts(const Pairs& pairs, const std::string& prefix = {}) {
   DataDictionary texts;
-  for (const auto& [key, value] : pairs) texts.Set(key, tarvo::String(prefix + value));
+  for (const auto& [key, value] : pairs)
+    if (texts.Find(key) == nullptr) texts.Set(key, tarvo::String(prefix + value));
   return texts;
 }
 
@@ -52,8 +53,7 @@ DataDictionary Thread(const ReportThread& report) {
   for (const ReportFrame& frame : report.frames) {
     DataDictionary entry;
     if (!frame.text.starts_with('[')) entry.Set("ModuleName", tarvo::String(frame.text));
-    // A call through a null pointer leads to the address 0, which prints as no number does.
-    entry.Set("FunctionName", frame.address != 0 ? "(nil)" : "(nil) (SP: (nil), PC: (nil))");
+    entry.Set("FunctionName", "(nil)");
     frames.Append(entry);
   }
   DataDictionary thread;

@@ -19,7 +19,8 @@ int Fail(const tarvo::Error& error) {
 int main(int argc, char** argv) {
   const auto arguments = tarvo::TakeConfigurationArguments(argc, argv);
   if (argc < 3) return 2;
-  const auto host = tarvo::Host::Start({.arguments = arguments});
+  const auto host = tarvo::Host::Start(
+      {.arguments = arguments, .components = {tarvo::report::ReadingComponent()}});
   if (!host) return Fail(host.GetError());
   const tarvo::report::ResolveOptions options{.archives = tarvo::Url::FromSystemPath(argv[1]),
                                               .cache = tarvo::Url::FromSystemPath(argv[2])};

@@ -23,11 +23,13 @@ void Add(ModuleEntry& module, const KeyValue& line) {
 std::vector<ModuleEntry> ReadModuleEntries(std::span<const ReportLine> lines) {
   std::vector<ModuleEntry> modules;
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    const auto line = SplitKeyValue(lines[i].text);
+    const bool isName = lines[i].kind == LineKind::Module;
+    if (!isName && lines[i].kind != LineKind::ModuleValue) continue;
+    const auto line = SplitOwnEntry(lines[i].text, isName ? kOuterDepth : kInnerDepth);
     if (!line) continue;
-    if (lines[i].kind == LineKind::Module) {
+    if (isName) {
       modules.push_back({.nameLine = i, .lastLine = i, .name = line->value});
-    } else if (lines[i].kind == LineKind::ModuleValue && !modules.empty()) {
+    } else if (!modules.empty()) {
       modules.back().lastLine = i;
       Add(modules.back(), *line);
     }
@@ -35,18 +37,18 @@ std::vector<ModuleEntry> ReadModuleEntries(std::span<const ReportLine> lines) {
   return modules;
 }
 
-std::string_view ProgramName(std::span<const ModuleEntry> modules,
-                             std::span<const OwnFrame> frames) {
+AddressRange ProgramRange(std::span<const ModuleEntry> modules) {
   if (modules.empty() || !modules.front().base) return {};
-  const std::uint64_t base = *modules.front().base;
-  // The module that follows it in memory.
-  std::uint64_t next = UINT64_MAX;
+  AddressRange range{*modules.front().base, UINT64_MAX};
   for (const ModuleEntry& module : modules)
-    if (module.base && *module.base > base) next = std::min(next, *module.base);
+    if (module.base && *module.base > range.first) range.end = std::min(range.end, *module.base);
+  return range;
+}
+
+std::string_view ProgramName(const AddressRange& program, std::span<const OwnFrame> frames) {
   std::map<std::string_view, std::size_t> names;
   for (const OwnFrame& frame : frames)
-    if (!frame.module.empty() && frame.address >= base && frame.address < next)
-      ++names[frame.module];
+    if (!frame.module.empty() && program.Holds(frame.address)) ++names[frame.module];
   const auto most =
       std::ranges::max_element(names, {}, [](const auto& name) { return name.second; });
   return most == names.end() ? std::string_view() : most->first;

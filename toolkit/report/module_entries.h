@@ -24,9 +24,21 @@ struct ModuleEntry {
 
 [[nodiscard]] std::vector<ModuleEntry> ReadModuleEntries(std::span<const ReportLine> lines);
 
-/// The name that most frames have which lie in `modules`' first entry, the program; empty when none
-/// does.
-[[nodiscard]] std::string_view ProgramName(std::span<const ModuleEntry> modules,
+struct AddressRange {
+  std::uint64_t first = 0;
+  std::uint64_t end = 0;
+
+  [[nodiscard]] bool Holds(std::uint64_t address) const noexcept {
+    return address >= first && address < end;
+  }
+};
+
+/// Where `modules`' first entry lies, the program: up to the module that follows it in memory.
+/// Empty where that is not known.
+[[nodiscard]] AddressRange ProgramRange(std::span<const ModuleEntry> modules);
+
+/// The name that most frames have which lie in `program`; empty when none does.
+[[nodiscard]] std::string_view ProgramName(const AddressRange& program,
                                            std::span<const OwnFrame> frames);
 
 /// The build that all modules with a build share; empty when there are several, or none.

@@ -10,6 +10,7 @@
 
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
+#include "toolkit/report/reading.h"
 
 namespace tarvo::report {
 namespace {
@@ -73,6 +74,8 @@ Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy) {
   const Result<String> text = framework_.Files().ReadText(report);
   if (!text) return text.GetError();
   if (auto written = Write(Normalized(*text, options_.adjustment), copy); !written) return written;
+  Reading reading{.isOwn = IsOwnReport(*text)};
+  const ReadingScope scope(reading);
   if (auto resolved = handler_->ResolveBugReport(copy, options_.archives, options_.cache);
       !resolved)
     return resolved;

@@ -3,6 +3,7 @@
 #include <numeric>
 
 #include "tarvo/crash_report.h"
+#include "toolkit/report/reading.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -29,6 +30,7 @@ thread_local Tally* t_tally = nullptr;
 
 class FrameCounter final : public Counted<ResolveObserver> {
  public:
+  void ReportRead(DataDictionary& crashLog) override { report::CompleteReading(crashLog); }
   void FrameDone(const FrameReport& report) override {
     if (t_tally != nullptr) t_tally->Add(report);
   }

@@ -10,6 +10,7 @@
 #include "main/main.h"
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
+#include "tarvo/resolve_observer.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -52,6 +53,8 @@ Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirec
   if (!temporary) return temporary.GetError();
   Result<DataDictionary> parsed = CrashLog::ParseBugReport(crashLog);
   if (!parsed) return parsed.GetError();
+  const Result<Ref<ResolveObserver>> observer = Bind<ResolveObserver>(*g_tarvo.framework);
+  if (observer) (*observer)->ReportRead(*parsed);
   CrashLog log(*std::move(parsed));
   if (Result<void> resolved = log.Resolve(*archives, *temporary); !resolved) return resolved;
   return WriteOutcome(log.Data(), crashLog);

@@ -63,7 +63,9 @@
 /// "libscene.so:<tab>update + 0x1c (SP: 0x7ffc60, PC: 0x7f2a10011c)".
 ///
 /// Registers: read by tracing, four a line; zeros where they could not be read. A count of 4k + 3
-/// leaves the closing brace on the last line.
+/// leaves the closing brace on the last line. Two are named rip: the program counter, and behind
+/// "fop" the floating-point unit's, which is `kFloatingPointCounter` once a report is normalized.
+/// Of two equal names in one block readers keep the first.
 ///
 /// Variables: ThreadName by the capture, what the program has set for the thread
 /// (tarvo/host/thread_variables.h), and the facts of `variable` by capture and crash guard. An
@@ -92,6 +94,9 @@
 ///     LoadedModules      array of { ModuleName, BaseAddress, BaseSize, Build, …, IsExecutable }
 ///     Documents          array of { DocumentName, DocumentPath }, the opened scenes
 ///     CriticalLog        array of texts
+///
+///     Damage             array of { Line, Expected }, what could not be read; only in documents of
+///                        a reading that goes on behind what it cannot read
 ///
 /// A key is there only when the report carried it. Addresses, sizes and numbers of threads and
 /// lines are numbers of 64 bits, IsExecutable is a truth value, everything else is text as written.
@@ -180,6 +185,17 @@ inline constexpr std::string_view kNull = "(nil)";
 /// In front of the digits of an address and of a register's value.
 inline constexpr std::string_view kHexadecimal = "0x";
 
+/// What the second register of the name rip is called once an own report is normalized.
+inline constexpr std::string_view kProgramCounterRegister = "rip";
+inline constexpr std::string_view kFloatingPointCounter = "fpu_rip";
+
+/// In front of a name or value of an own report that no line of a report could carry as it is (a
+/// program named ".prog", a value with blanks in front), once the report is normalized: behind it
+/// ASCII letters and digits stand for themselves, every other byte as "_" and two lower-case
+/// hexadecimal digits, so ".prog" is "Spelled__2eprog". A text that begins so itself is spelled
+/// too.
+inline constexpr std::string_view kSpelled = "Spelled_";
+
 /// The register whose value is the Thread of the exception: on x86-64 pthread_self() is fs_base
 /// (glibc 2.36, sysdeps/x86_64/nptl/tls.h, THREAD_SELF).
 inline constexpr std::string_view kThreadRegister = "fs_base";
@@ -192,6 +208,8 @@ inline constexpr std::string_view kProgramCounter = " PC: ";
 // The same where an address is known.
 inline constexpr std::string_view kStackPointerDigits = " (SP: 0x";
 inline constexpr std::string_view kProgramCounterDigits = " PC: 0x";
+// And where it is that of a null pointer's frame.
+inline constexpr std::string_view kNullStackPointer = " (SP: (nil),";
 }  // namespace frame
 
 // --- Variables -----------------------------------------------------------------------------------
@@ -261,6 +279,10 @@ inline constexpr std::string_view kDocuments = "Documents";
 inline constexpr std::string_view kDocumentName = "DocumentName";
 inline constexpr std::string_view kDocumentPath = "DocumentPath";
 inline constexpr std::string_view kCriticalLog = "CriticalLog";
+
+inline constexpr std::string_view kDamage = "Damage";
+inline constexpr std::string_view kDamageLine = "Line";          ///< from 1
+inline constexpr std::string_view kDamageExpected = "Expected";  ///< and what was found
 }  // namespace property
 
 }  // namespace tarvo::crash_report

@@ -80,6 +80,13 @@ ModuleAndFunction SplitHead(TokenKind first, std::size_t firstSize, std::string_
   }
 }
 
+/// Where the stack pointer stands behind the module and the function, if it does. The capture
+/// prints the null pointer's frame with "(nil)".
+std::size_t FindStackPointer(std::string_view line, std::size_t from) noexcept {
+  const std::size_t at = line.find(frame::kStackPointerDigits, from);
+  return at != std::string_view::npos ? at : line.find(frame::kNullStackPointer, from);
+}
+
 std::optional<std::uint64_t> FindAddress(std::string_view tail) noexcept {
   const std::size_t at = tail.find(frame::kProgramCounterDigits);
   if (at == std::string_view::npos) return std::nullopt;
@@ -90,7 +97,7 @@ std::optional<std::uint64_t> FindAddress(std::string_view tail) noexcept {
 /// `first` and `firstSize` are the kind and size of the token that starts the line.
 DataDictionary ParseLine(std::string_view line, TokenKind first, std::size_t firstSize,
                          const Tokenizer& tokens) {
-  const std::size_t stackPointer = line.find(frame::kStackPointerDigits, firstSize);
+  const std::size_t stackPointer = FindStackPointer(line, firstSize);
   const bool hasStackPointer = stackPointer != std::string_view::npos;
   auto [module, function] =
       SplitHead(first, firstSize, line.substr(0, stackPointer), hasStackPointer);

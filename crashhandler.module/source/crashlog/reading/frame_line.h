@@ -11,8 +11,8 @@ namespace tarvo::crashhandler {
 ///
 ///     module:\tfunction (SP: 0x7ffc60, PC: 0x401136)
 ///
-/// The module is everything before the first ":", the function what follows it up to " (SP: 0x" (or
-/// to the line's end), the address the hexadecimal number after " PC: 0x". What a line does not
+/// The module is everything before the first ":", the function what follows it up to " (SP: 0x" or,
+/// failing that, " (SP: (nil)," (or to the line's end), the address the hexadecimal number after " PC: 0x". What a line does not
 /// have, or what is no number of 64 bits, the frame does not have either; no line is an error.
 ///
 /// Lines that start otherwise than with a module's name:

@@ -59,7 +59,8 @@ Result<void> ReadRegisterLine(Tokenizer& tokens, DataDictionary& registers) {
     if (!line.CutName(name)) return ErrorInLine("ParseRegisters found an erro in line @", tokens);
     String key = word.empty() ? tokens.Share(name) : Join(tokens, word, name);
     word = {};
-    registers.Set(std::move(key), tokens.Share(line.CutValue()));
+    const std::string_view value = line.CutValue();
+    if (registers.Find(key) == nullptr) registers.Set(std::move(key), tokens.Share(value));
   } while (!line.Left().empty() && !line.IsAtClosingBrace());
   if (!line.Left().empty()) tokens.Return(line.Left());
   return {};

@@ -24,8 +24,9 @@ Result<DataArray> ParseThreads(Tokenizer& tokens);
 /// as much as `previous` has, the thread before it: threads of one report are alike.
 Result<DataDictionary> ParseCallstack(Tokenizer& tokens, const DataDictionary& previous);
 /// A thread's "Registers": lines of pairs "name: value" or "name=value", separated by blanks. A "}"
-/// that is all that remains of a line closes the block. Memory is prepared for `expected`
-/// registers.
+/// that is all that remains of a line closes the block. Of two registers with one name the first
+/// counts: the capture writes rip twice, at first the program counter. Memory is prepared for
+/// `expected` registers.
 Result<DataDictionary> ParseRegisters(Tokenizer& tokens, std::size_t expected);
 
 /// "Loaded_Modules"; the first module is marked as the executable.

@@ -6,8 +6,9 @@
 ///     #include "tarvo/host/host.h"
 ///     #include "tarvo/report/resolve.h"
 ///
+///     auto host = tarvo::Host::Start({.components = {tarvo::report::ReadingComponent()}});
 ///     const auto resolved = tarvo::report::Resolve(
-///         host->Services(), tarvo::Url::FromSystemPath("crash_bugreport.txt"),
+///         (*host)->Services(), tarvo::Url::FromSystemPath("crash_bugreport.txt"),
 ///         {.archives = tarvo::Url::FromSystemPath("archives"),
 ///          .cache = tarvo::Url::FromSystemPath("cache")});
 ///
@@ -15,6 +16,7 @@
 /// `target_link_libraries(program PRIVATE tarvo::report tarvo::host)`.
 
 #include "tarvo/framework.h"
+#include "tarvo/registration.h"
 #include "tarvo/report/normalize.h"
 #include "tarvo/result.h"
 #include "tarvo/url.h"
@@ -48,6 +50,11 @@ struct ResolveOptions {
 /// the copy is left.
 [[nodiscard]] Result<void> Resolve(Framework& framework, const Url& report,
                                    const ResolveOptions& options = {});
+
+/// The component that gives a reader's result its true names back: put it among
+/// HostOptions::components. Without it, or another ResolveObserver of the program's own, names that
+/// a report's line cannot carry stand in the documents as `tarvo normalize` spells them.
+[[nodiscard]] ComponentRecord ReadingComponent();
 
 /// The files that resolving `report` leaves beside it: the resolved crash log as JSON, which
 /// `tarvo show` prints, and the same as a report's text. Empty where `report` names no file.
