@@ -13,6 +13,7 @@
 
 #include "command/subcommand.h"
 #include "tarvo/crash_report.h"
+#include "toolkit/base/safe_text.h"
 #include "toolkit/exec/exec_target.h"
 #include "toolkit/exec/preload/environment.h"
 
@@ -60,7 +61,7 @@ struct Files {
 };
 
 int Refuse(const std::string& text, int status = kNotStarted) {
-  std::fprintf(stderr, "tarvo: %s.\n", text.c_str());
+  std::fprintf(stderr, "tarvo: %s.\n", toolkit::SafeText(text).c_str());
   return status;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "tarvo/format.h"
+#include "toolkit/base/safe_text.h"
 
 namespace tarvo::command {
 
@@ -13,7 +14,7 @@ int WithHost(const Context& context, const std::function<int(Host&)>& work) {
 
 int Fail(const Error& error, int status) {
   // Whole lines, also beside output of the modules.
-  std::fputs(Format("tarvo: @\n", error).ToStdString().c_str(), stderr);
+  std::fputs(("tarvo: " + toolkit::SafeText(Format("@", error)) + "\n").c_str(), stderr);
   return status;
 }
 

@@ -35,6 +35,26 @@ TEST(Output, WritesEachKindToItsStream) {
             "tests/output:4294967295: five\ntests/output:0: \n");
 }
 
+TEST(Output, LetsNothingSteerTheTerminal) {
+  const std::string hostile =
+      "\x1b]0;pwned\x07\x1b[2J\na\xC2\x9B"
+      "b\xE2\x80\xAE";
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  Output output;
+  output.Console(kWhere, hostile);
+  output.Console(kWhere, std::string(10'000'000, 'x'));
+  output.Diagnostic(kWhere, hostile);
+  output.Critical(kWhere, hostile + "\n");
+  WriteCrashDiagnostic("p", 1, hostile.c_str());
+  const std::string start = R"(\x1b]0;pwned\x07\x1b[2J\x0aa)";
+  const std::string safe = start + R"(\xc2\x9bb\xe2\x80\xae)" + "\n";
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), safe + std::string(65536, 'x') + "…\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "tests/output:7: " + safe + "tests/output:7: critical: " + safe + "p:1: " + start +
+                "\xC2\\x9bb\xE2\x80\xAE\n");
+}
+
 TEST(Output, CutsACrashDiagnosticButKeepsItsLineEnd) {
   testing::internal::CaptureStderr();
   WriteCrashDiagnostic("p", 1, std::string(5000, 'x').c_str());

@@ -14,6 +14,25 @@ namespace {
 /// The line end always fits.
 using Line = TextBuffer<kMaximumCrashDiagnostic>;
 
+/// Control characters as their bytes, without the C library: C0, DEL, and C1 in UTF-8. They come
+/// from names of files.
+void AppendSafe(Line& line, const char* text) {
+  constexpr const char* kDigits = "0123456789abcdef";
+  bool followsC2 = false;
+  for (; *text != '\0'; ++text) {
+    const auto byte = static_cast<unsigned char>(*text);
+    const bool isC1 = followsC2 && byte >= 0x80 && byte < 0xa0;
+    followsC2 = byte == 0xc2;
+    if (byte >= 0x20 && byte != 0x7f && !isC1) {
+      line.Append(*text);
+      continue;
+    }
+    line.Append("\\x");
+    line.Append(kDigits[byte >> 4]);
+    line.Append(kDigits[byte & 15]);
+  }
+}
+
 void Write(Line& line) {
   char bytes[kMaximumCrashDiagnostic];
   std::memcpy(bytes, line.Text(), line.Size());
@@ -27,11 +46,11 @@ void Write(Line& line) {
 void WriteCrashDiagnostic(const char* path, std::uint32_t line, const char* text) {
   const int saved = errno;
   Line whole;
-  whole.Append(path == nullptr ? "" : path);
+  AppendSafe(whole, path == nullptr ? "" : path);
   whole.Append(':');
   whole.AppendDecimal(line);
   whole.Append(": ");
-  whole.Append(text == nullptr ? "" : text);
+  AppendSafe(whole, text == nullptr ? "" : text);
   Write(whole);
   errno = saved;
 }

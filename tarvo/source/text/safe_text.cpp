@@ -1,9 +1,9 @@
-#include "toolkit/base/safe_text.h"
+#include "text/safe_text.h"
 
 #include <algorithm>
 #include <array>
 
-namespace tarvo::toolkit {
+namespace tarvo {
 namespace {
 
 struct Range {
@@ -117,4 +117,4 @@ std::string Shortened(std::string_view text, std::size_t width, bool keepEnd) {
   return keepEnd ? "…" + std::string(text.substr(i)) : std::string(text.substr(0, i)) + "…";
 }
 
-}  // namespace tarvo::toolkit
+}  // namespace tarvo

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarvo::toolkit {
+namespace tarvo {
 
 /// `text` as it may go to a terminal: whatever could steer one, make more lines of one, or turn
 /// the order of what is read around stands as its bytes, each "\xNN". These are the control
@@ -25,4 +25,4 @@ namespace tarvo::toolkit {
 /// end.
 [[nodiscard]] std::string Shortened(std::string_view text, std::size_t width, bool keepEnd = false);
 
-}  // namespace tarvo::toolkit
+}  // namespace tarvo
