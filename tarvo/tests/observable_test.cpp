@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace tarvo {
@@ -55,6 +56,17 @@ TEST(Observable, ObserversMayAddAndRemoveDuringANotification) {
   EXPECT_TRUE(observable->Notify(1));
   EXPECT_TRUE(observable->Notify(1));
   EXPECT_EQ(seen, "xy");
+}
+
+TEST(Observable, ContainsWhatAnObserverThrows) {
+  const auto observable = MakeObservable();
+  ASSERT_TRUE(observable->Initialise("Watched"));
+  const auto id = observable->Add(
+      [](const DataValue&) -> Result<void> { throw std::runtime_error("no \033 way"); });
+  EXPECT_EQ(observable->Notify(1).GetError().Message(), "An observer threw: no \033 way");
+  observable->Remove(*id);
+  ASSERT_TRUE(observable->Add([](const DataValue&) -> Result<void> { throw 1; }));
+  EXPECT_EQ(observable->Notify(1).GetError().Message(), "An observer threw what is no exception.");
 }
 
 TEST(Observable, RefusesObserversOutsideItsLife) {

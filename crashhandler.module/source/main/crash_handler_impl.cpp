@@ -9,6 +9,12 @@
 namespace tarvo::crashhandler {
 namespace {
 
+/// What a handler answers that is held past the module's end, when the framework is gone.
+Result<void> CheckInitialised(SourceLocation where) {
+  if (g_moduleState.isInitialised) return {};
+  return Error::IllegalState(where, "The crash handler's module is not initialised.");
+}
+
 class CrashHandlerImpl final : public Counted<CrashHandler> {
  public:
   bool SetCallback(CrashCallback callback) override {
@@ -24,6 +30,7 @@ class CrashHandlerImpl final : public Counted<CrashHandler> {
   }
 
   Result<void> SetCrashDataDirectory(const Url& dataDirectory) override {
+    if (Result<void> usable = CheckInitialised(kMainSource.Here()); !usable) return usable;
     if (dataDirectory.IsEmpty())
       return Error::IllegalArgument(kMainSource.Here(), "dataDirectory is empty.");
     FileService& files = g_tarvo.framework->Files();
@@ -36,16 +43,18 @@ class CrashHandlerImpl final : public Counted<CrashHandler> {
   }
 
   void DisplayCrashDialog(const String& title, const String& message) override {
-    DisplayCrashHandlerDialog(title, message);
+    if (g_moduleState.isInitialised) DisplayCrashHandlerDialog(title, message);
   }
 
   Result<void> GetProcessModules(std::vector<LoadedModule>& modules) override {
+    if (Result<void> usable = CheckInitialised(kMainSource.Here()); !usable) return usable;
     if (!EnumerateProcessModules(modules)) return Error::OutOfMemory(kMainSource.Here());
     return {};
   }
 
   Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirectory,
                                 const Url& symbolTemporaryDirectory) override {
+    if (Result<void> usable = CheckInitialised(kMainSource.Here()); !usable) return usable;
     return crashhandler::ResolveBugReport(crashLog, symbolArchiveDirectory,
                                           symbolTemporaryDirectory);
   }

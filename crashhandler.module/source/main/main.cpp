@@ -30,11 +30,14 @@ Result<void> StoreText(std::string_view what, std::string_view text, std::span<c
   return {};
 }
 
+/// A line's end in it would end the report's line, and what follows would be read as another one.
 Result<void> StoreBuildIdentifier() {
+  constexpr std::string_view kWhat = "build identifier g_UnitTests_Id";
   const Result<String> configured =
       g_tarvo.framework->Configuration().QueryString("g_UnitTests_Id");
-  return StoreText("build identifier g_UnitTests_Id",
-                   configured ? configured->View() : "UNKNOWNBUILDID", buildText);
+  if (configured && configured->View().find_first_of("\r\n") != std::string_view::npos)
+    return Error::Conversion(kMainSource.Here(), Format("The @ holds a line end.", kWhat));
+  return StoreText(kWhat, configured ? configured->View() : "UNKNOWNBUILDID", buildText);
 }
 
 Result<void> StoreReportDestination() {
@@ -58,6 +61,8 @@ void InstallCapture() {
   g_moduleState.captureInstalled = PrepareReportStream() && InstallCrashHandler() != 0;
   if (g_moduleState.captureInstalled) {
     SetCrashReportCallback(WriteCrashReport);
+    // Of an earlier host of this process.
+    SetAfterReportCallback(nullptr);
   } else {
     g_tarvo.framework->Output().Critical(kMainSource.Here(), "InitCrashHandler failed");
   }
@@ -91,10 +96,13 @@ Result<void> InitialiseModule() {
   if (Result<void> stored = StoreBuildIdentifier(); !stored) return stored;
   if (Result<void> stored = StoreReportDestination(); !stored) return stored;
   InstallCapture();
-  return CreateObservable();
+  if (Result<void> created = CreateObservable(); !created) return created;
+  g_moduleState.isInitialised = true;
+  return {};
 }
 
 void FreeModule() {
+  g_moduleState.isInitialised = false;
   if (g_moduleState.crashDataDirectory) {
     g_moduleState.crashDataDirectory->Deactivate();
     g_moduleState.crashDataDirectory = nullptr;

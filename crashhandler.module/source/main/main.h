@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "tarvo/observable.h"
 #include "tarvo/registration.h"
 #include "tarvo/source_location.h"
@@ -11,6 +13,8 @@ inline constexpr SourceFile kMainSource{"crashhandler.module/source/main"};
 /// What the module holds between its initialisation and its free step. Changed only by these two,
 /// in the host's thread.
 struct ModuleState {
+  /// Looked at by the service first, from any thread: a handler may be held past the module's end.
+  std::atomic<bool> isInitialised = false;
   bool captureInstalled = false;
   Ref<Observable> crashDataDirectory;
 };

@@ -3,11 +3,15 @@
 #include <gtest/gtest.h>
 #include <link.h>
 #include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tarvo/crashhandler.h"
@@ -90,13 +94,36 @@ TEST_F(Service, CrashDataDirectoryReachesObserversOrSaysWhyNot) {
   EXPECT_EQ(impossible.GetError().ClassId(), Error::kFile);
 }
 
-TEST_F(Service, ObservableIsGoneAfterTheFreeStep) {
+// A program may hold the handler and the observable longer than its host.
+TEST_F(Service, NothingOutlivesTheHost) {
   const Ref<Observable> observable = handler_->ObservableCrashDataDirectory();
   EXPECT_EQ(observable->Name(), "ObservableCrashDataDirectory");
+  bool isTold = false;
+  const auto observer = [&](const DataValue&) -> Result<void> {
+    isTold = true;
+    return {};
+  };
+  ASSERT_TRUE(observable->Add(observer));
   host_.reset();
   EXPECT_FALSE(handler_->ObservableCrashDataDirectory());
   EXPECT_FALSE(handler_->SetCallback(nullptr));
   EXPECT_FALSE(handler_->SetSecondaryCallback(nullptr));
+  testing::internal::CaptureStderr();
+  handler_->DisplayCrashDialog("title", "message");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  std::vector<LoadedModule> modules;
+  const Url url = Url::FromSystemPath(directory_.string());
+  for (const Result<void>& result :
+       {handler_->SetCrashDataDirectory(url), handler_->GetProcessModules(modules),
+        handler_->ResolveBugReport(url, url, url)}) {
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.GetError().ClassId(), Error::kIllegalState);
+    EXPECT_EQ(result.GetError().Where().path, kMainSource);
+  }
+  EXPECT_TRUE(modules.empty());
+  EXPECT_EQ(observable->Add(observer).GetError().ClassId(), Error::kIllegalState);
+  EXPECT_TRUE(observable->Notify(1));
+  EXPECT_FALSE(isTold);
 }
 
 TEST_F(Service, ProcessModulesAreTheLoadersList) {
@@ -184,16 +211,70 @@ TEST(ModuleStart, RefusesWhatTheCrashPathCannotHold) {
     std::string_view text;
   };
   const std::string longest(1023, 'p');
-  for (const Case& test : {Case{"--g_crashReportUrl=" + longest, ""},
-                           Case{"--g_crashReportUrl=" + longest + "p", "at most 1023"},
-                           Case{"--g_crashReportUrl=https://example.org/x", "only file URLs"},
-                           Case{"--g_UnitTests_Id=" + std::string(127, 'b'), ""},
-                           Case{"--g_UnitTests_Id=" + std::string(128, 'b'), "at most 127"}}) {
+  for (const Case& test :
+       {Case{"--g_crashReportUrl=" + longest, ""},
+        Case{"--g_crashReportUrl=" + longest + "p", "at most 1023"},
+        Case{"--g_crashReportUrl=https://example.org/x", "only file URLs"},
+        Case{"--g_UnitTests_Id=" + std::string(127, 'b'), ""},
+        Case{"--g_UnitTests_Id=" + std::string(128, 'b'), "at most 127"},
+        Case{"--g_UnitTests_Id=a\nb", "line end"}, Case{"--g_UnitTests_Id=a\r", "line end"},
+        Case{std::string("--g_UnitTests_Id=a\0b", 20), "NUL"},
+        Case{std::string("--g_crashReportUrl=a\0b", 22), "NUL"}}) {
     const auto host = Host::Start({.arguments = {test.argument}, .modules = {CRASHHANDLER_MODULE}});
     ASSERT_EQ(static_cast<bool>(host), test.text.empty()) << test.argument;
     if (host) continue;
     EXPECT_EQ(host.GetError().ClassId(), Error::kConversion);
     EXPECT_TRUE(host.GetError().Text().Contains(test.text)) << host.GetError().Text().View();
+  }
+}
+
+std::string g_marks;
+
+/// A host that has a callback of its own, then another one that has none, then a crash.
+[[noreturn]] void CrashInASecondHost(const std::string& first, const std::string& second) {
+  {
+    const auto host = StartHost({first});
+    const auto handler = *Bind<CrashHandler>(host->Services());
+    const auto mark = [](const CrashInfo*) { std::ofstream(g_marks) << "called"; };
+    if (!handler->SetCallback(mark) || !handler->SetSecondaryCallback(mark)) _exit(3);
+  }
+  const auto host = StartHost({second});
+  raise(SIGSEGV);
+  _exit(4);
+}
+
+// The second host of a process starts from nothing: destination, report stream, callbacks.
+TEST(ModuleStart, StartsAnewInTheSameProcess) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the thread sanitizer delays signals";
+#endif
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::temp_directory_path() / ("tarvo-restart-" + std::to_string(getpid()));
+  const auto option = [&](const std::string& name) {
+    return name.empty() ? "--g_crashReportUrl=" : "--g_crashReportUrl=" + (folder / name).string();
+  };
+  const std::pair<std::string, std::string> cases[] = {{"", "b"}, {"a", "b"}, {"a", ""}};
+  for (const auto& [first, second] : cases) {
+    fs::create_directory(folder);
+    g_marks = folder / "marks";
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(50);
+      if (freopen((folder / "errors").c_str(), "w", stderr) == nullptr) _exit(5);
+      CrashInASecondHost(option(first), option(second));
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+    const auto start = [&](const std::string& name) {
+      std::string line;
+      std::getline(std::ifstream(folder / name), line);
+      return line;
+    };
+    EXPECT_EQ(start(second.empty() ? "errors" : second), "TARVO_Crash_Report") << first << second;
+    EXPECT_FALSE(fs::exists(folder / "marks"));
+    EXPECT_FALSE(fs::exists(folder / "a"));
+    fs::remove_all(folder);
   }
 }
 

@@ -90,7 +90,8 @@ struct LoadedModule {
   std::uint64_t size = 0;
 };
 
-/// What the crash-handler module offers to the application.
+/// What the crash-handler module offers to the application. A handler may be held past the host's
+/// end: then what returns a Result gives an illegal-state error, and nothing else does anything.
 class CrashHandler : public Object {
  public:
   static constexpr std::string_view kInterfaceId = "net.tarvo.interface.crashhandler";

@@ -1,6 +1,7 @@
 #include "services/observable.h"
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -61,7 +62,7 @@ class ObservableImplementation final : public Counted<Observable> {
 
   Result<void> Notify(const DataValue& value) override {
     for (const Entry& entry : Current())
-      if (auto result = (*entry.observer)(value); !result) return result;
+      if (auto result = Tell(*entry.observer, value); !result) return result;
     return {};
   }
 
@@ -73,6 +74,15 @@ class ObservableImplementation final : public Counted<Observable> {
   };
 
   ~ObservableImplementation() override = default;
+
+  /// No exception leaves: the notifying module may have been built without them.
+  static Result<void> Tell(const Observer& observer, const DataValue& value) try {
+    return observer(value);
+  } catch (const std::exception& exception) {
+    return Error::Plain(kObservable.Here(), Format("An observer threw: @", exception.what()));
+  } catch (...) {
+    return Error::Plain(kObservable.Here(), "An observer threw what is no exception.");
+  }
 
   [[nodiscard]] std::vector<Entry> Current() const {
     const std::scoped_lock lock(mutex_);
