@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -14,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "files/directory_once.h"
 #include "files/file_reading.h"
 #include "support/files.h"
 
@@ -22,6 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
+using namespace std::string_view_literals;
 
 class FileServiceTest : public testing::Test {
  protected:
@@ -201,6 +204,77 @@ TEST_F(FileServiceTest, AFileThatCouldNotBeWrittenWholeIsNeverCommitted) {
   file = Error::Plain({});
   EXPECT_EQ(Content("target"), "old");
   EXPECT_EQ(Browse(Url::FromSystemPath(directory_.Path().string())).size(), 1U);
+}
+
+/// Does `work` in another process, which is killed when that has begun to wait.
+template <typename Work>
+void KillAfter(Work work) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(50);
+    work([&] {
+      static_cast<void>(write(ends[1], "x", 1));
+      for (;;) pause();
+    });
+    _exit(0);
+  }
+  close(ends[1]);
+  char ready = 0;
+  EXPECT_EQ(read(ends[0], &ready, 1), 1);
+  close(ends[0]);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+// What a killed process has left goes with the next one's first file or directory beside it; what a
+// living one makes stays.
+TEST_F(FileServiceTest, ClearsAwayWhatKilledProcessesLeft) {
+  fs::create_directory(directory_ / "folder");
+  KillAfter([&](auto wait) {
+    const auto file = *files_.Create(At("folder/report"));
+    static_cast<void>(file->Write("x"));
+    static_cast<void>(MakeDirectoryOnce(At("folder/tree"), [&](int) -> Result<void> {
+      wait();
+      return {};
+    }));
+  });
+  Put("folder/.tarvo-notes", "somebody's");
+  EXPECT_EQ(Browse(At("folder")).size(), 3U);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const pid_t living = fork();
+  if (living == 0) {
+    alarm(50);
+    const auto file = *files_.Create(At("folder/living"));
+    static_cast<void>(write(ends[1], "x", 1));
+    for (;;) pause();
+  }
+  char ready = 0;
+  ASSERT_EQ(read(ends[0], &ready, 1), 1);
+  const auto file = files_.Create(At("folder/other"));
+  ASSERT_TRUE(file && (*file)->Commit());
+  ASSERT_TRUE(MakeDirectoryOnce(At("folder/made"), [](int) -> Result<void> { return {}; }));
+  auto left = Browse(At("folder"));
+  EXPECT_EQ(left.erase(".tarvo-notes") + left.erase("other") + left.erase("made"), 3U);
+  EXPECT_EQ(left.size(), 1U) << "the living process's file alone";
+  kill(living, SIGKILL);
+  waitpid(living, nullptr, 0);
+}
+
+TEST_F(FileServiceTest, LooksAtSizeAndStartBeforeContent) {
+  Put("sparse");
+  fs::resize_file(directory_ / "sparse", kMaximumTextBytes + 1);
+  const auto whole = files_.ReadText(At("sparse"));
+  ASSERT_FALSE(whole);
+  EXPECT_TRUE(whole.GetError().Text().Contains("it holds more than 1073741824 bytes"));
+  Put("short", "abc");
+  ASSERT_EQ(mkfifo((directory_ / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(files_.ReadStart(At("sparse"), 4)->View(), "\0\0\0\0"sv);
+  EXPECT_EQ(*files_.ReadStart(At("short"), 100), "abc");
+  EXPECT_EQ(*files_.ReadStart(At("pipe"), 100), "");
+  EXPECT_FALSE(files_.ReadStart(At("none"), 100));
 }
 
 }  // namespace

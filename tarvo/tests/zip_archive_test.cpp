@@ -259,13 +259,21 @@ TEST(ZipArchiveTest, RealBytesCountAndNotDeclaredOnes) {
 TEST(ZipArchiveTest, AnArchiveThatIsCutOffOrNoneIsRefused) {
   const TemporaryDirectory folder;
   const std::string whole = ZipBuilder().Add({"a", "content"}).Add({"b", "content"}).Finish();
-  for (const std::string& content :
-       {whole.substr(0, whole.size() / 2), whole.substr(0, whole.size() - 1), std::string(),
-        std::string(70'000, 'P')}) {
+  const std::string cutOff =
+      "the archive is cut off: its directory, which stands at its end, is missing or damaged";
+  ZipBuilder large;
+  for (int i = 0; i < 100; ++i) large.Add({std::to_string(i) + std::string(60'000, 'n')});
+  const std::pair<std::string, std::string> cases[] = {
+      {whole.substr(0, whole.size() / 2), cutOff},
+      {whole.substr(0, whole.size() - 1), cutOff},
+      {"", "the archive is empty"},
+      {std::string(70'000, 'P'), "Unrecognized archive format"},
+      {large.Finish(),
+       "the archive's directory is larger than 2 entries need (g_archiveMaximumEntries)"}};
+  for (const auto& [content, reason] : cases) {
     WriteFile(folder / "a.zip", content);
-    EXPECT_EQ(TextOf(Extract(folder / "a.zip", folder / "out")),
-              Format("Could not extract \"@\": Unrecognized archive format",
-                     (folder / "a.zip").string()));
+    EXPECT_EQ(TextOf(Extract(folder / "a.zip", folder / "out", {.entries = 2})),
+              Format("Could not extract \"@\": @", (folder / "a.zip").string(), reason));
     EXPECT_FALSE(fs::exists(folder / "out"));
   }
   mkfifo((folder / "pipe").c_str(), 0600);

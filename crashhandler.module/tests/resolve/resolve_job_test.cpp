@@ -1,13 +1,18 @@
 // The resolve job and the service behind it, as a program and a host run them, with archives on
 // disk and a symbolification that answers from a table.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -132,11 +137,12 @@ TEST_F(ResolveJobTest, ResolvesATreeOfReportsOfAllOrigins) {
   };
   EXPECT_EQ(SortedLines(folder_ / "first.out"), Sorted(said));
   const Lines errors = SortedLines(folder_ / "first.err");
-  ASSERT_EQ(errors.size(), 1u);
-  EXPECT_TRUE(errors[0].starts_with("crashhandler.module/source/main")) << errors[0];
-  EXPECT_TRUE(errors[0].ends_with(": Wrong type of report: Some (" +
+  ASSERT_EQ(errors.size(), 2u);
+  EXPECT_TRUE(errors[0].ends_with(": Reports: 5 found, 4 resolved, 1 failed, 0 skipped"));
+  EXPECT_TRUE(errors[1].starts_with("crashhandler.module/source/main")) << errors[1];
+  EXPECT_TRUE(errors[1].ends_with(": Wrong type of report: Some (" +
                                   Text("reports/bad_bugreport.txt") + ")"))
-      << errors[0];
+      << errors[1];
   EXPECT_EQ(PathsBelow(folder_ / "cache").size(), 8u);
 }
 
@@ -198,8 +204,10 @@ TEST_F(ResolveServiceTest, DirectoriesThatNobodyGivesAreNamed) {
   EXPECT_EQ(Resolve("no report", Place("archives"), {}), noCache);
   testing::internal::CaptureStderr();
   EXPECT_TRUE(host_->RunExecutionJob("net.tarvo.execution.crashlogresolve"));
-  EXPECT_TRUE(testing::internal::GetCapturedStderr().ends_with(
-      ": " + noArchives + " (" + Text("reports/linux_bugreport.txt") + ")\n"));
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_NE(said.find(": " + noArchives + " (" + Text("reports/linux_bugreport.txt") + ")\n"),
+            std::string::npos)
+      << said;
   EXPECT_EQ(PathsBelow(folder_ / "reports"), Lines{"linux_bugreport.txt"});
   EXPECT_EQ(Resolve("reports/linux_bugreport.txt", Place("archives"), Place("cache")), "");
 }
@@ -222,6 +230,95 @@ TEST_F(ResolveServiceTest, OnlyTheTopDirectorysErrorIsTheJobs) {
   TearDown();
   Start({});
   EXPECT_TRUE(host_->RunExecutionJob("net.tarvo.execution.crashlogresolve"));
+}
+
+/// A crash handler whose memory is at its end.
+class FullHandler final : public Counted<CrashHandler> {
+ public:
+  bool SetCallback(CrashCallback) override { return false; }
+  bool SetSecondaryCallback(CrashCallback) override { return false; }
+  Result<void> SetCrashDataDirectory(const Url&) override { return {}; }
+  void DisplayCrashDialog(const String&, const String&) override {}
+  Result<void> GetProcessModules(std::vector<LoadedModule>&) override { return {}; }
+  Result<void> ResolveBugReport(const Url&, const Url&, const Url&) override {
+    throw std::bad_alloc();
+  }
+  Ref<Observable> ObservableCrashDataDirectory() override { return nullptr; }
+};
+
+/// Each line of the job's diagnostics without its line in the source, sorted.
+Lines RunTheJob(Host& host) {
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(host.RunExecutionJob("net.tarvo.execution.crashlogresolve"));
+  std::istringstream said(testing::internal::GetCapturedStderr());
+  Lines lines;
+  std::set<std::string> places;
+  for (std::string line; std::getline(said, line);) {
+    const std::size_t text = line.find(": ");
+    places.insert(line.substr(0, text));
+    lines.push_back(line.substr(text + 2));
+  }
+  EXPECT_EQ(places.size(), std::set<std::string>(lines.begin(), lines.end()).size())
+      << "each kind of line says where it comes from";
+  return Sorted(lines);
+}
+
+TEST_F(ResolveServiceTest, WhatGoesWrongInTheWalkIsSaidAndEndsNothing) {
+  Write("reports/a_bugreport.txt", Report("linux"));
+  Write("reports/large_bugreport.txt", "TARVO_Crash_Report\n{\n");
+  fs::resize_file(folder_ / "reports/large_bugreport.txt", (std::uintmax_t{1} << 30) + 1);
+  // A directory whose path is too long for the system cannot be listed.
+  const std::string name(250, 'd');
+  std::string deep = Text("reports");
+  const int before = open(".", O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(chdir(deep.c_str()), 0);
+  for (; deep.size() < 4096; deep += "/" + name) {
+    ASSERT_EQ(mkdir(name.c_str(), 0777), 0);
+    ASSERT_EQ(chdir(name.c_str()), 0);
+  }
+  ASSERT_EQ(fchdir(before), 0);
+  close(before);
+  Start({"--g_crashlogDirectory=" + Text("reports"),
+         "--g_symbolArchiveDirectory=" + Text("archives"),
+         "--g_symbolTemporaryDirectory=" + Text("cache")});
+  const std::string large = Text("reports/large_bugreport.txt");
+  EXPECT_EQ(RunTheJob(*host_),
+            Sorted({"Could not list \"" + deep + "\": File name too long",
+                    "Could not read \"" + large + "\": it holds more than 1073741824 bytes (" +
+                        large + ")",
+                    "Reports: 2 found, 1 resolved, 1 failed, 0 skipped"}));
+  EXPECT_TRUE(fs::exists(folder_ / "reports/a_bugreport.resolved.json"));
+}
+
+TEST_F(ResolveServiceTest, AMistypedDirectoryIsSaid) {
+  Write("reports/a_bugreport.txt", Report("linux"));
+  for (const std::string archives : {"my:archives", "c:\\archives", "http://host/archives"}) {
+    Start({"--g_crashlogDirectory=" + Text("reports"), "--g_symbolArchiveDirectory=" + archives,
+           "--g_symbolTemporaryDirectory=" + Text("cache")});
+    const Lines said = RunTheJob(*host_);
+    ASSERT_EQ(said.size(), 2U);
+    EXPECT_EQ(said[0], "Reports: 1 found, 0 resolved, 0 failed, 1 skipped");
+    EXPECT_TRUE(said[1].starts_with("Skipped, as g_symbolArchiveDirectory cannot be used: "));
+    EXPECT_NE(said[1].find(archives), std::string::npos) << said[1];
+    EXPECT_EQ(PathsBelow(folder_ / "reports"), Lines{"a_bugreport.txt"});
+    TearDown();
+  }
+}
+
+TEST_F(ResolveServiceTest, MemoryThatRunsOutDoesNotEndTheWalk) {
+  Write("reports/a_bugreport.txt", Report("linux"));
+  Write("reports/b_bugreport.txt", Report("linux"));
+  auto host = Host::Start({
+      .arguments = {"--g_crashlogDirectory=" + Text("reports")},
+      .modules = {CRASHHANDLER_MODULE, RECORDER_MODULE},
+      .components = {{.interfaceId = CrashHandler::kInterfaceId,
+                      .className = "FullHandler",
+                      .create = []() -> Ref<Object> { return Make<FullHandler>(); }}},
+  });
+  ASSERT_TRUE(host) << host.GetError().Text().View();
+  const std::string line = "There was no memory for a report or directory; the walk goes on.";
+  EXPECT_EQ(RunTheJob(**host),
+            (Lines{"Reports: 2 found, 0 resolved, 0 failed, 2 skipped", line, line}));
 }
 
 TEST_F(ResolveServiceTest, SeveralThreadsResolveReportsOfOneBuild) {

@@ -10,6 +10,7 @@
 
 #include "archive/archive_library.h"
 #include "files/file_descriptor.h"
+#include "tarvo/format.h"
 
 namespace tarvo {
 namespace {
@@ -34,6 +35,15 @@ ZipEntry::Kind KindOf(const ArchiveLibrary& library, archive_entry* entry) {
   }
 }
 
+/// Whether an entry stands at the start of the file, as in every whole archive.
+bool StartsLikeZip(int file) {
+  constexpr std::string_view kEntry = "PK\x03\x04";
+  std::array<char, kEntry.size()> start{};
+  const ssize_t size = Uninterrupted([&] { return pread(file, start.data(), start.size(), 0); });
+  return size == static_cast<ssize_t>(kEntry.size()) &&
+         std::string_view(start.data(), start.size()) == kEntry;
+}
+
 std::string TextOrEmpty(const char* text) { return text == nullptr ? std::string() : text; }
 
 }  // namespace
@@ -46,6 +56,7 @@ struct ZipReader::Input {
   std::int64_t size = 0;
   std::int64_t position = 0;
   std::int64_t left = 0;  ///< how many bytes may still be read
+  bool isOverLimit = false;
   std::int64_t keptFrom = 0;
   std::int64_t keptTo = 0;
   std::array<char, 256 * 1024> kept{};
@@ -60,7 +71,9 @@ struct ZipReader::Input {
   /// Reads what stands at the position; nothing at the end of the file.
   bool Fill(archive* reader) {
     if (left <= 0) {
-      library.setError(reader, EFBIG, "its directory is larger than the limit of entries allows");
+      // The library puts words of its own over an error's text.
+      isOverLimit = true;
+      library.setError(reader, EFBIG, "over the limit");
       return false;
     }
     const ssize_t count =
@@ -97,6 +110,18 @@ ZipReader::ZipReader(int file, std::int64_t maximumEntries)
 ZipReader::~ZipReader() = default;
 
 Error ZipReader::Failure(SourceLocation where) const {
+  if (input_->isOverLimit) {
+    return Error::Plain(where, Format("the archive's directory is larger than @ entries need "
+                                      "(g_archiveMaximumEntries)",
+                                      maximumEntries_));
+  }
+  if (input_->size == 0) return Error::Plain(where, "the archive is empty");
+  if (!isRead_ && StartsLikeZip(file_)) {
+    return Error::Plain(
+        where,
+        "the archive is cut off: its directory, which stands at its end, is missing "
+        "or damaged");
+  }
   const char* text = input_->library.errorText(reader_.get());
   return Error::Plain(where, text == nullptr ? "the archive cannot be read" : text);
 }
@@ -130,6 +155,7 @@ Result<bool> ZipReader::Next(ZipEntry& entry) {
   if (status == ARCHIVE_EOF) return false;
   if (header != nullptr) entry.path = TextOrEmpty(library.path(header));
   if (status != ARCHIVE_OK) return Failure(kZipReader.Here());
+  isRead_ = true;
   input_->left = std::numeric_limits<std::int64_t>::max();
   entry.kind = KindOf(library, header);
   entry.isExecutable = (library.permissions(header) & 0111) != 0;

@@ -29,7 +29,8 @@ struct ZipEntry {
 /// One pass through a zip archive, which must have its central directory. Reads at its own
 /// position, so several readers may share a descriptor. Used by one thread.
 ///
-/// Errors carry the reader library's text. What the library takes for damage that it can read
+/// Errors say when the archive is empty, cut off or over the limit; otherwise they carry the reader
+/// library's text. What the library takes for damage that it can read
 /// around (a checksum or a size that does not fit) is an error too.
 class ZipReader {
  public:
@@ -59,6 +60,7 @@ class ZipReader {
 
   const int file_;
   const std::int64_t maximumEntries_;
+  bool isRead_ = false;  ///< the directory, so that there was an entry
   std::unique_ptr<Input> input_;
   std::unique_ptr<archive, Close> reader_;
 };

@@ -15,12 +15,14 @@
 
 #include "files/file_descriptor.h"
 #include "files/file_error.h"
+#include "files/left_behind.h"
 
 namespace tarvo {
 namespace {
 
 constexpr SourceFile kDirectoryOnce{"tarvo/source/directory_once"};
 constexpr std::string_view kMakeAction = "make the directory";
+constexpr std::string_view kWorkName = ".tarvo-making-";
 constexpr const char* kLock = "lock";
 constexpr const char* kTree = "tree";
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -39,7 +41,7 @@ std::string WorkPath(const Url& directory) {
   const auto end =
       std::to_chars(digits.data(), digits.data() + digits.size(), Hash(directory.Name()), 16);
   return directory.Parent()
-      .Append(".tarvo-making-" + std::string(digits.data(), end.ptr))
+      .Append(std::string(kWorkName) + std::string(digits.data(), end.ptr))
       .SystemPath()
       .ToStdString();
 }
@@ -79,13 +81,20 @@ class WorkDirectory {
     FileDescriptor lock(openat(directory_.Get(), kLock, kFlags, 0666));
     if (!lock.IsOpen()) return GoneOrFailed();
     if (Uninterrupted([&] { return flock(lock.Get(), LOCK_EX); }) != 0) return Outcome::Failed;
-    struct stat locked{};
-    struct stat named{};
-    if (fstat(lock.Get(), &locked) != 0) return Outcome::Failed;
-    if (fstatat(directory_.Get(), kLock, &named, AT_SYMLINK_NOFOLLOW) != 0) return GoneOrFailed();
-    if (locked.st_ino != named.st_ino) return Outcome::Gone;
-    lock_ = std::move(lock);
-    return Outcome::Locked;
+    return Keep(std::move(lock));
+  }
+
+  /// Takes it where its maker is gone, and so clears it away in the end.
+  void LockIfLeftBehind() {
+    directory_ = FileDescriptor(open(path_.c_str(), kDirectoryFlags));
+    if (!directory_.IsOpen()) return;
+    FileDescriptor lock(openat(directory_.Get(), kLock, O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    if (!lock.IsOpen()) {
+      // Killed before it made the lock; one that lives finds the directory gone and starts again.
+      if (errno == ENOENT && IsLeftBehind(directory_.Get())) rmdir(path_.c_str());
+    } else if (flock(lock.Get(), LOCK_EX | LOCK_NB) == 0 && IsLeftBehind(lock.Get())) {
+      static_cast<void>(Keep(std::move(lock)));
+    }
   }
 
   /// The empty tree to fill; not open, with the reason in errno, when it could not be made.
@@ -103,6 +112,17 @@ class WorkDirectory {
   }
 
  private:
+  /// Makes `lock` this one's, if it is still the file of its name.
+  Outcome Keep(FileDescriptor lock) {
+    struct stat locked{};
+    struct stat named{};
+    if (fstat(lock.Get(), &locked) != 0) return Outcome::Failed;
+    if (fstatat(directory_.Get(), kLock, &named, AT_SYMLINK_NOFOLLOW) != 0) return GoneOrFailed();
+    if (locked.st_ino != named.st_ino) return Outcome::Gone;
+    lock_ = std::move(lock);
+    return Outcome::Locked;
+  }
+
   static Outcome GoneOrFailed() { return errno == ENOENT ? Outcome::Gone : Outcome::Failed; }
 
   std::error_code RemoveTree() {
@@ -127,6 +147,15 @@ Result<void> Make(WorkDirectory& work, const Url& directory, const std::string& 
   return {};
 }
 
+/// Trees take room until somebody makes the same directory again, which may never be.
+void ClearTreesOfKilledProcesses(const std::string& parent) {
+  ForEachPassingName(parent, "trees ", [&](const std::string& name) {
+    if (!name.starts_with(kWorkName)) return;
+    WorkDirectory left((std::filesystem::path(parent) / name).string());
+    left.LockIfLeftBehind();
+  });
+}
+
 Url WithoutTrailingSlashes(const Url& url) {
   std::string_view path = url.SystemPath();
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
@@ -143,6 +172,7 @@ Result<void> MakeDirectoryOnce(const Url& given, const FillDirectory& fill) {
   std::error_code error;
   std::filesystem::create_directories(directory.Parent().SystemPath().ToStdString(), error);
   if (error) return FileError(kDirectoryOnce.Here(), kMakeAction, directory, error.value());
+  ClearTreesOfKilledProcesses(directory.Parent().SystemPath().ToStdString());
   for (;;) {
     WorkDirectory work(WorkPath(directory));
     const WorkDirectory::Outcome outcome = work.Lock();

@@ -22,8 +22,8 @@ using FillDirectory = std::function<Result<void>(int directory)>;
 ///
 /// The kernel drops the lock of a killed process, so the next one takes over and clears away the
 /// tree that was left. The working directory goes with success and with failure; a kill leaves it
-/// to the next maker. It has no content of its own but these two names, so it can itself never be
-/// taken for a filled directory.
+/// to the next maker, or to the next process that makes anything beside it. It has no content of
+/// its own but these two names, so it can itself never be taken for a filled directory.
 ///
 /// This holds for a process that ends at any moment, not for a machine that does: nothing is forced
 /// to the disk, which for gigabytes of content that can be made again would cost more than making
