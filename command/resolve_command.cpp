@@ -20,7 +20,11 @@ namespace {
 constexpr const char* kResolveFooter =
     R"(Beside each report REPORT.txt it leaves REPORT.resolved.json, which `tarvo show`
 prints, and a copy of the report's text, REPORT.source. Of directories every file
-below is taken whose name ends in "_bugreport.txt".
+below is taken whose name ends in "_bugreport.txt", or in that and ".gz" or ".xz".
+UTF-16 is read too.
+
+Of a damaged or cut report what can be read is resolved; its document says under
+"Damage" what was left out: the line, and what was expected there.
 
 Archives are named BUILD_dsym.zip (`tarvo pack` makes them). Each is unpacked once
 into CACHE/BUILD and used from there.
@@ -28,8 +32,8 @@ into CACHE/BUILD and used from there.
 Reports of tarvo's own capture are first brought into the form of the others, in a
 copy; `tarvo normalize` shows it.
 
-The summary as JSON: "Reports" (Read, Resolved, Failed, UpToDate, NotComeTo),
-"Frames" (All, and a count for each reason), "Missing" (what would help most:
+The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate,
+NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what would help most:
 Reason, Build, Module, Frames, Error), "Failures" (Report, Error).
 
 Exit status:
@@ -48,6 +52,7 @@ struct ResolveOptions {
   std::string summary;
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   bool missingOnly = false;
+  bool isStrict = false;
   bool isQuiet = false;
   report::ReturnAddressAdjustment adjustment = report::ReturnAddressAdjustment::OwnReports;
 };
@@ -70,7 +75,7 @@ Result<report::ResolveOptions> Settings(Host& host, const ResolveOptions& option
     return Error::IllegalArgument(
         kSource.Here(), Format("@ is required.", archives->IsEmpty() ? "--archives" : "--cache"));
   }
-  const report::ResolveOptions settings{*archives, *cache, options.adjustment};
+  const report::ResolveOptions settings{*archives, *cache, options.adjustment, !options.isStrict};
   if (auto prepared = report::PrepareDirectories(host.Services().Files(), settings); !prepared)
     return prepared.GetError();
   return settings;
@@ -89,7 +94,7 @@ int Resolve(Host& host, const ResolveOptions& options) {
   Result<report::ReportResolver> resolver = report::ReportResolver::Make(framework, *settings);
   if (!resolver) return Fail(resolver.GetError());
 
-  ReportList list = ListReports(framework.Files(), options.paths);
+  ReportList list = ListReports(framework, options.paths);
   Summary summary;
   summary.failures = std::move(list.failures);
   if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, settings->archives);
@@ -135,6 +140,9 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
                   "of their\nbuilds");
   resolve.AddOption("--summary", options.summary, "Write the summary to FILE, as JSON")
       .Named("FILE");
+  resolve.AddFlag("--strict", options.isStrict,
+                  "Let a report fail at the first thing that\ncannot be read, as the job of `tarvo "
+                  "run` does");
   resolve.AddFlag("--quiet", options.isQuiet, "Print failures only");
   AddAdjustmentOptions(resolve, options.adjustment);
 }

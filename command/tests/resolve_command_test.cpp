@@ -271,6 +271,7 @@ Failed:
     "Read": 5,
     "Resolved": 4,
     "Failed": 4,
+    "Damaged": 0,
     "UpToDate": 0,
     "NotComeTo": 0
   },
@@ -357,6 +358,74 @@ Failed:
   EXPECT_EQ(quiet.exitStatus, 1);
   EXPECT_EQ(WithoutCalls(quiet.output) + quiet.errors,
             "tarvo: reports/bad_bugreport.txt: Wrong type of report: Some\n");
+}
+
+TEST_F(ResolveOriginsTest, ReadsDamagedReportsAsFarAsTheyGo) {
+  const std::string whole = ReadFile(folder_ / "reports/tarvo_bugreport.txt");
+  // In the second thread's registers, and behind the modules.
+  Write("cut/a_bugreport.txt", whole.substr(0, whole.find("Call_Stack_Thread_4712") + 60));
+  std::string odd = whole;
+  odd.insert(odd.find("\tException\n") + 14, "\t\t(odd\n");
+  Write("cut/b_bugreport.txt", odd);
+  Write("cut/none_bugreport.txt", "TARVO_Crash_Report\n{\n\tnonsense\n");
+  const auto end = Resolve({"cut", "--summary", "summary.json"});
+  EXPECT_EQ(end.exitStatus, 1) << "of one report nothing could be read";
+  EXPECT_TRUE(WithoutCalls(end.output)
+                  .starts_with("Reports: 3 read, 2 resolved, 1 failed, 2 damaged and resolved in "
+                               "part\n"))
+      << end.output;
+  EXPECT_NE(ReadFile(folder_ / "summary.json").find("\"Damaged\": 2,"), std::string::npos);
+  auto files = Files("cut");
+  const std::string cut = files.at("a_bugreport.resolved.json");
+  EXPECT_NE(cut.find("\"__libc_start_main + 0x85\""), std::string::npos) << cut;
+  EXPECT_NE(cut.find("\"Damage\": [\n    {\n      \"Line\": "), std::string::npos) << cut;
+  // The line is that of the report, not of the normalized copy, which has one more before it.
+  const auto line = std::to_string(std::ranges::count(odd.substr(0, odd.find("(odd")), '\n') + 1);
+  const std::string& document = files.at("b_bugreport.resolved.json");
+  EXPECT_NE(document.find("\"Line\": " + line +
+                          ",\n      \"Expected\": \"ParseException found an error in line " + line +
+                          " with (\""),
+            std::string::npos)
+      << document;
+  EXPECT_EQ(Resolve({"cut/b_bugreport.txt"}).exitStatus, 0);
+  const auto strict = Resolve({"cut/b_bugreport.txt", "--strict"});
+  EXPECT_EQ(strict.exitStatus, 1);
+  EXPECT_NE(strict.output.find("ParseException found an error in line"), std::string::npos);
+}
+
+/// The first frames' text in UTF-16.
+std::string Utf16(const std::string& text, bool isBig) {
+  std::string wide;
+  for (const char c : text) {
+    if (isBig) wide += '\0';
+    wide += c;
+    if (!isBig) wide += '\0';
+  }
+  return wide;
+}
+
+TEST_F(ResolveOriginsTest, ReadsPackedAndWideReports) {
+  const std::string report = ReadFile(folder_ / "reports/linux_bugreport.txt");
+  Write("packed/a_bugreport.txt", report);
+  Write("packed/b_bugreport.txt", report);
+  ASSERT_EQ(
+      Run({"sh", "-c", "gzip packed/a_bugreport.txt && xz packed/b_bugreport.txt"}).exitStatus, 0);
+  Write("packed/c_bugreport.txt", "\xFF\xFE" + Utf16(report, false));
+  Write("packed/d_bugreport.txt", "\xFE\xFF" + Utf16(report, true));
+  Write("packed/e_bugreport.txt", Utf16(report, false));
+  Write("packed/f_bugreport.txt.gz", ReadFile(folder_ / "packed/a_bugreport.txt.gz").substr(0, 99));
+  const auto end = Resolve({"packed", "reports/linux_bugreport.txt"});
+  EXPECT_EQ(end.exitStatus, 1);
+  EXPECT_NE(end.output.find("Reports: 6 read, 6 resolved, 1 failed\n"), std::string::npos)
+      << end.output;
+  EXPECT_NE(end.output.find("f_bugreport.txt.gz: Could not unpack"), std::string::npos)
+      << end.output;
+  const std::string expected = ReadFile(folder_ / "reports/linux_bugreport.resolved.json");
+  for (const char* name : {"a", "b", "c", "d", "e"})
+    EXPECT_EQ(ReadFile(folder_ / (std::string("packed/") + name + "_bugreport.resolved.json")),
+              expected)
+        << name;
+  EXPECT_EQ(Tarvo({"normalize", "packed/b_bugreport.txt.xz"}).output, report);
 }
 
 TEST_F(ResolveOriginsTest, LeavesAloneWhatIsUpToDate) {

@@ -9,6 +9,7 @@
 
 #include "tarvo/crash_report.h"
 #include "toolkit/report/module_entries.h"
+#include "toolkit/report/normalized_report.h"
 #include "toolkit/report/own_frame.h"
 #include "toolkit/report/report_lines.h"
 #include "toolkit/report/return_addresses.h"
@@ -108,8 +109,9 @@ class OwnReport {
     NameModules();
   }
 
-  [[nodiscard]] std::string Text() const {
-    std::string text;
+  [[nodiscard]] NormalizedReport Text() const {
+    NormalizedReport normalized;
+    std::string& text = normalized.text;
     std::size_t frame = 0;
     std::size_t module = 0;
     CounterNames counters;
@@ -132,9 +134,10 @@ class OwnReport {
         if (!text.ends_with('\n')) text += '\n';
         AppendEntry(text, line.substr(0, line.find('\n') + 1), crash_report::key::kBuild,
                     programBuild_);
+        normalized.addedLine = static_cast<std::size_t>(std::ranges::count(text, '\n'));
       }
     }
-    return text;
+    return normalized;
   }
 
  private:
@@ -252,12 +255,16 @@ bool IsOwnReport(std::string_view report) noexcept {
 }
 
 std::string Normalized(std::string_view report, ReturnAddressAdjustment adjustment) {
+  return Normalize(report, adjustment).text;
+}
+
+NormalizedReport Normalize(std::string_view report, ReturnAddressAdjustment adjustment) {
   if (IsOwnReport(report)) {
     const std::string plain = HasChangedLineEnds(report) ? WithPlainLineEnds(report) : "";
     return OwnReport(CutOwnReport(plain.empty() ? report : plain), adjustment).Text();
   }
-  if (adjustment != ReturnAddressAdjustment::AllReports) return std::string(report);
-  return WithReturnAddressesAdjusted(CutReport(report));
+  if (adjustment != ReturnAddressAdjustment::AllReports) return {std::string(report)};
+  return {WithReturnAddressesAdjusted(CutReport(report))};
 }
 
 }  // namespace tarvo::report

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "tarvo/data_dictionary.h"
 
 namespace tarvo::report {
@@ -8,7 +10,10 @@ namespace tarvo::report {
 /// program's ResolveObserver; that answers by the two functions below for what the calling thread
 /// resolves.
 struct Reading {
-  bool isOwn = false;  ///< a normalized report of this project's own capture: texts are spelled
+  bool salvages = true;  ///< goes on behind what cannot be read
+  bool isOwn = false;    ///< a normalized report of this project's own capture: texts are spelled
+  std::size_t addedLine = 0;  ///< see NormalizedReport
+  bool isDamaged = false;     ///< found: something was left out
 };
 
 /// Makes `reading` the calling thread's for as long as this lives.
@@ -23,7 +28,11 @@ class ReadingScope {
   Reading* outer_;
 };
 
-/// For ResolveObserver::ReportRead: puts spelled texts back.
+/// For ResolveObserver::Salvages: what the thread's reading is to do; false where it has none.
+[[nodiscard]] bool SalvagesReading() noexcept;
+
+/// For ResolveObserver::ReportRead: puts spelled texts back, and the report's own numbers of lines
+/// into what is said of damage.
 void CompleteReading(DataDictionary& crashLog);
 
 }  // namespace tarvo::report

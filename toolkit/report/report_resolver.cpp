@@ -1,8 +1,5 @@
 #include "toolkit/report/report_resolver.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <new>
 #include <system_error>
@@ -10,7 +7,8 @@
 
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
-#include "toolkit/report/reading.h"
+#include "toolkit/report/normalized_report.h"
+#include "toolkit/report/report_text.h"
 
 namespace tarvo::report {
 namespace {
@@ -29,53 +27,39 @@ void Remove(const Url& file) {
 Result<ReportResolver> ReportResolver::Make(Framework& framework, ResolveOptions options) {
   Result<Ref<CrashHandler>> handler = Bind<CrashHandler>(framework);
   if (!handler) return handler.GetError();
-  std::error_code none;
-  fs::path directory = fs::temp_directory_path(none);
-  if (none) directory = "/tmp";
-  std::string scratch = (directory / "tarvo-resolve-XXXXXX").string();
-  if (mkdtemp(scratch.data()) == nullptr) {
-    return Error::File(
-        kReportResolver.Here(),
-        Format("Could not make a directory in \"@\": @", directory.string(), std::strerror(errno)),
-        Url::FromSystemPath(scratch));
-  }
-  return ReportResolver(framework, std::move(options), *std::move(handler), std::move(scratch));
+  Result<Scratch> scratch = Scratch::Make();
+  if (!scratch) return scratch.GetError();
+  return ReportResolver(framework, std::move(options), *std::move(handler), *std::move(scratch));
 }
 
 ReportResolver::ReportResolver(Framework& framework, ResolveOptions options,
-                               Ref<CrashHandler> handler, std::string scratch)
+                               Ref<CrashHandler> handler, Scratch scratch)
     : framework_(framework),
       options_(std::move(options)),
       handler_(std::move(handler)),
       scratch_(std::move(scratch)) {}
 
-ReportResolver::ReportResolver(ReportResolver&& other) noexcept
-    : framework_(other.framework_),
-      options_(std::move(other.options_)),
-      handler_(std::move(other.handler_)),
-      scratch_(std::exchange(other.scratch_, {})) {}
-
-ReportResolver::~ReportResolver() {
-  std::error_code ignored;
-  if (!scratch_.empty()) fs::remove_all(scratch_, ignored);
-}
-
-Result<void> ReportResolver::Resolve(const Url& report, bool isOwn) {
-  if (!isOwn && options_.adjustment != ReturnAddressAdjustment::AllReports)
-    return handler_->ResolveBugReport(report, options_.archives, options_.cache);
-  const std::string name = std::to_string(copies_++) + std::string(crash_report::kNameEnd);
-  const Url copy = Url::FromSystemPath(scratch_).Append(name);
-  Result<void> resolved = ResolveCopy(report, copy);
-  for (const Url& file : {copy, DocumentOf(copy), CopyOf(copy)}) Remove(file);
-  return resolved;
-}
-
-Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy) {
-  const Result<String> text = framework_.Files().ReadText(report);
-  if (!text) return text.GetError();
-  if (auto written = Write(Normalized(*text, options_.adjustment), copy); !written) return written;
-  Reading reading{.isOwn = IsOwnReport(*text)};
+Result<bool> ReportResolver::Resolve(const Url& report, bool needsCopy) {
+  Reading reading{.salvages = options_.salvages};
   const ReadingScope scope(reading);
+  if (!needsCopy && options_.adjustment != ReturnAddressAdjustment::AllReports) {
+    const auto resolved = handler_->ResolveBugReport(report, options_.archives, options_.cache);
+    return resolved ? Result<bool>(reading.isDamaged) : resolved.GetError();
+  }
+  const std::string name = std::to_string((*copies_)++) + std::string(crash_report::kNameEnd);
+  const Url copy = Url::FromSystemPath(scratch_.Path()).Append(name);
+  const Result<void> resolved = ResolveCopy(report, copy, reading);
+  for (const Url& file : {copy, DocumentOf(copy), CopyOf(copy)}) Remove(file);
+  return resolved ? Result<bool>(reading.isDamaged) : resolved.GetError();
+}
+
+Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy, Reading& reading) {
+  const Result<ReportText> read = ReadReportText(framework_, report);
+  if (!read) return read.GetError();
+  const NormalizedReport normalized = Normalize(read->text, options_.adjustment);
+  reading.isOwn = IsOwnReport(read->text);
+  reading.addedLine = normalized.addedLine;
+  if (auto written = Write(normalized.text, copy); !written) return written;
   if (auto resolved = handler_->ResolveBugReport(copy, options_.archives, options_.cache);
       !resolved)
     return resolved;
@@ -107,17 +91,21 @@ Result<void> PrepareDirectories(FileService& files, const ResolveOptions& option
 
 Result<void> Resolve(Framework& framework, const Url& report, const ResolveOptions& options) try {
   if (auto prepared = PrepareDirectories(framework.Files(), options); !prepared) return prepared;
-  const Result<String> text = framework.Files().ReadText(report);
-  if (!text) return text.GetError();
+  const Result<ReportText> read = ReadReportText(framework, report);
+  if (!read) return read.GetError();
   Result<ReportResolver> resolver = ReportResolver::Make(framework, options);
-  return resolver ? resolver->Resolve(report, IsOwnReport(*text)) : resolver.GetError();
+  if (!resolver) return resolver.GetError();
+  const auto resolved = resolver->Resolve(report, IsOwnReport(read->text) || read->isConverted);
+  return resolved ? Result<void>() : resolved.GetError();
 } catch (const std::bad_alloc&) {
   return Error::OutOfMemory(kReportResolver.Here());
 }
 
 Url DocumentOf(const Url& report) {
-  return report.WithSuffix(crash_report::kDocumentSuffix).ValueOr({});
+  return WithoutPacking(report).WithSuffix(crash_report::kDocumentSuffix).ValueOr({});
 }
-Url CopyOf(const Url& report) { return report.WithSuffix(crash_report::kCopySuffix).ValueOr({}); }
+Url CopyOf(const Url& report) {
+  return WithoutPacking(report).WithSuffix(crash_report::kCopySuffix).ValueOr({});
+}
 
 }  // namespace tarvo::report

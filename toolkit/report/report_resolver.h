@@ -2,40 +2,43 @@
 
 #include <atomic>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "tarvo/crashhandler.h"
 #include "tarvo/framework.h"
 #include "tarvo/report/resolve.h"
+#include "toolkit/report/reading.h"
+#include "toolkit/report/scratch.h"
 
 namespace tarvo::report {
 
 /// Resolves any number of reports, each as `Resolve` does. Copies are made in a directory of its
-/// own that is removed at the end. All operations from any thread.
+/// own. All operations
+/// from any thread.
 class ReportResolver {
  public:
   /// An error when there is no crash handler, or no directory for the copies.
   static Result<ReportResolver> Make(Framework& framework, ResolveOptions options);
-  ~ReportResolver();
-  ReportResolver(ReportResolver&& other) noexcept;
-  ReportResolver& operator=(ReportResolver&&) = delete;
 
-  /// `isOwn`: see IsOwnReport.
-  [[nodiscard]] Result<void> Resolve(const Url& report, bool isOwn);
+  /// Whether the report was damaged, and what could be read of it is resolved. `needsCopy`: it is
+  /// of this project's own capture, or not what its file's bytes are (report_text.h).
+  [[nodiscard]] Result<bool> Resolve(const Url& report, bool needsCopy);
 
  private:
   ReportResolver(Framework& framework, ResolveOptions options, Ref<CrashHandler> handler,
-                 std::string scratch);
-  Result<void> ResolveCopy(const Url& report, const Url& copy);
+                 Scratch scratch);
+  Result<void> ResolveCopy(const Url& report, const Url& copy, Reading& reading);
   Result<void> Write(std::string_view text, const Url& file);
   Result<void> Publish(const Url& from, const Url& to);
 
   Framework& framework_;
   ResolveOptions options_;
   Ref<CrashHandler> handler_;
-  std::string scratch_;  ///< the copies' directory
-  std::atomic<std::size_t> copies_ = 0;
+  Scratch scratch_;  ///< for the copies
+  /// Shared, so that a resolver can be moved.
+  std::unique_ptr<std::atomic<std::size_t>> copies_ = std::make_unique<std::atomic<std::size_t>>(0);
 };
 
 /// Makes the cache where it is missing. An error when that fails, or the archives are no directory.

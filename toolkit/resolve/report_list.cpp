@@ -11,6 +11,7 @@
 #include "tarvo/format.h"
 #include "tarvo/report/normalize.h"
 #include "toolkit/report/report_lines.h"
+#include "toolkit/report/report_text.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -45,7 +46,9 @@ class Collector {
     std::unordered_map<std::string_view, const Url*> stems;
     std::vector<Url> files;
     for (const auto& [canonical, file] : found_) {
-      const std::string_view stem(canonical.data(), canonical.size() - file.Suffix().Size());
+      const std::size_t ending = file.Name().Size() - report::WithoutPacking(file).Name().Size() +
+                                 report::WithoutPacking(file).Suffix().Size();
+      const std::string_view stem(canonical.data(), canonical.size() - ending);
       const auto [first, isNew] = stems.try_emplace(stem, &file);
       if (isNew) {
         files.push_back(file);
@@ -81,7 +84,7 @@ class Collector {
       if ((entry.attributes & kSkippedAttribute) != 0) continue;
       if ((entry.attributes & kDirectoryAttribute) != 0) {
         AddDirectory(entry.url);
-      } else if (crash_report::IsReportName(entry.name)) {
+      } else if (report::IsReportFileName(entry.name)) {
         AddFile(entry.url);
       }
     }
@@ -107,21 +110,22 @@ Builds BuildsIn(std::string_view report) {
   return builds;
 }
 
-ReportList ListReports(FileService& files, const std::vector<std::string>& paths) {
-  Collector collector(files);
+ReportList ListReports(Framework& framework, const std::vector<std::string>& paths) {
+  Collector collector(framework.Files());
   for (const std::string& path : paths) collector.Add(Url::FromSystemPath(path));
   ReportList list;
   std::map<Builds, std::shared_ptr<const Builds>> known;
   for (Url& file : collector.TakeFiles()) {
-    const Result<String> text = files.ReadText(file);
-    if (!text) {
-      collector.failures.push_back({file, text.GetError().Text()});
+    const Result<report::ReportText> read = report::ReadReportText(framework, file);
+    if (!read) {
+      collector.failures.push_back({file, read.GetError().Text()});
       continue;
     }
-    const Builds named = BuildsIn(*text);
+    const Builds named = BuildsIn(read->text);
     std::shared_ptr<const Builds>& builds = known[named];
     if (builds == nullptr) builds = std::make_shared<const Builds>(named);
-    list.reports.push_back({std::move(file), builds, report::IsOwnReport(*text)});
+    const bool needsCopy = report::IsOwnReport(read->text) || read->isConverted;
+    list.reports.push_back({std::move(file), builds, needsCopy});
   }
   list.failures = std::move(collector.failures);
   return list;

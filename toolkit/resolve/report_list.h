@@ -20,7 +20,7 @@ using Builds = std::vector<std::string>;
 struct Report {
   Url file;
   std::shared_ptr<const Builds> builds;  ///< that it names, in its order; at most kMaximumBuilds
-  bool isOwn = false;                    ///< of this project's own capture
+  bool needsCopy = false;                ///< see ReportResolver::Resolve
 };
 inline constexpr std::size_t kMaximumBuilds = 64;
 
@@ -30,13 +30,13 @@ struct ReportList {
 };
 
 /// The reports that `paths` name: files as they are; of directories, and of those below, the files
-/// whose names end in "_bugreport.txt" in any case of the letters. Hidden entries, and links to
-/// directories, are passed over. Sorted by name, each once. A path that names nothing, or neither a
-/// file nor a directory, a directory that cannot be listed, a report that cannot be read, and a
-/// second report with the same name for its outcome are failures.
+/// whose names end in "_bugreport.txt" in any case of the letters, or in that and ".gz" or ".xz".
+/// Hidden entries, and links to directories, are passed over. Sorted by name, each once. A path
+/// that names nothing, or neither a file nor a directory, a directory that cannot be listed, a
+/// report that cannot be read, and a second report with the same name for its outcome are failures.
 ///
 /// Of the reports' texts only the builds are kept.
-[[nodiscard]] ReportList ListReports(FileService& files, const std::vector<std::string>& paths);
+[[nodiscard]] ReportList ListReports(Framework& framework, const std::vector<std::string>& paths);
 
 /// The builds of a report's modules, each once.
 [[nodiscard]] Builds BuildsIn(std::string_view report);

@@ -63,7 +63,7 @@ class Run {
     while (const auto report = schedule_.Take()) {
       Tally tally;
       CountInto(&tally);
-      const Result<void> resolved = Resolve(*report);
+      const Result<bool> resolved = Resolve(*report);
       CountInto(nullptr);
       schedule_.Done(*report);
       const std::scoped_lock lock(mutex_);
@@ -73,17 +73,19 @@ class Run {
     if (--working_ == 0) ended_.notify_one();
   }
 
-  Result<void> Resolve(std::size_t report) try {
-    return resolver_.Resolve(reports_[report].file, reports_[report].isOwn);
+  /// Whether the report was damaged.
+  Result<bool> Resolve(std::size_t report) try {
+    return resolver_.Resolve(reports_[report].file, reports_[report].needsCopy);
   } catch (const std::exception& exception) {
     return Error::Plain({}, exception.what());
   }
 
-  void Note(const Report& report, const Result<void>& resolved, const Tally& tally) {
+  void Note(const Report& report, const Result<bool>& resolved, const Tally& tally) {
     ++done_;
     ++summary_.read;
     if (resolved) {
       ++summary_.resolved;
+      summary_.damaged += *resolved;
       summary_.tally.Merge(tally);
     } else {
       summary_.failures.push_back({report.file, resolved.GetError().Text()});

@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t kShownFailures = 20;
 constexpr std::size_t kShownLacks = 10;
 constexpr std::size_t kDocumentedLacks = 1000;
+constexpr std::size_t kShownColumns = 200;
 
 using LackAndCount = std::pair<Tally::Lack, Tally::Count>;
 
@@ -24,6 +25,9 @@ std::vector<LackAndCount> LargestLacks(const Tally& tally, std::size_t limit) {
   return lacks;
 }
 
+/// A stranger's text for a line of a few: names have any length.
+std::string Shown(std::string_view text) { return Shortened(SafeText(text), kShownColumns); }
+
 std::string Number(std::uint64_t number, std::size_t width = 0) {
   std::string text = std::to_string(number);
   return text.insert(0, width > text.size() ? width - text.size() : 0, ' ');
@@ -31,15 +35,16 @@ std::string Number(std::uint64_t number, std::size_t width = 0) {
 
 std::string Share(std::uint64_t part, std::uint64_t whole) {
   char text[16];
-  std::snprintf(
-      text, sizeof text, "%.1f %%",
-      whole == 0 ? 100.0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole));
+  std::snprintf(text, sizeof text, "%.1f %%",
+                100.0 * static_cast<double>(part) / static_cast<double>(whole));
   return text;
 }
 
 std::string ReportsLine(const Summary& summary) {
   std::string line = "Reports: " + Number(summary.read) + " read, " + Number(summary.resolved) +
                      " resolved, " + Number(summary.failures.size()) + " failed";
+  if (summary.damaged != 0)
+    line += ", " + Number(summary.damaged) + " damaged and resolved in part";
   if (summary.upToDate != 0) line += ", " + Number(summary.upToDate) + " up to date";
   if (summary.untouched != 0) line += ", " + Number(summary.untouched) + " not come to";
   return line + "\n";
@@ -48,6 +53,7 @@ std::string ReportsLine(const Summary& summary) {
 std::string FramesText(const Tally& tally) {
   const std::uint64_t all = tally.AllFrames();
   const std::uint64_t resolved = tally.Frames(FrameOutcome::Resolved);
+  if (all == 0) return "Frames:  none\n";
   std::string text = "Frames:  " + Number(all) + ", " + Number(resolved) + " resolved (" +
                      Share(resolved, all) + ")\n";
   for (std::size_t i = 1; i < kFrameOutcomes; ++i) {
@@ -60,8 +66,8 @@ std::string FramesText(const Tally& tally) {
 
 /// What one has to get: "symbol archive of build 2209-city".
 std::string Help(const Tally::Lack& lack) {
-  const std::string module = SafeText(lack.module);
-  const std::string build = SafeText(lack.build);
+  const std::string module = Shown(lack.module);
+  const std::string build = Shown(lack.build);
   switch (lack.outcome) {
     case FrameOutcome::NoArchive:
       return "symbol archive of build " + build;
@@ -85,7 +91,7 @@ std::string LacksText(const Tally& tally) {
     text += Number(count.frames, 11) + "  " + Help(lack) + "\n";
     const bool isExplained = lack.outcome == FrameOutcome::UnreadableArchive ||
                              lack.outcome == FrameOutcome::UnreadableBundle;
-    if (isExplained) text += std::string(13, ' ') + "(" + SafeText(count.reason) + ")\n";
+    if (isExplained) text += std::string(13, ' ') + "(" + Shown(count.reason) + ")\n";
   }
   return text;
 }
@@ -93,7 +99,7 @@ std::string LacksText(const Tally& tally) {
 std::string FailuresText(const std::vector<Failure>& failures) {
   std::string text = failures.empty() ? "" : "Failed:\n";
   for (std::size_t i = 0; i < std::min(failures.size(), kShownFailures); ++i)
-    text += "  " + SafeText(failures[i].file.Text()) + ": " + SafeText(failures[i].reason) + "\n";
+    text += "  " + Shown(failures[i].file.Text()) + ": " + Shown(failures[i].reason) + "\n";
   if (failures.size() > kShownFailures)
     text += "  and " + Number(failures.size() - kShownFailures) + " more\n";
   return text;
@@ -132,6 +138,7 @@ DataDictionary SummaryDocument(const Summary& summary) {
   reports.Set("Read", std::uint64_t{summary.read});
   reports.Set("Resolved", std::uint64_t{summary.resolved});
   reports.Set("Failed", std::uint64_t{summary.failures.size()});
+  reports.Set("Damaged", std::uint64_t{summary.damaged});
   reports.Set("UpToDate", std::uint64_t{summary.upToDate});
   reports.Set("NotComeTo", std::uint64_t{summary.untouched});
   DataArray failures;

@@ -14,6 +14,7 @@ namespace tarvo::toolkit {
 struct Summary {
   std::size_t read = 0;
   std::size_t resolved = 0;
+  std::size_t damaged = 0;    ///< of these, in part
   std::size_t upToDate = 0;   ///< left alone
   std::size_t untouched = 0;  ///< not come to, because the run was interrupted
   std::vector<Failure> failures;

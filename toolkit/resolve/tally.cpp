@@ -30,6 +30,7 @@ thread_local Tally* t_tally = nullptr;
 
 class FrameCounter final : public Counted<ResolveObserver> {
  public:
+  bool Salvages() override { return report::SalvagesReading(); }
   void ReportRead(DataDictionary& crashLog) override { report::CompleteReading(crashLog); }
   void FrameDone(const FrameReport& report) override {
     if (t_tally != nullptr) t_tally->Add(report);

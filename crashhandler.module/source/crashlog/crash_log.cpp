@@ -11,14 +11,33 @@
 
 namespace tarvo::crashhandler {
 
-Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
-  try {
-    Result<String> text = g_tarvo.framework->Files().ReadText(report);
-    if (!text) return text.GetError();
-    return ParseReport(*std::move(text));
-  } catch (const std::bad_alloc&) {
-    return Error::OutOfMemory(kSource.Here());
+namespace {
+
+/// As much of a file as tells whether it is a report; of a larger one that is none no more is read.
+constexpr std::size_t kStartBytes = 4096;
+
+Result<DataDictionary> ReadReport(const Url& report, OnDamage onDamage) try {
+  FileService& files = g_tarvo.framework->Files();
+  if (files.Detect(report) == FileKind::File) {
+    const Result<String> start = files.ReadStart(report, kStartBytes);
+    if (!start) return start.GetError();
+    if (auto wrong = FindWrongStart(*start, start->Size() < kStartBytes)) return *wrong;
   }
+  Result<String> text = files.ReadText(report);
+  if (!text) return text.GetError();
+  return ParseReport(*std::move(text), onDamage);
+} catch (const std::bad_alloc&) {
+  return Error::OutOfMemory(kSource.Here());
+}
+
+}  // namespace
+
+Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
+  return ReadReport(report, OnDamage::Fail);
+}
+
+Result<DataDictionary> CrashLog::SalvageBugReport(const Url& report) {
+  return ReadReport(report, OnDamage::GoOn);
 }
 
 Result<void> CrashLog::Resolve(const Url& archiveDirectory, const Url& temporaryDirectory) {

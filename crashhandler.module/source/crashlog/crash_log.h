@@ -17,6 +17,10 @@ class CrashLog {
   /// report; there is no partial crash log.
   static Result<DataDictionary> ParseBugReport(const Url& report);
 
+  /// The same, but what cannot be read is left out and noted under "Damage". An error where nothing
+  /// could be read.
+  static Result<DataDictionary> SalvageBugReport(const Url& report);
+
   /// What ParseBugReport has read.
   explicit CrashLog(DataDictionary data) : data_(std::move(data)) {}
 

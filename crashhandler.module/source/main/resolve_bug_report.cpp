@@ -51,9 +51,11 @@ Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirec
   const Result<Url> temporary = DirectoryOr(symbolTemporaryDirectory, g_symbolTemporaryDirectory,
                                             "g_symbolTemporaryDirectory");
   if (!temporary) return temporary.GetError();
-  Result<DataDictionary> parsed = CrashLog::ParseBugReport(crashLog);
-  if (!parsed) return parsed.GetError();
   const Result<Ref<ResolveObserver>> observer = Bind<ResolveObserver>(*g_tarvo.framework);
+  const bool salvages = observer && (*observer)->Salvages();
+  Result<DataDictionary> parsed =
+      salvages ? CrashLog::SalvageBugReport(crashLog) : CrashLog::ParseBugReport(crashLog);
+  if (!parsed) return parsed.GetError();
   if (observer) (*observer)->ReportRead(*parsed);
   CrashLog log(*std::move(parsed));
   if (Result<void> resolved = log.Resolve(*archives, *temporary); !resolved) return resolved;

@@ -159,6 +159,20 @@ TEST(Regeneration, WritesWhatResolutionAddedAndWhatOtherTreesHold) {
             "  BaseAddress = 0x1100\r\n}\r\nModuleName = unknown\r\n{\r\n}\r\n}\r\n}\r\n");
 }
 
+TEST(Regeneration, OnlyTheLowerCaseWordMakesTheWindowsVariant) {
+  for (const auto& [system, magic] : {std::pair("a windows b", "PALLADO_Crash_Report_WINDOWS"),
+                                      std::pair("Windows 11", "PALLADO_Crash_Report_MACOS"),
+                                      std::pair("WINDOWS", "PALLADO_Crash_Report_MACOS")}) {
+    DataDictionary computer;
+    computer.Set(property::kOsType, system);
+    DataDictionary tree;
+    tree.Set(property::kComputerInfo, computer);
+    const auto file = Make<MemoryFile>();
+    ASSERT_TRUE(WriteCrashLog(tree, *file));
+    EXPECT_TRUE(file->Text().starts_with(magic)) << system;
+  }
+}
+
 TEST(Regeneration, EndsWithTheFirstWriteThatFails) {
   const auto whole = Make<MemoryFile>();
   ASSERT_TRUE(WriteCrashLog({}, *whole));

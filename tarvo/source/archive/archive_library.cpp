@@ -20,19 +20,28 @@ const char* BindAll(void* library, ArchiveLibrary& to) {
   const auto bind = [&](const char* name, auto& function) {
     return Bind(library, name, function) ? nullptr : name;
   };
-  for (const char* missing :
-       {bind("archive_read_new", to.readNew), bind("archive_read_free", to.readFree),
-        bind("archive_read_support_format_zip_seekable", to.supportZip),
-        bind("archive_read_set_read_callback", to.setRead),
-        bind("archive_read_set_skip_callback", to.setSkip),
-        bind("archive_read_set_seek_callback", to.setSeek),
-        bind("archive_read_set_callback_data", to.setData), bind("archive_read_open1", to.open),
-        bind("archive_read_next_header", to.nextHeader),
-        bind("archive_read_data_block", to.readBlock), bind("archive_set_error", to.setError),
-        bind("archive_error_string", to.errorText), bind("archive_entry_pathname", to.path),
-        bind("archive_entry_hardlink", to.hardLink), bind("archive_entry_symlink", to.symbolicLink),
-        bind("archive_entry_filetype", to.fileType), bind("archive_entry_perm", to.permissions),
-        bind("archive_entry_is_encrypted", to.isEncrypted)})
+  for (const char* missing : {bind("archive_read_new", to.readNew),
+                              bind("archive_read_free", to.readFree),
+                              bind("archive_read_support_format_zip_seekable", to.supportZip),
+                              bind("archive_read_support_filter_gzip", to.supportGzip),
+                              bind("archive_read_support_filter_xz", to.supportXz),
+                              bind("archive_read_support_format_raw", to.supportRaw),
+                              bind("archive_read_open_fd", to.openDescriptor),
+                              bind("archive_read_set_read_callback", to.setRead),
+                              bind("archive_read_set_skip_callback", to.setSkip),
+                              bind("archive_read_set_seek_callback", to.setSeek),
+                              bind("archive_read_set_callback_data", to.setData),
+                              bind("archive_read_open1", to.open),
+                              bind("archive_read_next_header", to.nextHeader),
+                              bind("archive_read_data_block", to.readBlock),
+                              bind("archive_set_error", to.setError),
+                              bind("archive_error_string", to.errorText),
+                              bind("archive_entry_pathname", to.path),
+                              bind("archive_entry_hardlink", to.hardLink),
+                              bind("archive_entry_symlink", to.symbolicLink),
+                              bind("archive_entry_filetype", to.fileType),
+                              bind("archive_entry_perm", to.permissions),
+                              bind("archive_entry_is_encrypted", to.isEncrypted)})
     if (missing != nullptr) return missing;
   return nullptr;
 }

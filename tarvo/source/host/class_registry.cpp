@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 
+#include "archive/packed_file.h"
 #include "archive/zip_archive.h"
 #include "services/observable.h"
 #include "tarvo/format.h"
+#include "tarvo/packed_file.h"
 
 namespace tarvo {
 namespace {
@@ -23,6 +25,10 @@ constexpr std::array kClasses{
     ClassRecord{ReadArchive::kZipClassId,
                 [](const HostEntries& entries) -> Ref<Object> {
                   return CreateZipArchive(entries.archiveLimits);
+                }},
+    ClassRecord{kPackedFileClassId,
+                [](const HostEntries& entries) -> Ref<Object> {
+                  return CreatePackedFile(entries.archiveLimits);
                 }},
 };
 

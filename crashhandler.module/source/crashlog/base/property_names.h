@@ -38,4 +38,8 @@ inline constexpr String kDocumentName = String::Literal(crash_report::property::
 inline constexpr String kDocumentPath = String::Literal(crash_report::property::kDocumentPath);
 inline constexpr String kCriticalLog = String::Literal(crash_report::property::kCriticalLog);
 
+inline constexpr String kDamage = String::Literal(crash_report::property::kDamage);
+inline constexpr String kDamageLine = String::Literal(crash_report::property::kDamageLine);
+inline constexpr String kDamageExpected = String::Literal(crash_report::property::kDamageExpected);
+
 }  // namespace tarvo::crashhandler::property

@@ -42,12 +42,13 @@ Result<void> Store(DataDictionary& thread, const String& key, Result<DataDiction
 Result<DataArray> ParseThreads(Tokenizer& tokens) {
   DataArray threads;
   DataDictionary previous;
-  Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
+  Result<void> result = ReadBlock(tokens, BlockKind::Threads, [&]() -> Result<void> {
     if (tokens.Kind() != TokenKind::Identifier ||
         !tokens.Text().starts_with(section::kThreadPrefix))
       return ErrorInLine("ParseThreads found an error in line @", tokens);
     Result<DataDictionary> thread = ParseCallstack(tokens, previous);
     if (!thread) return thread.GetError();
+    if (Result<void> taken = TakeRoom(tokens, room::kThread); !taken) return taken;
     previous = *thread;
     threads.Append(*std::move(thread));
     return {};
@@ -66,7 +67,7 @@ Result<DataDictionary> ParseCallstack(Tokenizer& tokens, const DataDictionary& p
 
   DataArray frames;
   FrameReader frameReader;
-  Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
+  Result<void> result = ReadBlock(tokens, BlockKind::Thread, [&]() -> Result<void> {
     if (tokens.IsIdentifier(section::kRegisters)) {
       const auto expected = ExpectedSize<DataDictionary>(previous, property::kRegisters);
       return Store(thread, property::kRegisters, ParseRegisters(tokens, expected));
@@ -76,7 +77,12 @@ Result<DataDictionary> ParseCallstack(Tokenizer& tokens, const DataDictionary& p
     if (!StartsFrameLine(tokens.Kind()))
       return ErrorInLine("ParseCallstack found an error in line @", tokens);
     if (frames.IsEmpty()) frames.Reserve(ExpectedSize<DataArray>(previous, property::kCallstack));
-    frames.Append(frameReader.Read(tokens));
+    const DataDictionary& frame = frameReader.Read(tokens);
+    if (Result<void> whole = frameReader.IsWhole() ? Result<void>() : CheckLineEnd(tokens); !whole)
+      return whole;
+    const std::size_t bytes = frameReader.IsRepeated() ? room::kText : room::kDictionary;
+    if (Result<void> taken = TakeRoom(tokens, bytes); !taken) return taken;
+    frames.Append(frame);
     return {};
   });
   if (!result) return result.GetError();

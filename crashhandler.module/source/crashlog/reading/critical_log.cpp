@@ -5,7 +5,8 @@ namespace tarvo::crashhandler {
 
 Result<DataArray> ParseCriticalLog(Tokenizer& tokens) {
   DataArray lines;
-  Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
+  Result<void> result = ReadBlock(tokens, BlockKind::Log, [&]() -> Result<void> {
+    if (Result<void> taken = TakeRoom(tokens, room::kText); !taken) return taken;
     lines.Append(tokens.Share(tokens.LineFromToken()));
     return {};
   });

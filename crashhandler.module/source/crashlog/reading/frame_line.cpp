@@ -87,11 +87,14 @@ std::size_t FindStackPointer(std::string_view line, std::size_t from) noexcept {
   return at != std::string_view::npos ? at : line.find(frame::kNullStackPointer, from);
 }
 
-std::optional<std::uint64_t> FindAddress(std::string_view tail) noexcept {
+/// Where the reading goes on behind damage, a number without its ")" may be half of one.
+std::optional<std::uint64_t> FindAddress(std::string_view tail, bool needsEnd) noexcept {
   const std::size_t at = tail.find(frame::kProgramCounterDigits);
   if (at == std::string_view::npos) return std::nullopt;
   const std::string_view number = tail.substr(at + frame::kProgramCounterDigits.size());
-  return ParseDigits(number.substr(0, number.find(')')), 16);
+  const std::size_t end = number.find(')');
+  if (needsEnd && end == std::string_view::npos) return std::nullopt;
+  return ParseDigits(number.substr(0, end), 16);
 }
 
 /// `first` and `firstSize` are the kind and size of the token that starts the line.
@@ -103,7 +106,7 @@ DataDictionary ParseLine(std::string_view line, TokenKind first, std::size_t fir
       SplitHead(first, firstSize, line.substr(0, stackPointer), hasStackPointer);
   function = hasStackPointer ? SkipBlanks(function) : Trim(function);
   const std::optional<std::uint64_t> address =
-      FindAddress(line.substr(hasStackPointer ? stackPointer : firstSize));
+      FindAddress(line.substr(hasStackPointer ? stackPointer : firstSize), tokens.Salvages());
 
   DataDictionary frame;
   frame.Reserve(std::size_t{!module.empty()} + !function.empty() + address.has_value());
@@ -119,11 +122,16 @@ const DataDictionary& FrameReader::Read(Tokenizer& tokens) {
   const TokenKind first = tokens.Kind();
   const std::size_t firstSize = tokens.Text().size();
   const std::string_view line = tokens.LineFromToken();
-  if (line != line_) {
+  isRepeated_ = line == line_;
+  if (!isRepeated_) {
     frame_ = ParseLine(line, first, firstSize, tokens);
     line_ = line;
   }
   return frame_;
+}
+
+bool FrameReader::IsWhole() const noexcept {
+  return frame_.Find(property::kAddress) != nullptr && line_.find(')') != std::string_view::npos;
 }
 
 }  // namespace tarvo::crashhandler

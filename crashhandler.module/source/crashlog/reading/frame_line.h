@@ -12,8 +12,9 @@ namespace tarvo::crashhandler {
 ///     module:\tfunction (SP: 0x7ffc60, PC: 0x401136)
 ///
 /// The module is everything before the first ":", the function what follows it up to " (SP: 0x" or,
-/// failing that, " (SP: (nil)," (or to the line's end), the address the hexadecimal number after " PC: 0x". What a line does not
-/// have, or what is no number of 64 bits, the frame does not have either; no line is an error.
+/// failing that, " (SP: (nil)," (or to the line's end), the address the hexadecimal number after "
+/// PC: 0x". What a line does not have, or what is no number of 64 bits, the frame does not have
+/// either; no line is an error.
 ///
 /// Lines that start otherwise than with a module's name:
 ///
@@ -31,9 +32,16 @@ class FrameReader {
   /// an endless recursion leaves them, share one frame's memory.
   const DataDictionary& Read(Tokenizer& tokens);
 
+  /// Whether the line that was read has an address with the ")" behind it, so that it is whole even
+  /// where the report ends with it.
+  [[nodiscard]] bool IsWhole() const noexcept;
+  /// Whether the line was equal to the one before.
+  [[nodiscard]] bool IsRepeated() const noexcept { return isRepeated_; }
+
  private:
   std::string_view line_;
   DataDictionary frame_;
+  bool isRepeated_ = false;
 };
 
 }  // namespace tarvo::crashhandler

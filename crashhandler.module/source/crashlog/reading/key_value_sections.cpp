@@ -11,9 +11,10 @@ namespace {
 template <typename ReadLine>
 Result<DataDictionary> ReadSection(Tokenizer& tokens, ReadLine readLine) {
   DataDictionary section;
-  Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
+  Result<void> result = ReadBlock(tokens, BlockKind::Entries, [&]() -> Result<void> {
     Result<KeyAndValue> line = readLine();
     if (!line) return line.GetError();
+    if (Result<void> whole = CheckLineEnd(tokens); !whole) return whole;
     section.Set(std::move(line->key), std::move(line->value));
     return {};
   });

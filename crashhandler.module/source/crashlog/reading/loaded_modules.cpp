@@ -27,7 +27,7 @@ Result<DataValue> ModuleValue(const KeyAndValue& line, const Tokenizer& tokens) 
 
 Result<DataArray> ParseLoadedModules(Tokenizer& tokens) {
   DataArray modules;
-  Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
+  Result<void> result = ReadBlock(tokens, BlockKind::Modules, [&]() -> Result<void> {
     if (tokens.IsIdentifier(section::kModuleSnapshotNote)) {
       tokens.RestOfLine();
       return {};
@@ -37,6 +37,7 @@ Result<DataArray> ParseLoadedModules(Tokenizer& tokens) {
                          TokenForMessage(tokens));
     Result<DataDictionary> module = ParseModuleInfo(tokens);
     if (!module) return module.GetError();
+    if (Result<void> taken = TakeRoom(tokens, room::kModule); !taken) return taken;
     if (modules.IsEmpty()) module->Set(property::kIsExecutable, true);
     modules.Append(*std::move(module));
     return {};
@@ -51,12 +52,13 @@ Result<DataDictionary> ParseModuleInfo(Tokenizer& tokens) {
   DataDictionary module;
   module.Set(property::kModuleName, std::move(title->value));
 
-  Result<void> result = ReadBlock(tokens, [&]() -> Result<void> {
+  Result<void> result = ReadBlock(tokens, BlockKind::Entries, [&]() -> Result<void> {
     if (tokens.Kind() != TokenKind::Identifier)
       return ErrorInLine("ParseModuleInfo found an error in line @ with @", tokens,
                          TokenForMessage(tokens));
     Result<KeyAndValue> line = ReadEqualsLine(tokens);
     if (!line) return line.GetError();
+    if (Result<void> whole = CheckLineEnd(tokens); !whole) return whole;
     Result<DataValue> value = ModuleValue(*line, tokens);
     if (!value) return value.GetError();
     module.Set(std::move(line->key), *std::move(value));

@@ -45,10 +45,11 @@ Result<DataArray> ParseOpenedScenes(Tokenizer& tokens) {
   if (form == TokenKind::Equals) return ReadStatedDocument(tokens);
   if (form != TokenKind::OpenBrace) return UnexpectedToken(tokens);
   DataArray documents;
-  Result<void> result = ReadEntries(tokens, [&]() -> Result<void> {
+  Result<void> result = ReadEntries(tokens, BlockKind::Scenes, [&]() -> Result<void> {
     if (tokens.Kind() != TokenKind::Identifier) return UnexpectedToken(tokens);
     std::optional<KeyAndValue> line = ReadJoinedLine(tokens, Separator::Equals);
     if (!line) return ErrorInLine("ParseOpenedScenes found an erro in line @", tokens);
+    if (Result<void> taken = TakeRoom(tokens, room::kDictionary); !taken) return taken;
     documents.Append(Document(std::move(line->key), std::move(line->value)));
     return {};
   });

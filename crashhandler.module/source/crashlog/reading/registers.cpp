@@ -60,6 +60,8 @@ Result<void> ReadRegisterLine(Tokenizer& tokens, DataDictionary& registers) {
     String key = word.empty() ? tokens.Share(name) : Join(tokens, word, name);
     word = {};
     const std::string_view value = line.CutValue();
+    if (Result<void> whole = line.Left().empty() ? CheckLineEnd(tokens) : Result<void>(); !whole)
+      return whole;
     if (registers.Find(key) == nullptr) registers.Set(std::move(key), tokens.Share(value));
   } while (!line.Left().empty() && !line.IsAtClosingBrace());
   if (!line.Left().empty()) tokens.Return(line.Left());
@@ -70,7 +72,7 @@ Result<void> ReadRegisterLine(Tokenizer& tokens, DataDictionary& registers) {
 
 Result<DataDictionary> ParseRegisters(Tokenizer& tokens, std::size_t expected) {
   DataDictionary registers;
-  Result<void> result = ReadBlock(tokens, [&] {
+  Result<void> result = ReadBlock(tokens, BlockKind::Registers, [&] {
     if (registers.IsEmpty()) registers.Reserve(expected);
     return ReadRegisterLine(tokens, registers);
   });

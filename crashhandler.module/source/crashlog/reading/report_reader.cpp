@@ -49,18 +49,35 @@ constexpr std::array kSections = {
     Section{section::kCriticalLog, property::kCriticalLog, AsValue<ParseCriticalLog>},
 };
 
-Result<void> ReadHeader(Tokenizer& tokens) {
+Result<void> ReadMagic(Tokenizer& tokens) {
   if (tokens.ReadNext() != TokenKind::Identifier)
     return Error::Plain(kSource.Here(), "Expected identifier");
   if (std::ranges::find(crash_report::kMagics, tokens.Text()) == crash_report::kMagics.end())
     return Error::Plain(kSource.Here(), Format("Wrong type of report: @", TokenForMessage(tokens)));
-  return tokens.ReadNext(TokenKind::OpenBrace);
+  return {};
+}
+
+/// A thread or module on its own, behind damage: the block around it has ended early.
+template <auto kParse>
+Result<void> ReadStray(Tokenizer& tokens, DataDictionary& report, const String& property,
+                       auto... arguments) {
+  Result<DataDictionary> entry = kParse(tokens, arguments...);
+  if (!entry) return entry.GetError();
+  const auto* before = report.FindAs<DataArray>(property);
+  DataArray all = before == nullptr ? DataArray() : *before;
+  all.Append(*std::move(entry));
+  report.Set(property, std::move(all));
+  return {};
 }
 
 Result<void> ReadSection(Tokenizer& tokens, DataDictionary& report) {
   if (tokens.Kind() != TokenKind::Identifier)
     return ErrorInLine("ParseBugReport found an error in line @ with @ and unknown symbol type",
                        tokens, TokenForMessage(tokens));
+  if (tokens.Salvages() && tokens.Text().starts_with(section::kThreadPrefix))
+    return ReadStray<ParseCallstack>(tokens, report, property::kThreads, DataDictionary());
+  if (tokens.Salvages() && tokens.IsIdentifier(crash_report::key::kModuleName))
+    return ReadStray<ParseModuleInfo>(tokens, report, property::kLoadedModules);
   const auto section = std::ranges::find(kSections, tokens.Text(), &Section::keyword);
   if (section == kSections.end())
     return ErrorInLine("ParseBugReport found an error in line @ with @", tokens,
@@ -71,20 +88,39 @@ Result<void> ReadSection(Tokenizer& tokens, DataDictionary& report) {
   return {};
 }
 
+Result<void> ReadBody(Tokenizer& tokens, DataDictionary& report) {
+  const auto readSection = [&] { return ReadSection(tokens, report); };
+  Result<void> sections = ReadBlock(tokens, BlockKind::Body, readSection);
+  while (sections && GoesOnBehindEnd(tokens))
+    sections = ReadEntries(tokens, BlockKind::Body, readSection);
+  return sections;
+}
+
 }  // namespace
 
-Result<DataDictionary> ParseReport(String text) {
-  Tokenizer tokens(std::move(text));
-  if (Result<void> header = ReadHeader(tokens); !header) return header.GetError();
+Result<DataDictionary> ParseReport(String text, OnDamage onDamage) {
+  Tokenizer tokens(std::move(text), onDamage);
+  if (Result<void> magic = ReadMagic(tokens); !magic) return magic.GetError();
+  tokens.State().isOwn = tokens.IsIdentifier(crash_report::kTarvoMagic);
   DataDictionary report;
-  Result<void> sections = ReadEntries(tokens, [&] { return ReadSection(tokens, report); });
-  if (!sections) return sections.GetError();
+  if (Result<void> body = ReadBody(tokens, report); !body) return body.GetError();
+  const Damage& damage = tokens.State().damage;
+  if (report.IsEmpty() && !damage.IsEmpty()) return Error::Plain(kSource.Here(), damage.First());
   if (report.Find(property::kComputerInfo) == nullptr) {
     DataDictionary computer;
     computer.Set(property::kOsType, String::Literal(crash_report::kLinuxMagic));
     report.Set(property::kComputerInfo, std::move(computer));
   }
+  if (!damage.IsEmpty()) report.Set(property::kDamage, damage.Notes());
   return report;
+}
+
+std::optional<Error> FindWrongStart(String start, bool isWhole) {
+  Tokenizer tokens(std::move(start));
+  const Result<void> magic = ReadMagic(tokens);
+  const bool isUndecided = !isWhole && tokens.IsAtEnd();
+  if (magic || isUndecided) return std::nullopt;
+  return magic.GetError();
 }
 
 }  // namespace tarvo::crashhandler

@@ -90,11 +90,13 @@ std::string_view KindName(TokenKind kind) noexcept {
   return kKindNames[static_cast<std::size_t>(kind)];
 }
 
-Tokenizer::Tokenizer(String text) noexcept
+Tokenizer::Tokenizer(String text, OnDamage onDamage) noexcept
     : text_(std::move(text)),
       next_(text_.View().data()),
       end_(next_ + text_.Size()),
-      token_(text_.View().substr(0, 0)) {
+      token_(text_.View().substr(0, 0)),
+      state_{.onDamage = onDamage},
+      countedTo_(next_) {
   if (text_.StartsWith(crash_report::kByteOrderMark)) next_ += crash_report::kByteOrderMark.size();
 }
 
@@ -133,7 +135,13 @@ Result<void> Tokenizer::ReadNext(TokenKind expected) {
 }
 
 std::size_t Tokenizer::Line() const noexcept {
-  return 1 + static_cast<std::size_t>(std::count(text_.View().data(), token_.data(), '\n'));
+  if (token_.data() < countedTo_) {
+    countedTo_ = text_.View().data();
+    lines_ = 0;
+  }
+  lines_ += static_cast<std::size_t>(std::count(countedTo_, token_.data(), '\n'));
+  countedTo_ = token_.data();
+  return 1 + lines_;
 }
 
 std::string_view Tokenizer::RestOfLine() noexcept {
@@ -141,6 +149,23 @@ std::string_view Tokenizer::RestOfLine() noexcept {
 }
 
 std::string_view Tokenizer::LineFromToken() noexcept { return LineFrom(token_.data()); }
+
+std::optional<std::string_view> Tokenizer::PeekLine() const noexcept {
+  if (next_ == end_) return std::nullopt;
+  std::string_view line(next_, std::find(next_, end_, '\n'));
+  if (line.ends_with('\r')) line.remove_suffix(1);
+  return line;
+}
+
+void Tokenizer::ReturnToLineBehind(std::string_view start) noexcept {
+  const char* line = token_.data();
+  while (line != start.data() && line[-1] != '\n') --line;
+  if (line != start.data()) {
+    next_ = line;
+  } else if (next_ != text_.View().data() && next_[-1] != '\n') {
+    SkipLine();
+  }
+}
 
 std::string_view Tokenizer::LineFrom(const char* start) noexcept {
   const auto rest = static_cast<std::size_t>(end_ - start);

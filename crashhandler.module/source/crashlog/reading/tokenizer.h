@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
+#include "crashlog/reading/damage.h"
 #include "tarvo/result.h"
 #include "tarvo/string.h"
 
@@ -46,7 +48,7 @@ enum class TokenKind : std::uint8_t {
 /// Texts are handed out as views into the report; `Share` makes a view a String without a copy.
 class Tokenizer {
  public:
-  explicit Tokenizer(String text) noexcept;
+  explicit Tokenizer(String text, OnDamage onDamage = OnDamage::Fail) noexcept;
 
   /// Reads the next token; at the end of the text, again and again, EndOfFile.
   TokenKind ReadNext() noexcept;
@@ -59,7 +61,7 @@ class Tokenizer {
   [[nodiscard]] bool IsIdentifier(std::string_view text) const noexcept {
     return kind_ == TokenKind::Identifier && token_ == text;
   }
-  /// The line of the current token, from 1. Counts the lines up to it: for messages.
+  /// The line of the current token, from 1. Counts the lines since the last call: for messages.
   [[nodiscard]] std::size_t Line() const noexcept;
 
   /// What follows the current token on its line, without leading blanks and tabs and without the
@@ -70,6 +72,32 @@ class Tokenizer {
   std::string_view LineFromToken() noexcept;
   /// Gives back `tail`, the end of what was read last: reading goes on with its first character.
   void Return(std::string_view tail) noexcept { next_ = tail.data(); }
+
+  // For readings that go on behind damage, by whole lines.
+
+  /// What is not read yet of the current line, without its end; nothing at the end of the text.
+  [[nodiscard]] std::optional<std::string_view> PeekLine() const noexcept;
+  void SkipLine() noexcept { static_cast<void>(LineFrom(next_)); }
+  void SkipToEnd() noexcept { next_ = end_; }
+  /// Goes back to the start of the current token's line or, where that is the line of `start`, an
+  /// earlier token, to the line behind what was read.
+  void ReturnToLineBehind(std::string_view start) noexcept;
+  /// Whether what was read last ends where the text ends, without a line's end.
+  [[nodiscard]] bool IsLineCutShort() const noexcept {
+    return next_ == end_ && !text_.IsEmpty() && end_[-1] != '\n';
+  }
+
+  /// The state of such a reading; of no use where the reading ends with the first error.
+  [[nodiscard]] Recovery& State() noexcept { return state_; }
+  [[nodiscard]] bool Salvages() const noexcept { return state_.onDamage == OnDamage::GoOn; }
+
+  /// Whether all of the text is read.
+  [[nodiscard]] bool IsAtEnd() const noexcept { return next_ == end_; }
+  /// The report's size in bytes.
+  [[nodiscard]] std::size_t Size() const noexcept { return text_.Size(); }
+  /// Counts `bytes` that the tree takes.
+  void CountRoom(std::size_t bytes) noexcept { room_ += bytes; }
+  [[nodiscard]] std::size_t Room() const noexcept { return room_; }
 
   /// A part of the report as a text of its own that shares the report's buffer.
   [[nodiscard]] String Share(std::string_view part) const {
@@ -84,6 +112,10 @@ class Tokenizer {
   const char* end_;
   std::string_view token_;
   TokenKind kind_ = TokenKind::Illegal;
+  Recovery state_;
+  std::size_t room_ = 0;
+  mutable const char* countedTo_;  ///< up to where the lines are counted, and ...
+  mutable std::size_t lines_ = 0;  ///< ... how many ends of lines stand before
 };
 
 }  // namespace tarvo::crashhandler

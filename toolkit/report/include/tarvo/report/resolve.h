@@ -35,6 +35,10 @@ struct ResolveOptions {
   /// A report whose return addresses are adjusted, or that is of this project's own capture, is
   /// resolved in a copy.
   ReturnAddressAdjustment adjustment = ReturnAddressAdjustment::OwnReports;
+
+  /// Reads a damaged or cut report as far as it goes, and notes in the document, under "Damage",
+  /// what was left out. Takes the ReadingComponent below; false: the first error is the report's.
+  bool salvages = true;
 };
 
 /// Resolves the crash report `report` and puts what comes of it beside it, DocumentOf and CopyOf;
@@ -48,15 +52,18 @@ struct ResolveOptions {
 /// no directory, the cache or a directory for the copy (below the system's for temporary files)
 /// cannot be made, the report cannot be read or is none, an outcome cannot be written. Nothing of
 /// the copy is left.
+///
+/// A report may be packed by gzip or xz, and be UTF-16.
 [[nodiscard]] Result<void> Resolve(Framework& framework, const Url& report,
                                    const ResolveOptions& options = {});
 
-/// The component that gives a reader's result its true names back: put it among
-/// HostOptions::components. Without it, or another ResolveObserver of the program's own, names that
-/// a report's line cannot carry stand in the documents as `tarvo normalize` spells them.
+/// The component through which Resolve has a say in how a report is read: put it among
+/// HostOptions::components. Without it a damaged report is an error, and names that a report's line
+/// cannot carry stand in the documents as `tarvo normalize` spells them.
 [[nodiscard]] ComponentRecord ReadingComponent();
 
-/// The files that resolving `report` leaves beside it: the resolved crash log as JSON, which
+/// The files that resolving `report` leaves beside it ("a_bugreport.resolved.json" also for
+/// "a_bugreport.txt.gz"): the resolved crash log as JSON, which
 /// `tarvo show` prints, and the same as a report's text. Empty where `report` names no file.
 [[nodiscard]] Url DocumentOf(const Url& report);
 [[nodiscard]] Url CopyOf(const Url& report);
