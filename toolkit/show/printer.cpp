@@ -126,15 +126,30 @@ class Printer {
     for (const auto& [key, value] : pairs) PrintPair(Plain(key), width, Plain(value));
   }
 
-  /// The name stands in the title already; the registers at the fault and the modules' build ids
-  /// are shown when all are.
+  /// What the capture says of itself: why there are no frames or registers, in words.
+  void PrintMissing(const DocumentThread& thread) {
+    for (const auto& [what, name] :
+         {std::pair("Frames are missing: ", crash_report::variable::kFramesMissing),
+          std::pair("Registers are missing: ", crash_report::variable::kRegistersMissing)}) {
+      const std::string reason = Plain(FindText(thread.variables, name));
+      if (reason.empty()) continue;
+      text_ += kIndent;
+      text_ += paint_(Style::Quiet, Fitted(what + reason + '.', kIndent.size())) + '\n';
+    }
+  }
+
+  /// The name stands in the title already, what is missing in a sentence, guesses at their frames;
+  /// the registers at the fault and the modules' build ids are shown when all are.
   void PrintVariables(TextPairs variables) {
+    constexpr std::array kShownElsewhere = {
+        crash_report::variable::kThreadName, crash_report::variable::kFramesMissing,
+        crash_report::variable::kRegistersMissing, crash_report::variable::kGuessedFrames};
     std::erase_if(variables, [&](const TextPairs::value_type& variable) {
       const bool isMinor =
           variable.second.empty() ||
           variable.first.starts_with(crash_report::variable::kFaultRegisterPrefix) ||
           variable.first.starts_with(crash_report::variable::kBuildIdPrefix);
-      return variable.first == crash_report::variable::kThreadName ||
+      return std::ranges::find(kShownElsewhere, variable.first) != kShownElsewhere.end() ||
              (isMinor && !options_.showsAll);
     });
     PrintPairs(variables);
@@ -172,6 +187,7 @@ class Printer {
     if (isCrashed) title += "  " + paint_(Style::Alarm, "crashed");
     PrintTitle(title);
     PrintVariables(thread.variables);
+    PrintMissing(thread);
     PrintFrames(thread, isCrashed);
     if (options_.showsAll) PrintRegisters(thread);
     Flush();
@@ -181,8 +197,9 @@ class Printer {
     constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
     const bool isWhole = isCrashed || options_.showsAll || options_.thread;
     const std::size_t crashed = isCrashed ? crash_->frame : kAll;
-    const auto lines = MakeFrameLines(thread.frames, crashed, !options_.showsAll,
-                                      isWhole ? kAll : kLinesOfOtherThreads);
+    auto lines = MakeFrameLines(thread.frames, crashed, !options_.showsAll,
+                                isWhole ? kAll : kLinesOfOtherThreads);
+    MarkGuesses(thread, lines);
     const FrameTable table(lines, options_.width, !options_.showsAll);
     std::size_t shown = 0;
     for (const FrameLine& line : lines) {
@@ -201,6 +218,15 @@ class Printer {
                '\n';
     if (thread.frames.empty())
       text_ += std::string(kIndent) + paint_(Style::Quiet, "no frames") + '\n';
+  }
+
+  /// Frames that were found without call-frame information may never have been.
+  static void MarkGuesses(const DocumentThread& thread, std::vector<FrameLine>& lines) {
+    const std::string guesses =
+        ' ' + std::string(FindText(thread.variables, crash_report::variable::kGuessedFrames)) + ' ';
+    for (FrameLine& line : lines)
+      if (guesses.find(' ' + std::to_string(line.number) + ' ') != std::string::npos)
+        line.function.insert(0, "(guess) ");
   }
 
   void PrintExcerpt(const DocumentFrame& frame, std::size_t indent) {

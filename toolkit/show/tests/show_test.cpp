@@ -128,6 +128,23 @@ std::string Outcome(std::string_view json) {
   return document ? Printed(*document) : document.GetError().Text().ToStdString();
 }
 
+TEST(ShowTest, SaysWhatTheCaptureIsNotSureOf) {
+  EXPECT_EQ(Outcome(R"({"Threads": [{"ThreadNumber": 1, "Properties": {"ThreadName": "a",
+      "FramesMissing": "it did not stop", "RegistersMissing": "it could not be traced", "Task": "b",
+      "GuessedFrames": "1 12"}, "Callstack": [{"FunctionName": "f"}, {"FunctionName": "g"},
+      {"FunctionName": "h"}]}]})"),
+            R"(Crash
+
+Thread 1  a
+  Task  b
+  Frames are missing: it did not stop.
+  Registers are missing: it could not be traced.
+   0  f
+   1  (guess) g
+   2  h
+)");
+}
+
 TEST(ShowTest, HostileDocuments) {
   constexpr const char* kNoThreads =
       "\"x\": found JSON without an array \"Threads\", expected a resolved crash log.";
