@@ -37,7 +37,8 @@ void Wake(std::atomic<std::uint32_t>& word) {
 }
 
 void Command(TracerCommand command) {
-  g_tracer.command.store(static_cast<std::uint32_t>(command));
+  const std::uint32_t number = g_tracer.command.load() / kTracerCommands + 1;
+  g_tracer.command.store(number * kTracerCommands + static_cast<std::uint32_t>(command));
   Wake(g_tracer.command);
 }
 
@@ -142,8 +143,6 @@ void StopThreads(pid_t self, void (*meanwhile)()) {
 
 bool YieldToThreads() {
   if (!IsTracerAlive()) return false;
-  // The command must differ from the last one, or the tracer would not see it.
-  if (g_tracer.command.load() == static_cast<std::uint32_t>(TracerCommand::Yield)) return false;
   const std::uint32_t before = g_tracer.done.load();
   Command(TracerCommand::Yield);
   if (AwaitDone(before)) return true;

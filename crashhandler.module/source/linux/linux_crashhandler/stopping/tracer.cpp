@@ -64,12 +64,12 @@ void Prepare() {
     RawSystemCall(SYS_timer_settime, timer, 0, &life, nullptr);
 }
 
-/// Waits for another command than the one that was carried out last.
-TracerCommand AwaitCommand(TracerCommand last) {
-  const auto known = static_cast<std::uint32_t>(last);
-  while (g_tracer.command.load() == known)
-    RawSystemCall(SYS_futex, &g_tracer.command, FUTEX_WAIT_PRIVATE, known, nullptr);
-  return static_cast<TracerCommand>(g_tracer.command.load());
+/// Waits for a command after `last`, which it replaces.
+TracerCommand AwaitCommand(std::uint32_t& last) {
+  while (g_tracer.command.load() == last)
+    RawSystemCall(SYS_futex, &g_tracer.command, FUTEX_WAIT_PRIVATE, last, nullptr);
+  last = g_tracer.command.load();
+  return static_cast<TracerCommand>(last % kTracerCommands);
 }
 
 void ReportDone() {
@@ -191,10 +191,10 @@ void Yield() {
 
 int RunTracer(void*) {
   Prepare();
-  for (auto last = TracerCommand::Prepare;;) {
-    last = AwaitCommand(last);
-    if (last == TracerCommand::Stop) StopAll();
-    if (last == TracerCommand::Yield) Yield();
+  for (auto last = static_cast<std::uint32_t>(TracerCommand::Prepare);;) {
+    const TracerCommand command = AwaitCommand(last);
+    if (command == TracerCommand::Stop) StopAll();
+    if (command == TracerCommand::Yield) Yield();
     ReportDone();
   }
 }

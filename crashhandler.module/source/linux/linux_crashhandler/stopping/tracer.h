@@ -22,15 +22,18 @@ enum class TracerCommand : std::uint32_t {
   Yield,    ///< let all go on for a moment, and stop them again
 };
 
+inline constexpr std::uint32_t kTracerCommands = 4;
+
 /// What crashing thread and tracer share.
 struct TracerState {
   pid_t process = 0;      ///< the crashed one
   pid_t crashThread = 0;  ///< which is not stopped, but for the moment of reading its registers
   int taskDirectory = -1;
-  std::atomic<std::uint32_t> command{0};  ///< a TracerCommand; a futex
-  std::atomic<std::uint32_t> done{0};     ///< how many commands were carried out; a futex
-  std::atomic<std::uint32_t> stops{0};    ///< how many threads have stopped so far
-  std::atomic<pid_t> tid{0};              ///< of the tracer; cleared by the kernel at its end
+  /// A TracerCommand + kTracerCommands * the number of commands so far; a futex.
+  std::atomic<std::uint32_t> command{0};
+  std::atomic<std::uint32_t> done{0};   ///< how many commands were carried out; a futex
+  std::atomic<std::uint32_t> stops{0};  ///< how many threads have stopped so far
+  std::atomic<pid_t> tid{0};            ///< of the tracer; cleared by the kernel at its end
 };
 extern TracerState g_tracer;
 

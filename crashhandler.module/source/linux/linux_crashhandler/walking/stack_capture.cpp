@@ -17,6 +17,8 @@ namespace {
 /// For one walk and for all of them, in microseconds. A walk takes some ten.
 constexpr long kWalk = 20'000;
 constexpr std::int64_t kAllWalks = 500'000;
+/// How often, while walks are held up. The one that holds the lock is another one each time.
+constexpr int kTries = 6;
 
 std::int64_t Microseconds() {
   timespec now{};
@@ -24,32 +26,33 @@ std::int64_t Microseconds() {
   return now.tv_sec * std::int64_t{1'000'000} + now.tv_nsec / 1000;
 }
 
-/// False when the first frame was not even left in time, and is to be tried again: the unwinder may
-/// wait for a lock that a stopped thread holds.
-bool Walk(ThreadEntry& thread, bool isLastTry) {
-  new (&thread.stack) Stack;
-  WalkGuarded(WalkRegisters::From(thread.registers.general), thread.stack, [&](const auto& step) {
+bool IsStopped(const ThreadEntry& thread, pid_t self) {
+  return thread.tid != self && thread.stop.load() == StopState::Stopped && !thread.isKernelWorker;
+}
+
+/// False when the walk was not done in time, and is to be tried again: the unwinder may wait for a
+/// lock that a stopped thread holds. Without the unwinder all callers are guesses.
+bool Walk(ThreadEntry& thread, bool withUnwinder) {
+  Stack& stack = *new (&thread.stack) Stack;
+  stack.isUnwinderHeld = !withUnwinder;
+  thread.isHeldUp = false;
+  WalkGuarded(WalkRegisters::From(thread.registers.general), stack, [&](const auto& step) {
     if (RunLimited(kWalk, step)) return true;
-    thread.isHeldUp = !isLastTry && WasOverdue() && thread.stack.count <= 1;
-    thread.stack.isUnwinderHeld = WasOverdue();
+    thread.isHeldUp = withUnwinder && WasOverdue();
     return thread.isHeldUp;
   });
   return !thread.isHeldUp;
 }
 
-bool IsStopped(const ThreadEntry& thread, pid_t self) {
-  return thread.tid != self && thread.stop.load() == StopState::Stopped && !thread.isKernelWorker;
-}
-
-bool WalkAll(pid_t self, std::int64_t end, bool isLastTry) {
-  bool isComplete = true;
+/// Walks those that were not walked yet; false at the first one that is held up.
+bool WalkAll(pid_t self, bool withUnwinder) {
+  const std::int64_t end = Microseconds() + kAllWalks;
   for (ThreadEntry& thread : g_threadTable) {
-    if (!IsStopped(thread, self) || (isLastTry && !thread.isHeldUp)) continue;
-    if (Microseconds() > end) return false;
-    thread.isHeldUp = false;
-    isComplete = Walk(thread, isLastTry) && isComplete;
+    if (!IsStopped(thread, self) || (thread.stack.count != 0 && !thread.isHeldUp)) continue;
+    if (Microseconds() > end) return true;
+    if (!Walk(thread, withUnwinder)) return false;
   }
-  return isComplete;
+  return true;
 }
 
 const char* WhyNoFrames(const ThreadEntry& thread, bool isInKernel) {
@@ -99,12 +102,12 @@ void WalkCrashedThread(pid_t self, const SignalFrame& frame) {
 
 void WalkStoppedThreads(pid_t self, const SignalFrame& frame) {
   const ThreadEntry* crashed = g_threadTable.Find(self);
-  const auto walk = [&](bool isLastTry) {
-    const bool isComplete = WalkAll(self, Microseconds() + kAllWalks, isLastTry);
+  for (int i = 0; i < kTries; ++i) {
     if (crashed != nullptr && crashed->isHeldUp) WalkCrashedThread(self, frame);
-    return isComplete && (crashed == nullptr || !crashed->isHeldUp);
-  };
-  if (!walk(false) && YieldToThreads()) walk(true);
+    const bool isHeld = crashed != nullptr && crashed->isHeldUp;
+    if ((!isHeld && WalkAll(self, true)) || !YieldToThreads()) break;
+  }
+  WalkAll(self, false);
 }
 
 void CompleteStacks() {

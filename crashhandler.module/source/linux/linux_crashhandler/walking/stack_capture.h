@@ -12,9 +12,9 @@ namespace tarvo::crashhandler {
 void WalkCrashedThread(pid_t self, const SignalFrame& frame);
 
 /// Walks the stacks of all threads that stand still, from their registers. A walk that faults or
-/// takes too long is given up, with what it has; one that has nothing is tried once more after the
-/// threads went on for a moment. So is the crashing thread's, when the unwinder kept it waiting.
-/// Crashed process.
+/// takes too long is given up, with what it has; where the unwinder keeps walks waiting they are
+/// tried again after the threads went on for a moment, in the end without the unwinder. So is the
+/// crashing thread's, when the unwinder kept it waiting. Crashed process.
 void WalkStoppedThreads(pid_t self, const SignalFrame& frame);
 
 /// Gives threads that have no frames the one that the kernel knows of a blocked thread, and a
