@@ -58,6 +58,8 @@ void SetStepTimer(long microseconds) {
   itimerspec when{};
   when.it_value.tv_sec = microseconds / 1'000'000;
   when.it_value.tv_nsec = microseconds % 1'000'000 * 1000;
+  // And again: on a busy machine the first one may come before the step has begun to be guarded.
+  when.it_interval = when.it_value;
   RawSystemCall(SYS_timer_settime, g_timer, 0, &when, nullptr);
 }
 
