@@ -251,15 +251,18 @@ TEST(Capture, HasTheBuildIdOfEachOfManyModules) {
 // Who is traced already cannot be stopped, and is asked.
 TEST(Capture, TakesStacksUnderADebugger) {
   const Scene scene{"polls", 2, "BystanderPolls", "tracer", "CrashNullWrite"};
+  // Not before the host has started, which leaves a program alone that a debugger has started.
+  const std::string start =
+      "out=$(mktemp); \"$@\" >\"$out\" & until grep -q ready \"$out\"; do sleep 0.05; done; ";
+  const std::string end = " >/dev/null 2>&1; wait $!; status=$?; rm \"$out\"; exit $status";
   constexpr std::pair<const char*, const char*> kTracers[] = {
       {"strace", "strace -f -qq -o /dev/null -p $!"},
       {"gdb", "gdb -nx -batch -p $! -ex 'handle all nostop noprint pass' -ex continue"}};
   for (const auto& [tracer, command] : kTracers) {
     if (RunProgram({"/bin/sh", "-c", std::string("command -v ") + tracer}).exitStatus != 0)
       continue;
-    const Outcome outcome = RunScene(
-        scene, false, false, true,
-        {"/bin/sh", "-c", std::string("\"$@\" & ") + command + " >/dev/null 2>&1; wait $!", "sh"});
+    const Outcome outcome =
+        RunScene(scene, false, false, true, {"/bin/sh", "-c", start + command + end, "sh"});
     Check(scene, outcome, false);
     const ReportThread* crashed = CrashedThread(outcome.report);
     EXPECT_TRUE(crashed != nullptr && !Value(*crashed, "RegistersMissing").empty()) << tracer;
