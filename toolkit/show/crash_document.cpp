@@ -48,6 +48,10 @@ Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::strin
   CrashDocument document;
   const auto copy = std::make_shared<std::string>(text);
   document.storage = copy;
+  // The reader takes all bytes that the first one of a character announces, the end's zero among
+  // them.
+  constexpr std::size_t kLongestCharacter = 4;
+  copy->append(kLongestCharacter, '\0');
   DocumentReader handler(document);
   rapidjson::InsituStringStream stream(copy->data());
   const rapidjson::ParseResult result = rapidjson::Reader().Parse<kFlags>(stream, handler);

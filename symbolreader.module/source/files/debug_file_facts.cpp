@@ -75,6 +75,42 @@ std::optional<ImageRange> Image(const COFFObjectFile& object) {
   return span.Get();
 }
 
+/// Whether a note's place, an offset and a size, lies within `bytes`. LLVM 19 adds the two before
+/// it compares them (Object/ELF.h, ELFFile::notes_begin), and reads anywhere where the sum wraps
+/// around.
+bool IsWithin(std::uint64_t bytes, std::uint64_t offset, std::uint64_t size) {
+  return offset <= bytes && size <= bytes - offset;
+}
+
+template <typename Elf>
+bool AreNotesWithin(const ELFObjectFile<Elf>& object) {
+  const auto& file = object.getELFFile();
+  const std::uint64_t bytes = file.getBufSize();
+  auto segments = file.program_headers();
+  auto sections = file.sections();
+  const bool areSegments = segments && llvm::all_of(*segments, [&](const auto& segment) {
+                             return segment.p_type != llvm::ELF::PT_NOTE ||
+                                    IsWithin(bytes, segment.p_offset, segment.p_filesz);
+                           });
+  const bool areSections = sections && llvm::all_of(*sections, [&](const auto& section) {
+                             return section.sh_type != llvm::ELF::SHT_NOTE ||
+                                    IsWithin(bytes, section.sh_offset, section.sh_size);
+                           });
+  if (!segments) llvm::consumeError(segments.takeError());
+  if (!sections) llvm::consumeError(sections.takeError());
+  return areSegments && areSections;
+}
+
+/// The build id; empty where there is none, or the file says that it lies outside of it.
+BuildIDRef BuildIdOf(const ObjectFile& object) {
+  const auto* wide = llvm::dyn_cast<ELF64LEObjectFile>(&object);
+  const auto* narrow = llvm::dyn_cast<ELF32LEObjectFile>(&object);
+  const bool isElf = object.isELF();
+  const bool isSafe = !isElf || (wide != nullptr && AreNotesWithin(*wide)) ||
+                      (narrow != nullptr && AreNotesWithin(*narrow));
+  return object.isCOFF() || !isSafe ? BuildIDRef() : getBuildID(&object);
+}
+
 }  // namespace
 
 std::optional<ImageRange> ImageRangeOf(const ObjectFile& object) {
@@ -125,7 +161,7 @@ std::optional<PdbReference> PdbReferenceIn(const ObjectFile& object) {
 std::string IdOf(const ObjectFile& object, llvm::StringRef bytes) {
   constexpr std::size_t kShortestId = 8;
   if (const auto pdb = PdbReferenceIn(object)) return pdb->signature;
-  const BuildIDRef id = object.isCOFF() ? BuildIDRef() : getBuildID(&object);
+  const BuildIDRef id = BuildIdOf(object);
   const bool isZero = llvm::all_of(id, [](std::uint8_t byte) { return byte == 0; });
   if (id.size() >= kShortestId && !isZero) return llvm::toHex(id, /*LowerCase=*/true);
   const llvm::XXH128_hash_t hash = llvm::xxh3_128bits(llvm::arrayRefFromStringRef(bytes));

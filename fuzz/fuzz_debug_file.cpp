@@ -1,0 +1,24 @@
+// Opens any bytes as a debug file of each format: its facts, or an error that names the file.
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "files/debug_file.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const int file = memfd_create("debug-file", MFD_CLOEXEC);
+  static const std::string path = "/proc/self/fd/" + std::to_string(file);
+  if (ftruncate(file, 0) != 0 || pwrite(file, data, size, 0) != static_cast<ssize_t>(size))
+    std::abort();
+  for (const char* architecture : {"x86_64", "arm64"}) {
+    const auto opened = tarvo::symbolreader::OpenDebugFile(path, architecture);
+    if (opened ? (*opened)->Facts().path != path : opened.GetError().Text().IsEmpty()) std::abort();
+  }
+  return 0;
+}
