@@ -32,6 +32,16 @@ constexpr std::array<std::string_view, 10> kWanted = {
     "debug_line_str", "debug_str",  "debug_ranges",  "debug_rnglists", "debug_str_offsets",
 };
 
+constexpr std::array<std::string_view, 7> kWantedOfSplit = {
+    "debug_abbrev.dwo",   "debug_cu_index", "debug_info.dwo",       "debug_line.dwo",
+    "debug_rnglists.dwo", "debug_str.dwo",  "debug_str_offsets.dwo"};
+
+bool IsWanted(std::string_view name, DebugSections::Kind kind) {
+  return kind == DebugSections::Kind::Whole
+             ? std::ranges::find(kWanted, name) != kWanted.end()
+             : std::ranges::find(kWantedOfSplit, name) != kWantedOfSplit.end();
+}
+
 /// zlib cannot make less of its input: what claims more is damaged.
 constexpr std::uint64_t kMostExpansion = 1100;
 
@@ -107,7 +117,7 @@ DebugSections::DebugSections() = default;
 DebugSections::DebugSections(DebugSections&&) noexcept = default;
 DebugSections::~DebugSections() = default;
 
-Result<DebugSections> DebugSections::Read(const ObjectFile& object, unsigned threads) {
+Result<DebugSections> DebugSections::Read(const ObjectFile& object, unsigned threads, Kind kind) {
   DebugSections sections;
   sections.file_ = object.getData();
   for (const llvm::object::SectionRef& section : object.sections()) {
@@ -119,7 +129,7 @@ Result<DebugSections> DebugSections::Read(const ObjectFile& object, unsigned thr
       continue;
     }
     const StringRef plain = object.mapDebugSectionName(name->ltrim("._"));
-    if (std::ranges::find(kWanted, std::string_view(plain)) == kWanted.end()) continue;
+    if (!IsWanted(plain, kind)) continue;
     if (section.isCompressed())
       sections.unpacked_.push_back(std::make_unique<Unpacked>(plain.str(), *contents));
     else

@@ -18,9 +18,14 @@ namespace tarvo::symbolreader {
 /// signature) takes neither time nor memory.
 class DebugSections {
  public:
+  /// Whether a file has its debug information for itself, or is a part of another one's (.dwo,
+  /// .dwp).
+  enum class Kind { Whole, Split };
+
   /// Unpacks in `threads` threads. `object` and its memory must live as long as the sections. An
   /// illegal-state error when a section is damaged or larger than memory allows.
-  static Result<DebugSections> Read(const llvm::object::ObjectFile& object, unsigned threads);
+  static Result<DebugSections> Read(const llvm::object::ObjectFile& object, unsigned threads,
+                                    Kind kind = Kind::Whole);
 
   DebugSections(DebugSections&&) noexcept;
   DebugSections& operator=(DebugSections&&) = delete;

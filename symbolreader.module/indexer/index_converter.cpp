@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "files/debug_file_contents.h"
+#include "indexer/companion_files.h"
 #include "indexer/debug_sections.h"
 #include "indexer/in_parallel.h"
 #include "indexer/index_writer.h"
@@ -53,16 +54,24 @@ Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
   const auto sections = DebugSections::Read(object, threads);
   if (!sections) return sections.GetError();
   llvm::DWARFContext& context = sections->Context();
-  UnitDirectory directory(context, context.getDWARFObj().getAbbrevSection());
+  const auto supplementary = OpenSupplementary(file, threads);
+  std::vector<llvm::DWARFUnit*> units;
+  for (const auto& unit : context.compile_units()) units.push_back(unit.get());
+  UnitDirectory directory(std::move(units), context.getDWARFObj().getAbbrevSection(),
+                          supplementary == nullptr ? nullptr : supplementary->units.get());
   ExtractFirstEntries(directory);
+  SplitUnits split(file);
   const auto symbols = ReadSymbols(object);
   const auto shares = ShareOut(DivideText(context, ReadTextSections(object)));
   InParallel(threads, shares.size(), [&](std::size_t i) {
-    UnitConverter converter(symbols);
     llvm::DWARFUnit* unit = shares[i].unit;
-    writer.Add(i, unit == nullptr ? converter.Convert(shares[i].runs)
-                                  : converter.Convert(context, directory, *unit, shares[i].runs));
-    if (unit != nullptr) sections->LetGo(BytesOf(*unit));
+    if (unit == nullptr) return writer.Add(i, UnitConverter(symbols, true).Convert(shares[i].runs));
+    const UnitEntries entries = directory.Open(*unit);
+    const auto parts = split.Find(*unit);
+    const UnitEntries functions = parts ? parts->directory->Open(*parts->unit) : entries;
+    UnitConverter converter(symbols, /*namesLast=*/!parts);
+    writer.Add(i, converter.Convert(context, entries, functions, shares[i].runs));
+    sections->LetGo(BytesOf(*unit));
   });
   return writer.Finish(key, threads);
 }

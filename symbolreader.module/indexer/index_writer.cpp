@@ -35,15 +35,14 @@ Error NotWritten(SourceLocation where, const std::string& path, int reason) {
 /// The strings of the whole index, each once.
 class IndexWriter::Strings {
  public:
-  Strings() { texts_.push_back({llvm::CachedHashStringRef("", 0), false}); }
+  Strings() { texts_.push_back({.text = llvm::CachedHashStringRef("", 0)}); }
 
   std::uint32_t Number(const PartString& string) {
     if (string.text.size() == 0) return 0;
     auto& numbers = string.isMangled ? names_ : paths_;
     if (const auto known = numbers.find(string.text); known != numbers.end()) return known->second;
     PartString own = string;
-    // Names lie in the debug file, paths in the part.
-    if (!own.isMangled)
+    if (!own.isLasting)
       own.text = llvm::CachedHashStringRef(own.text.val().copy(storage_), own.text.hash());
     const auto number = static_cast<std::uint32_t>(texts_.size());
     texts_.push_back(own);

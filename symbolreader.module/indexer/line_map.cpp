@@ -24,10 +24,10 @@ bool Parse(llvm::DWARFContext& context, llvm::DWARFUnit& unit, DWARFDebugLine::L
 
 }  // namespace
 
-UnitLines::UnitLines(llvm::DWARFContext& context, llvm::DWARFUnit& unit, PartBuilder& part)
-    : part_(part), isThere_(Parse(context, unit, table_)) {
-  if (const char* directory = unit.getCompilationDir()) directory_ = directory;
-}
+UnitLines::UnitLines(llvm::DWARFContext& context, const UnitEntries& unit, PartBuilder& part)
+    : part_(part),
+      isThere_(Parse(context, *unit.unit, table_)),
+      directory_(unit.CompilationDirectory()) {}
 
 /// The sequences come in the order of their ends; each holds from the end of the one before.
 std::vector<LineInterval> UnitLines::Intervals() {

@@ -10,6 +10,7 @@
 
 #include "indexer/part_builder.h"
 #include "indexer/ranges.h"
+#include "indexer/unit_entries.h"
 
 namespace tarvo::symbolreader {
 
@@ -24,8 +25,8 @@ struct LineInterval {
 /// The line table of one unit, which is read for this and not kept elsewhere.
 class UnitLines {
  public:
-  /// `unit` must have its first entry extracted. Its paths are numbered by `part`.
-  UnitLines(llvm::DWARFContext& context, llvm::DWARFUnit& unit, PartBuilder& part);
+  /// The unit must have its first entry extracted. Its paths are numbered by `part`.
+  UnitLines(llvm::DWARFContext& context, const UnitEntries& unit, PartBuilder& part);
 
   /// Ascending, without overlaps, neighbours of one line joined. Where sequences of rows overlap,
   /// the one that ends first counts. Rows of files that the table does not list are left out.

@@ -7,27 +7,34 @@
 
 namespace tarvo::symbolreader {
 
-PartBuilder::PartBuilder() { part_.names.push_back({llvm::CachedHashStringRef("", 0), false}); }
+namespace {
 
-std::uint32_t PartBuilder::Number(llvm::CachedHashStringRef text, bool isMangled) {
-  part_.names.push_back({text, isMangled});
-  return static_cast<std::uint32_t>(part_.names.size() - 1);
+const llvm::CachedHashStringRef kEmpty("", 0);
+
+}  // namespace
+
+PartBuilder::PartBuilder(bool namesLast) : namesLast_(namesLast) {
+  part_.names.push_back({.text = kEmpty});
+}
+
+std::uint32_t PartBuilder::Number(Numbers& numbers, llvm::StringRef text, PartString string) {
+  if (text.empty()) return 0;
+  string.text = llvm::CachedHashStringRef(text);
+  if (const auto known = numbers.find(string.text); known != numbers.end()) return known->second;
+  if (!string.isLasting)
+    string.text = llvm::CachedHashStringRef(text.copy(part_.storage), string.text.hash());
+  const auto number = static_cast<std::uint32_t>(part_.names.size());
+  part_.names.push_back(string);
+  numbers[string.text] = number;
+  return number;
 }
 
 std::uint32_t PartBuilder::NumberName(llvm::StringRef name) {
-  if (name.empty()) return 0;
-  const llvm::CachedHashStringRef text(name);
-  const auto [entry, isNew] = names_.try_emplace(text, 0);
-  if (isNew) entry->second = Number(text, true);
-  return entry->second;
+  return Number(names_, name, {.text = kEmpty, .isMangled = true, .isLasting = namesLast_});
 }
 
 std::uint32_t PartBuilder::NumberPath(llvm::StringRef path) {
-  if (path.empty()) return 0;
-  llvm::CachedHashStringRef text(path);
-  if (const auto known = paths_.find(text); known != paths_.end()) return known->second;
-  text = llvm::CachedHashStringRef(path.copy(part_.storage), text.hash());
-  return paths_[text] = Number(text, false);
+  return Number(paths_, path, {.text = kEmpty});
 }
 
 std::uint64_t PartBuilder::AddNode(const PartNode& node) {

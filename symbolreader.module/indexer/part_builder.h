@@ -16,6 +16,7 @@ namespace tarvo::symbolreader {
 struct PartString {
   llvm::CachedHashStringRef text;
   bool isMangled = false;
+  bool isLasting = false;  ///< lives as long as the index is made; else in the part
 };
 
 /// Where a block of rows begins.
@@ -52,10 +53,11 @@ struct PartRow {
 /// Builds one part. Used by one thread.
 class PartBuilder {
  public:
-  PartBuilder();
+  /// `namesLast` says that names lie in memory that lasts until the index is made. Others, and
+  /// paths, are copied.
+  explicit PartBuilder(bool namesLast);
 
-  /// Numbers of strings within the part; the empty one's is 0. `name` must live as long as the
-  /// debug file; `path` is copied.
+  /// Numbers of strings within the part; the empty one's is 0.
   std::uint32_t NumberName(llvm::StringRef name);
   std::uint32_t NumberPath(llvm::StringRef path);
 
@@ -70,13 +72,15 @@ class PartBuilder {
   Part Finish();
 
  private:
-  std::uint32_t Number(llvm::CachedHashStringRef text, bool isMangled);
+  using Numbers = llvm::DenseMap<llvm::CachedHashStringRef, std::uint32_t>;
+  std::uint32_t Number(Numbers& numbers, llvm::StringRef text, PartString string);
   void FlushRow();
   void FlushBlock();
 
+  const bool namesLast_;
   Part part_;
-  llvm::DenseMap<llvm::CachedHashStringRef, std::uint32_t> names_;
-  llvm::DenseMap<llvm::CachedHashStringRef, std::uint32_t> paths_;
+  Numbers names_;
+  Numbers paths_;
 
   PartRow row_;  ///< the last one, which may still grow
   std::uint64_t rowStart_ = 0;

@@ -4,10 +4,9 @@
 
 namespace tarvo::symbolreader {
 
-Part UnitConverter::Convert(llvm::DWARFContext& context, UnitDirectory& directory,
-                            llvm::DWARFUnit& unit, std::span<const TextRun> runs) {
-  entries_ = directory.Open(unit);
-  names_.emplace(directory);
+Part UnitConverter::Convert(llvm::DWARFContext& context, const UnitEntries& unit,
+                            const UnitEntries& functions, std::span<const TextRun> runs) {
+  entries_ = functions;
   functions_ = ReadFunctions(*entries_);
   scopeNodes_.resize(functions_.scopes.size());
   lines_.emplace(context, unit, part_);
@@ -106,14 +105,13 @@ std::uint32_t UnitConverter::NameOf(const FunctionScope& scope) {
   const FunctionEntry entry = entries_->ReadFunction(*abbreviation, scope.offset, cursor);
   const bool isShared = entry.origin && !entry.linkageName && !entry.name && !entry.specification &&
                         entry.origin.number < entries_->unit->getInfoSection().Data.size();
-  if (!isShared) return part_.NumberName(names_->NameOf(*entries_, entry));
-  // Offsets of the unit and of the section do not meet: the form is the same for one place mostly,
-  // and where it is not the name is looked for twice.
-  const std::uint64_t key =
-      entry.origin.number << 1 | (entry.origin.form == llvm::dwarf::DW_FORM_ref_addr ? 1U : 0U);
+  if (!isShared) return part_.NumberName(symbolreader::NameOf(*entries_, entry));
+  // One number in two forms is two entries: a unit's, or the section's. The last keys are the
+  // map's.
+  const std::uint64_t key = entry.origin.number << 16 | entry.origin.form;
   const auto [known, isNew] = namesOfEntries_.try_emplace(key, 0);
   if (isNew) {
-    const std::uint32_t name = part_.NumberName(names_->NameOf(*entries_, entry));
+    const std::uint32_t name = part_.NumberName(symbolreader::NameOf(*entries_, entry));
     return namesOfEntries_[key] = name;
   }
   return known->second;

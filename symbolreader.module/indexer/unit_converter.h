@@ -26,11 +26,13 @@ namespace tarvo::symbolreader {
 ///   line 0; for each caller file and line of the call.
 class UnitConverter {
  public:
-  /// `symbols` outlives the converter.
-  explicit UnitConverter(std::span<const SymbolInterval> symbols) : symbols_(symbols) {}
+  /// `symbols` outlives the converter. `namesLast` is PartBuilder's, for the unit's functions.
+  UnitConverter(std::span<const SymbolInterval> symbols, bool namesLast)
+      : symbols_(symbols), part_(namesLast) {}
 
-  /// Converts the text of `unit`; `context` is the unit's.
-  Part Convert(llvm::DWARFContext& context, UnitDirectory& directory, llvm::DWARFUnit& unit,
+  /// Converts the text of a unit; `functions` is the same, or where its functions are split off the
+  /// unit that has them. `context` is that of the first.
+  Part Convert(llvm::DWARFContext& context, const UnitEntries& unit, const UnitEntries& functions,
                std::span<const TextRun> runs);
   /// Converts text that no unit answers for, from the symbols alone.
   Part Convert(std::span<const TextRun> runs);
@@ -58,7 +60,6 @@ class UnitConverter {
   std::span<const SymbolInterval> symbols_;
   PartBuilder part_;
   std::optional<UnitEntries> entries_;
-  std::optional<NameFinder> names_;
   std::optional<UnitLines> lines_;
   UnitFunctions functions_;
   std::vector<MadeNode> scopeNodes_;  ///< of each scope the last one

@@ -119,6 +119,17 @@ std::uint64_t UnitEntries::ReadSibling(const Abbreviation& abbreviation, ByteCur
   return sibling;
 }
 
+llvm::StringRef UnitEntries::CompilationDirectory() const {
+  ByteCursor cursor(Bytes(), FirstEntry());
+  const Abbreviation* abbreviation = abbreviations->Find(cursor.ReadLeb());
+  if (abbreviation == nullptr) return {};
+  for (const AttributeSpec& spec : abbreviations->Attributes(*abbreviation)) {
+    if (spec.name == DW_AT_comp_dir) return TextOf(ReadValue(*this, spec, cursor));
+    abbreviations->Skip(spec.form, cursor);
+  }
+  return {};
+}
+
 llvm::StringRef UnitEntries::TextOf(const RawValue& value) const {
   switch (value.form) {
     case DW_FORM_string:
@@ -127,6 +138,12 @@ llvm::StringRef UnitEntries::TextOf(const RawValue& value) const {
       return TextAt(unit->getStringSection(), value.number);
     case DW_FORM_line_strp:
       return TextAt(unit->getContext().getDWARFObj().getLineStrSection(), value.number);
+    case DW_FORM_GNU_strp_alt:
+    case DW_FORM_strp_sup: {
+      const UnitDirectory* other = directory->Supplementary();
+      if (other == nullptr || other->Units().empty()) return {};
+      return TextAt(other->Units().front()->getStringSection(), value.number);
+    }
     case DW_FORM_strx:
     case DW_FORM_strx1:
     case DW_FORM_strx2:
@@ -177,12 +194,10 @@ std::optional<std::uint64_t> UnitEntries::ConstantOf(const RawValue& value) {
   }
 }
 
-UnitDirectory::UnitDirectory(llvm::DWARFContext& context, llvm::StringRef abbreviations)
-    : section_(abbreviations) {
-  for (const auto& unit : context.compile_units()) {
-    units_.push_back(unit.get());
-    ++users_[KeyOf<Key>(*unit)];
-  }
+UnitDirectory::UnitDirectory(std::vector<llvm::DWARFUnit*> units, llvm::StringRef abbreviations,
+                             UnitDirectory* supplementary)
+    : section_(abbreviations), supplementary_(supplementary), units_(std::move(units)) {
+  for (const llvm::DWARFUnit* unit : units_) ++users_[KeyOf<Key>(*unit)];
   std::ranges::sort(units_, {}, [](const llvm::DWARFUnit* unit) { return unit->getOffset(); });
 }
 
@@ -201,7 +216,7 @@ std::shared_ptr<const AbbreviationTable> UnitDirectory::Share(const llvm::DWARFU
 UnitEntries UnitDirectory::Open(llvm::DWARFUnit& unit) {
   const auto users = users_.find(KeyOf<Key>(unit));
   const bool isShared = users != users_.end() && users->second > 1;
-  return {&unit, isShared ? Share(unit) : Read(unit)};
+  return {&unit, isShared ? Share(unit) : Read(unit), this};
 }
 
 UnitEntries UnitDirectory::OpenAround(std::uint64_t offset) {
@@ -210,12 +225,19 @@ UnitEntries UnitDirectory::OpenAround(std::uint64_t offset) {
   if (behind == units_.begin()) return {};
   llvm::DWARFUnit* unit = *std::prev(behind);
   if (offset >= unit->getNextUnitOffset()) return {};
-  return {unit, Share(*unit)};
+  return {unit, Share(*unit), this};
 }
 
-std::optional<NameFinder::Place> NameFinder::Follow(const UnitEntries& unit,
-                                                    const RawValue& reference) {
-  Place place{unit, {}};
+namespace {
+
+/// An entry that a name may stand in.
+struct NamePlace {
+  UnitEntries unit;
+  FunctionEntry entry;
+};
+
+std::optional<NamePlace> Follow(const UnitEntries& unit, const RawValue& reference) {
+  NamePlace place{unit, {}};
   std::uint64_t offset = reference.number;
   switch (reference.form) {
     case DW_FORM_ref1:
@@ -227,7 +249,13 @@ std::optional<NameFinder::Place> NameFinder::Follow(const UnitEntries& unit,
       break;
     case DW_FORM_ref_addr:
       if (offset < unit.unit->getOffset() || offset >= unit.unit->getNextUnitOffset())
-        place.unit = directory_.OpenAround(offset);
+        place.unit = unit.directory->OpenAround(offset);
+      break;
+    case DW_FORM_GNU_ref_alt:
+    case DW_FORM_ref_sup4:
+    case DW_FORM_ref_sup8:
+      if (unit.directory->Supplementary() == nullptr) return std::nullopt;
+      place.unit = unit.directory->Supplementary()->OpenAround(offset);
       break;
     default:
       return std::nullopt;
@@ -240,11 +268,13 @@ std::optional<NameFinder::Place> NameFinder::Follow(const UnitEntries& unit,
   return place;
 }
 
-llvm::StringRef NameFinder::NameOf(const UnitEntries& unit, const FunctionEntry& entry) {
-  std::vector<Place> places = {{unit, entry}};
+}  // namespace
+
+llvm::StringRef NameOf(const UnitEntries& unit, const FunctionEntry& entry) {
+  std::vector<NamePlace> places = {{unit, entry}};
   llvm::StringRef plainName;
   for (std::size_t i = 0; i < kMostReferences && !places.empty(); ++i) {
-    const Place place = std::move(places.back());
+    const NamePlace place = std::move(places.back());
     places.pop_back();
     const llvm::StringRef linkageName = place.unit.TextOf(place.entry.linkageName);
     if (!linkageName.empty()) return linkageName;

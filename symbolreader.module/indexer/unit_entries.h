@@ -42,10 +42,13 @@ struct FunctionEntry {
   RawValue callLine{};
 };
 
+class UnitDirectory;
+
 /// A unit whose entries are read.
 struct UnitEntries {
   llvm::DWARFUnit* unit = nullptr;
   std::shared_ptr<const AbbreviationTable> abbreviations;
+  UnitDirectory* directory = nullptr;
 
   /// The section's bytes up to the unit's end: offsets count in the section.
   [[nodiscard]] std::string_view Bytes() const;
@@ -61,6 +64,9 @@ struct UnitEntries {
   [[nodiscard]] std::uint64_t ReadSibling(const Abbreviation& abbreviation,
                                           ByteCursor& cursor) const;
 
+  /// What the unit's paths are relative to; empty where it does not say.
+  [[nodiscard]] llvm::StringRef CompilationDirectory() const;
+
   /// The text that a value stands for; empty where it is none or cannot be read.
   [[nodiscard]] llvm::StringRef TextOf(const RawValue& value) const;
   /// An address, a constant; nothing where the value is none or cannot be read.
@@ -72,9 +78,13 @@ struct UnitEntries {
 /// them use. Any thread may ask.
 class UnitDirectory {
  public:
-  UnitDirectory(llvm::DWARFContext& context, llvm::StringRef abbreviations);
+  /// `abbreviations` is the section of the units' tables; `supplementary` the units of the file
+  /// with what this one shares with others, or null. Both live as long as the directory.
+  UnitDirectory(std::vector<llvm::DWARFUnit*> units, llvm::StringRef abbreviations,
+                UnitDirectory* supplementary = nullptr);
 
   [[nodiscard]] const std::vector<llvm::DWARFUnit*>& Units() const { return units_; }
+  [[nodiscard]] UnitDirectory* Supplementary() const { return supplementary_; }
 
   /// The unit to be walked: its table is kept only where others use it too.
   [[nodiscard]] UnitEntries Open(llvm::DWARFUnit& unit);
@@ -88,29 +98,16 @@ class UnitDirectory {
   [[nodiscard]] std::shared_ptr<const AbbreviationTable> Share(const llvm::DWARFUnit& unit);
 
   llvm::StringRef section_;
+  UnitDirectory* supplementary_;
   std::vector<llvm::DWARFUnit*> units_;  ///< ascending by offset
   std::map<Key, unsigned> users_;
   std::mutex mutex_;
   std::map<Key, std::shared_ptr<const AbbreviationTable>> shared_;
 };
 
-/// Finds functions' names, which stand in the entry itself or in those that it refers to: in
-/// another place of the unit, in another unit.
-class NameFinder {
- public:
-  explicit NameFinder(UnitDirectory& directory) : directory_(directory) {}
-
-  /// The linkage name, or without one the plain name; empty where there is none.
-  [[nodiscard]] llvm::StringRef NameOf(const UnitEntries& unit, const FunctionEntry& entry);
-
- private:
-  struct Place {
-    UnitEntries unit;
-    FunctionEntry entry;
-  };
-  [[nodiscard]] std::optional<Place> Follow(const UnitEntries& unit, const RawValue& reference);
-
-  UnitDirectory& directory_;
-};
+/// A function's linkage name, or without one its plain name; empty where there is none. Names stand
+/// in the entry itself or in those that it refers to: in another place of the unit, in another
+/// unit, in the supplementary file.
+[[nodiscard]] llvm::StringRef NameOf(const UnitEntries& unit, const FunctionEntry& entry);
 
 }  // namespace tarvo::symbolreader

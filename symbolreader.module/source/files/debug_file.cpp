@@ -178,6 +178,13 @@ Result<std::unique_ptr<llvm::MemoryBuffer>> MapFile(const std::string& path) {
   return std::move(*buffer);
 }
 
+std::unique_ptr<ObjectFile> ObjectIn(const llvm::MemoryBuffer& buffer) {
+  auto object = CreateObject(buffer.getMemBufferRef());
+  if (object) return std::move(*object);
+  llvm::consumeError(object.takeError());
+  return nullptr;
+}
+
 Result<void> CheckArchitecture(const std::string& path, const std::string& found,
                                std::string_view architecture) {
   if (architecture.empty() || found == NameOf(ArchitectureOf(architecture))) return {};

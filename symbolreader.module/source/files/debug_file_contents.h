@@ -25,6 +25,10 @@ struct DebugFile::Contents {
 /// Maps a regular file.
 Result<std::unique_ptr<llvm::MemoryBuffer>> MapFile(const std::string& path);
 
+/// The object in a mapped file that is not universal; null where it is none of these formats, or
+/// damaged.
+[[nodiscard]] std::unique_ptr<llvm::object::ObjectFile> ObjectIn(const llvm::MemoryBuffer& buffer);
+
 /// An error that names both when `found`, LLVM's name of a file's architecture, is not what was
 /// asked for. Nothing need be.
 Result<void> CheckArchitecture(const std::string& path, const std::string& found,

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <llvm/DebugInfo/DWARF/DWARFUnit.h>
+#include <llvm/Object/ObjectFile.h>
+#include <llvm/Support/MemoryBuffer.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "files/debug_file.h"
+#include "indexer/debug_sections.h"
+#include "indexer/unit_entries.h"
+
+/// Files beside the debug file that hold parts of its debug information. Where one cannot be found,
+/// or is of another build, what it would tell is missing from the answers.
+///
+/// The paths are the debug file's choice; only regular files are opened, and only one that carries
+/// the expected id is used.
+namespace tarvo::symbolreader {
+
+/// A file beside, open.
+struct CompanionFile {
+  std::unique_ptr<llvm::MemoryBuffer> buffer;
+  std::unique_ptr<llvm::object::ObjectFile> object;
+  std::unique_ptr<DebugSections> sections;
+  std::unique_ptr<UnitDirectory> units;
+};
+
+/// The file with what several debug files share (dwz: .gnu_debugaltlink; DWARF 5: .debug_sup), its
+/// first entries extracted. Looked for under the path that the file gives, from its own directory
+/// where it is relative, then below /usr/lib/debug by build id. Null where the file names none, or
+/// it is not there.
+[[nodiscard]] std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file,
+                                                               unsigned threads);
+
+/// The parts of split debug information: of each unit the .dwo file, or all in one .dwp. Any thread
+/// may ask.
+class SplitUnits {
+ public:
+  explicit SplitUnits(const DebugFile& file) : path_(file.Facts().path) {}
+
+  /// The unit that `skeleton`, whose first entry is extracted, stands for. Nothing where it stands
+  /// for none, or that is not there. A .dwo is looked for under its path, then beside the debug
+  /// file; before either, a .dwp beside the debug file.
+  struct Found {
+    llvm::DWARFUnit* unit = nullptr;
+    UnitDirectory* directory = nullptr;
+    std::shared_ptr<CompanionFile> file;  ///< keeps both
+  };
+  [[nodiscard]] std::optional<Found> Find(llvm::DWARFUnit& skeleton);
+
+ private:
+  [[nodiscard]] std::shared_ptr<CompanionFile> Package();
+
+  std::string path_;
+  std::mutex mutex_;  ///< guards the package, whose units are parsed when they are asked for
+  bool isPackageKnown_ = false;
+  std::shared_ptr<CompanionFile> package_;
+};
+
+}  // namespace tarvo::symbolreader
