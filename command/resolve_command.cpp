@@ -9,10 +9,13 @@
 #include "command/adjustment_option.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
+#include "toolkit/debug_files/debug_file_source.h"
 #include "toolkit/resolve/freshness.h"
+#include "toolkit/resolve/progress.h"
 #include "toolkit/resolve/report_list.h"
 #include "toolkit/resolve/run.h"
 #include "toolkit/resolve/summary.h"
+#include "toolkit/resolve/user_cache.h"
 
 namespace tarvo::command {
 namespace {
@@ -26,15 +29,26 @@ UTF-16 is read too.
 Of a damaged or cut report what can be read is resolved; its document says under
 "Damage" what was left out: the line, and what was expected there.
 
-Archives are named BUILD_dsym.zip (`tarvo pack` makes them). Each is unpacked once
-into CACHE/BUILD and used from there.
+Symbols of a module are looked for, in this order, in
+  1. the archive of its build, BUILD_dsym.zip (`tarvo pack` makes them). Each is
+     unpacked once into CACHE/BUILD and used from there;
+  2. the debug directories, by the build id that tarvo's own capture writes
+     (DIR/.build-id/xx/yyyy.debug);
+  3. the module's own file at its path, and what its debug link names;
+  4. debuginfod, where DEBUGINFOD_URLS is set: DEBUGINFOD_CACHE_PATH and the other
+     variables of its client hold;
+  5. the symbol tables of the module's own file: a function's name, without a line.
+A file of another build id is never used; the summary names it. What is read of debug
+files is kept as an index, by default in tarvo/symbols in the user's cache directory
+(the entry g_symbolIndexDirectory).
 
 Reports of tarvo's own capture are first brought into the form of the others, in a
 copy; `tarvo normalize` shows it.
 
 The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate,
 NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what would help most:
-Reason, Build, Module, Frames, Error), "Failures" (Report, Error).
+Reason, Build, Module, Frames, Error), "Failures" (Report, Error), "Refused" (symbols
+that were there and were not used: File, Reason).
 
 Exit status:
   0  every report is resolved, as far as there are symbols
@@ -42,6 +56,7 @@ Exit status:
   2  wrong usage, or a module or the configuration is not as it should be
 
 Example:
+  tarvo resolve crash_bugreport.txt
   tarvo resolve reports --archives archives --cache cache --summary summary.json
 )";
 
@@ -49,6 +64,7 @@ struct ResolveOptions {
   std::vector<std::string> paths;
   std::string archives;
   std::string cache;
+  std::vector<std::string> debugDirectories;
   std::string summary;
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   bool missingOnly = false;
@@ -66,19 +82,32 @@ Result<Url> Directory(const Host& host, const std::string& option, std::string_v
 }
 
 Result<report::ResolveOptions> Settings(Host& host, const ResolveOptions& options) {
-  constexpr SourceFile kSource{"command/resolve"};
   const Result<Url> archives = Directory(host, options.archives, "g_symbolArchiveDirectory");
   if (!archives) return archives.GetError();
   const Result<Url> cache = Directory(host, options.cache, "g_symbolTemporaryDirectory");
   if (!cache) return cache.GetError();
-  if (archives->IsEmpty() || cache->IsEmpty()) {
-    return Error::IllegalArgument(
-        kSource.Here(), Format("@ is required.", archives->IsEmpty() ? "--archives" : "--cache"));
-  }
-  const report::ResolveOptions settings{*archives, *cache, options.adjustment, !options.isStrict};
+  const Result<UserCache> own = MakeUserCache(archives->IsEmpty(), cache->IsEmpty());
+  if (!own) return own.GetError();
+  const report::ResolveOptions settings{archives->IsEmpty() ? own->noArchives : *archives,
+                                        cache->IsEmpty() ? own->builds : *cache, options.adjustment,
+                                        !options.isStrict};
   if (auto prepared = report::PrepareDirectories(host.Services().Files(), settings); !prepared)
     return prepared.GetError();
   return settings;
+}
+
+DebugFileOptions DebugFiles(const ResolveOptions& options) {
+  DebugFileOptions files;
+  if (!options.debugDirectories.empty()) files.directories = options.debugDirectories;
+  files.onActivity = ShowActivity;
+  return files;
+}
+
+std::string Places(const ResolveOptions& options) {
+  const std::string archives = options.archives.empty()
+                                   ? "  no archives: --archives is not given\n"
+                                   : "  " + options.archives + ", archives of builds\n";
+  return archives + DebugFilePlaces(DebugFiles(options));
 }
 
 /// Takes the reports out that need no resolving; how many these are.
@@ -99,6 +128,8 @@ int Resolve(Host& host, const ResolveOptions& options) {
   summary.failures = std::move(list.failures);
   if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, settings->archives);
   ResolveAll(framework, *resolver, list.reports, options.jobs, options.isQuiet, summary);
+  summary.places = Places(options);
+  summary.refused = RefusedDebugFiles();
 
   if (!options.isQuiet) std::fputs(SummaryText(summary).c_str(), stdout);
   if (options.isQuiet)
@@ -114,8 +145,9 @@ int Resolve(Host& host, const ResolveOptions& options) {
 
 /// The host, with the frames counted and with the module's own lines off unless they are asked for:
 /// the summary says the same in fewer words.
-HostOptions ResolvingHost(HostOptions options) {
+HostOptions ResolvingHost(HostOptions options, const ResolveOptions& resolve) {
   options.components.push_back(TallyComponent());
+  options.components.push_back(DebugFileComponent(DebugFiles(resolve)));
   options.arguments.insert(options.arguments.begin(), "--g_crashlogResolveDiagnosticOutput=0");
   return options;
 }
@@ -124,13 +156,19 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
   resolve.AddOption("PATH", options.paths, "Crash reports, and directories of them").Required();
   resolve
       .AddOption("--archives", options.archives,
-                 "The symbol archives. Default: the entry\ng_symbolArchiveDirectory")
+                 "The symbol archives. Default: the entry\ng_symbolArchiveDirectory, else none")
       .Named("DIR");
   resolve
       .AddOption("--cache", options.cache,
                  "Unpacked archives; made where missing.\nDefault: the entry "
-                 "g_symbolTemporaryDirectory")
+                 "g_symbolTemporaryDirectory,\nelse tarvo/builds in the user's cache directory")
       .Named("DIR");
+  resolve
+      .AddOption("--debug-directory", options.debugDirectories,
+                 "Debug files of the system, as distributions\nlay them out; may be given several "
+                 "times.\nDefault: /usr/lib/debug")
+      .Named("DIR")
+      .OneValueEachTime();
   resolve
       .AddOption("--jobs", options.jobs, "Reports to resolve at once. Default: one\nfor each core")
       .Named("N")
@@ -157,7 +195,7 @@ void AddResolveCommand(Program& program, Context& context) {
   AddOptions(resolve, *options);
   resolve.OnNamed([&context, options] {
     context.action = [&context, options] {
-      context.host = ResolvingHost(std::move(context.host));
+      context.host = ResolvingHost(std::move(context.host), *options);
       return WithHost(context, [options](Host& host) { return Resolve(host, *options); });
     };
   });

@@ -1,5 +1,5 @@
-// Unpacks any bytes, as a zip archive and as what gzip or xz has packed: all or nothing, and nothing
-// outside of the directory that was asked for.
+// Unpacks any bytes, as a zip archive and as what gzip or xz has packed: all or nothing, and
+// nothing outside of the directory that was asked for.
 
 #include <unistd.h>
 

@@ -294,7 +294,8 @@ TEST_F(PackTest, TheLookUpFindsWhatIsPacked) {
                            "rm -r reports cache archives");
     // What reads symbols is not loaded: a module whose bundle was found stays at its name.
     EXPECT_EQ(end.output, "main + 0x10 (0x401136)\nFault + 0x10 (0x501136)\nSymbol file cache/" +
-                              build + "/libabsent.so.dsym for " + build + " not found.\n./" +
+                              build + "/libabsent.so.dsym for " + build +
+                              " not found.\nReports: 1 found, 1 resolved, 0 failed, 0 skipped\n./" +
                               place + "\napplication.app.dsym\nlibshared.so.1.dsym\n")
         << end.errors;
   }

@@ -64,7 +64,8 @@ std::optional<SupplementaryLink> LinkIn(const ObjectFile& object) {
   return SupplementaryLink{path, llvm::toHex(bytes.substr(offset, size), /*LowerCase=*/true)};
 }
 
-/// The build id in its section: a supplementary file is no image, and has no segments to find it by.
+/// The build id in its section: a supplementary file is no image, and has no segments to find it
+/// by.
 std::string_view BuildIdIn(const ObjectFile& object) {
   const std::string_view note = SectionNamed(object, ".note.gnu.build-id");
   ByteCursor cursor(note, 0);

@@ -34,6 +34,11 @@ struct Bundle {
 Result<Bundle> FindBundle(const std::string& path,
                           const std::vector<std::string>& debugDirectories);
 
+/// The separate debug file of the ELF file `path`, by its build id and its debug link, in
+/// `debugDirectories` and beside it; empty when there is none. An error when `path` cannot be read.
+Result<std::string> FindDebugFile(const std::string& path,
+                                  const std::vector<std::string>& debugDirectories);
+
 /// The bundle of the dSYM directory `path`: all of it, under its own name. A file error when it has
 /// no file in "Contents/Resources/DWARF", or holds anything but files and directories.
 Result<Bundle> FindAppleBundle(const std::string& path);

@@ -14,6 +14,7 @@ struct PackLibrary {
   decltype(&FindBundle) findBundle;
   decltype(&ArchivePath) archivePath;
   decltype(&WriteArchive) writeArchive;
+  decltype(&FindDebugFile) findDebugFile;
 
   /// The library, loaded at the first call and kept, as errors hold texts of it; it stands beside
   /// the host library. An illegal-state error with the loader's reason when it cannot be loaded.

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "toolkit/base/safe_text.h"
+#include "toolkit/pack/bundle.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -64,6 +65,13 @@ SeparateDebugFile FindSeparateDebugFile(const std::string& path, const ElfFacts&
     result.refused += ", but \"" + SafeText(candidate.path.native()) + "\" " + objection;
   }
   return result;
+}
+
+Result<std::string> FindDebugFile(const std::string& path,
+                                  const std::vector<std::string>& debugDirectories) {
+  const Result<ElfFacts> facts = ReadElfFacts(path);
+  if (!facts) return facts.GetError();
+  return FindSeparateDebugFile(path, *facts, debugDirectories).path;
 }
 
 }  // namespace tarvo::toolkit

@@ -7,7 +7,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string_view>
+#include <utility>
+
+#include "toolkit/base/safe_text.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -49,7 +53,21 @@ bool IsTerminal() {
   return isatty(STDERR_FILENO) != 0 && kind != nullptr && std::string_view(kind) != "dumb";
 }
 
+/// What takes time just now; set by any thread.
+std::mutex g_activityMutex;
+std::string g_activity;
+
+std::string Activity() {
+  const std::scoped_lock lock(g_activityMutex);
+  return g_activity;
+}
+
 }  // namespace
+
+void ShowActivity(const std::string& activity) {
+  const std::scoped_lock lock(g_activityMutex);
+  g_activity = SafeText(activity);
+}
 
 std::string ProgressLine(const Position& position) {
   std::string line =
@@ -84,12 +102,21 @@ Progress::~Progress() {
 }
 
 void Progress::Show(const Position& position) {
-  if (kind_ == Kind::Bar)
-    std::fprintf(stderr, "\r%s\x1b[K", ProgressBar(position, TerminalWidth()).c_str());
-  if (kind_ == Kind::Lines && position.time >= nextLine_) {
-    std::fprintf(stderr, "tarvo: %s\n", ProgressLine(position).c_str());
-    nextLine_ = position.time + kBetweenLines;
+  const std::string activity = Activity();
+  if (kind_ == Kind::Bar) {
+    const std::size_t width = TerminalWidth();
+    const std::string line = activity.empty()
+                                 ? ProgressBar(position, width)
+                                 : Shortened(activity, std::max<std::size_t>(width, 2) - 1);
+    std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
   }
+  if (kind_ != Kind::Lines) return;
+  const std::string about = activity.substr(0, activity.find(':'));
+  if (!about.empty() && std::exchange(lastActivity_, about) != about)
+    std::fprintf(stderr, "tarvo: %s\n", activity.c_str());
+  if (position.time < nextLine_) return;
+  std::fprintf(stderr, "tarvo: %s\n", ProgressLine(position).c_str());
+  nextLine_ = position.time + kBetweenLines;
 }
 
 }  // namespace tarvo::toolkit

@@ -19,6 +19,11 @@ struct Position {
 /// The same without the bar.
 [[nodiscard]] std::string ProgressLine(const Position& position);
 
+/// What takes time just now ("libc.so.6: 3.2 of 10.5 MB from debuginfod"): Progress shows it
+/// instead of the bar, or where there is none each time that the part before the colon is new. An
+/// empty text ends it. Any thread.
+void ShowActivity(const std::string& activity);
+
 /// Shows progress on standard error: on a terminal in one line that is written over, elsewhere a
 /// line every ten seconds. Used by one thread.
 class Progress {
@@ -36,6 +41,7 @@ class Progress {
   enum class Kind { None, Bar, Lines };
   Kind kind_;
   std::chrono::nanoseconds nextLine_;
+  std::string lastActivity_{};
 };
 
 }  // namespace tarvo::toolkit

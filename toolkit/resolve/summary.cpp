@@ -80,7 +80,7 @@ std::string Help(const Tally::Lack& lack) {
     case FrameOutcome::ModuleNotListed:
       return "entry of " + module + " in the list of modules";
     default:
-      return "debug information of " + module + ", build " + build;
+      return "debug information of " + module + (build.empty() ? "" : ", build " + build);
   }
 }
 
@@ -103,6 +103,26 @@ std::string FailuresText(const std::vector<Failure>& failures) {
   if (failures.size() > kShownFailures)
     text += "  and " + Number(failures.size() - kShownFailures) + " more\n";
   return text;
+}
+
+std::string RefusedText(const std::map<std::string, std::string>& refused) {
+  std::string text = refused.empty() ? "" : "Symbols that were there and were not used:\n";
+  std::size_t shown = 0;
+  for (const auto& [file, reason] : refused) {
+    if (++shown > kShownFailures) continue;
+    text += "  " + Shown(file) + ": " + Shown(reason) + "\n";
+  }
+  if (shown > kShownFailures) text += "  and " + Number(shown - kShownFailures) + " more\n";
+  return text;
+}
+
+/// Where nothing was found for some module.
+std::string PlacesText(const Summary& summary) {
+  const bool isMissing = std::ranges::any_of(summary.tally.Lacks(), [](const auto& lack) {
+    return lack.first.outcome != FrameOutcome::ModuleNotListed;
+  });
+  return isMissing && !summary.places.empty() ? "Symbols were looked for in:\n" + summary.places
+                                              : "";
 }
 
 DataDictionary LackDocument(const LackAndCount& lackAndCount) {
@@ -130,7 +150,7 @@ DataDictionary FramesDocument(const Tally& tally) {
 
 std::string SummaryText(const Summary& summary) {
   return ReportsLine(summary) + FramesText(summary.tally) + LacksText(summary.tally) +
-         FailuresText(summary.failures);
+         RefusedText(summary.refused) + PlacesText(summary) + FailuresText(summary.failures);
 }
 
 DataDictionary SummaryDocument(const Summary& summary) {
@@ -156,6 +176,14 @@ DataDictionary SummaryDocument(const Summary& summary) {
   document.Set("Frames", FramesDocument(summary.tally));
   document.Set("Missing", std::move(lacks));
   document.Set("Failures", std::move(failures));
+  DataArray refused;
+  for (const auto& [file, reason] : summary.refused) {
+    DataDictionary entry;
+    entry.Set("File", String(file));
+    entry.Set("Reason", String(reason));
+    refused.Append(std::move(entry));
+  }
+  document.Set("Refused", std::move(refused));
   return document;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ struct Summary {
   std::size_t untouched = 0;  ///< not come to, because the run was interrupted
   std::vector<Failure> failures;
   Tally tally;
+  std::string places;                          ///< where symbols were looked for, a line each
+  std::map<std::string, std::string> refused;  ///< files of symbols that were not used, and why
 };
 
 /// For people: a few lines, with the failures and what would help most.

@@ -37,7 +37,8 @@ struct DocumentFrame {
   std::string_view sourceFile{};
   std::uint64_t sourceLine = 0;  ///< 0: not known
   std::optional<std::uint64_t> address{};
-  std::vector<DocumentCaller> inlinedInto{};  ///< from the inside out
+  std::optional<std::uint64_t> symbolOffset{};  ///< bytes behind its symbol: no line is known
+  std::vector<DocumentCaller> inlinedInto{};    ///< from the inside out
 };
 
 struct DocumentThread {

@@ -84,6 +84,8 @@ constexpr std::array kNumbers = {
                   [](CrashDocument& d, Number number) { LastFrame(d).sourceLine = number; }},
     Field<Number>{Place::Caller, property::kSourceLine,
                   [](CrashDocument& d, Number number) { LastCaller(d).sourceLine = number; }},
+    Field<Number>{Place::Frame, property::kSymbolOffset,
+                  [](CrashDocument& d, Number number) { LastFrame(d).symbolOffset = number; }},
     Field<Number>{Place::Frame, property::kAddress,
                   [](CrashDocument& d, Number number) { LastFrame(d).address = number; }},
     Field<Number>{Place::Module, property::kBaseAddress,

@@ -55,11 +55,20 @@ void AddCallers(const DocumentFrame& frame, std::size_t number, std::vector<Fram
   }
 }
 
+/// A function of which only the symbol is known is shown with the distance from it, as one whose
+/// symbols were not looked up: "qsort + 0x1c".
+std::string Function(const DocumentFrame& frame) {
+  std::string function = SafeText(Demangled(frame.function));
+  if (frame.symbolOffset && *frame.symbolOffset != 0)
+    function += Format(" + 0x@{x}", *frame.symbolOffset).ToStdString();
+  return function;
+}
+
 FrameLine MakeLine(const DocumentFrame& frame, std::size_t number) {
   return {number,
           1,
           SafeText(frame.module),
-          SafeText(Demangled(frame.function)),
+          Function(frame),
           Location(frame),
           !frame.sourceFile.empty()};
 }

@@ -11,8 +11,8 @@ namespace tarvo::crashhandler {
 /// The configuration is read when the job runs. An empty g_crashlogDirectory means that there is
 /// nothing to do. A report that fails, or a directory below that cannot be listed, gives a
 /// diagnostic line and the walk goes on; only the top directory's error is the job's. Where one of
-/// the directories' entries names no place, each report is skipped with a line. The last line counts
-/// what was found, resolved, failed and skipped.
+/// the directories' entries names no place, each report is skipped with a line. The last line
+/// counts what was found, resolved, failed and skipped.
 Ref<Job> CreateCrashLogResolveExecution();
 
 }  // namespace tarvo::crashhandler

@@ -129,6 +129,35 @@ TEST_F(CrashLogResolveTest, AReaderOfChainsGivesTheCallersToo) {
   }
 }
 
+TEST_F(CrashLogResolveTest, ASourceIsAskedForWhatTheArchiveDoesNotHave) {
+  WriteArchive("archives/B1_dsym.zip", {"lib.so.dsym/"});
+  WriteArchive("archives/B2_dsym.zip", {"other.dsym/"});
+  framework_.answersChains = true;
+  framework_.answers = {{"usable", {{0x234, {"Inner", "in.h", 12}}, {0x235, {"Symbol", "", 0}}}}};
+  framework_.makeSource = [this]() -> Ref<Object> {
+    return Make<RecordingSource>(std::vector<std::string>{"/of/another/build", "/usable"},
+                                 [this](const String& said) { framework_.output.Add("", said); });
+  };
+  const std::string frames = Frame("lib.so", "?", "7234") + Frame("lib.so", "?", "7235");
+  const Lines tried = {"load /of/another/build abcd",
+                       "refused build: no symbols",
+                       "load /usable abcd",
+                       "load /usable abcd",
+                       "chain 0x234",
+                       "load /usable abcd",
+                       "chain 0x235"};
+  Lines archive = {"load " + Text("cache/B1/lib.so.dsym") + " abcd",
+                   "refused lib.so.dsym: no symbols"};
+  archive.insert(archive.end(), tried.begin(), tried.end());
+  // The archive's bundle is of another build; no bundle; no archive; no build.
+  for (const auto& [build, said] :
+       std::map<std::string, Lines>{{"B1", archive}, {"B2", tried}, {"B3", tried}, {"", tried}}) {
+    EXPECT_EQ(Resolve(Report("", build, frames)),
+              (Lines{"lib.so Inner 0x7234 in.h line 12 ", "lib.so Symbol 0x7235  line 0 0x5 "}));
+    EXPECT_EQ(Said(), said) << build;
+  }
+}
+
 TEST_F(CrashLogResolveTest, DiagnosticLevelsTellOfWhatFailed) {
   WriteArchive("archives/B1_dsym.zip", {"lib.so.dsym/", "text flag.dsym/"});
   framework_.answers = {{"lib.so.dsym", {{0x234, {"Crash(int)", "lib.cpp", 12}}}}};

@@ -9,6 +9,7 @@
 
 #include "tarvo/format.h"
 #include "tarvo/inline_symbolification.h"
+#include "tarvo/symbol_file_source.h"
 #include "tarvo/symbolification.h"
 
 namespace tarvo::crashhandler {
@@ -58,7 +59,8 @@ class RecordingSymbolification final : public Counted<Symbolification> {
   const std::map<std::uint64_t, Answer>* loaded_ = nullptr;
 };
 
-/// The same with the callers: "load PATH ARCHITECTURE" and "chain 0xOFFSET".
+/// The same with the callers: "load PATH ARCHITECTURE ID" and "chain 0xOFFSET". A function without
+/// a line is one that a symbol table knows.
 class RecordingInlineSymbolification final : public Counted<InlineSymbolification> {
  public:
   using Record = RecordingSymbolification::Record;
@@ -67,8 +69,10 @@ class RecordingInlineSymbolification final : public Counted<InlineSymbolificatio
       : answers_(std::move(answers)), record_(std::move(record)) {}
 
   Result<void> Load(const SymbolFileRequest& request) override {
-    record_(Format("load @ @", request.file, request.architecture));
-    loaded_ = &answers_.at(request.file.Name().ToStdString());
+    record_(Format("load @ @@", request.file, request.architecture, request.id));
+    const auto found = answers_.find(request.file.Name().ToStdString());
+    if (found == answers_.end()) return Error::IllegalState({}, "no symbols");
+    loaded_ = &found->second;
     return {};
   }
 
@@ -78,6 +82,7 @@ class RecordingInlineSymbolification final : public Counted<InlineSymbolificatio
     AddressChain chain{.frames = {{answer.function, answer.sourceFile, answer.line}}};
     for (const Answer& caller : answer.callers)
       chain.frames.push_back({caller.function, caller.sourceFile, caller.line});
+    if (answer.line == 0) chain.symbolOffset = 5;
     return chain;
   }
 
@@ -85,6 +90,26 @@ class RecordingInlineSymbolification final : public Counted<InlineSymbolificatio
   AnswerTable answers_;
   Record record_;
   const std::map<std::uint64_t, Answer>* loaded_ = nullptr;
+};
+
+/// Offers the files of a list for every module, and tells what was refused.
+class RecordingSource final : public Counted<SymbolFileSource> {
+ public:
+  RecordingSource(std::vector<std::string> files, RecordingSymbolification::Record record)
+      : files_(std::move(files)), record_(std::move(record)) {}
+
+  String IdOf(const ModuleQuery&) override { return "abcd"; }
+  Result<SymbolFileRequest> Find(const ModuleQuery&, std::size_t number) override {
+    if (number == files_.size()) return Error::IllegalState({}, "no further one");
+    return SymbolFileRequest{.file = Url::FromSystemPath(files_[number]), .id = "abcd"};
+  }
+  void Refused(const ModuleQuery&, const SymbolFileRequest& request, const Error& why) override {
+    record_(Format("refused @: @", request.file.Name(), why));
+  }
+
+ private:
+  std::vector<std::string> files_;
+  RecordingSymbolification::Record record_;
 };
 
 }  // namespace tarvo::crashhandler

@@ -11,6 +11,7 @@
 #include "host/host_framework.h"
 #include "recording_symbolification.h"
 #include "tarvo/resolve_observer.h"
+#include "tarvo/symbol_file_source.h"
 
 namespace tarvo::crashhandler {
 
@@ -88,7 +89,9 @@ class TestFramework final : public Framework {
       return Error::IllegalState({}, "none");
     if (interfaceId == ResolveObserver::kInterfaceId)
       return Ref<Object>(Make<RecordingObserver>(*frames));
-    if (interfaceId == InlineSymbolification::kInterfaceId && !answersChains)
+    if (interfaceId == SymbolFileSource::kInterfaceId && makeSource) return makeSource();
+    if (interfaceId == SymbolFileSource::kInterfaceId ||
+        (interfaceId == InlineSymbolification::kInterfaceId && !answersChains))
       return Error::IllegalState({}, "none");
     if (interfaceId == InlineSymbolification::kInterfaceId)
       return Ref<Object>(Make<RecordingInlineSymbolification>(
@@ -106,6 +109,7 @@ class TestFramework final : public Framework {
   RecordingOutput output;
   AnswerTable answers;
   bool answersChains = false;  ///< whether the symbolification has its second interface
+  std::function<Ref<Object>()> makeSource;  ///< of symbols outside archives; none where not set
   std::function<Ref<ReadArchive>()> makeArchive;  ///< instead of the host's, where set
 
  private:

@@ -63,5 +63,6 @@ extern "C" [[gnu::noinline]] int Plain(int value) {
 
 int main(int count, char**) {
   const shapes::Square square{count};
-  return square.Area() + shapes::Deep(count) + shapes::Largest(count, 7) + shapes::Largest(2L, 3L) + Plain(count);
+  return square.Area() + shapes::Deep(count) + shapes::Largest(count, 7) + shapes::Largest(2L, 3L) +
+         Plain(count);
 }

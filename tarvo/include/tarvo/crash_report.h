@@ -268,6 +268,8 @@ inline constexpr std::string_view kAddress = "Address";
 inline constexpr std::string_view kSourceFileName = "SourceFileName";
 inline constexpr std::string_view kSourceLine = "SourceLine";
 inline constexpr std::string_view kInlinedInto = "InlinedInto";
+/// Only a symbol table knew the function: how many bytes the address lies behind its symbol.
+inline constexpr std::string_view kSymbolOffset = "SymbolOffset";
 
 inline constexpr std::string_view kLoadedModules = "LoadedModules";
 inline constexpr std::string_view kBaseAddress = key::kBaseAddress;

@@ -25,9 +25,10 @@ namespace tarvo {
 // --- Output --------------------------------------------------------------------------------------
 
 /// Lines for people. Every call writes one whole line with one system call, also when several
-/// threads write; line ends in the text, control characters and whatever else could steer a terminal
-/// stand as their bytes ("\x1b"), and a text of more than 64 KB is cut. Diagnostic and critical lines go to standard error with the place they come from,
-/// console lines to standard output.
+/// threads write; line ends in the text, control characters and whatever else could steer a
+/// terminal stand as their bytes ("\x1b"), and a text of more than 64 KB is cut. Diagnostic and
+/// critical lines go to standard error with the place they come from, console lines to standard
+/// output.
 class OutputService {
  public:
   virtual void Diagnostic(SourceLocation where, std::string_view text) = 0;

@@ -26,6 +26,7 @@ inline constexpr String kAddress = String::Literal(crash_report::property::kAddr
 inline constexpr String kSourceFileName = String::Literal(crash_report::property::kSourceFileName);
 inline constexpr String kSourceLine = String::Literal(crash_report::property::kSourceLine);
 inline constexpr String kInlinedInto = String::Literal(crash_report::property::kInlinedInto);
+inline constexpr String kSymbolOffset = String::Literal(crash_report::property::kSymbolOffset);
 
 inline constexpr String kLoadedModules = String::Literal(crash_report::property::kLoadedModules);
 inline constexpr String kBaseAddress = String::Literal(crash_report::property::kBaseAddress);

@@ -11,6 +11,7 @@
 #include "crashlog/resolving/resolve_messages.h"
 #include "crashlog/resolving/symbol_lookup.h"
 #include "tarvo/resolve_observer.h"
+#include "tarvo/symbol_file_source.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -31,13 +32,13 @@ DataArray Callers(const AddressChain& chain) {
 /// Resolves the frames of one crash log, one by one.
 class FrameResolver {
  public:
-  /// `crashLog` is the one whose frames are resolved; it outlives the resolver. `observer` may be
-  /// null.
+  /// `crashLog` is the one whose frames are resolved; it outlives the resolver. `source` and
+  /// `observer` may be null.
   FrameResolver(const DataDictionary& crashLog, const Url& archiveDirectory,
                 const Url& temporaryDirectory, std::unique_ptr<SymbolLookup> symbols,
-                Ref<ResolveObserver> observer)
-      : modules_(crashLog, archiveDirectory, temporaryDirectory),
-        symbols_(std::move(symbols)),
+                Ref<SymbolFileSource> source, Ref<ResolveObserver> observer)
+      : symbols_(std::move(symbols)),
+        modules_(crashLog, archiveDirectory, temporaryDirectory, *symbols_, std::move(source)),
         observer_(std::move(observer)) {}
 
   /// Completes `frame`, or leaves it as it is and says why.
@@ -56,13 +57,13 @@ class FrameResolver {
 
  private:
   void ResolveInModule(DataDictionary& frame, std::uint64_t address, const ModuleSymbols& module) {
-    const auto& [symbolFile, failure] = module.symbols;
-    if (!symbolFile) {
-      ShowSymbolFileError(symbolFile.GetError());
-      return Tell(failure, frame, module.build, &symbolFile.GetError());
+    const Result<SymbolFileRequest>& symbols = module.symbols;
+    if (!symbols) {
+      ShowSymbolFileError(symbols.GetError());
+      return Tell(module.outcome, frame, module.build, &symbols.GetError());
     }
     FrameOutcome outcome = FrameOutcome::Resolved;
-    const Result<AddressChain> chain = LookUp(*symbolFile, address - module.baseAddress, outcome);
+    const Result<AddressChain> chain = LookUp(*symbols, address - module.baseAddress, outcome);
     if (!chain) {
       ShowUnresolvedFrame(frame);
       return Tell(outcome, frame, module.build, &chain.GetError());
@@ -71,6 +72,7 @@ class FrameResolver {
     frame.Set(property::kFunctionName, innermost.function);
     frame.Set(property::kSourceFileName, innermost.sourceFile);
     frame.Set(property::kSourceLine, innermost.line);
+    if (chain->symbolOffset) frame.Set(property::kSymbolOffset, *chain->symbolOffset);
     if (chain->frames.size() > 1) frame.Set(property::kInlinedInto, Callers(*chain));
     ShowResolvedFrame(frame);
     Tell(outcome, frame, module.build);
@@ -82,17 +84,18 @@ class FrameResolver {
   }
 
   /// `outcome` becomes the kind of failure when there is one.
-  Result<AddressChain> LookUp(const Url& symbolFile, std::uint64_t offset, FrameOutcome& outcome) {
+  Result<AddressChain> LookUp(const SymbolFileRequest& symbols, std::uint64_t offset,
+                              FrameOutcome& outcome) {
     outcome = FrameOutcome::UnreadableBundle;
-    if (Result<void> loaded = symbols_->Load(symbolFile); !loaded) return loaded.GetError();
+    if (Result<void> loaded = symbols_->Load(symbols); !loaded) return loaded.GetError();
     outcome = FrameOutcome::UnknownAddress;
     Result<AddressChain> chain = symbols_->Resolve(offset);
     if (chain) outcome = FrameOutcome::Resolved;
     return chain;
   }
 
-  ModuleTable modules_;
   std::unique_ptr<SymbolLookup> symbols_;
+  ModuleTable modules_;
   Ref<ResolveObserver> observer_;
 };
 
@@ -113,8 +116,9 @@ Result<void> ResolveFrames(DataDictionary& crashLog, const Url& archiveDirectory
   Result<std::unique_ptr<SymbolLookup>> symbols = BindSymbolLookup(crashLog);
   if (!symbols) return symbols.GetError();
   const Result<Ref<ResolveObserver>> observer = Bind<ResolveObserver>(*g_tarvo.framework);
+  const Result<Ref<SymbolFileSource>> source = Bind<SymbolFileSource>(*g_tarvo.framework);
   FrameResolver resolver(crashLog, archiveDirectory, temporaryDirectory, *std::move(symbols),
-                         observer.ValueOr(nullptr));
+                         source.ValueOr(nullptr), observer.ValueOr(nullptr));
   ForEachDictionary(crashLog, property::kThreads, [&](DataDictionary& thread) {
     ShowThread(thread);
     ForEachDictionary(thread, property::kCallstack,

@@ -5,6 +5,7 @@
 #include "crashlog/base/property_names.h"
 #include "crashlog/base/source.h"
 #include "crashlog/resolving/application_info.h"
+#include "crashlog/resolving/symbol_choice.h"
 
 namespace tarvo::crashhandler {
 namespace {
@@ -24,8 +25,12 @@ Result<String> Build(const DataDictionary& module) {
 }  // namespace
 
 ModuleTable::ModuleTable(const DataDictionary& crashLog, const Url& archiveDirectory,
-                         const Url& temporaryDirectory)
-    : crashLog_(crashLog), cache_(archiveDirectory, temporaryDirectory) {
+                         const Url& temporaryDirectory, SymbolLookup& lookup,
+                         Ref<SymbolFileSource> source)
+    : crashLog_(crashLog),
+      cache_(archiveDirectory, temporaryDirectory),
+      lookup_(lookup),
+      source_(std::move(source)) {
   const auto* modules = crashLog.FindAs<DataArray>(property::kLoadedModules);
   if (modules == nullptr) return;
   modules_ = *modules;
@@ -47,6 +52,12 @@ const Result<ModuleSymbols>* ModuleTable::Find(const String& name) {
 }
 
 Result<ModuleSymbols> ModuleTable::Prepare(const DataDictionary& module) {
+  Result<ModuleSymbols> archived = FromArchive(module);
+  if (source_ == nullptr) return archived;
+  return ChooseSymbols({crashLog_, module}, std::move(archived), *source_, lookup_);
+}
+
+Result<ModuleSymbols> ModuleTable::FromArchive(const DataDictionary& module) {
   const Result<std::uint64_t> base = module.Get<std::uint64_t>(property::kBaseAddress);
   if (!base) return base.GetError();
   const Result<String> build = Build(module);
@@ -56,7 +67,10 @@ Result<ModuleSymbols> ModuleTable::Prepare(const DataDictionary& module) {
   String name = *module.FindAs<String>(property::kModuleName);
   std::uint64_t baseAddress = *base;
   if (*isExecutable) ApplicationBundleName(crashLog_, name, baseAddress);
-  return ModuleSymbols{baseAddress, *build, cache_.GetSymbolFile(name, *build)};
+  const BundleSearch search = cache_.GetSymbolFile(name, *build);
+  if (!search.bundle)
+    return ModuleSymbols{baseAddress, *build, search.bundle.GetError(), search.outcome};
+  return ModuleSymbols{baseAddress, *build, SymbolFileRequest{.file = *search.bundle}};
 }
 
 }  // namespace tarvo::crashhandler

@@ -16,8 +16,8 @@ class PlainLookup final : public SymbolLookup {
   PlainLookup(SymbolificationRef symbols, String architecture)
       : symbols_(std::move(symbols)), architecture_(std::move(architecture)) {}
 
-  Result<void> Load(const Url& symbolFile) override {
-    return symbols_->Load(symbolFile, architecture_);
+  Result<void> Load(const SymbolFileRequest& request) override {
+    return symbols_->Load(request.file, architecture_);
   }
   Result<AddressChain> Resolve(std::uint64_t offset) override {
     SourceFrame frame;
@@ -36,8 +36,10 @@ class InlineLookup final : public SymbolLookup {
   InlineLookup(InlineSymbolificationRef symbols, String architecture)
       : symbols_(std::move(symbols)), architecture_(std::move(architecture)) {}
 
-  Result<void> Load(const Url& symbolFile) override {
-    return symbols_->Load({.file = symbolFile, .architecture = architecture_});
+  Result<void> Load(const SymbolFileRequest& request) override {
+    SymbolFileRequest full = request;
+    full.architecture = architecture_;
+    return symbols_->Load(full);
   }
   Result<AddressChain> Resolve(std::uint64_t offset) override {
     Result<AddressChain> chain = symbols_->Resolve(offset);

@@ -6,7 +6,6 @@
 #include "tarvo/data_dictionary.h"
 #include "tarvo/inline_symbolification.h"
 #include "tarvo/result.h"
-#include "tarvo/url.h"
 
 namespace tarvo::crashhandler {
 
@@ -15,7 +14,8 @@ namespace tarvo::crashhandler {
 class SymbolLookup {
  public:
   virtual ~SymbolLookup() = default;
-  virtual Result<void> Load(const Url& symbolFile) = 0;
+  /// The request's architecture is filled in as far as the crash log states it.
+  virtual Result<void> Load(const SymbolFileRequest& request) = 0;
   /// At least one frame.
   virtual Result<AddressChain> Resolve(std::uint64_t offset) = 0;
 };

@@ -21,6 +21,7 @@
 #include "tarvo/registration.h"
 #include "tarvo/resolve_observer.h"
 #include "tarvo/result.h"
+#include "tarvo/symbol_file_source.h"
 #include "tarvo/symbolification.h"
 
 namespace tarvo {
@@ -230,7 +231,10 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Reference<const DataDictionary>(offsetof(FrameReport, frame))
         .Reference<const String>(offsetof(FrameReport, build))
         .Record(&ResolveObserver::Salvages, &ResolveObserver::ReportRead,
-                &ResolveObserver::FrameDone);
+                &ResolveObserver::FrameDone)
+        .Reference<const DataDictionary>(offsetof(ModuleQuery, crashLog))
+        .Reference<const DataDictionary>(offsetof(ModuleQuery, module))
+        .Record(&SymbolFileSource::IdOf, &SymbolFileSource::Find, &SymbolFileSource::Refused);
   }
 #pragma GCC diagnostic pop
 };

@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# `tarvo resolve` without an archive: a program crashes under `tarvo exec`, its debug information lies in one
+# place after the other, and the line of the fault has to come out, or the reason why not.
+# Usage: debug_files_test.sh TARVO
+set -euo pipefail
+tarvo=$1
+scratch=$(mktemp -d)
+server=
+trap '[[ -z $server ]] || kill "$server"; rm -rf "$scratch"' EXIT
+cd "$scratch"
+fail() { echo "FAILED: $*" >&2; [[ -f output ]] && cat output >&2; exit 1; }
+
+export XDG_CACHE_HOME=$scratch/cache HOME=$scratch
+unset DEBUGINFOD_URLS
+
+# crash NAME [OPTION…]: a new program of that name with debug information, and its report NAME_bugreport.txt.
+crash() {
+  local name=$1
+  shift
+  mkdir "$name"
+  printf '%s\n' 'static void Fault(int *nowhere) {' '  *nowhere = 1;' '}' \
+    "int main(void) { Fault(0); return sizeof \"$name\"; }" >"$name/$name.c"
+  cc -g -O0 -Wl,--build-id "$@" -o "$name/$name" "$name/$name.c"
+  timeout 60 "$tarvo" exec --report "$name/${name}_bugreport.txt" -- "$name/$name" 2>/dev/null && fail "$name: no crash"
+  [[ -s $name/${name}_bugreport.txt ]] || fail "$name: no report"
+}
+build_id() { readelf --notes "$1" | sed -n 's/.*Build ID: //p'; }
+# separate NAME FILE: takes the debug information out of the program and into FILE.
+separate() {
+  mkdir -p "$(dirname "$2")"
+  objcopy --only-keep-debug "$1/$1" "$2"
+  strip "$1/$1"
+}
+# resolve NAME [OPTION…]: the document in one line without blanks, in `document`; what was said in `output`.
+resolve() {
+  local name=$1
+  shift
+  timeout 120 "$tarvo" resolve "$name/${name}_bugreport.txt" "$@" >output 2>&1 || fail "$name: resolve"
+  document=$(tr -d ' \n' <"$name/${name}_bugreport.resolved.json")
+}
+expect_line() { [[ $document =~ \"FunctionName\":\"Fault\",\"Address\":[0-9]+,\"SourceFileName\":\"[^\"]*$1.c\",\"SourceLine\":2 ]] ||
+  fail "$1: the fault has no line"; }
+expect_no_line() { [[ $document != *'"SourceLine":2'* ]] || fail "$1: has a line"; }
+expect_said() { grep -qE "$1" output || fail "not said: $1"; }
+
+crash own
+resolve own
+expect_line own
+
+crash by_id
+id=$(build_id by_id/by_id)
+separate by_id "debug/.build-id/${id:0:2}/${id:2}.debug"
+resolve by_id
+expect_no_line by_id
+resolve by_id --debug-directory debug
+expect_line by_id
+
+crash by_link
+separate by_link by_link/by_link.debug
+objcopy --add-gnu-debuglink=by_link/by_link.debug by_link/by_link
+resolve by_link
+expect_line by_link
+
+# A symbol table gives the name alone, and says that it does.
+crash by_symbol
+strip --strip-debug by_symbol/by_symbol
+resolve by_symbol
+[[ $document =~ \"FunctionName\":\"Fault\"[^}]*\"SymbolOffset\":[0-9]+ ]] || fail "no symbol"
+expect_no_line by_symbol
+
+# Another build in the same place, in the debug directory and in the archive: never used, and said.
+crash replaced
+id=$(build_id replaced/replaced)
+sed -i '1s/^/\n/' replaced/replaced.c
+cc -g -O0 -Wl,--build-id -o replaced/replaced replaced/replaced.c
+mkdir -p "other/.build-id/${id:0:2}"
+cp replaced/replaced "other/.build-id/${id:0:2}/${id:2}.debug"
+"$tarvo" pack --build UNKNOWNBUILDID --archives archives replaced/replaced >/dev/null
+resolve replaced --debug-directory other --archives archives
+expect_no_line replaced
+expect_said "$(build_id replaced/replaced).*expected $id"
+expect_said 'Symbols were looked for in'
+
+# A debuginfod server; nobody is asked before it is named.
+if command -v debuginfod >/dev/null; then
+  crash served
+  separate served served_debug/served.debug
+  port=$((20000 + $$ % 20000))
+  debuginfod --database=:memory: --port="$port" -F "$scratch/served_debug" >server.log 2>&1 &
+  server=$!
+  id=$(build_id served/served)
+  for ((i = 0; i < 100; ++i)); do
+    python3 -c "import sys, urllib.request; urllib.request.urlopen(sys.argv[1])" \
+      "http://127.0.0.1:$port/buildid/$id/debuginfo" >/dev/null 2>&1 && break
+    sleep 0.1
+  done
+  resolve served
+  expect_no_line served
+  expect_said 'DEBUGINFOD_URLS is not set'
+  export DEBUGINFOD_URLS=http://127.0.0.1:$port
+  resolve served
+  expect_line served
+else
+  echo "debuginfod is not installed: not tried"
+fi
+echo "passed"

@@ -1,0 +1,189 @@
+#include "toolkit/debug_files/debug_file_source.h"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "tarvo/format.h"
+#include "tarvo/symbol_file_source.h"
+#include "toolkit/debug_files/debuginfod.h"
+#include "toolkit/debug_files/module_identity.h"
+#include "toolkit/pack/pack_library.h"
+
+namespace tarvo::toolkit {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr SourceFile kSource{"command/resolve/debug_files"};
+
+bool IsFile(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_regular_file(path, ignored);
+}
+
+/// Whether the module's own file is there and may be that of the crash: one without a build id only
+/// where it has not been changed since.
+bool HasOwnFile(const ModuleIdentity& module) {
+  struct stat file{};
+  if (module.path.empty() || stat(module.path.c_str(), &file) != 0 || !S_ISREG(file.st_mode))
+    return false;
+  return !module.id.empty() || (module.crashTime && file.st_mtim.tv_sec <= *module.crashTime);
+}
+
+class Places {
+ public:
+  explicit Places(DebugFileOptions options) : options_(std::move(options)) {}
+
+  using Files = std::vector<SymbolFileRequest>;
+  /// The files of one step, from 0 to kSteps - 1, that are there.
+  Files Step(const ModuleIdentity& module, std::size_t step);
+  static constexpr std::size_t kSteps = 5;
+
+ private:
+  using Paths = std::vector<std::string>;
+  [[nodiscard]] Paths ByBuildId(const ModuleIdentity& module);
+  [[nodiscard]] Paths Own(const ModuleIdentity& module);
+  [[nodiscard]] Paths ByDebugLink(const ModuleIdentity& module);
+  [[nodiscard]] Paths Downloaded(const ModuleIdentity& module);
+
+  DebugFileOptions options_;
+  Debuginfod debuginfod_;
+};
+
+Places::Files Places::Step(const ModuleIdentity& module, std::size_t step) {
+  constexpr std::array<Paths (Places::*)(const ModuleIdentity&), kSteps> kFind = {
+      &Places::ByBuildId, &Places::Own, &Places::ByDebugLink, &Places::Downloaded, &Places::Own};
+  Files files;
+  for (const std::string& path : (this->*kFind[step])(module)) {
+    files.push_back({.file = Url::FromSystemPath(path),
+                     .id = String(module.id),
+                     .takesSymbolTable = step == kSteps - 1});
+  }
+  return files;
+}
+
+Places::Paths Places::ByBuildId(const ModuleIdentity& module) {
+  Paths paths;
+  if (module.id.empty()) return paths;
+  for (const fs::path directory : options_.directories) {
+    const fs::path path =
+        directory / ".build-id" / module.id.substr(0, 2) / (module.id.substr(2) + ".debug");
+    if (IsFile(path)) paths.push_back(path);
+  }
+  return paths;
+}
+
+Places::Paths Places::Own(const ModuleIdentity& module) {
+  return HasOwnFile(module) ? Paths{module.path} : Paths();
+}
+
+Places::Paths Places::ByDebugLink(const ModuleIdentity& module) {
+  if (!HasOwnFile(module)) return {};
+  const auto library = PackLibrary::Load();
+  if (!library) return {};
+  const Result<std::string> found = (*library)->findDebugFile(module.path, options_.directories);
+  return found && !found->empty() ? Paths{*found} : Paths();
+}
+
+Places::Paths Places::Downloaded(const ModuleIdentity& module) {
+  if (module.id.empty() || !Debuginfod::IsConfigured()) return {};
+  const auto tell = [&](long done, long all) {
+    if (!options_.onActivity) return;
+    constexpr double kMegabyte = 1e6;
+    std::array<char, 64> amount{};
+    std::snprintf(amount.data(), amount.size(), all > 0 ? "%.1f of %.1f MB" : "%.1f MB",
+                  static_cast<double>(done) / kMegabyte, static_cast<double>(all) / kMegabyte);
+    options_.onActivity(module.name + ": " + amount.data() + " from debuginfod");
+  };
+  const Result<std::string> found = debuginfod_.Find(module.id, tell);
+  if (options_.onActivity) options_.onActivity({});
+  return found ? Paths{*found} : Paths();
+}
+
+/// A search that is taken up where it stood: each step runs once for a module, however many reports
+/// ask.
+struct Search {
+  std::mutex mutex;
+  std::vector<SymbolFileRequest> found;
+  std::size_t nextStep = 0;
+};
+
+/// What the component's object works with, and what it leaves for the summary.
+struct State {
+  explicit State(DebugFileOptions options) : places(std::move(options)) {}
+  Places places;
+  std::mutex mutex;  ///< of what follows
+  std::map<std::pair<std::string, std::string>, std::shared_ptr<Search>> searches{};
+  std::map<std::string, std::string> refused{};
+};
+std::unique_ptr<State> g_state;
+
+class DebugFileSource final : public Counted<SymbolFileSource> {
+ public:
+  String IdOf(const ModuleQuery& query) override { return String(Identify(query).id); }
+
+  Result<SymbolFileRequest> Find(const ModuleQuery& query, std::size_t number) override {
+    const ModuleIdentity module = Identify(query);
+    const std::shared_ptr<Search> search = SearchFor(module);
+    const std::scoped_lock lock(search->mutex);
+    while (search->found.size() <= number && search->nextStep < Places::kSteps) {
+      auto files = g_state->places.Step(module, search->nextStep++);
+      search->found.insert(search->found.end(), files.begin(), files.end());
+    }
+    if (number < search->found.size()) return search->found[number];
+    return Error::IllegalState(kSource.Here(),
+                               Format("No further debug file of @ is known.", module.name));
+  }
+
+  void Refused(const ModuleQuery& query, const SymbolFileRequest& request,
+               const Error& reason) override {
+    // A file without debug information is asked again for its symbol table: nothing is wrong.
+    const std::string path = request.file.SystemPath().ToStdString();
+    if (path == Identify(query).path && !request.takesSymbolTable) return;
+    const std::scoped_lock lock(g_state->mutex);
+    if (g_state->refused.size() < kMostRefusals)
+      g_state->refused.emplace(path, reason.Text().ToStdString());
+  }
+
+ private:
+  static std::shared_ptr<Search> SearchFor(const ModuleIdentity& module) {
+    const std::scoped_lock lock(g_state->mutex);
+    std::shared_ptr<Search>& search = g_state->searches[{module.path, module.id}];
+    if (search == nullptr) search = std::make_shared<Search>();
+    return search;
+  }
+};
+
+}  // namespace
+
+std::string DebugFilePlaces(const DebugFileOptions& options) {
+  std::string places;
+  for (const std::string& directory : options.directories)
+    places += "  " + directory + "/.build-id, by build id\n";
+  places += "  the modules' own files, and what their debug links name\n";
+  places += Debuginfod::IsConfigured() ? "  debuginfod, by build id\n"
+                                       : "  not debuginfod: DEBUGINFOD_URLS is not set\n";
+  return places;
+}
+
+ComponentRecord DebugFileComponent(DebugFileOptions options) {
+  g_state = std::make_unique<State>(std::move(options));
+  return {.interfaceId = SymbolFileSource::kInterfaceId,
+          .className = "DebugFileSource",
+          .create = []() -> Ref<Object> { return Make<DebugFileSource>(); }};
+}
+
+std::map<std::string, std::string> RefusedDebugFiles() {
+  const std::scoped_lock lock(g_state->mutex);
+  return g_state->refused;
+}
+
+}  // namespace tarvo::toolkit
