@@ -1,5 +1,6 @@
 #include "command/subcommand.h"
 
+#include <csignal>
 #include <cstdio>
 
 #include "tarvo/format.h"
@@ -8,6 +9,9 @@
 namespace tarvo::command {
 
 int WithHost(const Context& context, const std::function<int(Host&)>& work) {
+  // A file over the limit of the process (ulimit -f) is that file's error, and no end of the
+  // program.
+  std::signal(SIGXFSZ, SIG_IGN);
   const auto host = Host::Start(context.host);
   return host ? work(**host) : Fail(host.GetError(), kWrongUsage);
 }

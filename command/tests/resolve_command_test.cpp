@@ -428,6 +428,32 @@ TEST_F(ResolveOriginsTest, ReadsPackedAndWideReports) {
   EXPECT_EQ(Tarvo({"normalize", "packed/b_bugreport.txt.xz"}).output, report);
 }
 
+// What cannot be written is one report's failure, whose file is named; the others are done.
+TEST_F(ResolveOriginsTest, OutcomesThatCannotBeWrittenAreNamed) {
+  const std::string report = ReadFile(folder_ / "reports/linux_bugreport.txt");
+  const std::string longName = std::string(241, 'n') + "_bugreport.txt";
+  std::string large = report;
+  large.insert(large.find("\tCritical_Log") == std::string::npos ? large.size()
+                                                                 : large.find("\tCritical_Log"),
+               "\tApplicationInfo\n\t{\n\t\tx: " + std::string(3 << 20, 'x') + "\n\t}\n");
+  Write("out/" + longName, report);
+  Write("out/large_bugreport.txt", large);
+  Write("out/taken_bugreport.txt", report);
+  Write("out/taken_bugreport.resolved.json/x", "a directory");
+  Write("out/z_bugreport.txt", report);
+  const auto end = Run({"bash", "-c", "ulimit -f 2048; exec \"$@\"", "bash", TARVO_PROGRAM,
+                        "resolve", "out", "--archives", "archives", "--cache", "cache"});
+  EXPECT_EQ(end.exitStatus, 1) << end.output << end.errors;
+  EXPECT_NE(end.output.find("Reports: 4 read, 1 resolved, 3 failed"), std::string::npos);
+  for (const std::string& text : {std::string("n_bugreport.resolved.json\": File name too long"),
+                                  std::string("large_bugreport.resolved.json\": File too large"),
+                                  std::string("taken_bugreport.resolved.json\": Is a directory")})
+    EXPECT_NE(end.output.find(text), std::string::npos) << text << end.output;
+  EXPECT_TRUE(fs::exists(folder_ / "out/z_bugreport.resolved.json"));
+  for (const auto& entry : fs::directory_iterator(folder_ / "out"))
+    EXPECT_FALSE(entry.path().filename().string().starts_with(".tarvo-")) << entry.path();
+}
+
 TEST_F(ResolveOriginsTest, LeavesAloneWhatIsUpToDate) {
   const auto age = [&](const std::string& file, int hours) {
     fs::last_write_time(folder_ / file,

@@ -16,6 +16,10 @@ namespace {
 class OwnCutter {
  public:
   explicit OwnCutter(std::string_view report) {
+    // Lines may be short: room that doubles would be more than the report takes.
+    const auto count = static_cast<std::size_t>(std::ranges::count(report, '\n')) + 1;
+    lines_.reserve(count);
+    cut_.reserve(count);
     while (!report.empty()) lines_.push_back(TakeLine(report));
   }
 

@@ -13,6 +13,7 @@ constexpr std::size_t kShownFailures = 20;
 constexpr std::size_t kShownLacks = 10;
 constexpr std::size_t kDocumentedLacks = 1000;
 constexpr std::size_t kShownColumns = 200;
+constexpr std::size_t kShownReasonColumns = 2000;  // names a file at its start, says why at its end
 
 using LackAndCount = std::pair<Tally::Lack, Tally::Count>;
 
@@ -99,7 +100,8 @@ std::string LacksText(const Tally& tally) {
 std::string FailuresText(const std::vector<Failure>& failures) {
   std::string text = failures.empty() ? "" : "Failed:\n";
   for (std::size_t i = 0; i < std::min(failures.size(), kShownFailures); ++i)
-    text += "  " + Shown(failures[i].file.Text()) + ": " + Shown(failures[i].reason) + "\n";
+    text += "  " + Shown(failures[i].file.Text()) + ": " +
+            Shortened(SafeText(failures[i].reason), kShownReasonColumns) + "\n";
   if (failures.size() > kShownFailures)
     text += "  and " + Number(failures.size() - kShownFailures) + " more\n";
   return text;
