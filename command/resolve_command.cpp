@@ -65,6 +65,7 @@ struct ResolveOptions {
   std::string archives;
   std::string cache;
   std::vector<std::string> debugDirectories;
+  bool archivesOnly = false;
   std::string summary;
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   bool missingOnly = false;
@@ -107,7 +108,7 @@ std::string Places(const ResolveOptions& options) {
   const std::string archives = options.archives.empty()
                                    ? "  no archives: --archives is not given\n"
                                    : "  " + options.archives + ", archives of builds\n";
-  return archives + DebugFilePlaces(DebugFiles(options));
+  return options.archivesOnly ? archives : archives + DebugFilePlaces(DebugFiles(options));
 }
 
 /// Takes the reports out that need no resolving; how many these are.
@@ -147,7 +148,7 @@ int Resolve(Host& host, const ResolveOptions& options) {
 /// the summary says the same in fewer words.
 HostOptions ResolvingHost(HostOptions options, const ResolveOptions& resolve) {
   options.components.push_back(TallyComponent());
-  options.components.push_back(DebugFileComponent(DebugFiles(resolve)));
+  if (!resolve.archivesOnly) options.components.push_back(DebugFileComponent(DebugFiles(resolve)));
   options.arguments.insert(options.arguments.begin(), "--g_crashlogResolveDiagnosticOutput=0");
   return options;
 }
@@ -163,12 +164,17 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
                  "Unpacked archives; made where missing.\nDefault: the entry "
                  "g_symbolTemporaryDirectory,\nelse tarvo/builds in the user's cache directory")
       .Named("DIR");
+  const Option directories = resolve.AddOption(
+      "--debug-directory", options.debugDirectories,
+      "Debug files of the system, as distributions\nlay them out; may be given several "
+      "times.\nDefault: /usr/lib/debug");
+  directories.Named("DIR").OneValueEachTime();
   resolve
-      .AddOption("--debug-directory", options.debugDirectories,
-                 "Debug files of the system, as distributions\nlay them out; may be given several "
-                 "times.\nDefault: /usr/lib/debug")
-      .Named("DIR")
-      .OneValueEachTime();
+      .AddFlag(
+          "--archives-only", options.archivesOnly,
+          "Take symbols from the archives and from\nnowhere else: what comes of a report is the "
+          "same\non every machine")
+      .Excludes(directories);
   resolve
       .AddOption("--jobs", options.jobs, "Reports to resolve at once. Default: one\nfor each core")
       .Named("N")

@@ -60,7 +60,7 @@ fi
 outcome=$(resolving/build/resolving archives cache by_call/crash_bugreport.txt --g_crashlogResolveDiagnosticOutput=0) ||
   fail "the program does not resolve its report"
 [[ $outcome == by_call/crash_bugreport.resolved.json ]] || fail "the program says \"$outcome\""
-prefix/bin/tarvo resolve --quiet --archives archives --cache cache by_command || fail "the command does not resolve"
+prefix/bin/tarvo resolve --quiet --archives-only --archives archives --cache cache by_command || fail "the command does not resolve"
 diff -r by_call by_command || fail "the program and the command resolve differently"
 if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
   line=$(grep -n 'return 100 / divisor' example/main.cpp | cut -d : -f 1)

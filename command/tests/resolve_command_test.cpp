@@ -178,7 +178,8 @@ class ResolveOriginsTest : public ResolveCommandTest {
     return Tarvo(arguments);
   }
   ProgramResult Resolve(Texts arguments) {
-    const Texts start = {"resolve", "--archives", "archives", "--cache", "cache"};
+    const Texts start = {"resolve",         "--archives", "archives",
+                         "--archives-only", "--cache",    "cache"};
     arguments.insert(arguments.begin(), start.begin(), start.end());
     return WithRecorder(arguments);
   }
@@ -260,6 +261,8 @@ What would help most, in frames:
           1  build of libc.so.6
           1  build of my plug-in 2.dll
           1  debug information of crashdemo, build R15.6-4213
+Symbols were looked for in:
+  archives, archives of builds
 Failed:
   /dev/null: It is neither a file nor a directory.
   missing: There is no such file or directory.
@@ -479,8 +482,8 @@ TEST_F(ResolveOriginsTest, RefusesWrongUsage) {
   const std::string hint = "\nRun `tarvo --help` for more information.\n";
   const std::pair<Texts, std::string> cases[] = {
       {{"resolve"}, "tarvo: PATH is required" + hint},
-      {{"resolve", "reports", "--cache", "c"}, "tarvo: --archives is required.\n"},
-      {{"resolve", "reports", "--archives", "archives"}, "tarvo: --cache is required.\n"},
+      {{"resolve", "reports", "--archives-only", "--debug-directory", "d"},
+       "tarvo: --archives-only excludes --debug-directory" + hint},
       {{"resolve", "reports", "--archives", "a", "--cache", "c"},
        "tarvo: The archive directory \"a\" is no directory.\n"},
       {{"resolve", "reports", "--jobs", "0"},

@@ -182,6 +182,7 @@ ComponentRecord DebugFileComponent(DebugFileOptions options) {
 }
 
 std::map<std::string, std::string> RefusedDebugFiles() {
+  if (g_state == nullptr) return {};
   const std::scoped_lock lock(g_state->mutex);
   return g_state->refused;
 }
