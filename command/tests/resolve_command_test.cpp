@@ -354,7 +354,8 @@ Failed:
       "Report": "reports/macos_bugreport.txt",
       "Error": "Its outcome would have the same name as that of reports/macos_bugreport.log."
     }
-  ]
+  ],
+  "Refused": []
 }
 )");
   const auto quiet = Resolve({"reports", "--quiet"});
@@ -483,7 +484,7 @@ TEST_F(ResolveOriginsTest, RefusesWrongUsage) {
   const std::pair<Texts, std::string> cases[] = {
       {{"resolve"}, "tarvo: PATH is required" + hint},
       {{"resolve", "reports", "--archives-only", "--debug-directory", "d"},
-       "tarvo: --archives-only excludes --debug-directory" + hint},
+       "tarvo: --debug-directory excludes --archives-only" + hint},
       {{"resolve", "reports", "--archives", "a", "--cache", "c"},
        "tarvo: The archive directory \"a\" is no directory.\n"},
       {{"resolve", "reports", "--jobs", "0"},
