@@ -1,6 +1,7 @@
 #include "linux/linux_crashhandler/stopping/tracer.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -8,6 +9,8 @@
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <string_view>
 
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
@@ -102,6 +105,34 @@ void Look(ThreadEntry& thread) {
   }
 }
 
+/// Whether the thread would go on, and stop, if the processor came to it; one that waits in the
+/// kernel for good would not.
+bool IsRunnable(pid_t tid) {
+  TextBuffer<32> path;
+  path.AppendDecimal(tid);
+  path.Append("/stat");
+  const long file =
+      RawSystemCall(SYS_openat, g_tracer.taskDirectory, path.Text(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  char buffer[64];
+  const long size = RawSystemCall(SYS_read, file, buffer, sizeof(buffer));
+  RawSystemCall(SYS_close, file);
+  const std::string_view text(buffer, static_cast<std::size_t>(size > 0 ? size : 0));
+  const std::size_t nameEnd = text.rfind(')');
+  return nameEnd != std::string_view::npos && text.substr(nameEnd).starts_with(") R");
+}
+
+/// Whether waiting longer is of use: on a machine that is busy enough a thread is not even woken up
+/// in kStopBudget.
+bool IsAnyOnItsWay() {
+  for (const ThreadEntry& thread : g_threadTable) {
+    if (thread.stop.load() != StopState::Interrupted || !IsRunnable(thread.tid)) continue;
+    g_tracer.stops.fetch_add(1);
+    return true;
+  }
+  return false;
+}
+
 /// Looks at the threads that were told to stop until all do, or none has for too long, or `end`.
 void AwaitStops(std::int64_t end) {
   long pause = kFirstPause;
@@ -116,7 +147,7 @@ void AwaitStops(std::int64_t end) {
     const std::int64_t now = Now();
     if (g_tracer.stops.load() != before) lastStop = now;
     before = g_tracer.stops.load();
-    if (isComplete || now > end || now > lastStop + kStopBudget) return;
+    if (isComplete || now > end || (now > lastStop + kStopBudget && !IsAnyOnItsWay())) return;
     Sleep(pause);
     if (pause < kLongestPause) pause *= 2;
   }

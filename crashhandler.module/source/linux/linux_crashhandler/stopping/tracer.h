@@ -32,7 +32,7 @@ struct TracerState {
   /// A TracerCommand + kTracerCommands * the number of commands so far; a futex.
   std::atomic<std::uint32_t> command{0};
   std::atomic<std::uint32_t> done{0};   ///< how many commands were carried out; a futex
-  std::atomic<std::uint32_t> stops{0};  ///< how many threads have stopped so far
+  std::atomic<std::uint32_t> stops{0};  ///< signs of life: a thread has stopped, or will
   std::atomic<pid_t> tid{0};            ///< of the tracer; cleared by the kernel at its end
 };
 extern TracerState g_tracer;
