@@ -200,12 +200,22 @@ class Printer {
     auto lines = MakeFrameLines(thread.frames, crashed, !options_.showsAll,
                                 isWhole ? kAll : kLinesOfOtherThreads);
     MarkGuesses(thread, lines);
+    // In front of the frame that crashed are those of the crash handler.
+    const auto isHandlers = [&](const FrameLine& line) {
+      return isCrashed && line.number < crashed;
+    };
+    const std::size_t folded = !isCrashed || options_.showsAll ? 0 : crashed;
+    if (folded != 0) std::erase_if(lines, isHandlers);
     const FrameTable table(lines, options_.width, !options_.showsAll);
-    std::size_t shown = 0;
+    if (folded != 0)
+      text_ += std::string(table.Indent(), ' ') +
+               paint_(Style::Quiet, std::to_string(folded) + (folded == 1 ? " frame" : " frames") +
+                                        " of the crash handler, --all shows them") +
+               '\n';
+    std::size_t shown = folded;
     for (const FrameLine& line : lines) {
       const bool isMarked = line.number == crashed && !line.isCaller;
-      // In front of the frame that crashed are those of the crash handler.
-      const bool isQuiet = isCrashed && line.number < crashed;
+      const bool isQuiet = isHandlers(line);
       text_ += table.Line(line, paint_, isMarked, isQuiet);
       if (isMarked || (isCrashed && options_.showsAll))
         PrintExcerpt(thread.frames[line.number], table.Indent());
