@@ -228,6 +228,10 @@ TEST_F(PackTest, AnArchiveIsReplacedInOneStepOrStays) {
        "pack app libid.so libshared.so.1.2; status=$?; "
        "[ $(cat archives/B12345_dsym.zip) = older ] && exit $status",
        1, "B12345_dsym.zip\n"},
+      {"what a killed packer left, and one that lives",
+       "mkdir archives; echo x >archives/.tarvo-pack-killed; echo x >archives/.tarvo-pack-living; "
+       "exec 9<archives/.tarvo-pack-living; flock 9; pack app",
+       0, ".tarvo-pack-living\nB12345_dsym.zip\n"},
       {"a place that is taken", "mkdir -p archives/B12345_dsym.zip; pack app", 1,
        "B12345_dsym.zip\n"},
       {"a directory that cannot be made", "touch archives; pack app", 1, "archives\n"},

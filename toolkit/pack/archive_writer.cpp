@@ -3,6 +3,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
@@ -26,11 +28,44 @@ Error FileError(SourceLocation where, const std::string& path, std::string_view 
                      Url::FromSystemPath(path));
 }
 
-/// A new file in `directory`; `path` is set to its name.
+constexpr std::string_view kTemporaryName = ".tarvo-pack-";
+constexpr int kNameAttempts = 100;
+
+/// Whether the file is this process's now; one that was unlinked is nobody's.
+bool TakeLock(int descriptor) {
+  struct stat status{};
+  return flock(descriptor, LOCK_EX | LOCK_NB) == 0 && fstat(descriptor, &status) == 0 &&
+         status.st_nlink != 0;
+}
+
+/// Removes what killed processes have left in `directory`: the lock of their files is free.
+void ClearLeft(const fs::path& directory) {
+  std::error_code end;
+  fs::directory_iterator entries(directory, end);
+  for (; !end && entries != fs::directory_iterator(); entries.increment(end)) {
+    if (!entries->path().filename().string().starts_with(kTemporaryName)) continue;
+    const int descriptor =
+        open(entries->path().c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) continue;
+    if (TakeLock(descriptor)) unlink(entries->path().c_str());
+    close(descriptor);
+  }
+}
+
+/// A new file in `directory`, locked while it is open; `path` is set to its name.
 File MakeTemporaryFile(const fs::path& directory, std::string& path) {
-  path = (directory / ".tarvo-pack-XXXXXX").native();
-  const int descriptor = mkostemp(path.data(), O_CLOEXEC);
-  return File(descriptor < 0 ? nullptr : fdopen(descriptor, "w+b"));
+  ClearLeft(directory.empty() ? fs::path(".") : directory);
+  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+    path = (directory / (std::string(kTemporaryName) + "XXXXXX")).native();
+    const int descriptor = mkostemp(path.data(), O_CLOEXEC);
+    if (descriptor < 0) return nullptr;
+    // Another process may take it for left behind before it is locked.
+    if (TakeLock(descriptor)) return File(fdopen(descriptor, "w+b"));
+    unlink(path.c_str());
+    close(descriptor);
+  }
+  errno = EEXIST;
+  return nullptr;
 }
 
 struct FreeEntry {
