@@ -157,6 +157,8 @@ Result<void> IndexWriter::Finish(const std::string& key, unsigned threads) {
   WriteStrings(threads);
   Align();
   trailer.fileSize = size_ + sizeof trailer;
+  trailer.imageStart = image_.start;
+  trailer.imageEnd = image_.end;
   trailer.key = llvm::xxh3_64bits(key);
   const std::size_t covered = size_ + offsetof(IndexTrailer, checksum);
   Write(&trailer, sizeof trailer);

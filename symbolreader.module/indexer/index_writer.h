@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "files/image_range.h"
 #include "indexer/part_builder.h"
 #include "tarvo/result.h"
 
@@ -27,6 +28,9 @@ class IndexWriter {
 
   void Add(std::size_t number, Part part);
 
+  /// Notes where the image lies, for a file that does not tell at once.
+  void SetImage(const ImageRange& image) { image_ = image; }
+
   /// Writes what is left, with `threads` threads that demangle, and the trailer for `key`. All
   /// parts from 0 on have come. A file error when a write failed, an illegal-state error when
   /// nothing is known of any address.
@@ -45,6 +49,7 @@ class IndexWriter {
   std::vector<std::unique_ptr<Part>> waiting_;  ///< from number next_ on, null where not come yet
   std::size_t next_ = 0;
 
+  ImageRange image_;
   std::string path_;
   std::FILE* file_ = nullptr;
   std::uint64_t size_ = 0;  ///< of what was written

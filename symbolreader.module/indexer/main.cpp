@@ -26,6 +26,7 @@
 #include "indexer/answer_loop.h"
 #include "indexer/index_converter.h"
 #include "indexer/limits.h"
+#include "indexer/pdb_converter.h"
 #include "indexer/pdb_facts.h"
 #include "indexer_client/indexer_protocol.h"
 
@@ -49,14 +50,23 @@ bool ReadNumber(std::string_view text, unsigned& number) {
   return status == std::errc{} && end == text.data() + text.size() && number > 0;
 }
 
-int MakeIndex(const DebugFile& file, const std::string& key, const std::string& output) {
-  if (!file.Facts().pdbPath.empty()) return Fail("there is no index for a PDB", kExitUnreadable);
+Result<void> Convert(const DebugFile& file, std::string_view architecture, const std::string& key,
+                     const std::string& output) {
+  if (!file.Facts().pdbPath.empty()) {
+    const auto facts = ReadPdbFacts(file, architecture);
+    return facts ? ConvertPdbToIndex(*facts, key, output) : Result<void>(facts.GetError());
+  }
+  const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, kMostThreads);
+  return ConvertToIndex(file, key, output, threads);
+}
+
+int MakeIndex(const DebugFile& file, std::string_view architecture, const std::string& key,
+              const std::string& output) {
   // The thread that started this process waits for it; without it nobody wants the index.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const unsigned threads = std::clamp(std::thread::hardware_concurrency(), 2U, kMostThreads);
-  const auto index = ConvertToIndex(file, key, output, threads);
+  const auto index = Convert(file, architecture, key, output);
   if (!index) {
-    const bool isUnwritten = index.GetError().ClassId() == Error::kFile;
+    const bool isUnwritten = index.GetError().Url() == Url::FromSystemPath(output);
     return Fail(index.GetError().Text(), isUnwritten ? kExitUnwritten : kExitUnreadable);
   }
   // What was read and built needs no orderly end; freeing it would take a good part of the time.
@@ -103,7 +113,7 @@ int Main(std::span<char*> arguments) {
     if (mode == "answer") GreetWithError(file.GetError().Text());
     return Fail(file.GetError().Text(), kExitUnreadable);
   }
-  return mode == "index" ? MakeIndex(**file, arguments[6], arguments[7])
+  return mode == "index" ? MakeIndex(**file, arguments[3], arguments[6], arguments[7])
                          : Answer(*file, arguments[3], seconds);
 }
 

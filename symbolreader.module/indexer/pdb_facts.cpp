@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "files/debug_file_contents.h"
+#include "files/pdb_identity.h"
 #include "indexer/pdb_facts.h"
 #include "source.h"
 #include "tarvo/format.h"
@@ -25,19 +26,6 @@ Error Damaged(SourceLocation where, const std::string& path, llvm::Error error) 
   return PdbError(where, path,
                   Format("The debug file @ is damaged: @; expected a whole PDB.", path,
                          TextOf(std::move(error))));
-}
-
-std::string NameOf(PDB_Machine machine) {
-  switch (machine) {
-    case PDB_Machine::Amd64:
-      return "x86_64";
-    case PDB_Machine::Arm64:
-      return "aarch64";
-    case PDB_Machine::x86:
-      return "i386";
-    default:
-      return "machine type " + std::to_string(static_cast<unsigned>(machine));
-  }
 }
 
 /// The first address behind the image's sections, which a PDB lists relative to the image.
@@ -78,7 +66,7 @@ Result<DebugFileFacts> ReadPdbFacts(const DebugFile& file, std::string_view arch
                            "expected @.",
                            path, facts.path, facts.id, expected));
   }
-  facts.architecture = NameOf(debug->getMachineType());
+  facts.architecture = MachineName(static_cast<std::uint16_t>(debug->getMachineType()));
   facts.image = {.start = 0, .end = ImageEnd(*debug)};
   if (auto fits = CheckArchitecture(path, facts.architecture, architecture); !fits)
     return fits.GetError();

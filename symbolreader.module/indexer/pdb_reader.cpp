@@ -21,8 +21,8 @@ using namespace llvm::pdb;
 
 class PdbReader final : public AddressReader {
  public:
-  PdbReader(std::unique_ptr<IPDBSession> session, std::uint64_t imageStart)
-      : session_(std::move(session)) {
+  PdbReader(std::unique_ptr<IPDBSession> session, std::uint64_t imageStart, bool isDecorated)
+      : session_(std::move(session)), isDecorated_(isDecorated) {
     session_->setLoadAddress(imageStart);
   }
 
@@ -34,7 +34,20 @@ class PdbReader final : public AddressReader {
   bool Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourceFrame& frame) const;
 
   std::unique_ptr<IPDBSession> session_;
+  bool isDecorated_;  ///< names carry their calling conventions, as on 32-bit x86
 };
+
+/// The name of a C function without its decoration: "_name" for cdecl, "_name@8" for stdcall,
+/// "@name@8" for fastcall, "name@@8" for vectorcall.
+std::string Undecorated(std::string_view name) {
+  const std::size_t at = name.rfind('@');
+  const bool hasSize = at != std::string_view::npos &&
+                       name.find_first_not_of("0123456789", at + 1) == std::string_view::npos;
+  std::string_view plain = hasSize ? name.substr(0, at) : name;
+  if (hasSize && plain.ends_with('@')) return std::string(plain.substr(0, plain.size() - 1));
+  if (plain.starts_with('_') || plain.starts_with('@')) plain.remove_prefix(1);
+  return std::string(plain);
+}
 
 /// The public symbol carries the parameters; it counts where it stands for the same function.
 std::string PdbReader::FunctionName(std::uint64_t address, const PDBSymbolFunc* function) const {
@@ -66,7 +79,10 @@ std::optional<AddressChain> PdbReader::Find(std::uint64_t address) {
     if (!Place(site->findInlineeLinesByVA(address, 1), frame)) break;
     chain.frames.push_back(std::move(frame));
   }
-  SourceFrame outermost{.function = String(Demangle(FunctionName(address, function)))};
+  const std::string name = FunctionName(address, function);
+  std::string readable = Demangle(name);
+  if (isDecorated_ && readable == name && !name.starts_with('?')) readable = Undecorated(name);
+  SourceFrame outermost{.function = String(readable)};
   const auto length = static_cast<std::uint32_t>(function == nullptr ? 1 : function->getLength());
   (void)Place(session_->findLineNumbersByAddress(address, length), outermost);
   if (chain.frames.empty() && outermost == SourceFrame{}) return std::nullopt;
@@ -86,8 +102,8 @@ Result<std::unique_ptr<AddressReader>> OpenPdb(const DebugFileFacts& facts) {
         Format("The debug file @ is damaged: @.", facts.pdbPath, TextOf(std::move(error))),
         Url::FromSystemPath(facts.pdbPath));
   }
-  return std::unique_ptr<AddressReader>(
-      std::make_unique<PdbReader>(std::move(session), facts.image.start));
+  return std::unique_ptr<AddressReader>(std::make_unique<PdbReader>(
+      std::move(session), facts.image.start, facts.architecture == "i386"));
 }
 
 }  // namespace tarvo::symbolreader

@@ -6,7 +6,8 @@
 
 #include "configuration.h"
 #include "connection.h"
-#include "files/debug_file.h"
+#include "files/debug_file_contents.h"
+#include "files/pdb_identity.h"
 #include "index/index_file.h"
 #include "index/index_format.h"
 #include "index/index_store.h"
@@ -45,12 +46,12 @@ class IndexOpener {
                Format("@-@-v@", facts.id, facts.architecture, kIndexVersion).ToStdString()),
         limits_(Limits()) {}
 
-  std::unique_ptr<SymbolSource> Open() const;
+  FoundIndex Open() const;
 
  private:
   [[nodiscard]] FoundIndex Find() const { return OpenIndex(store_.IndexPath(), store_.Key()); }
-  std::unique_ptr<SymbolSource> Make() const;
-  [[nodiscard]] std::unique_ptr<SymbolSource> Publish(const std::string& output) const;
+  FoundIndex Make() const;
+  [[nodiscard]] FoundIndex Publish(const std::string& output) const;
   void Warn(std::string_view reason) const {
     WarnOnce(
         Format("No index for the debug file @: @. It is resolved without one, which is slower.",
@@ -63,31 +64,31 @@ class IndexOpener {
   IndexerLimits limits_;
 };
 
-std::unique_ptr<SymbolSource> IndexOpener::Open() const {
+FoundIndex IndexOpener::Open() const {
   if (IndexDirectory().empty()) {
     WarnOnce(
         "There is no directory for symbol indices (g_symbolIndexDirectory and HOME are not "
         "set). Symbol files are resolved without, which is slower.");
-    return nullptr;
+    return {};
   }
-  if (FoundIndex found = Find(); found.state == IndexState::Usable) return std::move(found.source);
+  if (FoundIndex found = Find(); found.state == IndexState::Usable) return found;
   const auto lock = store_.TakeLock(std::chrono::seconds(limits_.seconds + kLockMargin));
   if (!lock) {
     WarnOnce(
         Format("@ Symbol files are resolved without an index, which is slower.", lock.GetError()));
-    return nullptr;
+    return {};
   }
   // Who held the lock before may have made it.
-  if (FoundIndex found = Find(); found.state == IndexState::Usable) return std::move(found.source);
+  if (FoundIndex found = Find(); found.state == IndexState::Usable) return found;
   if (const auto reason = store_.RememberedFailure(limits_.Text())) {
     Warn(*reason);
-    return nullptr;
+    return {};
   }
   store_.RemoveLeftovers();
   return Make();
 }
 
-std::unique_ptr<SymbolSource> IndexOpener::Make() const {
+FoundIndex IndexOpener::Make() const {
   const std::string output = store_.TemporaryPath();
   auto failure = RunIndexer({.debugFile = facts_.path,
                              .architecture = architecture_,
@@ -95,17 +96,26 @@ std::unique_ptr<SymbolSource> IndexOpener::Make() const {
                              .output = output,
                              .limits = limits_});
   if (!failure) {
-    if (auto source = Publish(output)) return source;
+    if (auto found = Publish(output); found.source != nullptr) return found;
     failure = {.reason = "it could not be written"};
   }
   unlink(output.c_str());
   if (failure->isLasting) store_.RememberFailure(limits_.Text(), failure->reason);
   Warn(failure->reason);
-  return nullptr;
+  return {};
 }
 
-std::unique_ptr<SymbolSource> IndexOpener::Publish(const std::string& output) const {
-  return store_.Publish(output) ? Find().source : nullptr;
+FoundIndex IndexOpener::Publish(const std::string& output) const {
+  return store_.Publish(output) ? Find() : FoundIndex{};
+}
+
+/// Whether an index may be made for the file: of one with a PDB, where that is the right one. What
+/// is wrong with it is for its reader to say, and to be found right another time.
+bool IsIndexable(const DebugFileFacts& facts) {
+  if (facts.pdbPath.empty()) return true;
+  const auto pdb = MapFile(facts.pdbPath);
+  const auto identity = pdb ? ReadPdbIdentity((*pdb)->getBuffer()) : std::nullopt;
+  return identity && identity->id == facts.id;
 }
 
 }  // namespace
@@ -118,12 +128,15 @@ Result<SymbolFileRef> OpenSymbolFile(const std::string& path, const DebugFileReq
   opened->path = facts.path;
   opened->format = facts.format;
   opened->image = facts.image;
-  const bool hasPdb = !facts.pdbPath.empty();
-  if (!hasPdb) opened->source = IndexOpener(facts, request.architecture).Open();
+  if (IsIndexable(facts)) {
+    FoundIndex found = IndexOpener(facts, request.architecture).Open();
+    opened->source = std::move(found.source);
+    if (facts.image.Size() == 0) opened->image = {found.imageStart, found.imageEnd};
+  }
   if (opened->source == nullptr) {
     std::error_code ignored;
     const std::size_t bytes =
-        std::filesystem::file_size(hasPdb ? facts.pdbPath : facts.path, ignored);
+        std::filesystem::file_size(facts.pdbPath.empty() ? facts.path : facts.pdbPath, ignored);
     auto answers = MakeIndexerSource(path, request.architecture, Limits(), bytes);
     if (!answers) return answers.GetError();
     opened->source = std::move(answers->source);

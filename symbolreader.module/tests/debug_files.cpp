@@ -61,10 +61,17 @@ const std::vector<Recipe> kRecipes = {
      "build x86_64 one && build arm64 two && D=Contents/Resources/DWARF && mkdir -p both.dSYM/$D "
      "&& "
      "llvm-lipo -create one.dSYM/$D/one two.dSYM/$D/two -output both.dSYM/$D/both"},
-    {"PePdb", "main.dsym", "x86_64", "main.dsym/main.exe", false, 0x140000000,
+    {"PePdb", "main.dsym", "x86_64", "main.dsym/main.exe", true, 0x140000000,
      "clang++ -target x86_64-pc-windows-msvc -g -gcodeview -O1 -c $SAMPLE -o w.obj && "
      "mkdir main.dsym && lld-link /debug /subsystem:console /entry:main /nodefaultlib "
      "/out:main.dsym/main.exe w.obj"},
+    {"PePdb32", "main.dsym", "i386", "main.dsym/main.exe", true, 0x400000,
+     "clang++ -target i686-pc-windows-msvc -g -gcodeview -O1 -c $SAMPLE -o w.obj && "
+     "mkdir main.dsym && lld-link /debug /subsystem:console /entry:main /nodefaultlib "
+     "/base:0x400000 /out:main.dsym/main.exe w.obj"},
+    {"ElfSplit", "main", "x86_64", "main", true, 0,
+     "clang++ -O2 -gdwarf-5 -gsplit-dwarf -fPIE -c $SAMPLE -o main.o && clang++ -pie -o main "
+     "main.o"},
     {"PeDwarf", "main.exe", "x86_64", "main.exe", true, 0x140000000,
      "clang++ -target x86_64-w64-windows-gnu -gdwarf -O1 -Dmain=Start -c $SAMPLE -o g.o && "
      "ld.lld -m i386pep -e _Z5StartiPPc --subsystem console -o main.exe g.o"},

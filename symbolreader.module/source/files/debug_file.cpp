@@ -15,6 +15,7 @@
 #include <system_error>
 
 #include "files/debug_file_contents.h"
+#include "files/pdb_identity.h"
 #include "source.h"
 #include "tarvo/format.h"
 
@@ -141,16 +142,28 @@ Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Content
   auto hasDwarf = HasDwarf(object);
   if (!hasDwarf) return Damaged(kSource.Here(), path, hasDwarf.takeError());
   if (!*hasDwarf) facts.pdbPath = PdbPathFor(path, object);
-  if (facts.pdbPath.empty()) {
-    facts.id = IdOf(object, contents.buffer->getBuffer());
-    if (auto fits = CheckId(path, facts.id, request.id); !fits) return fits.GetError();
-  }
+  facts.id = IdOf(object, contents.buffer->getBuffer());
+  if (auto fits = CheckId(path, facts.id, request.id); !fits) return fits.GetError();
   if (!*hasDwarf && facts.pdbPath.empty() && !(request.takesSymbolTable && HasSymbols(object))) {
     return FileError(kSource.Here(), path,
                      Format("The debug file @ holds no debug information: found none, expected "
                             "DWARF sections or a PDB.",
                             path));
   }
+  return facts;
+}
+
+/// A PDB whose identity cannot be read is left to its reader, which says why.
+Result<DebugFileFacts> FactsOfPdb(const std::string& path, const DebugFile::Contents& contents,
+                                  const DebugFileRequest& request) {
+  DebugFileFacts facts{.path = path, .format = ImageFormat::Pe, .pdbPath = path};
+  const auto identity = ReadPdbIdentity(contents.buffer->getBuffer());
+  if (!identity) return facts;
+  facts.id = identity->id;
+  facts.architecture = identity->architecture;
+  if (auto fits = CheckArchitecture(path, facts.architecture, request.architecture); !fits)
+    return fits.GetError();
+  if (auto fits = CheckId(path, facts.id, request.id); !fits) return fits.GetError();
   return facts;
 }
 
@@ -218,15 +231,14 @@ Result<std::shared_ptr<const DebugFile>> OpenDebugFile(const std::string& path,
   if (!buffer) return buffer.GetError();
   auto contents = std::make_unique<DebugFile::Contents>();
   contents->buffer = *std::move(buffer);
-  DebugFileFacts facts{.path = path, .format = ImageFormat::Pe, .pdbPath = path};
-  if (llvm::identify_magic(contents->buffer->getBuffer()) != llvm::file_magic::pdb) {
+  const bool isPdb = llvm::identify_magic(contents->buffer->getBuffer()) == llvm::file_magic::pdb;
+  if (!isPdb) {
     if (auto opened = OpenObject(path, architecture, *contents); !opened) return opened.GetError();
-    auto found = FactsOf(path, *contents, request);
-    if (!found) return found.GetError();
-    facts = *std::move(found);
   }
+  auto facts = isPdb ? FactsOfPdb(path, *contents, request) : FactsOf(path, *contents, request);
+  if (!facts) return facts.GetError();
   return std::shared_ptr<const DebugFile>(
-      std::make_shared<DebugFile>(std::move(facts), std::move(contents)));
+      std::make_shared<DebugFile>(*std::move(facts), std::move(contents)));
 }
 
 }  // namespace tarvo::symbolreader

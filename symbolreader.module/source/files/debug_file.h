@@ -14,9 +14,10 @@ struct DebugFileFacts {
   std::string path;
   ImageFormat format = ImageFormat::Elf;
   ImageRange image{};          ///< of a PDB alone not known yet
-  std::string architecture{};  ///< LLVM's name, "x86_64" or "aarch64"; likewise
+  std::string architecture{};  ///< LLVM's name, "x86_64" or "aarch64"
   /// Names the contents, in lower-case hexadecimal: the build id, the UUID or, where the file has
-  /// none, a hash of all its bytes ("hash" in front). Of a file with a PDB not known yet.
+  /// none, a hash of all its bytes ("hash" in front); of a PE file with a PDB the one that the PDB
+  /// must have.
   std::string id{};
   std::string pdbPath{};  ///< the PDB that has the lines; empty where DWARF sections have them
 };
@@ -55,10 +56,9 @@ struct DebugFileRequest {
 /// are not looked into here.
 ///
 /// A file error that names the file, what was found and what was expected when it cannot be read,
-/// is of none of these formats or damaged, is for another architecture, has another id (of a file
-/// with a PDB it is not known yet) or has no debug information.
-/// An illegal-argument error for an architecture that nobody knows. Only regular files are opened,
-/// so nothing blocks.
+/// is of none of these formats or damaged, is for another architecture, has another id or has no
+/// debug information. An illegal-argument error for an architecture that nobody knows. Only regular
+/// files are opened, so nothing blocks.
 Result<std::shared_ptr<const DebugFile>> OpenDebugFile(const std::string& path,
                                                        const DebugFileRequest& request);
 

@@ -191,12 +191,14 @@ FoundIndex OpenIndex(const std::string& path, const std::string& key) {
   if (file.Get() < 0) return {};
   struct stat status{};
   if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))
-    return {.state = IndexState::Damaged, .source = nullptr};
+    return {.state = IndexState::Damaged};
   Mapping mapping(file.Get(), static_cast<std::size_t>(status.st_size));
   const auto trailer = CheckedTrailer(mapping.Get(), key);
-  if (!trailer) return {.state = IndexState::Damaged, .source = nullptr};
+  if (!trailer) return {.state = IndexState::Damaged};
   return {.state = IndexState::Usable,
-          .source = std::make_unique<IndexSource>(std::move(mapping), *trailer)};
+          .source = std::make_unique<IndexSource>(std::move(mapping), *trailer),
+          .imageStart = trailer->imageStart,
+          .imageEnd = trailer->imageEnd};
 }
 
 }  // namespace tarvo::symbolreader

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -13,7 +14,10 @@ enum class IndexState { Usable, Missing, Damaged };
 /// An index as it was found. `source` is there when it is usable.
 struct FoundIndex {
   IndexState state = IndexState::Missing;
-  std::unique_ptr<SymbolSource> source;
+  std::unique_ptr<SymbolSource> source{};
+  /// First and last address + 1 of the image, where the index tells; else 0.
+  std::uint64_t imageStart = 0;
+  std::uint64_t imageEnd = 0;
 };
 
 /// Maps the index at `path`, made for `key`. Damaged is every file whose size, trailer, key or

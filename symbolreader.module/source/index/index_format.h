@@ -69,9 +69,12 @@ struct IndexTrailer {
   std::uint64_t blocksPlace = 0;   ///< of the block starts in the file; multiple of 8
   std::uint64_t strings = 0;       ///< how many
   std::uint64_t stringsPlace = 0;  ///< of the string ends in the file; multiple of 8
+  std::uint64_t imageStart =
+      0;                       ///< where the image lies, of a file that does not tell at once; ...
+  std::uint64_t imageEnd = 0;  ///< ... else both are 0
   std::uint64_t key = 0;       ///< XXH3 of the index's name: an index under a wrong name is damaged
   std::uint64_t checksum = 0;  ///< XXH3 of all bytes before this field
 };
-static_assert(sizeof(IndexTrailer) == 72);
+static_assert(sizeof(IndexTrailer) == 88);
 
 }  // namespace tarvo::symbolreader

@@ -1,0 +1,197 @@
+#include "indexer/pdb_borders.h"
+
+#include <llvm/DebugInfo/CodeView/DebugLinesSubsection.h>
+#include <llvm/DebugInfo/CodeView/SymbolDeserializer.h>
+#include <llvm/DebugInfo/CodeView/SymbolRecord.h>
+#include <llvm/DebugInfo/MSF/MappedBlockStream.h>
+#include <llvm/DebugInfo/PDB/Native/DbiStream.h>
+#include <llvm/DebugInfo/PDB/Native/ModuleDebugStream.h>
+#include <llvm/DebugInfo/PDB/Native/PDBFile.h>
+#include <llvm/DebugInfo/PDB/Native/PublicsStream.h>
+#include <llvm/DebugInfo/PDB/Native/SymbolStream.h>
+#include <llvm/Object/COFF.h>
+#include <llvm/Support/Allocator.h>
+#include <llvm/Support/BinaryByteStream.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "files/debug_file_contents.h"
+#include "source.h"
+#include "tarvo/format.h"
+
+namespace tarvo::symbolreader {
+namespace {
+
+using namespace llvm::codeview;
+using namespace llvm::pdb;
+
+class BorderReader {
+ public:
+  explicit BorderReader(const DbiStream& stream) : sections_(stream.getSectionHeaders()) {
+    for (const llvm::object::coff_section& section : sections_) {
+      Add(section.VirtualAddress);
+      Add(std::uint64_t{section.VirtualAddress} + section.VirtualSize);
+    }
+  }
+
+  void ReadModule(const ModuleDebugStreamRef& stream);
+  void ReadPublics(PDBFile& pdb);
+
+  std::vector<std::uint64_t> Finish() {
+    std::ranges::sort(borders_);
+    const auto rest = std::ranges::unique(borders_);
+    borders_.erase(rest.begin(), rest.end());
+    return std::move(borders_);
+  }
+
+ private:
+  void Add(std::uint64_t address) { borders_.push_back(address); }
+  /// The address of a place in a section, which are numbered from 1 on; sections that do not exist
+  /// lie at 0.
+  [[nodiscard]] std::uint64_t AddressOf(std::uint32_t section, std::uint64_t offset) const {
+    const bool isThere = section > 0 && section <= sections_.size();
+    return isThere ? sections_[section - 1].VirtualAddress + offset : 0;
+  }
+  void AddFunction(const CVSymbol& symbol);
+  void AddInlined(const CVSymbol& symbol);
+  void AddLines(const DebugLinesSubsectionRef& lines);
+
+  llvm::FixedStreamArray<llvm::object::coff_section> sections_;
+  std::vector<std::uint64_t> borders_;
+  std::uint64_t function_ = 0;  ///< the start of the last one
+};
+
+void BorderReader::AddFunction(const CVSymbol& symbol) {
+  auto function = SymbolDeserializer::deserializeAs<ProcSym>(symbol);
+  if (!function) return llvm::consumeError(function.takeError());
+  function_ = AddressOf(function->Segment, function->CodeOffset);
+  Add(function_);
+  Add(function_ + function->CodeSize);
+}
+
+/// Offsets count from the start of the function around.
+void BorderReader::AddInlined(const CVSymbol& symbol) {
+  auto site = SymbolDeserializer::deserializeAs<InlineSiteSym>(symbol);
+  if (!site) return llvm::consumeError(site.takeError());
+  std::uint64_t address = function_;
+  for (const auto& annotation : site->annotations()) {
+    switch (annotation.OpCode) {
+      case BinaryAnnotationsOpCode::CodeOffset:
+      case BinaryAnnotationsOpCode::ChangeCodeOffset:
+      case BinaryAnnotationsOpCode::ChangeCodeOffsetAndLineOffset:
+        address += annotation.U1;
+        Add(address);
+        break;
+      case BinaryAnnotationsOpCode::ChangeCodeLength:
+        Add(address + annotation.U1);
+        break;
+      case BinaryAnnotationsOpCode::ChangeCodeLengthAndCodeOffset:
+        address += annotation.U2;
+        Add(address);
+        Add(address + annotation.U1);
+        break;
+      default:
+        break;
+    }
+  }
+}
+
+/// Of several lines at one offset LLVM's reader gives the first for that very byte, and the last
+/// for those behind it.
+void BorderReader::AddLines(const DebugLinesSubsectionRef& lines) {
+  const LineFragmentHeader* header = lines.header();
+  const std::uint64_t start = AddressOf(header->RelocSegment, header->RelocOffset);
+  Add(start);
+  Add(start + header->CodeSize);
+  for (const LineColumnEntry& file : lines) {
+    for (const LineNumberEntry& line : file.LineNumbers) {
+      Add(start + line.Offset);
+      Add(start + line.Offset + 1);
+    }
+  }
+}
+
+void BorderReader::ReadModule(const ModuleDebugStreamRef& stream) {
+  for (const CVSymbol& symbol : stream.getSymbolArray()) {
+    switch (symbol.kind()) {
+      case SymbolKind::S_GPROC32:
+      case SymbolKind::S_LPROC32:
+      case SymbolKind::S_GPROC32_ID:
+      case SymbolKind::S_LPROC32_ID:
+      case SymbolKind::S_LPROC32_DPC:
+      case SymbolKind::S_LPROC32_DPC_ID:
+        AddFunction(symbol);
+        break;
+      case SymbolKind::S_INLINESITE:
+      case SymbolKind::S_INLINESITE2:
+        AddInlined(symbol);
+        break;
+      default:
+        break;
+    }
+  }
+  for (const DebugSubsectionRecord& subsection : stream.subsections()) {
+    if (subsection.kind() != DebugSubsectionKind::Lines) continue;
+    DebugLinesSubsectionRef lines;
+    if (llvm::Error error = lines.initialize(llvm::BinaryStreamReader(subsection.getRecordData())))
+      llvm::consumeError(std::move(error));
+    else
+      AddLines(lines);
+  }
+}
+
+void BorderReader::ReadPublics(PDBFile& pdb) {
+  auto symbols = pdb.getPDBSymbolStream();
+  if (!symbols) return llvm::consumeError(symbols.takeError());
+  bool hasError = false;
+  for (const CVSymbol& symbol : symbols->getSymbols(&hasError)) {
+    if (symbol.kind() != SymbolKind::S_PUB32) continue;
+    auto exported = SymbolDeserializer::deserializeAs<PublicSym32>(symbol);
+    if (exported)
+      Add(AddressOf(exported->Segment, exported->Offset));
+    else
+      llvm::consumeError(exported.takeError());
+  }
+}
+
+Error NotRead(SourceLocation where, const std::string& path, llvm::Error error) {
+  return Error::File(where,
+                     Format("The debug file @ is damaged: @; expected a whole PDB.", path,
+                            TextOf(std::move(error))),
+                     Url::FromSystemPath(path));
+}
+
+}  // namespace
+
+Result<std::vector<std::uint64_t>> ReadPdbBorders(const std::string& path) {
+  auto buffer = MapFile(path);
+  if (!buffer) return buffer.GetError();
+  llvm::BumpPtrAllocator allocator;
+  PDBFile pdb(
+      path,
+      std::make_unique<llvm::MemoryBufferByteStream>(*std::move(buffer), llvm::endianness::little),
+      allocator);
+  if (llvm::Error error = pdb.parseFileHeaders())
+    return NotRead(kSource.Here(), path, std::move(error));
+  if (llvm::Error error = pdb.parseStreamData())
+    return NotRead(kSource.Here(), path, std::move(error));
+  auto debug = pdb.getPDBDbiStream();
+  if (!debug) return NotRead(kSource.Here(), path, debug.takeError());
+  BorderReader reader(*debug);
+  const DbiModuleList& modules = debug->modules();
+  for (std::uint32_t i = 0; i < modules.getModuleCount(); ++i) {
+    const DbiModuleDescriptor module = modules.getModuleDescriptor(i);
+    auto bytes = pdb.createIndexedStream(module.getModuleStreamIndex());
+    if (bytes == nullptr) continue;
+    ModuleDebugStreamRef stream(module, std::move(bytes));
+    if (llvm::Error error = stream.reload())
+      llvm::consumeError(std::move(error));
+    else
+      reader.ReadModule(stream);
+  }
+  reader.ReadPublics(pdb);
+  return reader.Finish();
+}
+
+}  // namespace tarvo::symbolreader
