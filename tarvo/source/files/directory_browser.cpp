@@ -31,7 +31,7 @@ std::uint32_t AttributesOf(DIR* stream, const dirent& entry) noexcept {
   const std::uint32_t hidden = entry.d_name[0] == '.' ? kSkippedAttribute : 0;
   // Some file systems do not tell the type with the name.
   const mode_t type = entry.d_type == DT_UNKNOWN ? TypeOf(stream, entry, AT_SYMLINK_NOFOLLOW)
-                                                 : DTTOIF(entry.d_type);
+                                                 : static_cast<mode_t>(DTTOIF(entry.d_type));
   if (type == S_IFDIR) return kDirectoryAttribute | hidden;
   const bool isFile = type == S_IFREG || (type == S_IFLNK && TypeOf(stream, entry, 0) == S_IFREG);
   return isFile ? hidden : kSkippedAttribute;
