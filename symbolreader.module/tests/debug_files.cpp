@@ -90,6 +90,17 @@ const Recipe kManyUnits = {
     "s/shapes::/shapes$i::/g\" > unit$i.cpp; done; echo 'int main() {}' > last.cpp && "
     "clang++ -O2 -gdwarf-5 -fPIC -c unit*.cpp last.cpp && clang++ -o all *.o"};
 
+const Recipe kShared = {
+    "ElfShared",
+    "a.so",
+    "x86_64",
+    "plain",
+    true,
+    0,
+    "g++ -O2 -gdwarf-5 -fPIC -c $SAMPLE -o o.o && for n in a b; do g++ -shared -Wl,--build-id "
+    "-o $n.so o.o; done && cp a.so plain && dwz -m shared.debug -M shared.debug a.so b.so && "
+    "llvm-readelf -S a.so | grep gnu_debugaltlink"};
+
 const Recipe& RecipeNamed(std::string_view name) {
   return *std::ranges::find(kRecipes, name, &Recipe::name);
 }

@@ -45,6 +45,8 @@ struct Recipe {
 extern const std::vector<Recipe> kRecipes;
 /// A program of 40 units.
 extern const Recipe kManyUnits;
+/// Two libraries that share what dwz has taken out of them, and "plain", one of them before that.
+extern const Recipe kShared;
 const Recipe& RecipeNamed(std::string_view name);
 
 /// The directory in which the recipe was carried out, once for all tests. Empty when it could not

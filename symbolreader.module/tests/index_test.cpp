@@ -87,6 +87,28 @@ TEST(IndexBytes, AreTheSameEveryTime) {
   EXPECT_GT(contents.begin()->size(), 10'000U);
 }
 
+TEST(SupplementaryFile, IsFollowedWhereItIsTheRightOne) {
+  TARVO_MAKE_OR_SKIP(directory, kShared);
+  const auto expected = SymbolizerAnswers(directory, kShared.file);
+  const TemporaryDirectory scratch;
+  EXPECT_EQ(Answers(scratch / "indices", kShared, expected), expected);
+  // One of another id, or that leads to itself, is as none: lines stay, names go.
+  const std::string whole = ReadFile(directory / "shared.debug");
+  std::string other = whole;
+  const std::size_t note = other.find(std::string_view("GNU\0", 4));
+  ASSERT_NE(note, std::string::npos);
+  other[note + 4] ^= 1;
+  int round = 0;
+  for (const std::string& bytes : {other, ReadFile(directory / "a.so"), whole.substr(0, 4000)}) {
+    WriteFile(directory / "shared.debug", bytes);
+    const auto without =
+        Answers(scratch / ("without" + std::to_string(++round)), kShared, expected);
+    EXPECT_NE(without, expected);
+    const auto& [address, answer] = *without.begin();
+    EXPECT_EQ(answer.line, expected.at(address).line);
+  }
+}
+
 TEST_F(Index, UnderAnothersNameIsNotBelieved) {
   const Recipe& other = RecipeNamed("ElfFixedWithoutId");
   TARVO_MAKE_OR_SKIP(directory, other);
