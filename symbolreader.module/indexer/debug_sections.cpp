@@ -149,11 +149,11 @@ Result<void> DebugSections::Unpack(const ObjectFile& object, unsigned threads) {
   std::vector<char> isWhole(unpacked_.size());
   const bool is64Bit = object.getBytesInAddress() == 8;
   InParallel(threads, unpacked_.size(), [&](std::size_t i) {
-    isWhole[i] = unpacked_[i]->Unpack(is64Bit);
+    isWhole[i] = unpacked_[i]->Unpack(is64Bit) ? 1 : 0;
     LetGo(unpacked_[i]->Packed());
   });
   for (std::size_t i = 0; i < unpacked_.size(); ++i) {
-    if (!isWhole[i]) {
+    if (isWhole[i] == 0) {
       return Error::IllegalState(kSource.Here(),
                                  Format("The section @ cannot be unpacked; expected a whole one "
                                         "that fits into memory.",

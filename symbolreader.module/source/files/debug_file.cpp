@@ -1,17 +1,22 @@
 #include "files/debug_file.h"
 
 #include <fcntl.h>
+#include <llvm/ADT/STLExtras.h>
 #include <llvm/ADT/StringExtras.h>
+#include <llvm/BinaryFormat/MachO.h>
 #include <llvm/BinaryFormat/Magic.h>
 #include <llvm/Object/COFF.h>
 #include <llvm/Object/ELFObjectFile.h>
 #include <llvm/Object/Error.h>
 #include <llvm/Object/MachO.h>
+#include <llvm/Support/Endian.h>
 #include <llvm/TargetParser/Triple.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <system_error>
 
 #include "files/debug_file_contents.h"
@@ -43,6 +48,26 @@ std::string NameOf(llvm::Triple::ArchType architecture) {
   return llvm::Triple::getArchTypeName(architecture).str();
 }
 
+/// Whether a Mach-O file's load commands lie in it: LLVM makes room for as many as the header says
+/// (llvm/Object/MachO.h, createMachOObjectFile). `bytes` start with a Mach-O magic number.
+bool HoldsLoadCommands(llvm::StringRef bytes) {
+  using llvm::support::endian::read32;
+  constexpr std::uint64_t kSmallestCommand = 8;
+  if (bytes.size() < sizeof(llvm::MachO::mach_header)) return false;
+  const bool isBig = bytes[0] == '\xFE';
+  const auto order = isBig ? llvm::endianness::big : llvm::endianness::little;
+  const auto field = [&](std::size_t place) -> std::uint64_t {
+    return read32(bytes.data() + place, order);
+  };
+  const std::uint64_t size = field(offsetof(llvm::MachO::mach_header, sizeofcmds));
+  return size <= bytes.size() &&
+         field(offsetof(llvm::MachO::mach_header, ncmds)) <= size / kSmallestCommand;
+}
+
+llvm::Error TooManyCommands() {
+  return llvm::createStringError("it does not hold the load commands that its header tells of");
+}
+
 /// The slice for `architecture`: the one of that very name, else another variant of it (x86_64h,
 /// arm64e).
 Result<std::unique_ptr<ObjectFile>> Slice(const std::string& path,
@@ -64,6 +89,8 @@ Result<std::unique_ptr<ObjectFile>> Slice(const std::string& path,
         Format("The debug file @ is for other architectures: found @, expected @.", path, names,
                architecture.empty() ? "one, or to be told which" : architecture));
   }
+  const llvm::StringRef bytes = universal.getData().substr(found->getOffset(), found->getSize());
+  if (!HoldsLoadCommands(bytes)) return Damaged(kSource.Here(), path, TooManyCommands());
   auto object = found->getAsObjectFile();
   if (!object) return Damaged(kSource.Here(), path, object.takeError());
   return std::unique_ptr<ObjectFile>(std::move(*object));
@@ -79,8 +106,10 @@ llvm::Expected<std::unique_ptr<ObjectFile>> CreateObject(llvm::MemoryBufferRef b
   const llvm::file_magic magic = llvm::identify_magic(bytes.getBuffer());
   if (magic >= llvm::file_magic::elf && magic <= llvm::file_magic::elf_core)
     return ObjectFile::createELFObjectFile(bytes);
-  if (magic >= llvm::file_magic::macho_object && magic <= llvm::file_magic::macho_file_set)
+  if (magic >= llvm::file_magic::macho_object && magic <= llvm::file_magic::macho_file_set) {
+    if (!HoldsLoadCommands(bytes.getBuffer())) return TooManyCommands();
     return ObjectFile::createMachOObjectFile(bytes);
+  }
   if (magic == llvm::file_magic::pecoff_executable) return ObjectFile::createCOFFObjectFile(bytes);
   return nullptr;
 }
@@ -115,10 +144,21 @@ std::string PdbPathFor(const std::string& path, const ObjectFile& object) {
   return name.empty() ? std::string() : path.substr(0, path.rfind('/') + 1) + name;
 }
 
-bool HasSymbols(const ObjectFile& object) {
-  if (object.symbol_begin() != object.symbol_end()) return true;
+bool IsFunction(const llvm::object::SymbolRef& symbol) {
+  auto type = symbol.getType();
+  auto flags = symbol.getFlags();
+  const bool isFunction = type && *type == llvm::object::SymbolRef::ST_Function && flags &&
+                          (*flags & llvm::object::SymbolRef::SF_Undefined) == 0;
+  if (!type) llvm::consumeError(type.takeError());
+  if (!flags) llvm::consumeError(flags.takeError());
+  return isFunction;
+}
+
+/// Whether a symbol table names a function that is in the file.
+bool NamesFunctions(const ObjectFile& object) {
+  if (llvm::any_of(object.symbols(), IsFunction)) return true;
   const auto* elf = llvm::dyn_cast<llvm::object::ELFObjectFileBase>(&object);
-  return elf != nullptr && !elf->getDynamicSymbolIterators().empty();
+  return elf != nullptr && llvm::any_of(elf->getDynamicSymbolIterators(), IsFunction);
 }
 
 Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Contents& contents,
@@ -144,7 +184,8 @@ Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Content
   if (!*hasDwarf) facts.pdbPath = PdbPathFor(path, object);
   facts.id = IdOf(object, contents.buffer->getBuffer());
   if (auto fits = CheckId(path, facts.id, request.id); !fits) return fits.GetError();
-  if (!*hasDwarf && facts.pdbPath.empty() && !(request.takesSymbolTable && HasSymbols(object))) {
+  if (!*hasDwarf && facts.pdbPath.empty() &&
+      !(request.takesSymbolTable && NamesFunctions(object))) {
     return FileError(kSource.Here(), path,
                      Format("The debug file @ holds no debug information: found none, expected "
                             "DWARF sections or a PDB.",

@@ -60,7 +60,7 @@ Result<void> ReadMagic(Tokenizer& tokens) {
 /// A thread or module on its own, behind damage: the block around it has ended early.
 template <auto kParse>
 Result<void> ReadStray(Tokenizer& tokens, DataDictionary& report, const String& property,
-                       auto... arguments) {
+                       const auto&... arguments) {
   Result<DataDictionary> entry = kParse(tokens, arguments...);
   if (!entry) return entry.GetError();
   const auto* before = report.FindAs<DataArray>(property);
@@ -88,12 +88,15 @@ Result<void> ReadSection(Tokenizer& tokens, DataDictionary& report) {
   return {};
 }
 
-Result<void> ReadBody(Tokenizer& tokens, DataDictionary& report) {
+/// Whether the body was whole, which may be empty then; what is found behind its end is read too.
+Result<bool> ReadBody(Tokenizer& tokens, DataDictionary& report) {
   const auto readSection = [&] { return ReadSection(tokens, report); };
   Result<void> sections = ReadBlock(tokens, BlockKind::Body, readSection);
+  const bool isWhole = tokens.State().damage.IsEmpty();
   while (sections && GoesOnBehindEnd(tokens))
     sections = ReadEntries(tokens, BlockKind::Body, readSection);
-  return sections;
+  if (!sections) return sections.GetError();
+  return isWhole;
 }
 
 }  // namespace
@@ -103,9 +106,10 @@ Result<DataDictionary> ParseReport(String text, OnDamage onDamage) {
   if (Result<void> magic = ReadMagic(tokens); !magic) return magic.GetError();
   tokens.State().isOwn = tokens.IsIdentifier(crash_report::kTarvoMagic);
   DataDictionary report;
-  if (Result<void> body = ReadBody(tokens, report); !body) return body.GetError();
+  const Result<bool> isWhole = ReadBody(tokens, report);
+  if (!isWhole) return isWhole.GetError();
   const Damage& damage = tokens.State().damage;
-  if (report.IsEmpty() && !damage.IsEmpty()) return Error::Plain(kSource.Here(), damage.First());
+  if (report.IsEmpty() && !*isWhole) return Error::Plain(kSource.Here(), damage.First());
   if (report.Find(property::kComputerInfo) == nullptr) {
     DataDictionary computer;
     computer.Set(property::kOsType, String::Literal(crash_report::kLinuxMagic));
