@@ -51,7 +51,7 @@ BORDERS = [
      ["symbol_file_cache.h", "index/index_store.h"]),
     ("symbolreader.module/source/index/index_store.cpp", "index/index_format.h",
      ["symbol_file.h", "indexer_client/indexer_process.h"]),
-    ("symbolreader.module/indexer/index_writer.cpp", "index/index_format.h",
+    ("symbolreader.module/indexer/writing/index_writer.cpp", "index/index_format.h",
      ["symbol_reader.h", "indexer_client/indexer_process.h"]),
     # The toolkit: subcommands do not know each other, nor the command line.
     ("toolkit/report/normalize.cpp", "toolkit/report/report_lines.h",

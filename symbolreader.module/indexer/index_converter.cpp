@@ -5,11 +5,11 @@
 #include <unordered_map>
 
 #include "files/debug_file_contents.h"
-#include "indexer/companion_files.h"
-#include "indexer/debug_sections.h"
+#include "indexer/dwarf/companion_files.h"
+#include "indexer/dwarf/debug_sections.h"
+#include "indexer/dwarf/unit_converter.h"
 #include "indexer/in_parallel.h"
-#include "indexer/index_writer.h"
-#include "indexer/unit_converter.h"
+#include "indexer/writing/index_writer.h"
 #include "source.h"
 
 namespace tarvo::symbolreader {

@@ -26,8 +26,8 @@
 #include "indexer/answer_loop.h"
 #include "indexer/index_converter.h"
 #include "indexer/limits.h"
-#include "indexer/pdb_converter.h"
-#include "indexer/pdb_facts.h"
+#include "indexer/pdb/pdb_converter.h"
+#include "indexer/pdb/pdb_facts.h"
 #include "indexer_client/indexer_protocol.h"
 
 namespace tarvo::symbolreader {

@@ -1,4 +1,4 @@
-#include "indexer/part_builder.h"
+#include "indexer/writing/part_builder.h"
 
 #include <utility>
 

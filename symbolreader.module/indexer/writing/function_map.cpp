@@ -1,4 +1,4 @@
-#include "indexer/function_map.h"
+#include "indexer/writing/function_map.h"
 
 #include <llvm/BinaryFormat/Dwarf.h>
 

@@ -1,4 +1,4 @@
-#include "indexer/unit_territory.h"
+#include "indexer/dwarf/unit_territory.h"
 
 #include <llvm/DebugInfo/DWARF/DWARFCompileUnit.h>
 #include <llvm/DebugInfo/DWARF/DWARFDebugArangeSet.h>

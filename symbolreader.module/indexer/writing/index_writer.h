@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "files/image_range.h"
-#include "indexer/part_builder.h"
+#include "indexer/writing/part_builder.h"
 #include "tarvo/result.h"
 
 namespace tarvo::symbolreader {

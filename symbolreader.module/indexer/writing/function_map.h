@@ -4,8 +4,8 @@
 #include <limits>
 #include <vector>
 
+#include "indexer/dwarf/unit_entries.h"
 #include "indexer/ranges.h"
-#include "indexer/unit_entries.h"
 
 namespace tarvo::symbolreader {
 

@@ -1,4 +1,4 @@
-#include "indexer/symbol_map.h"
+#include "indexer/writing/symbol_map.h"
 
 #include <llvm/Object/ELFObjectFile.h>
 #include <llvm/Object/SymbolSize.h>

@@ -1,4 +1,4 @@
-#include "indexer/companion_files.h"
+#include "indexer/dwarf/companion_files.h"
 
 #include <llvm/ADT/StringExtras.h>
 #include <llvm/BinaryFormat/Dwarf.h>
@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "files/debug_file_contents.h"
-#include "indexer/byte_cursor.h"
+#include "indexer/dwarf/byte_cursor.h"
 
 namespace tarvo::symbolreader {
 namespace {

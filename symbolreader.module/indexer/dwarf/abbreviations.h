@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "indexer/byte_cursor.h"
+#include "indexer/dwarf/byte_cursor.h"
 
 namespace tarvo::symbolreader {
 

@@ -1,4 +1,4 @@
-#include "indexer/index_writer.h"
+#include "indexer/writing/index_writer.h"
 
 #include <llvm/Support/xxhash.h>
 #include <sys/mman.h>

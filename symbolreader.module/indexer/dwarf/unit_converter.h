@@ -8,12 +8,12 @@
 #include <span>
 #include <vector>
 
-#include "indexer/function_map.h"
-#include "indexer/line_map.h"
-#include "indexer/part_builder.h"
-#include "indexer/symbol_map.h"
-#include "indexer/unit_entries.h"
-#include "indexer/unit_territory.h"
+#include "indexer/dwarf/line_map.h"
+#include "indexer/dwarf/unit_entries.h"
+#include "indexer/dwarf/unit_territory.h"
+#include "indexer/writing/function_map.h"
+#include "indexer/writing/part_builder.h"
+#include "indexer/writing/symbol_map.h"
 
 namespace tarvo::symbolreader {
 

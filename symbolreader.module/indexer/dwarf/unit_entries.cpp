@@ -1,4 +1,4 @@
-#include "indexer/unit_entries.h"
+#include "indexer/dwarf/unit_entries.h"
 
 #include <algorithm>
 #include <utility>

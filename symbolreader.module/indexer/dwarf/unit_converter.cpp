@@ -1,4 +1,4 @@
-#include "indexer/unit_converter.h"
+#include "indexer/dwarf/unit_converter.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "indexer/pdb_converter.h"
+#include "indexer/pdb/pdb_converter.h"
 
 #include <algorithm>
 #include <ranges>
@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "indexer/address_reader.h"
-#include "indexer/index_writer.h"
-#include "indexer/part_builder.h"
-#include "indexer/pdb_borders.h"
+#include "indexer/pdb/pdb_borders.h"
+#include "indexer/writing/index_writer.h"
+#include "indexer/writing/part_builder.h"
 
 namespace tarvo::symbolreader {
 namespace {

@@ -1,4 +1,4 @@
-#include "indexer/pdb_borders.h"
+#include "indexer/pdb/pdb_borders.h"
 
 #include <llvm/DebugInfo/CodeView/DebugLinesSubsection.h>
 #include <llvm/DebugInfo/CodeView/SymbolDeserializer.h>

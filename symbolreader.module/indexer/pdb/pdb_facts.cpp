@@ -9,7 +9,7 @@
 
 #include "files/debug_file_contents.h"
 #include "files/pdb_identity.h"
-#include "indexer/pdb_facts.h"
+#include "indexer/pdb/pdb_facts.h"
 #include "source.h"
 #include "tarvo/format.h"
 

@@ -1,4 +1,4 @@
-#include "indexer/line_map.h"
+#include "indexer/dwarf/line_map.h"
 
 namespace tarvo::symbolreader {
 namespace {

@@ -12,7 +12,7 @@
 #include <tuple>
 #include <vector>
 
-#include "indexer/abbreviations.h"
+#include "indexer/dwarf/abbreviations.h"
 
 /// Entries of the debug information, read straight from the section: no tree is made of them, so
 /// that a unit takes no memory beyond what is asked of it, and any thread may read entries of any

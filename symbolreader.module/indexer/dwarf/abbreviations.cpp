@@ -1,4 +1,4 @@
-#include "indexer/abbreviations.h"
+#include "indexer/dwarf/abbreviations.h"
 
 #include <algorithm>
 

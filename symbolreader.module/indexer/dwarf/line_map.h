@@ -8,9 +8,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "indexer/part_builder.h"
+#include "indexer/dwarf/unit_entries.h"
 #include "indexer/ranges.h"
-#include "indexer/unit_entries.h"
+#include "indexer/writing/part_builder.h"
 
 namespace tarvo::symbolreader {
 

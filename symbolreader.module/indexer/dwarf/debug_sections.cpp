@@ -1,4 +1,4 @@
-#include "indexer/debug_sections.h"
+#include "indexer/dwarf/debug_sections.h"
 
 #include <libdeflate.h>
 #include <llvm/Object/Decompressor.h>

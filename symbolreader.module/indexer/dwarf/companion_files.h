@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "files/debug_file.h"
-#include "indexer/debug_sections.h"
-#include "indexer/unit_entries.h"
+#include "indexer/dwarf/debug_sections.h"
+#include "indexer/dwarf/unit_entries.h"
 
 /// Files beside the debug file that hold parts of its debug information. Where one cannot be found,
 /// or is of another build, what it would tell is missing from the answers.
