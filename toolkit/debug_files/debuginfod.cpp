@@ -78,6 +78,8 @@ Result<std::string> Debuginfod::Find(const std::string& id, const OnProgress& on
   if (!library.problem.IsEmpty()) return Error::IllegalState(kDebuginfod.Here(), library.problem);
   if (hasGivenUp_)
     return Error::IllegalState(kDebuginfod.Here(), "debuginfod has stopped answering.");
+  if (++questions_ > kMostQuestions)
+    return Error::IllegalState(kDebuginfod.Here(), "debuginfod has been asked too often.");
   const std::unique_ptr<debuginfod_client, decltype(library.end)> client(library.begin(),
                                                                          library.end);
   if (client == nullptr) return Error::OutOfMemory(kDebuginfod.Here());

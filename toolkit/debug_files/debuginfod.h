@@ -18,6 +18,8 @@ namespace tarvo::toolkit {
 class Debuginfod {
  public:
   static constexpr std::chrono::seconds kLongestDownload{300};
+  /// No object asks more often: a report can name any number of build ids.
+  static constexpr int kMostQuestions = 5000;
 
   /// Called about every quarter second during a download with the bytes so far and in all (0: not
   /// known yet).
@@ -33,6 +35,7 @@ class Debuginfod {
  private:
   std::mutex mutex_;
   bool hasGivenUp_ = false;
+  int questions_ = 0;
 };
 
 }  // namespace tarvo::toolkit
