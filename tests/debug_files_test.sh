@@ -12,6 +12,7 @@ fail() { echo "FAILED: $*" >&2; [[ -f output ]] && cat output >&2; exit 1; }
 
 export XDG_CACHE_HOME=$scratch/cache HOME=$scratch
 unset DEBUGINFOD_URLS
+export no_proxy=127.0.0.1 NO_PROXY=127.0.0.1
 
 # crash NAME [OPTION…]: a new program of that name with debug information, and its report NAME_bugreport.txt.
 crash() {
