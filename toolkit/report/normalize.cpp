@@ -143,15 +143,13 @@ class OwnReport {
  private:
   /// An entry as it is, unless a reader would take it for another.
   static void AppendOther(std::string& text, std::string_view line, std::size_t depth) {
-    const auto entry = SplitOwnEntry(line, depth);
-    if (!entry) {
-      text += line;
-    } else if (const std::string key = KeyText(entry->key), value = ValueText(entry->value);
-               key == entry->key && value == entry->value) {
-      text += line;
-    } else {
-      AppendLine(text, line, key, std::string_view(" = "), value);
+    if (const auto entry = SplitOwnEntry(line, depth)) {
+      const std::string key = KeyText(entry->key);
+      const std::string value = ValueText(entry->value);
+      if (key != entry->key || value != entry->value)
+        return AppendLine(text, line, key, std::string_view(" = "), value);
     }
+    text += line;
   }
 
   [[nodiscard]] std::uint64_t LookUpAddress(std::size_t frame) const {

@@ -181,8 +181,7 @@ Result<void> Host::Implementation::RunExecutionJob(std::string_view jobId) {
   return pending ? (*pending)->TakeResult() : pending.GetError();
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): callers hand over what they have put
-// together.
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers hand over what they have made.
 Result<std::unique_ptr<Host>> Host::Start(HostOptions options) try {
   auto implementation =
       std::make_unique<Implementation>(options.clock != nullptr ? *options.clock : SteadyClock());
