@@ -9,6 +9,7 @@
 #include "command/adjustment_option.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
+#include "toolkit/base/safe_text.h"
 #include "toolkit/debug_files/debug_file_source.h"
 #include "toolkit/resolve/freshness.h"
 #include "toolkit/resolve/progress.h"
@@ -104,10 +105,12 @@ DebugFileOptions DebugFiles(const ResolveOptions& options) {
   return files;
 }
 
-std::string Places(const ResolveOptions& options) {
-  const std::string archives = options.archives.empty()
-                                   ? "  no archives: --archives is not given\n"
-                                   : "  " + options.archives + ", archives of builds\n";
+std::string Places(const Host& host, const ResolveOptions& options) {
+  const Url directory =
+      Directory(host, options.archives, "g_symbolArchiveDirectory").ValueOr(Url());
+  const std::string archives =
+      directory.IsEmpty() ? "  no archives: --archives is not given\n"
+                          : "  " + SafeText(directory.SystemPath()) + ", archives of builds\n";
   return options.archivesOnly ? archives : archives + DebugFilePlaces(DebugFiles(options));
 }
 
@@ -129,7 +132,7 @@ int Resolve(Host& host, const ResolveOptions& options) {
   summary.failures = std::move(list.failures);
   if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, settings->archives);
   ResolveAll(framework, *resolver, list.reports, options.jobs, options.isQuiet, summary);
-  summary.places = Places(options);
+  summary.places = Places(host, options);
   summary.refused = RefusedDebugFiles();
 
   if (!options.isQuiet) std::fputs(SummaryText(summary).c_str(), stdout);

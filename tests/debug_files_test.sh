@@ -101,6 +101,15 @@ if command -v debuginfod >/dev/null; then
   export DEBUGINFOD_URLS=http://127.0.0.1:$port
   resolve served
   expect_line served
+  # A server that does not answer is no reason for silence.
+  kill "$server"
+  wait "$server" 2>/dev/null || true
+  server=
+  crash unserved
+  strip unserved/unserved
+  resolve unserved
+  expect_no_line unserved
+  expect_said '^  debuginfod: debuginfod: '
 else
   echo "debuginfod is not installed: not tried"
 fi

@@ -40,7 +40,10 @@ bool HasOwnFile(const ModuleIdentity& module) {
 
 class Places {
  public:
-  explicit Places(DebugFileOptions options) : options_(std::move(options)) {}
+  using OnProblem = std::function<void(const std::string& place, const Error& error)>;
+  /// `onProblem` is told where a place could not be asked. Any thread.
+  Places(DebugFileOptions options, OnProblem onProblem)
+      : options_(std::move(options)), onProblem_(std::move(onProblem)) {}
 
   using Files = std::vector<SymbolFileRequest>;
   /// The files of one step, from 0 to kSteps - 1, that are there.
@@ -55,6 +58,7 @@ class Places {
   [[nodiscard]] Paths Downloaded(const ModuleIdentity& module);
 
   DebugFileOptions options_;
+  OnProblem onProblem_;
   Debuginfod debuginfod_;
 };
 
@@ -105,7 +109,8 @@ Places::Paths Places::Downloaded(const ModuleIdentity& module) {
   };
   const Result<std::string> found = debuginfod_.Find(module.id, tell);
   if (options_.onActivity) options_.onActivity({});
-  return found ? Paths{*found} : Paths();
+  if (!found) onProblem_("debuginfod", found.GetError());
+  return found && !found->empty() ? Paths{*found} : Paths();
 }
 
 /// A search that is taken up where it stood: each step runs once for a module, however many reports
@@ -118,7 +123,15 @@ struct Search {
 
 /// What the component's object works with, and what it leaves for the summary.
 struct State {
-  explicit State(DebugFileOptions options) : places(std::move(options)) {}
+  explicit State(DebugFileOptions options)
+      : places(std::move(options),
+               [this](const std::string& place, const Error& error) { Note(place, error); }) {}
+
+  void Note(const std::string& place, const Error& reason) {
+    const std::scoped_lock lock(mutex);
+    if (refused.size() < kMostRefusals) refused.emplace(place, reason.Text().ToStdString());
+  }
+
   Places places;
   std::mutex mutex;  ///< of what follows
   std::map<std::pair<std::string, std::string>, std::shared_ptr<Search>> searches{};
@@ -148,9 +161,7 @@ class DebugFileSource final : public Counted<SymbolFileSource> {
     // A file without debug information is asked again for its symbol table: nothing is wrong.
     const std::string path = request.file.SystemPath().ToStdString();
     if (path == Identify(query).path && !request.takesSymbolTable) return;
-    const std::scoped_lock lock(g_state->mutex);
-    if (g_state->refused.size() < kMostRefusals)
-      g_state->refused.emplace(path, reason.Text().ToStdString());
+    g_state->Note(path, reason);
   }
 
  private:

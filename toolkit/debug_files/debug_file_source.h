@@ -36,8 +36,8 @@ struct DebugFileOptions {
 /// One such component a process: `options` replaces what an earlier call has set.
 [[nodiscard]] ComponentRecord DebugFileComponent(DebugFileOptions options);
 
-/// Debug files that were there and were not used, each with the reason, since the component was
-/// made; at most kMostRefusals.
+/// Debug files that were there and were not used, and places that could not be asked, each with the
+/// reason, since the component was made; at most kMostRefusals.
 [[nodiscard]] std::map<std::string, std::string> RefusedDebugFiles();
 inline constexpr std::size_t kMostRefusals = 1000;
 

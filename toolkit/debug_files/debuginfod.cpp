@@ -95,6 +95,7 @@ Result<std::string> Debuginfod::Find(const std::string& id, const OnProgress& on
     close(file);
     return std::string(path);
   }
+  if (file == -ENOENT) return std::string();
   hasGivenUp_ = download.isLate || file == -ETIME || file == -ETIMEDOUT;
   return Error::IllegalState(kDebuginfod.Here(), Format("debuginfod: @", std::strerror(-file)));
 }

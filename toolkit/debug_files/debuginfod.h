@@ -28,8 +28,8 @@ class Debuginfod {
   /// Whether DEBUGINFOD_URLS is set: without it nothing is asked and nothing loaded.
   [[nodiscard]] static bool IsConfigured();
 
-  /// The debug file of the build id `id`, lower-case hexadecimal. An error that says what went
-  /// wrong, or that no server has it.
+  /// The debug file of the build id `id`, lower-case hexadecimal; empty where no server has it. An
+  /// error that says what went wrong.
   Result<std::string> Find(const std::string& id, const OnProgress& onProgress);
 
  private:

@@ -10,15 +10,11 @@
 #include <llvm/DebugInfo/PDB/Native/PublicsStream.h>
 #include <llvm/DebugInfo/PDB/Native/SymbolStream.h>
 #include <llvm/Object/COFF.h>
-#include <llvm/Support/Allocator.h>
-#include <llvm/Support/BinaryByteStream.h>
 
 #include <algorithm>
 #include <memory>
 
-#include "files/debug_file_contents.h"
-#include "source.h"
-#include "tarvo/format.h"
+#include "indexer/pdb/pdb_file.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -155,29 +151,14 @@ void BorderReader::ReadPublics(PDBFile& pdb) {
   }
 }
 
-Error NotRead(SourceLocation where, const std::string& path, llvm::Error error) {
-  return Error::File(where,
-                     Format("The debug file @ is damaged: @; expected a whole PDB.", path,
-                            TextOf(std::move(error))),
-                     Url::FromSystemPath(path));
-}
-
 }  // namespace
 
 Result<std::vector<std::uint64_t>> ReadPdbBorders(const std::string& path) {
-  auto buffer = MapFile(path);
-  if (!buffer) return buffer.GetError();
-  llvm::BumpPtrAllocator allocator;
-  PDBFile pdb(
-      path,
-      std::make_unique<llvm::MemoryBufferByteStream>(*std::move(buffer), llvm::endianness::little),
-      allocator);
-  if (llvm::Error error = pdb.parseFileHeaders())
-    return NotRead(kSource.Here(), path, std::move(error));
-  if (llvm::Error error = pdb.parseStreamData())
-    return NotRead(kSource.Here(), path, std::move(error));
+  const auto opened = OpenPdb(path);
+  if (!opened) return opened.GetError();
+  PDBFile& pdb = *(*opened)->file;
   auto debug = pdb.getPDBDbiStream();
-  if (!debug) return NotRead(kSource.Here(), path, debug.takeError());
+  if (!debug) return DamagedPdb(path, debug.takeError());
   BorderReader reader(*debug);
   const DbiModuleList& modules = debug->modules();
   for (std::uint32_t i = 0; i < modules.getModuleCount(); ++i) {

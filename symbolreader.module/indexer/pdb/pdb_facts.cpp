@@ -1,15 +1,15 @@
+#include "indexer/pdb/pdb_facts.h"
+
 #include <llvm/DebugInfo/PDB/Native/DbiStream.h>
 #include <llvm/DebugInfo/PDB/Native/InfoStream.h>
 #include <llvm/DebugInfo/PDB/Native/PDBFile.h>
 #include <llvm/Object/COFF.h>
-#include <llvm/Support/Allocator.h>
-#include <llvm/Support/BinaryByteStream.h>
 
 #include <algorithm>
 
 #include "files/debug_file_contents.h"
 #include "files/pdb_identity.h"
-#include "indexer/pdb/pdb_facts.h"
+#include "indexer/pdb/pdb_file.h"
 #include "source.h"
 #include "tarvo/format.h"
 
@@ -17,16 +17,6 @@ namespace tarvo::symbolreader {
 namespace {
 
 using namespace llvm::pdb;
-
-Error PdbError(SourceLocation where, const std::string& path, const String& text) {
-  return Error::File(where, text, Url::FromSystemPath(path));
-}
-
-Error Damaged(SourceLocation where, const std::string& path, llvm::Error error) {
-  return PdbError(where, path,
-                  Format("The debug file @ is damaged: @; expected a whole PDB.", path,
-                         TextOf(std::move(error))));
-}
 
 /// The first address behind the image's sections, which a PDB lists relative to the image.
 std::uint64_t ImageEnd(const DbiStream& stream) {
@@ -41,30 +31,22 @@ std::uint64_t ImageEnd(const DbiStream& stream) {
 Result<DebugFileFacts> ReadPdbFacts(const DebugFile& file, std::string_view architecture) {
   DebugFileFacts facts = file.Facts();
   const std::string& path = facts.pdbPath;
-  auto buffer = MapFile(path);
-  if (!buffer) return buffer.GetError();
-  llvm::BumpPtrAllocator allocator;
-  PDBFile pdb(
-      path,
-      std::make_unique<llvm::MemoryBufferByteStream>(*std::move(buffer), llvm::endianness::little),
-      allocator);
-  if (llvm::Error error = pdb.parseFileHeaders())
-    return Damaged(kSource.Here(), path, std::move(error));
-  if (llvm::Error error = pdb.parseStreamData())
-    return Damaged(kSource.Here(), path, std::move(error));
-  auto info = pdb.getPDBInfoStream();
-  if (!info) return Damaged(kSource.Here(), path, info.takeError());
-  auto debug = pdb.getPDBDbiStream();
-  if (!debug) return Damaged(kSource.Here(), path, debug.takeError());
+  const auto pdb = OpenPdb(path);
+  if (!pdb) return pdb.GetError();
+  auto info = (*pdb)->file->getPDBInfoStream();
+  if (!info) return DamagedPdb(path, info.takeError());
+  auto debug = (*pdb)->file->getPDBDbiStream();
+  if (!debug) return DamagedPdb(path, debug.takeError());
   facts.id = SignatureText(info->getGuid().Guid, debug->getAge());
   if (const auto* image = file.Inside().object.get()) {
     const auto reference = PdbReferenceIn(*image);
     const std::string expected = reference ? reference->signature : "none";
     if (facts.id == expected) return facts;
-    return PdbError(kSource.Here(), path,
-                    Format("The debug file @ is of another build than @: found the signature @, "
-                           "expected @.",
-                           path, facts.path, facts.id, expected));
+    return Error::File(kSource.Here(),
+                       Format("The debug file @ is of another build than @: found the signature @, "
+                              "expected @.",
+                              path, facts.path, facts.id, expected),
+                       Url::FromSystemPath(path));
   }
   facts.architecture = MachineName(static_cast<std::uint16_t>(debug->getMachineType()));
   facts.image = {.start = 0, .end = ImageEnd(*debug)};
