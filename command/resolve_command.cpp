@@ -14,6 +14,8 @@
 #include "toolkit/resolve/freshness.h"
 #include "toolkit/resolve/progress.h"
 #include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/report_work.h"
+#include "toolkit/resolve/results_file.h"
 #include "toolkit/resolve/run.h"
 #include "toolkit/resolve/summary.h"
 #include "toolkit/resolve/user_cache.h"
@@ -26,6 +28,11 @@ constexpr const char* kResolveFooter =
 prints, and a copy of the report's text, REPORT.source. Of directories every file
 below is taken whose name ends in "_bugreport.txt", or in that and ".gz" or ".xz".
 UTF-16 is read too.
+
+Each document begins with "Outcome": which file it was made of (Report, Size, Time,
+Hash: SHA-256), and which archives of symbols were there or missing (Archives: Build,
+File, Identity or Missing). With --results a report that failed has a line with this
+alone, and an Error; an interrupted run leaves no file.
 
 Of a damaged or cut report what can be read is resolved; its document says under
 "Damage" what was left out: the line, and what was expected there.
@@ -69,6 +76,7 @@ struct ResolveOptions {
   bool archivesOnly = false;
   std::string summary;
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
+  std::string results;
   bool missingOnly = false;
   bool isStrict = false;
   bool isQuiet = false;
@@ -120,18 +128,40 @@ std::size_t DropUpToDate(std::vector<Report>& reports, const Url& archives) {
   return std::erase_if(reports, [&](const Report& r) { return freshness.IsUpToDate(r); });
 }
 
+/// Resolves, and writes the file of results if one is asked for; not after an interruption, for a
+/// file that is there has them all.
+Result<void> ResolveInto(Framework& framework, report::ReportResolver& resolver,
+                         const std::vector<Report>& reports, const ResolveOptions& options,
+                         const report::ResolveOptions& settings, Summary& summary) {
+  ArchiveTree archives(settings.archives);
+  RunOptions run{.threads = options.jobs, .isQuiet = options.isQuiet};
+  if (options.results.empty()) {
+    ResolveAll(framework, resolver, reports, archives, run, summary);
+    return {};
+  }
+  Result<ResultsFile> results =
+      ResultsFile::Make(Url::FromSystemPath(options.results), reports.size());
+  if (!results) return results.GetError();
+  run.results = &*results;
+  ResolveAll(framework, resolver, reports, archives, run, summary);
+  return summary.untouched == 0 ? results->Commit(framework.Files()) : Result<void>();
+}
+
 int Resolve(Host& host, const ResolveOptions& options) {
   Framework& framework = host.Services();
   const auto settings = Settings(host, options);
   if (!settings) return Fail(settings.GetError(), kWrongUsage);
-  Result<report::ReportResolver> resolver = report::ReportResolver::Make(framework, *settings);
+  const bool hasResults = !options.results.empty();
+  Result<report::ReportResolver> resolver = report::ReportResolver::Make(
+      framework, *settings, hasResults ? report::Documents::Left : report::Documents::Written);
   if (!resolver) return Fail(resolver.GetError());
 
   ReportList list = ListReports(framework, options.paths);
   Summary summary;
   summary.failures = std::move(list.failures);
   if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, settings->archives);
-  ResolveAll(framework, *resolver, list.reports, options.jobs, options.isQuiet, summary);
+  const auto run = ResolveInto(framework, *resolver, list.reports, options, *settings, summary);
+  if (!run) return Fail(run.GetError());
   summary.places = Places(host, options);
   summary.refused = RefusedDebugFiles();
 
@@ -150,7 +180,7 @@ int Resolve(Host& host, const ResolveOptions& options) {
 /// The host, with the frames counted and with the module's own lines off unless they are asked for:
 /// the summary says the same in fewer words.
 HostOptions ResolvingHost(HostOptions options, const ResolveOptions& resolve) {
-  options.components.push_back(TallyComponent());
+  options.components.push_back(ReportWorkComponent());
   if (!resolve.archivesOnly) options.components.push_back(DebugFileComponent(DebugFiles(resolve)));
   options.arguments.insert(options.arguments.begin(), "--g_crashlogResolveDiagnosticOutput=0");
   return options;
@@ -182,9 +212,16 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
       .AddOption("--jobs", options.jobs, "Reports to resolve at once. Default: one\nfor each core")
       .Named("N")
       .Within(1, 256);
-  resolve.AddFlag("--missing-only", options.missingOnly,
-                  "Leave reports alone whose outcome is newer\nthan they are and than the archives "
-                  "of their\nbuilds");
+  const Option missing = resolve.AddFlag(
+      "--missing-only", options.missingOnly,
+      "Leave reports alone whose outcome is newer\nthan they are and than the archives "
+      "of their\nbuilds");
+  resolve
+      .AddOption("--results", options.results,
+                 "Write one line of JSON for each report to FILE,\nin the order of the list, and "
+                 "nothing beside the\nreports")
+      .Named("FILE")
+      .Excludes(missing);
   resolve.AddOption("--summary", options.summary, "Write the summary to FILE, as JSON")
       .Named("FILE");
   resolve.AddFlag("--strict", options.isStrict,

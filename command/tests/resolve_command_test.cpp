@@ -200,6 +200,12 @@ std::string WithoutCalls(const std::string& output) {
   return std::regex_replace(output, kCall, "");
 }
 
+/// The documents of `tarvo resolve` begin with this, the job's do not.
+const std::regex kOutcome(R"re(^\{\n  "Outcome": \{\n(.*\n)*?  \},)re");
+std::string WithoutOutcome(const std::string& document) {
+  return std::regex_replace(document, kOutcome, "{");
+}
+
 const std::string kSpelledScene = "Spelled_Scene_20File";
 
 TEST_F(ResolveOriginsTest, WritesWhatTheJobWritesForNormalizedReports) {
@@ -221,10 +227,46 @@ TEST_F(ResolveOriginsTest, WritesWhatTheJobWritesForNormalizedReports) {
     ASSERT_EQ(Resolve({"reports", "--jobs", jobs}).exitStatus, 0);
     auto expected = written;
     for (const auto& [name, content] : originals) expected[name] = content;
-    EXPECT_EQ(Files("reports"), expected);
+    auto resolved = Files("reports");
+    for (auto& [name, content] : resolved) content = WithoutOutcome(content);
+    EXPECT_EQ(resolved, expected);
     for (const auto& entry : fs::directory_iterator(folder_ / "reports"))
       if (entry.path().extension() != ".txt") fs::remove(entry.path());
   }
+}
+
+// In a file of results each report has its document as one line, in the order of the list whatever
+// the order of builds, and one that failed has its reason.
+TEST_F(ResolveOriginsTest, ResultsAreOneLineForEachReport) {
+  Write("reports/bad_bugreport.txt", "Some other report {}");
+  const auto hash = [&](const std::string& report) {
+    return Run({"sh", "-c", "sha256sum < " + report}).output.substr(0, 64);
+  };
+  ASSERT_EQ(Resolve({"reports", "--jobs", "2"}).exitStatus, 1);
+  auto files = Files("reports");
+  const auto end = Resolve({"reports", "--results", "results", "--jobs", "2"});
+  EXPECT_EQ(end.exitStatus, 1) << end.errors;
+  std::istringstream lines(ReadFile(folder_ / "results"));
+  std::string failed;
+  std::getline(lines, failed);
+  static const std::regex kTime(R"("Time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ")");
+  EXPECT_EQ(std::regex_replace(failed, kTime, "TIME"),
+            R"({"Outcome":{"Report":"reports/bad_bugreport.txt","Size":20,TIME,"Hash":")" +
+                hash("reports/bad_bugreport.txt") + R"(","Error":"Wrong type of report: Some"}})");
+  for (const std::string& origin : kOrigins) {
+    std::string line;
+    std::getline(lines, line);
+    std::string document = files.at(origin + "_bugreport.resolved.json");
+    document = std::regex_replace(document, std::regex("\n *"), "");
+    EXPECT_EQ(line, std::regex_replace(document, std::regex("\": "), "\":")) << origin;
+    EXPECT_NE(line.find(hash("reports/" + origin + "_bugreport.txt")), std::string::npos);
+  }
+  const std::string archives = files.at("macos_bugreport.resolved.json");
+  EXPECT_TRUE(std::regex_search(
+      archives,
+      std::regex(R"re("Build": "R15.5-400",\s+"File": "archives/r15/y/builds/R15.5-400_)re"
+                 R"re(dsym.zip",\s+"Identity": "zip-[0-9a-f]{32}")re")))
+      << archives;
 }
 
 TEST_F(ResolveOriginsTest, ProgramsMayHaveAnyName) {
@@ -424,10 +466,11 @@ TEST_F(ResolveOriginsTest, ReadsPackedAndWideReports) {
       << end.output;
   EXPECT_NE(end.output.find("f_bugreport.txt.gz: Could not unpack"), std::string::npos)
       << end.output;
-  const std::string expected = ReadFile(folder_ / "reports/linux_bugreport.resolved.json");
+  const std::string expected =
+      WithoutOutcome(ReadFile(folder_ / "reports/linux_bugreport.resolved.json"));
+  const auto files = Files("packed");
   for (const char* name : {"a", "b", "c", "d", "e"})
-    EXPECT_EQ(ReadFile(folder_ / (std::string("packed/") + name + "_bugreport.resolved.json")),
-              expected)
+    EXPECT_EQ(WithoutOutcome(files.at(std::string(name) + "_bugreport.resolved.json")), expected)
         << name;
   EXPECT_EQ(Tarvo({"normalize", "packed/b_bugreport.txt.xz"}).output, report);
 }

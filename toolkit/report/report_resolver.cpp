@@ -24,18 +24,21 @@ void Remove(const Url& file) {
 
 }  // namespace
 
-Result<ReportResolver> ReportResolver::Make(Framework& framework, ResolveOptions options) {
+Result<ReportResolver> ReportResolver::Make(Framework& framework, ResolveOptions options,
+                                            Documents documents) {
   Result<Ref<CrashHandler>> handler = Bind<CrashHandler>(framework);
   if (!handler) return handler.GetError();
   Result<Scratch> scratch = Scratch::Make();
   if (!scratch) return scratch.GetError();
-  return ReportResolver(framework, std::move(options), *std::move(handler), *std::move(scratch));
+  return ReportResolver(framework, std::move(options), documents, *std::move(handler),
+                        *std::move(scratch));
 }
 
-ReportResolver::ReportResolver(Framework& framework, ResolveOptions options,
+ReportResolver::ReportResolver(Framework& framework, ResolveOptions options, Documents documents,
                                Ref<CrashHandler> handler, Scratch scratch)
     : framework_(framework),
       options_(std::move(options)),
+      documents_(documents),
       handler_(std::move(handler)),
       scratch_(std::move(scratch)) {}
 
@@ -63,6 +66,7 @@ Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy, Rea
   if (auto resolved = handler_->ResolveBugReport(copy, options_.archives, options_.cache);
       !resolved)
     return resolved;
+  if (documents_ == Documents::Left) return {};
   if (auto put = Publish(DocumentOf(copy), DocumentOf(report)); !put) return put;
   return Publish(CopyOf(copy), CopyOf(report));
 }

@@ -14,27 +14,33 @@
 
 namespace tarvo::report {
 
+/// Whether what comes of a report is put beside it; where not, the ResolveObserver has taken it
+/// (ReportResolved).
+enum class Documents : bool { Left, Written };
+
 /// Resolves any number of reports, each as `Resolve` does. Copies are made in a directory of its
 /// own. All operations
 /// from any thread.
 class ReportResolver {
  public:
   /// An error when there is no crash handler, or no directory for the copies.
-  static Result<ReportResolver> Make(Framework& framework, ResolveOptions options);
+  static Result<ReportResolver> Make(Framework& framework, ResolveOptions options,
+                                     Documents documents = Documents::Written);
 
   /// Whether the report was damaged, and what could be read of it is resolved. `needsCopy`: it is
   /// of this project's own capture, or not what its file's bytes are (report_text.h).
   [[nodiscard]] Result<bool> Resolve(const Url& report, bool needsCopy);
 
  private:
-  ReportResolver(Framework& framework, ResolveOptions options, Ref<CrashHandler> handler,
-                 Scratch scratch);
+  ReportResolver(Framework& framework, ResolveOptions options, Documents documents,
+                 Ref<CrashHandler> handler, Scratch scratch);
   Result<void> ResolveCopy(const Url& report, const Url& copy, Reading& reading);
   Result<void> Write(std::string_view text, const Url& file);
   Result<void> Publish(const Url& from, const Url& to);
 
   Framework& framework_;
   ResolveOptions options_;
+  Documents documents_;
   Ref<CrashHandler> handler_;
   Scratch scratch_;  ///< for the copies
   /// Shared, so that a resolver can be moved.

@@ -7,7 +7,11 @@
 #include <mutex>
 #include <thread>
 
+#include "json/json_writer.h"
+#include "toolkit/resolve/outcome.h"
 #include "toolkit/resolve/progress.h"
+#include "toolkit/resolve/report_identity.h"
+#include "toolkit/resolve/report_work.h"
 #include "toolkit/resolve/schedule.h"
 
 namespace tarvo::toolkit {
@@ -40,10 +44,25 @@ class Interruptible {
   struct sigaction terminate_{};
 };
 
+std::string JsonLine(const DataDictionary& document) {
+  std::string line;
+  const auto append = [&](std::string_view bytes) {
+    line += bytes;
+    return Result<void>();
+  };
+  return WriteJson(document, append, JsonForm::Line) ? line : std::string();  // cannot fail
+}
+
 class Run {
  public:
-  Run(report::ReportResolver& resolver, const std::vector<Report>& reports, Summary& summary)
-      : resolver_(resolver), reports_(reports), summary_(summary), schedule_(reports) {}
+  Run(report::ReportResolver& resolver, const std::vector<Report>& reports, ArchiveTree& archives,
+      ResultsFile* results, Summary& summary)
+      : resolver_(resolver),
+        reports_(reports),
+        archives_(archives),
+        results_(results),
+        summary_(summary),
+        schedule_(reports) {}
 
   void InThreads(std::size_t count, ClockService& clock, Progress& progress) {
     const auto start = clock.Now();
@@ -61,23 +80,42 @@ class Run {
  private:
   void Work() {
     while (const auto report = schedule_.Take()) {
-      Tally tally;
-      CountInto(&tally);
-      const Result<bool> resolved = Resolve(*report);
-      CountInto(nullptr);
+      ReportWork work;
+      const Result<bool> resolved = Resolve(*report, work);
       schedule_.Done(*report);
       const std::scoped_lock lock(mutex_);
-      Note(reports_[*report], resolved, tally);
+      Note(reports_[*report], resolved, work.tally);
     }
     const std::scoped_lock lock(mutex_);
     if (--working_ == 0) ended_.notify_one();
   }
 
   /// Whether the report was damaged.
-  Result<bool> Resolve(std::size_t report) try {
-    return resolver_.Resolve(reports_[report].file, reports_[report].needsCopy);
+  Result<bool> Resolve(std::size_t index, ReportWork& work) {
+    const Report& report = reports_[index];
+    const Result<ReportIdentity> identity = IdentifyReport(report.file);
+    if (!identity) return Failed(index, {}, identity.GetError());
+    work.onResolved = [&](DataDictionary& crashLog) {
+      crashLog = WithOutcome(OutcomeOf(report.file, *identity, work.builds, archives_), crashLog);
+      if (results_ != nullptr) results_->Add(index, JsonLine(crashLog));
+      return results_ == nullptr;
+    };
+    const Result<bool> resolved = Resolved(report, work);
+    return resolved ? resolved : Failed(index, *identity, resolved.GetError());
+  }
+
+  Result<bool> Resolved(const Report& report, ReportWork& work) try {
+    const ReportWorkScope scope(work);
+    return resolver_.Resolve(report.file, report.needsCopy);
   } catch (const std::exception& exception) {
     return Error::Plain({}, exception.what());
+  }
+
+  Result<bool> Failed(std::size_t index, const ReportIdentity& identity, Error error) {
+    if (results_ == nullptr) return error;
+    DataDictionary outcome = FailedOutcome(reports_[index].file, identity, error.Text());
+    results_->Add(index, JsonLine(WithOutcome(std::move(outcome), {})));
+    return error;
   }
 
   void Note(const Report& report, const Result<bool>& resolved, const Tally& tally) {
@@ -94,6 +132,8 @@ class Run {
 
   report::ReportResolver& resolver_;
   const std::vector<Report>& reports_;
+  ArchiveTree& archives_;
+  ResultsFile* results_;
   Summary& summary_;
   Schedule schedule_;
   std::mutex mutex_;
@@ -105,12 +145,13 @@ class Run {
 }  // namespace
 
 void ResolveAll(Framework& framework, report::ReportResolver& resolver,
-                const std::vector<Report>& reports, std::size_t threads, bool isQuiet,
-                Summary& summary) {
+                const std::vector<Report>& reports, ArchiveTree& archives,
+                const RunOptions& options, Summary& summary) {
   const Interruptible interruptible;
-  Progress progress(isQuiet);
-  Run(resolver, reports, summary)
-      .InThreads(std::clamp<std::size_t>(reports.size(), 1, threads), framework.Clock(), progress);
+  Progress progress(options.isQuiet);
+  Run(resolver, reports, archives, options.results, summary)
+      .InThreads(std::clamp<std::size_t>(reports.size(), 1, options.threads), framework.Clock(),
+                 progress);
   std::ranges::stable_sort(summary.failures, {},
                            [](const Failure& failure) { return failure.file.Text(); });
 }

@@ -3,8 +3,6 @@
 #include <numeric>
 
 #include "tarvo/crash_report.h"
-#include "toolkit/report/reading.h"
-
 namespace tarvo::toolkit {
 namespace {
 
@@ -24,17 +22,6 @@ constexpr std::array<Words, kFrameOutcomes> kWords = {
     Words{"BundleMissing", "symbols missing in the archive"},
     Words{"NoDebugInformation", "no usable debug information"},
     Words{"AddressOutside", "address outside what the symbols cover"},
-};
-
-thread_local Tally* t_tally = nullptr;
-
-class FrameCounter final : public Counted<ResolveObserver> {
- public:
-  bool Salvages() override { return report::SalvagesReading(); }
-  void ReportRead(DataDictionary& crashLog) override { report::CompleteReading(crashLog); }
-  void FrameDone(const FrameReport& report) override {
-    if (t_tally != nullptr) t_tally->Add(report);
-  }
 };
 
 /// What would have to be there for the frame to be resolved.
@@ -79,13 +66,5 @@ std::string_view OutcomeName(FrameOutcome outcome) noexcept {
 std::string_view OutcomeText(FrameOutcome outcome) noexcept {
   return kWords[static_cast<std::size_t>(outcome)].text;
 }
-
-ComponentRecord TallyComponent() {
-  return {.interfaceId = ResolveObserver::kInterfaceId,
-          .className = "FrameCounter",
-          .create = []() -> Ref<Object> { return Make<FrameCounter>(); }};
-}
-
-void CountInto(Tally* tally) noexcept { t_tally = tally; }
 
 }  // namespace tarvo::toolkit

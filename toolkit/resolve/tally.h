@@ -6,7 +6,6 @@
 #include <string_view>
 #include <tuple>
 
-#include "tarvo/registration.h"
 #include "tarvo/resolve_observer.h"
 
 namespace tarvo::toolkit {
@@ -48,10 +47,5 @@ class Tally {
 /// The words for an outcome: a name for documents ("ArchiveMissing") and a text for people.
 [[nodiscard]] std::string_view OutcomeName(FrameOutcome outcome) noexcept;
 [[nodiscard]] std::string_view OutcomeText(FrameOutcome outcome) noexcept;
-
-/// The component that counts frames: those that a thread resolves go to the tally that this thread
-/// has named. The tally must outlive the resolving.
-[[nodiscard]] ComponentRecord TallyComponent();
-void CountInto(Tally* tally) noexcept;
 
 }  // namespace tarvo::toolkit

@@ -28,6 +28,7 @@ class CrashLog {
   Result<void> Resolve(const Url& archiveDirectory, const Url& temporaryDirectory);
 
   [[nodiscard]] const DataDictionary& Data() const noexcept { return data_; }
+  [[nodiscard]] DataDictionary& Data() noexcept { return data_; }
 
   /// The symbol bundle of one module, once (see SymbolCache). The bundle is the same for every
   /// `architecture`.

@@ -59,7 +59,8 @@ Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirec
   if (observer) (*observer)->ReportRead(*parsed);
   CrashLog log(*std::move(parsed));
   if (Result<void> resolved = log.Resolve(*archives, *temporary); !resolved) return resolved;
-  return WriteOutcome(log.Data(), crashLog);
+  const bool isWritten = !observer || (*observer)->ReportResolved(log.Data());
+  return isWritten ? WriteOutcome(log.Data(), crashLog) : Result<void>();
 } catch (const std::bad_alloc&) {
   return Error::OutOfMemory(kMainSource.Here());
 }

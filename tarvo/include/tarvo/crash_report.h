@@ -95,6 +95,10 @@
 ///     Documents          array of { DocumentName, DocumentPath }, the opened scenes
 ///     CriticalLog        array of texts
 ///
+///     Outcome            { Report, Size, Time, Hash, Archives }: which file this was made of, and
+///                        which archives were there for it, as an array of { Build, File, Identity
+///                        } and { Build, Missing }; first, and only in what `tarvo resolve` makes.
+///                        In a file of results a report that failed has only this, with an Error
 ///     Damage             array of { Line, Expected }, what could not be read; only in documents of
 ///                        a reading that goes on behind what it cannot read
 ///
@@ -285,6 +289,17 @@ inline constexpr std::string_view kCriticalLog = "CriticalLog";
 inline constexpr std::string_view kDamage = "Damage";
 inline constexpr std::string_view kDamageLine = "Line";          ///< from 1
 inline constexpr std::string_view kDamageExpected = "Expected";  ///< and what was found
+
+inline constexpr std::string_view kOutcome = "Outcome";
+inline constexpr std::string_view kOutcomeReport = "Report";      ///< its path, as it was named
+inline constexpr std::string_view kOutcomeSize = "Size";          ///< in bytes
+inline constexpr std::string_view kOutcomeTime = "Time";          ///< "2026-11-21T13:09:40Z"
+inline constexpr std::string_view kOutcomeHash = "Hash";          ///< SHA-256, hexadecimal
+inline constexpr std::string_view kOutcomeArchives = "Archives";  ///< each with a Build and ...
+inline constexpr std::string_view kOutcomeFile = "File";          ///< ... its path and ...
+inline constexpr std::string_view kOutcomeIdentity = "Identity";  ///< ... what tells its content,
+inline constexpr std::string_view kOutcomeMissing = "Missing";    ///< or that there is none
+inline constexpr std::string_view kOutcomeError = "Error";        ///< why it was not resolved
 }  // namespace property
 
 }  // namespace tarvo::crash_report

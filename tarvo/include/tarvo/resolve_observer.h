@@ -51,6 +51,14 @@ class ResolveObserver : public Object {
   /// Called once for each frame, in the order of the report.
   virtual void FrameDone(const FrameReport& report) = 0;
 
+  /// Called once all frames are done. What is changed in `crashLog` is what is written. Returns
+  /// whether it is: false leaves no files beside the report, because the observer keeps what it
+  /// needs.
+  virtual bool ReportResolved(DataDictionary& crashLog) {
+    static_cast<void>(crashLog);
+    return true;
+  }
+
  protected:
   ~ResolveObserver() = default;
 };

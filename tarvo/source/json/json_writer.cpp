@@ -14,7 +14,7 @@ constexpr std::size_t kBufferBytes = 16 * 1024;
 /// Writes values one by one; after the sink's first error it writes no more.
 class Writer {
  public:
-  explicit Writer(const ByteSink& sink) : sink_(sink) {}
+  Writer(const ByteSink& sink, JsonForm form) : sink_(sink), isLine_(form == JsonForm::Line) {}
 
   void operator()(std::monostate) { buffer_ += "null"; }
   void operator()(const String& text) { AppendJsonString(buffer_, text); }
@@ -34,7 +34,7 @@ class Writer {
   void operator()(const DataDictionary& dictionary) {
     WriteContainer('{', dictionary, '}', [this](const DataDictionary::Entry& entry) {
       AppendJsonString(buffer_, entry.key);
-      buffer_ += ": ";
+      buffer_ += isLine_ ? ":" : ": ";
       std::visit(*this, entry.value.Get());
     });
   }
@@ -65,6 +65,7 @@ class Writer {
   }
 
   void StartLine() {
+    if (isLine_) return;
     buffer_ += '\n';
     buffer_.append(2 * depth_, ' ');
   }
@@ -75,6 +76,7 @@ class Writer {
   }
 
   const ByteSink& sink_;
+  const bool isLine_;
   std::string buffer_;
   std::size_t depth_ = 0;
   Result<void> outcome_;
@@ -82,8 +84,8 @@ class Writer {
 
 }  // namespace
 
-Result<void> WriteJson(const DataDictionary& tree, const ByteSink& sink) {
-  Writer writer(sink);
+Result<void> WriteJson(const DataDictionary& tree, const ByteSink& sink, JsonForm form) {
+  Writer writer(sink, form);
   writer(tree);
   return writer.Finish();
 }

@@ -231,7 +231,7 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Reference<const DataDictionary>(offsetof(FrameReport, frame))
         .Reference<const String>(offsetof(FrameReport, build))
         .Record(&ResolveObserver::Salvages, &ResolveObserver::ReportRead,
-                &ResolveObserver::FrameDone)
+                &ResolveObserver::FrameDone, &ResolveObserver::ReportResolved)
         .Reference<const DataDictionary>(offsetof(ModuleQuery, crashLog))
         .Reference<const DataDictionary>(offsetof(ModuleQuery, module))
         .Record(&SymbolFileSource::IdOf, &SymbolFileSource::Find, &SymbolFileSource::Refused);

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "tarvo/data_dictionary.h"
+#include "toolkit/resolve/archive_tree.h"
+#include "toolkit/resolve/report_identity.h"
+
+/// What `tarvo resolve` says of its own work in what it leaves of a report: the entry "Outcome"
+/// (tarvo/crash_report.h).
+namespace tarvo::toolkit {
+
+/// The report `file`, as it was named, and the archives that were there, or missing, for the builds
+/// that its frames asked for.
+[[nodiscard]] DataDictionary OutcomeOf(const Url& file, const ReportIdentity& identity,
+                                       const std::set<String>& builds, ArchiveTree& archives);
+
+/// Of a report that could not be resolved; `identity` is empty where it could not be read.
+[[nodiscard]] DataDictionary FailedOutcome(const Url& file, const ReportIdentity& identity,
+                                           const String& error);
+
+/// `crashLog` with `outcome` in front, so that a reader who wants no more need not read it all.
+[[nodiscard]] DataDictionary WithOutcome(DataDictionary outcome, const DataDictionary& crashLog);
+
+}  // namespace tarvo::toolkit

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <functional>
+#include <set>
+
+#include "tarvo/data_dictionary.h"
+#include "tarvo/registration.h"
+#include "tarvo/string.h"
+#include "toolkit/resolve/tally.h"
+
+namespace tarvo::toolkit {
+
+/// What a thread learns of the report that it resolves, and what it does with the outcome.
+struct ReportWork {
+  Tally tally;
+  std::set<String> builds;  ///< whose symbols frames asked for
+
+  /// Given the resolved crash log, which it may change; whether it is to be written beside the
+  /// report. Empty: it is.
+  std::function<bool(DataDictionary& crashLog)> onResolved{};
+};
+
+/// Makes `work` the calling thread's for as long as this lives.
+class ReportWorkScope {
+ public:
+  explicit ReportWorkScope(ReportWork& work) noexcept;
+  ~ReportWorkScope();
+  ReportWorkScope(const ReportWorkScope&) = delete;
+  ReportWorkScope& operator=(const ReportWorkScope&) = delete;
+};
+
+/// The component through which the crash handler's module fills a thread's ReportWork.
+[[nodiscard]] ComponentRecord ReportWorkComponent();
+
+}  // namespace tarvo::toolkit
