@@ -73,8 +73,7 @@ std::string Digits(Sha256& hash) { return hash.TakeHexadecimal().substr(0, kIden
 bool AddTo(Sha256& hash, const RegularFile& file, Extent extent) {
   constexpr std::uint64_t kPiece = 1 << 16;
   while (extent.size != 0) {
-    const std::string piece =
-        Read(file.file.get(), extent.offset, std::min(extent.size, kPiece));
+    const std::string piece = Read(file.file.get(), extent.offset, std::min(extent.size, kPiece));
     if (piece.empty()) return false;
     hash.Add(piece);
     extent = {extent.offset + piece.size(), extent.size - piece.size()};

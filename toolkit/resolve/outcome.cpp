@@ -49,8 +49,7 @@ DataDictionary OutcomeOf(const Url& file, const ReportIdentity& identity,
   return outcome;
 }
 
-DataDictionary FailedOutcome(const Url& file, const ReportIdentity& identity,
-                             const String& error) {
+DataDictionary FailedOutcome(const Url& file, const ReportIdentity& identity, const String& error) {
   DataDictionary outcome = ReportEntries(file, identity);
   outcome.Set(String(property::kOutcomeError), error);
   return outcome;

@@ -32,8 +32,10 @@ Result<ReportIdentity> IdentifyReport(const Url& report) {
   if (!opened) return opened.GetError();
   struct stat status{};
   if (fstat(fileno(opened->file.get()), &status) != 0)
-    return Error::File(kReportIdentity.Here(), Format("@: @", report, std::strerror(errno)), report);
-  ReportIdentity identity{.size = opened->size, .time = TimeText(status.st_mtim.tv_sec), .hash = {}};
+    return Error::File(kReportIdentity.Here(), Format("@: @", report, std::strerror(errno)),
+                       report);
+  ReportIdentity identity{
+      .size = opened->size, .time = TimeText(status.st_mtim.tv_sec), .hash = {}};
   std::setvbuf(opened->file.get(), nullptr, _IONBF, 0);
   std::vector<char> piece(kReadBytes);
   Sha256 hash;

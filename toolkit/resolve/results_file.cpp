@@ -80,8 +80,8 @@ Result<void> ResultsFile::Copy(const Extent& extent, OutputFile& to) {
   std::string piece(std::min<std::uint64_t>(extent.size, kCopyBytes), '\0');
   for (std::uint64_t done = 0; done < extent.size;) {
     const std::size_t wanted = std::min<std::uint64_t>(extent.size - done, piece.size());
-    const ssize_t count = pread(fileno(lines_.get()), piece.data(), wanted,
-                                static_cast<off_t>(extent.offset + done));
+    const ssize_t count =
+        pread(fileno(lines_.get()), piece.data(), wanted, static_cast<off_t>(extent.offset + done));
     if (count <= 0) return NotWritten(file_, count < 0 ? errno : EIO);
     const auto bytes = static_cast<std::size_t>(count);
     if (auto written = to.Write({piece.data(), bytes}); !written) return written;
