@@ -156,7 +156,7 @@ int Resolve(Host& host, const ResolveOptions& options) {
       framework, *settings, hasResults ? report::Documents::Left : report::Documents::Written);
   if (!resolver) return Fail(resolver.GetError());
 
-  ReportList list = ListReports(framework, options.paths);
+  ReportList list = ListReports(framework, options.paths, options.jobs);
   Summary summary;
   summary.failures = std::move(list.failures);
   if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, settings->archives);

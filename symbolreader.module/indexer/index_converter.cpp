@@ -9,6 +9,7 @@
 #include "indexer/dwarf/debug_sections.h"
 #include "indexer/dwarf/unit_converter.h"
 #include "indexer/in_parallel.h"
+#include "indexer/progress_report.h"
 #include "indexer/writing/index_writer.h"
 #include "source.h"
 
@@ -42,6 +43,12 @@ llvm::StringRef BytesOf(const llvm::DWARFUnit& unit) {
   return unit.getInfoSection().Data.slice(unit.getOffset(), unit.getNextUnitOffset());
 }
 
+std::uint64_t BytesOf(const UnitDirectory& directory) {
+  std::uint64_t bytes = 0;
+  for (const llvm::DWARFUnit* unit : directory.Units()) bytes += BytesOf(*unit).size();
+  return bytes;
+}
+
 }  // namespace
 
 Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
@@ -62,6 +69,7 @@ Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
   ExtractFirstEntries(directory);
   SplitUnits split(file);
   const auto symbols = ReadSymbols(object);
+  ProgressReport progress(BytesOf(directory));
   const auto shares = ShareOut(DivideText(context, ReadTextSections(object)));
   InParallel(threads, shares.size(), [&](std::size_t i) {
     llvm::DWARFUnit* unit = shares[i].unit;
@@ -72,6 +80,7 @@ Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
     UnitConverter converter(symbols, /*namesLast=*/!parts);
     writer.Add(i, converter.Convert(context, entries, functions, shares[i].runs));
     sections->LetGo(BytesOf(*unit));
+    progress.Add(BytesOf(*unit).size());
   });
   return writer.Finish(key, threads);
 }

@@ -16,6 +16,7 @@
 #include "source.h"
 #include "symbol_file.h"
 #include "tarvo/format.h"
+#include "tarvo/resolve_observer.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -51,6 +52,8 @@ class IndexOpener {
  private:
   [[nodiscard]] FoundIndex Find() const { return OpenIndex(store_.IndexPath(), store_.Key()); }
   FoundIndex Make() const;
+  /// Tells the ResolveObserver, if there is one, how far it is.
+  [[nodiscard]] std::optional<IndexFailure> RunInto(const std::string& output) const;
   [[nodiscard]] FoundIndex Publish(const std::string& output) const;
   void Warn(std::string_view reason) const {
     WarnOnce(
@@ -88,13 +91,28 @@ FoundIndex IndexOpener::Open() const {
   return Make();
 }
 
-FoundIndex IndexOpener::Make() const {
-  const std::string output = store_.TemporaryPath();
+std::optional<IndexFailure> IndexOpener::RunInto(const std::string& output) const {
+  const auto observer = Bind<ResolveObserver>(*g_tarvo.framework);
+  const String file(facts_.path);
+  bool hasTold = false;
+  const auto tell = [&](std::uint64_t done, std::uint64_t all) {
+    if (!observer) return;
+    (*observer)->Working({SymbolWork::Indexing, file, done, all});
+    hasTold = true;
+  };
   auto failure = RunIndexer({.debugFile = facts_.path,
                              .architecture = architecture_,
                              .key = store_.Key(),
                              .output = output,
-                             .limits = limits_});
+                             .limits = limits_},
+                            tell);
+  if (hasTold) (*observer)->WorkEnds();
+  return failure;
+}
+
+FoundIndex IndexOpener::Make() const {
+  const std::string output = store_.TemporaryPath();
+  auto failure = RunInto(output);
   if (!failure) {
     if (auto found = Publish(output); found.source != nullptr) return found;
     failure = {.reason = "it could not be written"};

@@ -1,9 +1,12 @@
 #include "toolkit/resolve/report_list.h"
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <map>
+#include <new>
 #include <system_error>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
@@ -94,6 +97,23 @@ class Collector {
   std::vector<Found> found_;
 };
 
+/// What a report's text tells before it is resolved.
+struct Looked {
+  Builds builds;
+  bool needsCopy = false;
+  String error;  ///< why it could not be read
+};
+
+Looked LookAt(Framework& framework, const Url& file) try {
+  const Result<report::ReportText> read = report::ReadReportText(framework, file);
+  if (!read) return {{}, false, read.GetError().Text()};
+  return {.builds = BuildsIn(read->text),
+          .needsCopy = report::IsOwnReport(read->text) || read->isConverted,
+          .error = {}};
+} catch (const std::bad_alloc&) {
+  return {{}, false, "There is not enough memory to read it."};
+}
+
 }  // namespace
 
 Builds BuildsIn(std::string_view report) {
@@ -110,24 +130,33 @@ Builds BuildsIn(std::string_view report) {
   return builds;
 }
 
-ReportList ListReports(Framework& framework, const std::vector<std::string>& paths) {
+ReportList ListReports(Framework& framework, const std::vector<std::string>& paths,
+                       std::size_t threads) {
   Collector collector(framework.Files());
   for (const std::string& path : paths) collector.Add(Url::FromSystemPath(path));
-  ReportList list;
+  const std::vector<Url> files = collector.TakeFiles();
+  std::vector<Looked> looked(files.size());
+  std::atomic<std::size_t> next = 0;
+  const auto work = [&] {
+    for (std::size_t i = 0; (i = next++) < files.size();) looked[i] = LookAt(framework, files[i]);
+  };
+  {
+    std::vector<std::jthread> others;
+    for (std::size_t i = 1; i < std::min(threads, files.size()); ++i) others.emplace_back(work);
+    work();
+  }
+  ReportList list{.reports = {}, .failures = std::move(collector.failures)};
   std::map<Builds, std::shared_ptr<const Builds>> known;
-  for (Url& file : collector.TakeFiles()) {
-    const Result<report::ReportText> read = report::ReadReportText(framework, file);
-    if (!read) {
-      collector.failures.push_back({file, read.GetError().Text()});
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    auto& [named, needsCopy, error] = looked[i];
+    if (!error.IsEmpty()) {
+      list.failures.push_back({files[i], error});
       continue;
     }
-    const Builds named = BuildsIn(read->text);
     std::shared_ptr<const Builds>& builds = known[named];
-    if (builds == nullptr) builds = std::make_shared<const Builds>(named);
-    const bool needsCopy = report::IsOwnReport(read->text) || read->isConverted;
-    list.reports.push_back({std::move(file), builds, needsCopy});
+    if (builds == nullptr) builds = std::make_shared<const Builds>(std::move(named));
+    list.reports.push_back({files[i], builds, needsCopy});
   }
-  list.failures = std::move(collector.failures);
   return list;
 }
 

@@ -35,8 +35,9 @@ struct ReportList {
 /// that names nothing, or neither a file nor a directory, a directory that cannot be listed, a
 /// report that cannot be read, and a second report with the same name for its outcome are failures.
 ///
-/// Of the reports' texts only the builds are kept.
-[[nodiscard]] ReportList ListReports(Framework& framework, const std::vector<std::string>& paths);
+/// The reports are read in `threads` threads. Of their texts only the builds are kept.
+[[nodiscard]] ReportList ListReports(Framework& framework, const std::vector<std::string>& paths,
+                                     std::size_t threads);
 
 /// The builds of a report's modules, each once.
 [[nodiscard]] Builds BuildsIn(std::string_view report);

@@ -1,12 +1,35 @@
 #include "toolkit/resolve/report_work.h"
 
+#include <cstdio>
+#include <string>
+
 #include "tarvo/resolve_observer.h"
 #include "toolkit/report/reading.h"
+#include "toolkit/resolve/progress.h"
 
 namespace tarvo::toolkit {
 namespace {
 
 thread_local ReportWork* t_work = nullptr;
+
+/// The last two names of a path: in a cache these are the build and the module's bundle.
+std::string EndOf(std::string_view path) {
+  const std::size_t last = path.rfind('/');
+  if (last == std::string_view::npos || last == 0) return std::string(path);
+  const std::size_t slash = path.rfind('/', last - 1);
+  return std::string(path.substr(slash == std::string_view::npos ? 0 : slash + 1));
+}
+
+std::string WorkText(const WorkReport& report, const String& module) {
+  char amount[64] = "";
+  constexpr double kMega = 1e6;
+  if (report.all != 0)
+    std::snprintf(amount, sizeof amount, ": %.1f of %.1f MB",
+                  static_cast<double>(report.done) / kMega,
+                  static_cast<double>(report.all) / kMega);
+  if (report.work == SymbolWork::Unpacking) return "unpacking " + EndOf(report.file) + amount;
+  return "indexing " + module.ToStdString() + " (" + EndOf(report.file) + ")" + amount;
+}
 
 class ReportWorker final : public Counted<ResolveObserver> {
  public:
@@ -20,6 +43,13 @@ class ReportWorker final : public Counted<ResolveObserver> {
   bool ReportResolved(DataDictionary& crashLog) override {
     return t_work == nullptr || !t_work->onResolved || t_work->onResolved(crashLog);
   }
+  void ModuleBegins(const String& module) override {
+    if (t_work != nullptr) t_work->module = module;
+  }
+  void Working(const WorkReport& report) override {
+    if (t_work != nullptr) ShowActivity(WorkText(report, t_work->module));
+  }
+  void WorkEnds() override { ShowActivity({}); }
 };
 
 }  // namespace

@@ -14,6 +14,7 @@ namespace tarvo::toolkit {
 struct ReportWork {
   Tally tally;
   std::set<String> builds;  ///< whose symbols frames asked for
+  String module;            ///< that they ask for now
 
   /// Given the resolved crash log, which it may change; whether it is to be written beside the
   /// report. Empty: it is.

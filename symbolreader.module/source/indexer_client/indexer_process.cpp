@@ -1,8 +1,10 @@
 #include "indexer_client/indexer_process.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +22,7 @@ namespace {
 
 constexpr std::string_view kProgramName = "tarvo-symbol-indexer";
 constexpr std::size_t kMostErrorText = 1000;
+constexpr int kMillisecondsBetweenLooks = 100;
 
 /// What posix_spawn is told about the child.
 class SpawnSetup {
@@ -60,12 +63,27 @@ class SpawnSetup {
   posix_spawnattr_t attributes_;
 };
 
-/// All that the child writes, cut to its first line without the full stop.
-std::string ReadErrors(int pipe) {
+/// What the child keeps in `file`; nothing where that is -1.
+IndexProgress ReadProgress(int file) {
+  IndexProgress progress;
+  const bool isRead = pread(file, &progress, sizeof progress, 0) == sizeof progress;
+  return isRead ? progress : IndexProgress{};
+}
+
+/// Waits for all that the child writes, cut to its first line without the full stop. Meanwhile
+/// tells how far the child is.
+std::string ReadErrors(int pipe, int progressFile, const OnIndexing& onIndexing) {
   std::string text;
   std::array<char, 512> bytes;
-  for (ssize_t size; (size = read(pipe, bytes.data(), bytes.size())) != 0;) {
-    if (size < 0 && errno != EINTR) break;
+  pollfd ready{.fd = pipe, .events = POLLIN, .revents = 0};
+  for (;;) {
+    if (poll(&ready, 1, kMillisecondsBetweenLooks) == 0) {
+      const IndexProgress progress = ReadProgress(progressFile);
+      onIndexing(progress.done, progress.all);
+      continue;
+    }
+    const ssize_t size = read(pipe, bytes.data(), bytes.size());
+    if (size == 0 || (size < 0 && errno != EINTR)) break;
     if (size > 0 && text.size() < kMostErrorText)
       text.append(bytes.data(), static_cast<std::size_t>(size));
   }
@@ -119,17 +137,20 @@ std::optional<int> AwaitIndexer(pid_t pid) {
   return ended == pid ? std::optional(status) : std::nullopt;
 }
 
-std::optional<IndexFailure> RunIndexer(const IndexTask& task) {
+std::optional<IndexFailure> RunIndexer(const IndexTask& task, const OnIndexing& onIndexing) {
   int pipe[2];
   if (pipe2(pipe, O_CLOEXEC) != 0) return IndexFailure{std::strerror(errno)};
+  const int progress = memfd_create("tarvo-index-progress", MFD_CLOEXEC);
   pid_t pid = 0;
   const int failure = StartIndexer(
       {"index", task.debugFile, task.architecture, std::to_string(task.limits.megabytes),
        std::to_string(task.limits.seconds), task.key, task.output},
-      {.error = pipe[1]}, pid);
+      {.output = progress, .error = pipe[1]}, pid);
   close(pipe[1]);
-  const std::string errors = failure == 0 ? ReadErrors(pipe[0]) : std::string();
+  const std::string errors =
+      failure == 0 ? ReadErrors(pipe[0], progress, onIndexing) : std::string();
   close(pipe[0]);
+  if (progress >= 0) close(progress);
   if (failure != 0) return IndexFailure{IndexerProgram() + ": " + std::strerror(failure)};
   const auto status = AwaitIndexer(pid);
   return status ? Outcome(*status, errors, task.limits) : std::nullopt;

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -53,8 +54,11 @@ struct IndexFailure {
   bool isLasting = false;  ///< it would fail again: the file or the limits are at fault
 };
 
+/// Told how far the index is, in bytes of debug information, several times a second.
+using OnIndexing = std::function<void(std::uint64_t done, std::uint64_t all)>;
+
 /// Makes an index and waits for it. Nothing when it went well; the outcome may also go unseen (see
 /// AwaitIndexer), so the caller looks at the output in any case.
-std::optional<IndexFailure> RunIndexer(const IndexTask& task);
+std::optional<IndexFailure> RunIndexer(const IndexTask& task, const OnIndexing& onIndexing);
 
 }  // namespace tarvo::symbolreader

@@ -9,6 +9,14 @@ namespace tarvo::symbolreader {
 /// stand for what may be better next time.
 inline constexpr int kExitUnreadable = 1;
 
+/// What the program that makes an index keeps at the start of the file that is its standard output:
+/// how far it is, in bytes of debug information. Both are 0 until it knows.
+struct IndexProgress {
+  std::uint64_t done = 0;
+  std::uint64_t all = 0;
+};
+static_assert(sizeof(IndexProgress) == 16);
+
 }  // namespace tarvo::symbolreader
 
 /// How the module asks tarvo-symbol-indexer for single addresses, over a stream socket, in the

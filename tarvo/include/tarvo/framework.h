@@ -106,6 +106,12 @@ class DataFormatService {
 };
 
 /// Reads an archive. The framework makes one for the class id "net.tarvo.readarchiveclass.zip".
+/// How far the extraction of an archive is, in bytes of its content.
+struct ArchiveProgress {
+  std::uint64_t done = 0;
+  std::uint64_t all = 0;  ///< 0 while that is not known
+};
+
 class ReadArchive : public Object {
  public:
   static constexpr std::string_view kZipClassId = "net.tarvo.readarchiveclass.zip";
@@ -115,6 +121,8 @@ class ReadArchive : public Object {
   /// already nothing is done; when another thread or process is making it, its result is awaited
   /// and used.
   virtual Result<void> Extract(const Url& directory) = 0;
+  /// Of the extraction that runs or ran last. Any thread.
+  [[nodiscard]] virtual ArchiveProgress Progress() const { return {}; }
 
  protected:
   ~ReadArchive() = default;

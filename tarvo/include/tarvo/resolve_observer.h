@@ -32,6 +32,20 @@ struct FrameReport {
   const Error* error = nullptr;  ///< why it was not resolved; null where `outcome` says it all
 };
 
+/// Work on symbols that takes its time.
+enum class SymbolWork : std::uint8_t {
+  Unpacking,  ///< an archive
+  Indexing,   ///< a debug file
+};
+
+/// How far it is. Valid during the call.
+struct WorkReport {
+  SymbolWork work = SymbolWork::Unpacking;
+  const String& file;  ///< the archive's or debug file's path
+  std::uint64_t done = 0;
+  std::uint64_t all = 0;  ///< in bytes, as `done`; 0 while that is not known
+};
+
 /// A component that has a say in how reports are read, and is told what becomes of each frame.
 /// Nobody has to bring one. All operations are called in the thread that resolves; several reports
 /// may be resolved at once, each in a thread of its own.
@@ -58,6 +72,15 @@ class ResolveObserver : public Object {
     static_cast<void>(crashLog);
     return true;
   }
+
+  /// Called when a frame asks for symbols of another module than the one before.
+  virtual void ModuleBegins(const String& module) { static_cast<void>(module); }
+
+  /// Called again and again while symbols are unpacked or indexed, from the first tenth of a second
+  /// on: the resolving waits for it. Other threads may report the same work.
+  virtual void Working(const WorkReport& report) { static_cast<void>(report); }
+  /// The work that was reported last is over.
+  virtual void WorkEnds() {}
 
  protected:
   ~ResolveObserver() = default;

@@ -41,6 +41,7 @@ const char* BindAll(void* library, ArchiveLibrary& to) {
                               bind("archive_entry_symlink", to.symbolicLink),
                               bind("archive_entry_filetype", to.fileType),
                               bind("archive_entry_perm", to.permissions),
+                              bind("archive_entry_size", to.size),
                               bind("archive_entry_is_encrypted", to.isEncrypted)})
     if (missing != nullptr) return missing;
   return nullptr;

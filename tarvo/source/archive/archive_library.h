@@ -32,6 +32,7 @@ struct ArchiveLibrary {
   decltype(&::archive_entry_symlink) symbolicLink;
   decltype(&::archive_entry_filetype) fileType;
   decltype(&::archive_entry_perm) permissions;
+  decltype(&::archive_entry_size) size;
   decltype(&::archive_entry_is_encrypted) isEncrypted;
 
   /// The library, loaded at the first call and kept. An illegal-state error with the loader's

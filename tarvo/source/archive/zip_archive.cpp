@@ -42,9 +42,12 @@ class ZipArchive final : public Counted<ReadArchive> {
 
   Result<void> Extract(const Url& directory) override {
     if (!file_.IsOpen()) return Error::IllegalState(kZipArchive.Here(), "No archive is open.");
-    return MakeDirectoryOnce(
-        directory, [this](int tree) { return ExtractZip(file_.Get(), archive_, tree, limits_); });
+    return MakeDirectoryOnce(directory, [this](int tree) {
+      return ExtractZip(file_.Get(), archive_, tree, limits_, progress_);
+    });
   }
+
+  ArchiveProgress Progress() const override { return {progress_.done, progress_.all}; }
 
  private:
   ~ZipArchive() override = default;
@@ -52,6 +55,7 @@ class ZipArchive final : public Counted<ReadArchive> {
   const ArchiveLimits limits_;
   Url archive_;
   FileDescriptor file_;
+  ExtractionProgress progress_;
 };
 
 }  // namespace

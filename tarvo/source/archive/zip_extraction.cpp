@@ -60,10 +60,18 @@ Result<void> WriteAll(int file, std::string_view bytes) {
 /// and extracts the entries that it claims.
 class Extraction {
  public:
-  Extraction(int file, const Url& archive, int directory, const ArchiveLimits& limits)
-      : file_(file), archive_(archive), directory_(directory), limits_(limits), budget_(limits) {}
+  Extraction(int file, const Url& archive, int directory, const ArchiveLimits& limits,
+             ExtractionProgress& progress)
+      : file_(file),
+        archive_(archive),
+        directory_(directory),
+        limits_(limits),
+        progress_(progress),
+        budget_(limits) {}
 
   Result<void> Run() {
+    progress_.done = 0;
+    progress_.all = ThreadsWorthwhile() > 1 ? ContentBytes() : 0;
     std::vector<std::jthread> threads;
     for (unsigned i = 1; i < ThreadsWorthwhile(); ++i) {
       try {
@@ -87,6 +95,21 @@ class Extraction {
     if (fstat(file_, &status) != 0) return 1;
     const off_t most = std::min(std::thread::hardware_concurrency(), kMaximumThreads);
     return static_cast<unsigned>(std::clamp<off_t>(status.st_size / kBytesForThread, 1, most));
+  }
+
+  /// What the headers say is in the archive; 0 where they cannot be read, which is told later.
+  [[nodiscard]] std::uint64_t ContentBytes() const {
+    const Utf8Names names;
+    ZipReader reader(file_, limits_.entries);
+    std::uint64_t bytes = 0;
+    ZipEntry entry;
+    if (!reader.Open()) return 0;
+    for (;;) {
+      const Result<bool> isThere = reader.Next(entry);
+      if (!isThere) return 0;
+      if (!*isThere) return bytes;
+      bytes += entry.bytes;
+    }
   }
 
   void Work() try {
@@ -137,6 +160,7 @@ class Extraction {
       if (block->empty() || isOver_) break;
       if (auto taken = budget_.TakeBytes(block->size()); !taken) return taken;
       if (auto written = WriteAll(file->Get(), *block); !written) return written;
+      progress_.done.fetch_add(block->size(), std::memory_order_relaxed);
     }
     if (file->Close()) return {};
     return Error::Plain(kZipExtraction.Here(), std::generic_category().message(errno));
@@ -157,6 +181,7 @@ class Extraction {
   const Url& archive_;
   const int directory_;
   const ArchiveLimits limits_;
+  ExtractionProgress& progress_;
   ExtractionBudget budget_;
   std::atomic<std::size_t> next_{0};
   std::atomic<bool> isOver_{false};
@@ -166,8 +191,9 @@ class Extraction {
 
 }  // namespace
 
-Result<void> ExtractZip(int file, const Url& archive, int directory, const ArchiveLimits& limits) {
-  return Extraction(file, archive, directory, limits).Run();
+Result<void> ExtractZip(int file, const Url& archive, int directory, const ArchiveLimits& limits,
+                        ExtractionProgress& progress) {
+  return Extraction(file, archive, directory, limits, progress).Run();
 }
 
 }  // namespace tarvo

@@ -158,6 +158,7 @@ Result<bool> ZipReader::Next(ZipEntry& entry) {
   isRead_ = true;
   input_->left = std::numeric_limits<std::int64_t>::max();
   entry.kind = KindOf(library, header);
+  entry.bytes = static_cast<std::uint64_t>(std::max<la_int64_t>(library.size(header), 0));
   entry.isExecutable = (library.permissions(header) & 0111) != 0;
   entry.isEncrypted = library.isEncrypted(header) != 0;
   entry.linkTarget = TextOrEmpty(library.symbolicLink(header));

@@ -21,6 +21,7 @@ struct ZipEntry {
 
   std::string path;
   Kind kind = Kind::Other;
+  std::uint64_t bytes = 0;  ///< of its content, as its header says; 0 where that says nothing
   bool isExecutable = false;
   bool isEncrypted = false;
   std::string linkTarget;  ///< of a Link

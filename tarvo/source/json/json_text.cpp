@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace tarvo {
 namespace {
@@ -63,13 +64,35 @@ constexpr bool StandsForItself(char c) noexcept {
   return Byte(c) >= 0x20 && Byte(c) < 0x80 && c != '"' && c != '\\';
 }
 
+/// The high bit of each byte of `word` that is zero, or that stands behind a zero one.
+constexpr std::uint64_t ZeroBytes(std::uint64_t word) noexcept {
+  return (word - 0x0101010101010101) & ~word & 0x8080808080808080;
+}
+
+/// Whether all eight characters at `text` stand for themselves.
+bool EightStandForThemselves(const char* text) noexcept {
+  constexpr std::uint64_t kEach = 0x0101010101010101;
+  std::uint64_t word = 0;
+  std::memcpy(&word, text, sizeof word);
+  const std::uint64_t high = word & 0x80 * kEach;
+  const std::uint64_t control = (word - 0x20 * kEach) & 0x80 * kEach;
+  return (high | control | ZeroBytes(word ^ '"' * kEach) | ZeroBytes(word ^ '\\' * kEach)) == 0;
+}
+
+/// How many characters at the start of `text` stand for themselves.
+std::size_t PlainStart(std::string_view text) noexcept {
+  std::size_t size = 0;
+  while (text.size() - size >= 8 && EightStandForThemselves(text.data() + size)) size += 8;
+  while (size < text.size() && StandsForItself(text[size])) ++size;
+  return size;
+}
+
 }  // namespace
 
 void AppendJsonString(std::string& out, std::string_view text) {
   out += '"';
   while (!text.empty()) {
-    std::size_t taken = 0;
-    while (taken < text.size() && StandsForItself(text[taken])) ++taken;
+    std::size_t taken = PlainStart(text);
     if (taken != 0) {
       out += text.substr(0, taken);
     } else if (Byte(text[0]) < 0x80) {

@@ -162,12 +162,12 @@ Result<void> EndWithoutBrace(Tokenizer& tokens, BlockKind block) {
 
 bool GoesOnBehindEnd(Tokenizer& tokens) {
   if (!tokens.Salvages() || tokens.Kind() != TokenKind::CloseBrace) return false;
-  const std::size_t line = tokens.Line();
   while (const std::optional<std::string_view> next = tokens.PeekLine()) {
     // Another report in the same file.
     const std::string_view word = LeadingWord(Trim(*next));
     if (std::ranges::find(crash_report::kMagics, word) != crash_report::kMagics.end()) return false;
     if (Takes(BlockKind::Body, OpenerOf(*next))) {
+      const std::size_t line = tokens.Line();
       tokens.State().damage.Note(
           line, Format("Expected the report's end behind line @, found more of it", line));
       return true;

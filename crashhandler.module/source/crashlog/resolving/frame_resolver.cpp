@@ -46,6 +46,7 @@ class FrameResolver {
     const auto* name = frame.FindAs<String>(property::kModuleName);
     const auto* address = frame.FindAs<std::uint64_t>(property::kAddress);
     if (name == nullptr || address == nullptr) return Tell(FrameOutcome::NoModule, frame);
+    if (observer_ && *name != module_) observer_->ModuleBegins(module_ = *name);
     const Result<ModuleSymbols>* module = modules_.Find(*name);
     if (module == nullptr) return Tell(FrameOutcome::ModuleNotListed, frame);
     if (!*module) {
@@ -97,6 +98,7 @@ class FrameResolver {
   std::unique_ptr<SymbolLookup> symbols_;
   ModuleTable modules_;
   Ref<ResolveObserver> observer_;
+  String module_;  ///< that the observer was told of last
 };
 
 /// Calls `visit` for each dictionary in the array `key` of `parent`, to change it in place.

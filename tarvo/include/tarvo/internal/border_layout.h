@@ -174,7 +174,8 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&FileService::Detect, &FileService::CreateDirectory, &FileService::Browse,
                 &FileService::ReadText, &FileService::ReadStart, &FileService::Create)
         .Record(&DataFormatService::WriteJson)
-        .Record(&ReadArchive::Open, &ReadArchive::Extract)
+        .Record(&ArchiveProgress::done, &ArchiveProgress::all)
+        .Record(&ReadArchive::Open, &ReadArchive::Extract, &ReadArchive::Progress)
         .Record(&ConfigurationService::QueryString)
         .Record(&ClockService::Now)
         .Record(&Job::Run)
@@ -231,7 +232,12 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Reference<const DataDictionary>(offsetof(FrameReport, frame))
         .Reference<const String>(offsetof(FrameReport, build))
         .Record(&ResolveObserver::Salvages, &ResolveObserver::ReportRead,
-                &ResolveObserver::FrameDone, &ResolveObserver::ReportResolved)
+                &ResolveObserver::FrameDone, &ResolveObserver::ReportResolved,
+                &ResolveObserver::ModuleBegins, &ResolveObserver::Working,
+                &ResolveObserver::WorkEnds)
+        .Enumerators(SymbolWork::Unpacking, SymbolWork::Indexing)
+        .Record(&WorkReport::work, &WorkReport::done, &WorkReport::all)
+        .Reference<const String>(offsetof(WorkReport, file))
         .Reference<const DataDictionary>(offsetof(ModuleQuery, crashLog))
         .Reference<const DataDictionary>(offsetof(ModuleQuery, module))
         .Record(&SymbolFileSource::IdOf, &SymbolFileSource::Find, &SymbolFileSource::Refused);
