@@ -15,7 +15,7 @@
 #include "tarvo/format.h"
 #include "toolkit/base/regular_file.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
 #include "toolkit/show/printer.h"
 
 namespace tarvo::command {

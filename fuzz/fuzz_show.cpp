@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
 #include "toolkit/show/printer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
 
 namespace tarvo::toolkit {
 
@@ -25,9 +25,5 @@ struct FrameLine {
 /// always has a line of its own number. Ends in front of the line that would be more than `most`.
 std::vector<FrameLine> MakeFrameLines(std::span<const DocumentFrame> frames, std::size_t crashed,
                                       bool fold, std::size_t most);
-
-/// `name` as people write it, where it starts as a mangled C++ name; what follows the mangled name
-/// (" + 0x1c") stays. Names that could be made to grow beyond measure stay as they are.
-[[nodiscard]] std::string Demangled(std::string_view name);
 
 }  // namespace tarvo::toolkit

@@ -7,7 +7,7 @@
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/show/crash.h"
+#include "toolkit/document/crash.h"
 #include "toolkit/show/frame_line.h"
 #include "toolkit/show/frame_table.h"
 #include "toolkit/show/source_excerpt.h"

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <optional>
 
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
 
 namespace tarvo::toolkit {
 

@@ -11,7 +11,8 @@
 #include "support/files.h"
 #include "support/program.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
+#include "toolkit/document/demangled_name.h"
 #include "toolkit/show/frame_line.h"
 #include "toolkit/show/printer.h"
 

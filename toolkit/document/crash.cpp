@@ -1,4 +1,4 @@
-#include "toolkit/show/crash.h"
+#include "toolkit/document/crash.h"
 
 #include <algorithm>
 #include <charconv>

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
 
 namespace tarvo::toolkit {
 

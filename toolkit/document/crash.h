@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
 
 namespace tarvo::toolkit {
 

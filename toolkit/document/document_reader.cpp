@@ -1,4 +1,4 @@
-#include "toolkit/show/document_reader.h"
+#include "toolkit/document/document_reader.h"
 
 #include <algorithm>
 #include <array>

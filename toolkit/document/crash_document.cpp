@@ -1,4 +1,4 @@
-#include "toolkit/show/crash_document.h"
+#include "toolkit/document/crash_document.h"
 
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>
@@ -7,13 +7,13 @@
 
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
+#include "toolkit/document/document_reader.h"
 #include "toolkit/report/report_lines.h"
-#include "toolkit/show/document_reader.h"
 
 namespace tarvo::toolkit {
 namespace {
 
-constexpr SourceFile kCrashDocument{"command/show/crash_document"};
+constexpr SourceFile kCrashDocument{"command/document/crash_document"};
 
 Error NotShown(SourceLocation where, const std::string& name, const std::string& reason) {
   return Error::IllegalArgument(where, Format("\"@\": @", SafeText(name), reason));
