@@ -31,8 +31,11 @@ crashed; what stands above it is the crash handler at work. Equal frames in a ro
 are one line with their number behind it. Below the frame that crashed stand the
 lines of its source, where that file is on this machine.
 
-Lines fit the terminal, or COLUMNS; 100 columns where there is none. Colours are
-for terminals, unless NO_COLOR is set.
+Lines fit the terminal, or COLUMNS; into a pipe or a file nothing is cut. Colours
+are for terminals, unless NO_COLOR is set.
+
+Of an abort the arrow stands at the frame that called for it, not in the C library.
+What a damaged or cut report did not give stands under "Damaged".
 
 The shared options are those of `tarvo --help`.
 
@@ -43,6 +46,7 @@ Exit status:
 
 Examples:
   tarvo show reports/crash_bugreport.resolved.json
+  tarvo show --crashed reports/crash_bugreport.resolved.json | mail -s Crash dev@example.com
   tarvo show --all --color always reports/*.resolved.json | less -R
 )";
 
@@ -52,6 +56,7 @@ struct Options {
   bool passesJson = false;
   bool hidesSource = false;
   bool showsAll = false;
+  bool showsCrashOnly = false;
   std::optional<std::uint64_t> thread{};
 };
 
@@ -60,8 +65,9 @@ std::size_t ToWidth(std::size_t columns) {
   return std::clamp(columns, kLeast, kMost);
 }
 
-std::size_t OutputWidth() {
-  constexpr std::size_t kWithoutTerminal = 100;
+/// What lines are fitted to; nothing where no terminal nor COLUMNS says so: what goes into a mail
+/// or a file is wanted whole.
+std::optional<std::size_t> OutputWidth() {
   if (const char* text = std::getenv("COLUMNS")) {
     const std::string_view columns = text;
     std::size_t width = 0;
@@ -72,7 +78,7 @@ std::size_t OutputWidth() {
   }
   winsize size{};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return ToWidth(size.ws_col);
-  return kWithoutTerminal;
+  return std::nullopt;
 }
 
 bool IsColoured(const std::string& when) {
@@ -131,8 +137,14 @@ Result<LoadedDocument> Load(const std::string& path, std::optional<std::uint64_t
 }
 
 int ShowFiles(const Options& options) {
-  const ShowOptions show{OutputWidth(), IsColoured(options.colour), options.showsAll,
-                         !options.hidesSource, options.thread};
+  ShowOptions show{.isColoured = IsColoured(options.colour),
+                   .showsAll = options.showsAll,
+                   .showsSource = !options.hidesSource,
+                   .thread = options.thread,
+                   .showsCrashOnly = options.showsCrashOnly};
+  const std::optional<std::size_t> width = OutputWidth();
+  show.cuts = width && !options.showsCrashOnly;
+  show.width = width.value_or(show.width);
   int status = kDone;
   bool isFirst = true;
   for (const std::string& path : options.files) {
@@ -164,6 +176,9 @@ void AddShowCommand(Program& program, Context& context) {
   const Option all = show.AddFlag("--all", options->showsAll,
                                   "Every frame, none folded or shortened; registers,\n"
                                   "modules and the report's other sections too");
+  show.AddFlag("--crashed", options->showsCrashOnly,
+               "Only the thread that crashed, nothing cut: for\na mail")
+      .Excludes(thread);
   show.AddFlag("--json", options->passesJson, "Print the file as it is, once it is checked")
       .Excludes(thread)
       .Excludes(all);

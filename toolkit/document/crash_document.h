@@ -39,6 +39,7 @@ struct DocumentFrame {
   std::optional<std::uint64_t> address{};
   std::optional<std::uint64_t> symbolOffset{};  ///< bytes behind its symbol: no line is known
   std::vector<DocumentCaller> inlinedInto{};    ///< from the inside out
+  bool isCrashed = false;
 };
 
 struct DocumentThread {
@@ -46,6 +47,7 @@ struct DocumentThread {
   TextPairs variables{};
   TextPairs registers{};
   std::vector<DocumentFrame> frames{};
+  bool isCrashed = false;
 };
 
 struct DocumentModule {
@@ -54,6 +56,12 @@ struct DocumentModule {
   std::uint64_t baseAddress = 0;
   std::uint64_t size = 0;
   bool isExecutable = false;
+};
+
+/// What could not be read of the report.
+struct DocumentDamage {
+  std::uint64_t line = 0;
+  std::string_view expected{};
 };
 
 /// All texts live as long as `storage`, and are raw: not to be printed but through SafeText.
@@ -65,6 +73,7 @@ struct CrashDocument {
   std::vector<DocumentModule> modules{};
   TextPairs scenes{};  ///< names and paths
   std::vector<std::string_view> criticalLog{};
+  std::vector<DocumentDamage> damage{};
   std::shared_ptr<const void> storage{};
 };
 

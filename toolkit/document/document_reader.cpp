@@ -38,6 +38,8 @@ constexpr std::array kSteps = {
     Step{Place::Modules, "", false, Place::Module},
     Step{Place::Document, property::kDocuments, true, Place::Scenes},
     Step{Place::Scenes, "", false, Place::Scene},
+    Step{Place::Document, property::kDamage, true, Place::Damages},
+    Step{Place::Damages, "", false, Place::Damage},
     Step{Place::Document, property::kCriticalLog, true, Place::CriticalLog}};
 
 /// The members that are known: which value they set. The object that they are of is the last one.
@@ -73,11 +75,15 @@ constexpr std::array kTexts = {
                 [](CrashDocument& d, Text text) { d.scenes.back().first = text; }},
     Field<Text>{Place::Scene, property::kDocumentPath,
                 [](CrashDocument& d, Text text) { d.scenes.back().second = text; }},
+    Field<Text>{Place::Damage, property::kDamageExpected,
+                [](CrashDocument& d, Text text) { d.damage.back().expected = text; }},
     Field<Text>{Place::CriticalLog, "",
                 [](CrashDocument& d, Text text) { d.criticalLog.push_back(text); }}};
 
 using Number = std::uint64_t;
 constexpr std::array kNumbers = {
+    Field<Number>{Place::Damage, property::kDamageLine,
+                  [](CrashDocument& d, Number number) { d.damage.back().line = number; }},
     Field<Number>{Place::Thread, property::kThreadNumber,
                   [](CrashDocument& d, Number number) { d.threads.back().number = number; }},
     Field<Number>{Place::Frame, property::kSourceLine,
@@ -92,6 +98,14 @@ constexpr std::array kNumbers = {
                   [](CrashDocument& d, Number number) { d.modules.back().baseAddress = number; }},
     Field<Number>{Place::Module, property::kBaseSize,
                   [](CrashDocument& d, Number number) { d.modules.back().size = number; }}};
+
+constexpr std::array kTruths = {
+    Field<bool>{Place::Module, property::kIsExecutable,
+                [](CrashDocument& d, bool value) { d.modules.back().isExecutable = value; }},
+    Field<bool>{Place::Thread, property::kCrashed,
+                [](CrashDocument& d, bool value) { d.threads.back().isCrashed = value; }},
+    Field<bool>{Place::Frame, property::kCrashed,
+                [](CrashDocument& d, bool value) { LastFrame(d).isCrashed = value; }}};
 
 template <typename Fields, typename Value>
 void SetField(const Fields& fields, Place place, std::string_view key, CrashDocument& document,
@@ -146,6 +160,7 @@ void DocumentReader::Enter(Place place) {
   if (place == Place::Caller) LastFrame(document_).inlinedInto.emplace_back();
   if (place == Place::Module) document_.modules.emplace_back();
   if (place == Place::Scene) document_.scenes.emplace_back();
+  if (place == Place::Damage) document_.damage.emplace_back();
 }
 
 TextPairs* DocumentReader::OpenPairs() {
@@ -187,8 +202,7 @@ bool DocumentReader::Uint64(std::uint64_t value) {
 }
 
 bool DocumentReader::Bool(bool value) {
-  if (unknownDepth_ == 0 && places_.back() == Place::Module && key_ == property::kIsExecutable)
-    document_.modules.back().isExecutable = value;
+  if (unknownDepth_ == 0) SetField(kTruths, places_.back(), key_, document_, value);
   return true;
 }
 

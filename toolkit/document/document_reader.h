@@ -54,6 +54,8 @@ class DocumentReader {
     Module,
     Scenes,
     Scene,
+    Damages,
+    Damage,
     CriticalLog
   };
 

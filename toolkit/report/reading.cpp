@@ -6,6 +6,7 @@
 #include "tarvo/crash_report.h"
 #include "tarvo/report/resolve.h"
 #include "tarvo/resolve_observer.h"
+#include "toolkit/report/crash_mark.h"
 #include "toolkit/report/spelling.h"
 
 namespace tarvo::report {
@@ -58,6 +59,7 @@ void CompleteReading(DataDictionary& crashLog) {
   t_reading->isDamaged = crashLog.Find(property::kDamage) != nullptr;
   if (t_reading->isOwn) RestoreSpelled(crashLog);
   if (t_reading->addedLine != 0) CorrectLines(crashLog, t_reading->addedLine);
+  MarkCrash(crashLog);
 }
 
 ComponentRecord ReadingComponent() {

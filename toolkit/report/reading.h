@@ -32,7 +32,7 @@ class ReadingScope {
 [[nodiscard]] bool SalvagesReading() noexcept;
 
 /// For ResolveObserver::ReportRead: puts spelled texts back, and the report's own numbers of lines
-/// into what is said of damage.
+/// into what is said of damage, and marks the crash.
 void CompleteReading(DataDictionary& crashLog);
 
 }  // namespace tarvo::report

@@ -60,8 +60,11 @@ std::string SystemText(const CrashDocument& document) {
   return text;
 }
 
-std::string ExceptionText(const CrashDocument& document) {
-  const std::string name = Plain(FindText(document.exception, key::kExceptionText));
+/// `signal` is what the crashed thread's variables say, which is a name where the exception's text
+/// is none.
+std::string ExceptionText(const CrashDocument& document, std::string_view signal) {
+  std::string name = Plain(FindText(document.exception, key::kExceptionText));
+  if (!signal.empty() && name.find(signal) == std::string::npos) name = Plain(signal);
   const std::string number = Plain(FindText(document.exception, key::kExceptionNumber));
   std::string text = name.empty() || number.empty() ? name + number : name + " (" + number + ')';
   constexpr std::array kShownOtherwise = {key::kExceptionText, key::kExceptionNumber,
@@ -89,6 +92,7 @@ class Printer {
   void Print() {
     if (!options_.thread) PrintHeader();
     if (crash_) PrintThread(crash_->thread);
+    if (options_.showsCrashOnly && crash_) return Flush();
     for (std::size_t i = 0; i < document_.threads.size() && std::ferror(out_) == 0; ++i)
       if (!crash_ || i != crash_->thread) PrintThread(i);
     if (options_.showsAll && !options_.thread) PrintSections();
@@ -104,7 +108,7 @@ class Printer {
   /// The rest of a line that `used` columns of are taken.
   std::string Fitted(const std::string& text, std::size_t used) const {
     const std::size_t left = options_.width - std::min(options_.width, used);
-    return options_.showsAll ? text : Shortened(text, std::max<std::size_t>(left, 1));
+    return !options_.Cuts() ? text : Shortened(text, std::max<std::size_t>(left, 1));
   }
 
   void PrintPair(const std::string& key, std::size_t keyWidth, const std::string& value) {
@@ -166,7 +170,16 @@ class Printer {
     PrintTitle(paint_(Style::Title, "Crash"));
     PrintFact("Application", ApplicationText(document_));
     PrintFact("System", SystemText(document_));
-    PrintFact("Exception", ExceptionText(document_));
+    PrintFact("Exception", ExceptionText(document_, Signal()));
+    for (const DocumentDamage& damage : document_.damage)
+      PrintFact("Damaged",
+                "line " + std::to_string(damage.line) + ": " + SafeText(damage.expected));
+  }
+
+  [[nodiscard]] std::string_view Signal() const {
+    if (!crash_) return {};
+    return FindText(document_.threads[crash_->thread].variables,
+                    crash_report::variable::kFaultSignal);
   }
 
   void PrintFact(const char* name, const std::string& fact) {
@@ -197,16 +210,15 @@ class Printer {
     constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
     const bool isWhole = isCrashed || options_.showsAll || options_.thread;
     const std::size_t crashed = isCrashed ? crash_->frame : kAll;
+    const std::size_t interrupted = isCrashed ? crash_->interrupted : 0;
     auto lines = MakeFrameLines(thread.frames, crashed, !options_.showsAll,
                                 isWhole ? kAll : kLinesOfOtherThreads);
     MarkGuesses(thread, lines);
-    // In front of the frame that crashed are those of the crash handler.
-    const auto isHandlers = [&](const FrameLine& line) {
-      return isCrashed && line.number < crashed;
-    };
-    const std::size_t folded = !isCrashed || options_.showsAll ? 0 : crashed;
+    // In front of the frame that was interrupted are those of the crash handler.
+    const auto isHandlers = [&](const FrameLine& line) { return line.number < interrupted; };
+    const std::size_t folded = options_.showsAll ? 0 : interrupted;
     if (folded != 0) std::erase_if(lines, isHandlers);
-    const FrameTable table(lines, options_.width, !options_.showsAll);
+    const FrameTable table(lines, options_.width, options_.Cuts());
     if (folded != 0)
       text_ += std::string(table.Indent(), ' ') +
                paint_(Style::Quiet, std::to_string(folded) + (folded == 1 ? " frame" : " frames") +
@@ -301,7 +313,7 @@ class Printer {
   const CrashDocument& document_;
   const ShowOptions& options_;
   const Painter paint_;
-  const std::optional<Crash> crash_;
+  const std::optional<report::CrashSite> crash_;
   std::FILE* out_;
   SourceReader sources_;
   std::string text_;  ///< not yet written

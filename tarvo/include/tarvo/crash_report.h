@@ -99,6 +99,9 @@
 ///                        which archives were there for it, as an array of { Build, File, Identity
 ///                        } and { Build, Missing }; first, and only in what `tarvo resolve` makes.
 ///                        In a file of results a report that failed has only this, with an Error
+///     Crashed            true on the thread that crashed and on its frame to look at: the one that
+///                        was interrupted or, of an abort, the one that asked for it. Only in what
+///                        `tarvo resolve` makes; where no thread is marked the first one counts
 ///     Damage             array of { Line, Expected }, what could not be read; only in documents of
 ///                        a reading that goes on behind what it cannot read
 ///
@@ -274,6 +277,7 @@ inline constexpr std::string_view kSourceLine = "SourceLine";
 inline constexpr std::string_view kInlinedInto = "InlinedInto";
 /// Only a symbol table knew the function: how many bytes the address lies behind its symbol.
 inline constexpr std::string_view kSymbolOffset = "SymbolOffset";
+inline constexpr std::string_view kCrashed = "Crashed";  ///< of a thread and of a frame
 
 inline constexpr std::string_view kLoadedModules = "LoadedModules";
 inline constexpr std::string_view kBaseAddress = key::kBaseAddress;

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
+
+#include "toolkit/report/crash_site.h"
 
 namespace tarvo::report {
 namespace {
@@ -40,6 +43,39 @@ TEST(HandlerFramesTest, EndBeforeTheTrampoline) {
       {"no frames", {}, "none"},
   };
   for (const auto& [what, frames, found] : kCases) EXPECT_EQ(Found(frames), found) << what;
+}
+
+TEST(CrashSiteTest, AbortsAreTheirCallers) {
+  const FrameName handler = {"crashhandler.so", "+0x85e0"};
+  const FrameName way = {"libc.so.6", ""};
+  const FrameName raise = {"libc.so.6", "pthread_kill+0x1"};
+  const FrameName terminate = {"libstdc++.so.6", "__cxa_throw+0x2"};
+  const FrameName own = {"libscene.so", "Check+0xe"};
+  const FrameName kernel = {"KERNELBASE.dll", "RaiseException"};
+  const struct {
+    const char* what;
+    const char* number;
+    const char* signal;
+    std::vector<FrameName> frames;
+    const char* found;  ///< the frame that was interrupted, and the one to look at
+  } kCases[] = {
+      {"assert", "0x00000006", "", {handler, way, raise, raise, own, own}, "2 4"},
+      {"an exception", "", "SIGABRT", {handler, way, raise, terminate, own}, "2 4"},
+      {"of Windows", "0xE06D7363", "", {kernel, {"VCRUNTIME140.dll", "x"}, own}, "0 2"},
+      {"nobody called", "6", "", {handler, way, raise, terminate}, "2 2"},
+      {"a fault in the C library", "0x0000000B", "SIGSEGV", {handler, way, raise, own}, "2 2"},
+      {"no frames", "6", "", {}, "0 0"},
+  };
+  for (const auto& [what, number, signal, frames, found] : kCases) {
+    const auto site =
+        FindCrashSite({.exceptionThread = "7",
+                       .exceptionNumber = number,
+                       .exceptionText = "",
+                       .threads = 1,
+                       .thread = [&](std::size_t) { return ThreadFacts{7, "", "", signal}; },
+                       .frames = [&](std::size_t) { return frames; }});
+    EXPECT_EQ(std::to_string(site->interrupted) + ' ' + std::to_string(site->frame), found) << what;
+  }
 }
 
 }  // namespace

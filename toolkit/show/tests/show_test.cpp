@@ -235,7 +235,9 @@ TEST(ShowTest, TheThreadThatCrashedIsFound) {
       {"handler, where neither does", "0x9",
        thread(1, "", "a") + ',' + thread(2, "0x8", "crashhandler.so"), "Thread 2  crashed"},
       {"none", "", thread(1, "", "a") + ',' + thread(2, "", "crashhandler.so.1"), "Thread 1"},
-      {"no number", "0x7z", thread(7, "0x7", "a"), "Thread 7"},
+      {"the first of an exception", "0x7z", thread(7, "0x7", "a"), "Thread 7  crashed"},
+      {"a mark over all", "1", thread(1, "", "a") + R"(,{"ThreadNumber": 2, "Crashed": true})",
+       "Thread 2  crashed"},
   };
   for (const auto& [what, exception, threads, first] : kCases) {
     const std::string text = Outcome("{\"Exception\": {\"Thread\": \""s + exception +
