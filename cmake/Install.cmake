@@ -1,23 +1,20 @@
-# Where `cmake --install` puts the SDK and the host library with their package config. Programs and
-# modules have their rules beside their targets.
-include(CMakePackageConfigHelpers)
+# Where `cmake --install` puts what is built, in three components:
+#
+#     program      the program `tarvo`, what it loads, the modules, and what belongs to them
+#     library      the host library, for programs that were linked with it
+#     development  the SDK, the CMake package, files for pkg-config, and examples
+#
+# Only libtarvo.so is for everybody and lies among the system's libraries; what is found by its place lies in
+# TARVO_PRIVATE_INSTALL_DIR, modules below it. Targets have their rules beside them.
+set(TARVO_PRIVATE_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/tarvo)
+set(TARVO_MODULE_INSTALL_DIR ${TARVO_PRIVATE_INSTALL_DIR}/modules)
 
-set(tarvo_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarvo)
-
-install(TARGETS tarvo_sdk tarvo_host EXPORT tarvoTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/tarvo/include/tarvo
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
-install(EXPORT tarvoTargets NAMESPACE tarvo:: DESTINATION ${tarvo_package_dir})
-
-configure_package_config_file(
-  ${PROJECT_SOURCE_DIR}/cmake/tarvoConfig.cmake.in ${PROJECT_BINARY_DIR}/tarvoConfig.cmake
-  INSTALL_DESTINATION ${tarvo_package_dir}
-  PATH_VARS CMAKE_INSTALL_LIBDIR)
-write_basic_package_version_file(
-  ${PROJECT_BINARY_DIR}/tarvoConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/tarvoConfig.cmake ${PROJECT_BINARY_DIR}/tarvoConfigVersion.cmake
-        ${PROJECT_SOURCE_DIR}/cmake/TarvoModule.cmake
-        ${PROJECT_SOURCE_DIR}/cmake/module_exports.map
-        ${PROJECT_SOURCE_DIR}/cmake/module_registration.cpp.in
-        DESTINATION ${tarvo_package_dir})
+# Has a target, once it is installed in this folder, look for the host library where that is installed,
+# wherever the whole is moved to. Where the loader looks anyway it gets no run path: distributions refuse those.
+function(tarvo_find_host_library target folder)
+  cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${folder} OUTPUT_VARIABLE way)
+  if(NOT CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${way}")
+  endif()
+endfunction()

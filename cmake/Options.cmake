@@ -1,10 +1,15 @@
 # What can be chosen when the build is configured. The presets choose all of it but where they say
 # otherwise; without a preset warnings are no errors, and benchmarks and fuzzers are left out.
 
-option(TARVO_BUILD_TESTS "Build the tests, and the examples that they run" ${PROJECT_IS_TOP_LEVEL})
-option(TARVO_BUILD_EXAMPLES "Build and install the examples" ${PROJECT_IS_TOP_LEVEL})
-option(TARVO_BUILD_BENCH "Build the benchmarks" OFF)
-option(TARVO_BUILD_FUZZ "Build the fuzzers, with clang-19 whatever compiler builds the rest" OFF)
+include(CMakeDependentOption)
+
+option(BUILD_TESTING "Where OFF, only what is installed is built, whatever the next four say" ON)
+cmake_dependent_option(TARVO_BUILD_TESTS "Build the tests, and the examples that they run" ${PROJECT_IS_TOP_LEVEL}
+                       BUILD_TESTING OFF)
+cmake_dependent_option(TARVO_BUILD_EXAMPLES "Build the examples" ${PROJECT_IS_TOP_LEVEL} BUILD_TESTING OFF)
+cmake_dependent_option(TARVO_BUILD_BENCH "Build the benchmarks" OFF BUILD_TESTING OFF)
+cmake_dependent_option(TARVO_BUILD_FUZZ "Build the fuzzers, with clang-19 whatever compiler builds the rest" OFF
+                       BUILD_TESTING OFF)
 option(TARVO_WERROR "Take the compiler's warnings for errors" OFF)
 set(TARVO_LLVM "AUTO" CACHE STRING
     "Read symbols with LLVM 19: ON, OFF, or AUTO, which does so where LLVM is there")
@@ -26,8 +31,8 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/pieces)
 set(TARVO_MODULE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/modules)
+set(TARVO_PRIVATE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib/tarvo)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
-set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
 add_compile_options(
   # Frames of a crash are walked by unwind tables; every function gets them, handlers too.

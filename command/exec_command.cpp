@@ -65,13 +65,13 @@ int Refuse(const std::string& text, int status = kNotStarted) {
   return status;
 }
 
-/// The folder of the host library and, in it, the preloaded one.
+/// The host library and, below its folder, the preloaded one.
 void FindLibraries(Files& files) {
   Dl_info info{};
   if (dladdr(reinterpret_cast<const void*>(&TakeConfigurationArguments), &info) == 0) return;
   std::error_code error;
   files.hostLibrary = fs::canonical(info.dli_fname, error).string();
-  files.preload = (fs::path(files.hostLibrary).parent_path() / "tarvo_exec.so").string();
+  files.preload = (fs::path(files.hostLibrary).parent_path() / "tarvo" / "tarvo_exec.so").string();
 }
 
 /// The modules that were asked for; else the crash handler alone, so that programs load no more

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs the build into a scratch prefix, builds the README's example against it as a project of its
-# own, and runs it: with an argument it works, without one it crashes and leaves a report. Then the same
-# with the documented module, built by each compiler that is there.
+# Installs the build into a scratch prefix, builds the README's example against what was installed, by CMake and
+# by pkg-config, and runs it: with an argument it works, without one it crashes and leaves a report. Then the
+# same with the documented module, built by each compiler that is there.
 set -euo pipefail
 build=$1 source=$2
 
@@ -11,76 +11,57 @@ fail() { echo "FAILED: $*" >&2; exit 1; }
 
 cmake --install "$build" --prefix "$scratch/prefix" >"$scratch/install.log" || { cat "$scratch/install.log"; fail install; }
 
-mkdir "$scratch/example"
-# The example as the README shows it.
-sed -n '/^```cpp$/,/^```$/p' "$source/README.md" | sed '1d;$d' >"$scratch/example/main.cpp"
-cmp "$scratch/example/main.cpp" "$source/examples/embedding/main.cpp" ||
-  fail "the README's example is not the one that the build compiles"
-cat >"$scratch/example/CMakeLists.txt" <<'END'
-cmake_minimum_required(VERSION 3.25)
-project(example LANGUAGES CXX)
-find_package(tarvo REQUIRED)
-add_executable(example main.cpp)
-target_link_libraries(example PRIVATE tarvo::host)
-END
-cmake -S "$scratch/example" -B "$scratch/example/build" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$scratch/prefix" -DCMAKE_CXX_FLAGS="-g ${EXAMPLE_FLAGS:-}" >"$scratch/example.log" 2>&1 &&
-  cmake --build "$scratch/example/build" >>"$scratch/example.log" 2>&1 ||
-  { cat "$scratch/example.log"; fail "the example does not build"; }
-
+# Only the SDK's library lies where the linker looks, and run paths lead to it or are none.
 cd "$scratch"
+[[ $(cd prefix && echo bin/* lib/*.so) == "bin/tarvo lib/libtarvo.so" ]] || fail "$(ls prefix/bin prefix/lib)"
+for file in prefix/bin/tarvo prefix/lib/tarvo/*.so prefix/lib/tarvo/modules/*; do
+  path=$(readelf --dynamic "$file" | sed -n 's/.*R.*PATH.*\[\(.*\)\]/\1/p')
+  [[ -z $path || -e ${path/'$ORIGIN'/$(dirname "$file")}/libtarvo.so.1 ]] || fail "$file has the run path $path"
+done
+
+# The example as the README shows it.
+installed=$scratch/prefix/share/doc/tarvo/examples
+sed -n '/^```cpp$/,/^```$/p' "$source/README.md" | sed '1d;$d' | diff - "$installed/embedding/main.cpp" ||
+  fail "the README's example is not the one that the build compiles"
+# build_example NAME: the installed sources, as a project of their own.
+build_example() {
+  cmake -S "$installed/$1" -B "$1" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" -DCMAKE_CXX_FLAGS="-g" >"$1.log" 2>&1 &&
+    cmake --build "$1" >>"$1.log" 2>&1 || { cat "$1.log"; fail "$1 does not build"; }
+}
+build_example embedding
 status=0
-example/build/example argument || status=$?
+embedding/embedding argument || status=$?
 [[ $status == 100 ]] || fail "the example ended with status $status instead of 100"
 status=0
-example/build/example --g_crashReportUrl=crash_bugreport.txt || status=$?
+embedding/embedding --g_crashReportUrl=crash_bugreport.txt || status=$?
 [[ $status == 1 ]] || fail "the example's crash ended with status $status instead of 1"
 grep -q 'ExceptionText = "SIGFPE"' crash_bugreport.txt || fail "the example's crash left no report"
 
 # A program that resolves reports itself gets what the command gives.
-mkdir resolving
-cp "$source/examples/resolving/main.cpp" resolving
-cat >resolving/CMakeLists.txt <<'END'
-cmake_minimum_required(VERSION 3.25)
-project(resolving LANGUAGES CXX)
-find_package(tarvo REQUIRED)
-add_executable(resolving main.cpp)
-target_link_libraries(resolving PRIVATE tarvo::report tarvo::host)
-END
-cmake -S resolving -B resolving/build -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" >resolving.log 2>&1 &&
-  cmake --build resolving/build >>resolving.log 2>&1 ||
-  { cat resolving.log; fail "the program that resolves does not build"; }
+build_example resolving
+read -ra flags < <(PKG_CONFIG_PATH=$scratch/prefix/lib/pkgconfig pkg-config --cflags --libs tarvo-report)
+c++ -std=c++23 "$installed/resolving/main.cpp" -o by_pkg_config "${flags[@]}" ||
+  fail "the program that resolves does not build by pkg-config"
 [[ ! -e prefix/include/tarvo/report ]] || fail "the SDK's include path reaches what only tarvo::report brings"
 mkdir archives by_call by_command
 for way in by_call by_command; do cp crash_bugreport.txt $way; done
 if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
-  prefix/bin/tarvo pack --build UNKNOWNBUILDID --archives archives example/build/example >/dev/null ||
+  prefix/bin/tarvo pack --build UNKNOWNBUILDID --archives archives embedding/embedding >/dev/null ||
     fail "the example cannot be packed"
 fi
-outcome=$(resolving/build/resolving archives cache by_call/crash_bugreport.txt --g_crashlogResolveDiagnosticOutput=0) ||
+outcome=$(resolving/resolving archives cache by_call/crash_bugreport.txt --g_crashlogResolveDiagnosticOutput=0) ||
   fail "the program does not resolve its report"
 [[ $outcome == by_call/crash_bugreport.resolved.json ]] || fail "the program says \"$outcome\""
 prefix/bin/tarvo resolve --quiet --archives-only --archives archives --cache cache by_command || fail "the command does not resolve"
 diff -r by_call by_command || fail "the program and the command resolve differently"
 if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
-  line=$(grep -n 'return 100 / divisor' example/main.cpp | cut -d : -f 1)
-  grep -A 1 '"SourceFileName": ".*/example/main.cpp"' by_call/crash_bugreport.resolved.json |
+  line=$(grep -n 'return 100 / divisor' "$installed/embedding/main.cpp" | cut -d : -f 1)
+  grep -A 1 '"SourceFileName": ".*/embedding/main.cpp"' by_call/crash_bugreport.resolved.json |
     grep -q "\"SourceLine\": $line" || fail "the crash is not resolved to line $line of the example"
 fi
 
 # The installed programs find the installed modules.
 prefix/bin/tarvo config | grep -q g_crashReportUrl || fail "the installed tarvo finds no module"
-status=0
-prefix/bin/crashdemo --threads 2 --g_crashReportUrl=demo_bugreport.txt >/dev/null || status=$?
-[[ $status == 1 ]] || fail "the installed crashdemo ended with status $status"
-[[ $(tail -n 1 demo_bugreport.txt) == "}" ]] || fail "the installed crashdemo left no whole report"
-
-# The demo's plug-in is found by the demo, and stands in nobody else's way.
-status=0
-prefix/bin/crashdemo --kind in-constructor --g_crashReportUrl=plugin_bugreport.txt >/dev/null || status=$?
-[[ $status == 1 ]] || fail "the installed crashdemo ended with status $status in its plug-in"
-grep -q 'broken_plugin\.so(' plugin_bugreport.txt || fail "the installed crashdemo did not load its plug-in"
-[[ -z $(find prefix/lib -maxdepth 1 -name 'broken_plugin*') ]] || fail "the demo's plug-in is among the libraries"
 
 # The module of docs/modules.md, which the page shows to the letter.
 module=$source/examples/module

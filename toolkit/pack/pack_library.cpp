@@ -16,7 +16,7 @@ constexpr SourceFile kPackLibrary{"command/pack/pack_library"};
 std::string LibraryPath() {
   Dl_info host{};
   if (dladdr(reinterpret_cast<const void*>(&Host::Start), &host) == 0) return kPackLibraryFile;
-  return std::filesystem::path(host.dli_fname).parent_path() / kPackLibraryFile;
+  return std::filesystem::path(host.dli_fname).parent_path() / "tarvo" / kPackLibraryFile;
 }
 
 struct Loaded {

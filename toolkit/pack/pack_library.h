@@ -16,12 +16,13 @@ struct PackLibrary {
   decltype(&WriteArchive) writeArchive;
   decltype(&FindDebugFile) findDebugFile;
 
-  /// The library, loaded at the first call and kept, as errors hold texts of it; it stands beside
-  /// the host library. An illegal-state error with the loader's reason when it cannot be loaded.
+  /// The library, loaded at the first call and kept, as errors hold texts of it; it stands in
+  /// "tarvo" beside the host library. An illegal-state error with the loader's reason when it
+  /// cannot be loaded.
   static Result<const PackLibrary*> Load();
 };
 
-inline constexpr const char* kPackLibraryFile = "libtarvo-pack.so";
+inline constexpr const char* kPackLibraryFile = "tarvo_pack.so";
 /// Its one exported object, a PackLibrary.
 inline constexpr const char* kPackLibrarySymbol = "tarvoPackLibrary";
 
