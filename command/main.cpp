@@ -17,7 +17,7 @@ constexpr std::array kSubcommands{
 };
 
 constexpr const char* kProgramFooter =
-    R"(The options above may stand before or after the subcommand's name.
+    R"(These options may stand before or after the subcommand's name.
 
 Configuration entries take their values from, strongest first:
   --g_NAME=VALUE          the command line

@@ -315,7 +315,7 @@ TEST_F(CommandTest, AFullDiskIsAFailure) {
   EXPECT_EQ(end.exitStatus, 1);
 }
 
-TEST_F(CommandTest, BashCompletes) {
+TEST_F(CommandTest, ShellsComplete) {
   const struct {
     std::string line;  ///< its last word is completed
     const char* expected;
@@ -344,6 +344,13 @@ TEST_F(CommandTest, BashCompletes) {
                                "echo \"${COMPREPLY[*]}\"";
     const auto completed = RunProgram({"/bin/bash", "-c", script}, {.environment = {kQuiet}});
     EXPECT_EQ(completed.output, std::string(expected) + '\n') << line << completed.errors;
+    // As the files for zsh and fish ask it; files are the shells' own affair.
+    const std::string asked = "set -- " + words + "; bash " TARVO_COMPLETION " $(($# - 1)) " +
+                              TARVO_PROGRAM " \"${@:2}\" | tr '\\n' ' '; exit ${PIPESTATUS[0]}";
+    const auto answered = RunProgram({"/bin/bash", "-c", asked}, {.environment = {kQuiet}});
+    const bool isFile = std::string_view(expected).ends_with(".toml");
+    EXPECT_EQ(answered.exitStatus, isFile ? 3 : 0) << answered.Describe();
+    EXPECT_EQ(answered.output, isFile ? "" : std::string(expected) + ' ') << line;
   }
 }
 
