@@ -1,0 +1,85 @@
+#include "toolkit/triage/page/group_stack.h"
+
+#include <algorithm>
+#include <span>
+#include <string>
+
+#include "tarvo/format.h"
+#include "toolkit/triage/page/page_text.h"
+
+namespace tarvo::toolkit {
+namespace {
+
+constexpr std::size_t kModuleWidth = 40;
+constexpr std::size_t kPlaceWidth = 64;
+
+Html FunctionHtml(const PageFrame& frame, const PageDetail& detail) {
+  if (!frame.function.empty()) return NameHtml(frame.function, detail);
+  Html text;
+  if (frame.offset)
+    text.Add("<code class=raw>@</code>", Format("+ 0x@{x}", *frame.offset).View());
+  else
+    text.Add("<i>no symbol</i>");
+  return text;
+}
+
+void AddFrame(Html& list, const PageFrame& frame, const PageDetail& detail) {
+  if (frame.isCrashing)
+    list.Add("<li class=x>");
+  else
+    list.Add("<li>");
+  list.Add(
+      "<div>@@</div><span class=p>@</span><span class=o>@</span>", FunctionHtml(frame, detail),
+      [&] {
+        Html mark;
+        if (frame.isCrashing) mark.Add(" <b class=m>crashed here</b>");
+        return mark;
+      }(),
+      PlaceText(frame.sourceFile, frame.sourceLine, kPlaceWidth),
+      ShortPath(frame.module, kModuleWidth));
+  const std::size_t shown = std::min(frame.inlinedInto.size(), detail.callers);
+  for (const PageCaller& caller : std::span(frame.inlinedInto).first(shown))
+    list.Add("<div class=i>@</div><span class=p>@</span>", NameHtml(caller.function, detail),
+             PlaceText(caller.sourceFile, caller.sourceLine, kPlaceWidth));
+  if (shown < frame.inlinedInto.size())
+    list.Add("<div class=i><i>@</i></div>",
+             Counted(frame.inlinedInto.size() - shown, "further inlined caller",
+                     "further inlined callers"));
+  list.Add("\n");
+}
+
+}  // namespace
+
+Html NameHtml(std::string_view name, const PageDetail& detail) {
+  Html html;
+  const std::string shown = ShortName(name, detail.nameWidth);
+  const std::string whole = detail.wholeNames ? ShortName(name, kLongestName) : shown;
+  if (whole == shown)
+    html.Add("<code>@</code>", shown);
+  else
+    html.Add("<details class=w><summary><code>@</code></summary><code>@</code></details>", shown,
+             whole);
+  return html;
+}
+
+Html GroupStack(const PageGroup& group, const PageDetail& detail, std::size_t room) {
+  Html section;
+  section.Add("<section class=stack><h3>Stack</h3>");
+  if (group.stack.empty()) {
+    section.Add("<p class=note>The reports have no frames.</p></section>\n");
+    return section;
+  }
+  const std::size_t shown = std::min(group.stack.size(), detail.frames);
+  section.Add("<ol class=s start=0>\n");
+  for (const PageFrame& frame : std::span(group.stack).first(shown)) {
+    if (section.Size() > room) break;
+    AddFrame(section, frame, detail);
+  }
+  section.Add("</ol>");
+  if (const std::size_t further = group.stack.size() - shown + group.furtherFrames; further != 0)
+    section.Add("<p class=note>and @</p>", Counted(further, "further frame", "further frames"));
+  section.Add("</section>\n");
+  return section;
+}
+
+}  // namespace tarvo::toolkit
