@@ -64,7 +64,7 @@ std::string LineOf(const std::string& statement) {
 /// Every resolved frame of a document, as "FUNCTION FILE:LINE" with the file's own name.
 Texts ResolvedFrames(const fs::path& document) {
   static const std::regex kFrame(
-      R"re("FunctionName": "(.*)",\s*"Address": \d+,\s*"SourceFileName": ".*?([^/"]*)",\s*"SourceLine": (\d+))re");
+      R"re("FunctionName": "(.*)",\s*"Address": \d+,\s*(?:"Crashed": true,\s*)?"SourceFileName": ".*?([^/"]*)",\s*"SourceLine": (\d+))re");
   const std::string text = ReadFile(document);
   Texts frames;
   for (std::sregex_iterator at(text.begin(), text.end(), kFrame), end; at != end; ++at)
@@ -468,10 +468,16 @@ TEST_F(ResolveOriginsTest, ReadsPackedAndWideReports) {
   Write("packed/c_bugreport.txt", "\xFF\xFE" + Utf16(report, false));
   Write("packed/d_bugreport.txt", "\xFE\xFF" + Utf16(report, true));
   Write("packed/e_bugreport.txt", Utf16(report, false));
-  Write("packed/f_bugreport.txt.gz", ReadFile(folder_ / "packed/a_bugreport.txt.gz").substr(0, 99));
+  // Cut off: what comes before the cut is read.
+  const std::string gzip = ReadFile(folder_ / "packed/a_bugreport.txt.gz");
+  const std::string xz = ReadFile(folder_ / "packed/b_bugreport.txt.xz");
+  Write("packed/f_bugreport.txt.gz", gzip.substr(0, 9));
+  Write("packed/g_bugreport.txt.gz", gzip.substr(0, gzip.size() - 90));
+  Write("packed/h_bugreport.txt.xz", xz.substr(0, xz.size() - 90));
+  Write("packed/i_bugreport.txt.gz", gzip + gzip);  // one behind the other: two reports in one
   const auto end = Resolve({"packed", "reports/linux_bugreport.txt"});
   EXPECT_EQ(end.exitStatus, 1);
-  EXPECT_NE(end.output.find("Reports: 6 read, 6 resolved, 1 failed\n"), std::string::npos)
+  EXPECT_NE(end.output.find("Reports: 9 read, 9 resolved, 1 failed, 3 damaged"), std::string::npos)
       << end.output;
   EXPECT_NE(end.output.find("f_bugreport.txt.gz: Could not unpack"), std::string::npos)
       << end.output;
@@ -481,6 +487,14 @@ TEST_F(ResolveOriginsTest, ReadsPackedAndWideReports) {
   for (const char* name : {"a", "b", "c", "d", "e"})
     EXPECT_EQ(WithoutOutcome(files.at(std::string(name) + "_bugreport.resolved.json")), expected)
         << name;
+  for (const char* name : {"g", "h"}) {
+    const std::string& document = files.at(std::string(name) + "_bugreport.resolved.json");
+    EXPECT_NE(document.find("\"Expected\": \"Could not unpack all of it: it is cut off\""),
+              std::string::npos)
+        << document;
+    EXPECT_NE(document.find("\"ModuleName\": \"kernel_app\""), std::string::npos)
+        << name << document;
+  }
   EXPECT_EQ(Tarvo({"normalize", "packed/b_bugreport.txt.xz"}).output, report);
 }
 

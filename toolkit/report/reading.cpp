@@ -39,6 +39,16 @@ void CorrectLines(DataDictionary& crashLog, std::size_t addedLine) {
     if (auto* note = notes->Mutable(i).As<DataDictionary>()) CorrectLine(*note, addedLine);
 }
 
+/// The text ends where unpacking did.
+void NotePackedDamage(DataDictionary& crashLog, const String& damage) {
+  const auto* before = crashLog.FindAs<DataArray>(property::kDamage);
+  DataArray notes = before == nullptr ? DataArray() : *before;
+  DataDictionary note;
+  note.Set(String(property::kDamageExpected), damage);
+  notes.Append(std::move(note));
+  crashLog.Set(String(property::kDamage), std::move(notes));
+}
+
 class ReadingObserver final : public Counted<ResolveObserver> {
  public:
   bool Salvages() override { return SalvagesReading(); }
@@ -56,6 +66,7 @@ bool SalvagesReading() noexcept { return t_reading != nullptr && t_reading->salv
 
 void CompleteReading(DataDictionary& crashLog) {
   if (t_reading == nullptr) return;
+  if (!t_reading->packedDamage.IsEmpty()) NotePackedDamage(crashLog, t_reading->packedDamage);
   t_reading->isDamaged = crashLog.Find(property::kDamage) != nullptr;
   if (t_reading->isOwn) RestoreSpelled(crashLog);
   if (t_reading->addedLine != 0) CorrectLines(crashLog, t_reading->addedLine);

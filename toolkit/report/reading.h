@@ -13,6 +13,7 @@ struct Reading {
   bool salvages = true;  ///< goes on behind what cannot be read
   bool isOwn = false;    ///< a normalized report of this project's own capture: texts are spelled
   std::size_t addedLine = 0;  ///< see NormalizedReport
+  String packedDamage{};      ///< why what was packed is not all there; else empty
   bool isDamaged = false;     ///< found: something was left out
 };
 

@@ -59,6 +59,12 @@ Result<bool> ReportResolver::Resolve(const Url& report, bool needsCopy) {
 Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy, Reading& reading) {
   const Result<ReportText> read = ReadReportText(framework_, report);
   if (!read) return read.GetError();
+  if (!read->damage.IsEmpty()) {
+    reading.packedDamage = Format("Could not unpack all of it: @", read->damage);
+    if (!options_.salvages)
+      return Error::File(kReportResolver.Here(),
+                         Format("Could not unpack \"@\": @", report, read->damage), report);
+  }
   const NormalizedReport normalized = Normalize(read->text, options_.adjustment);
   reading.isOwn = IsOwnReport(read->text);
   reading.addedLine = normalized.addedLine;

@@ -68,7 +68,7 @@ constexpr bool IsAscii(char c) noexcept { return c > 0 && c < 0x7f; }
 
 // --- Files ---------------------------------------------------------------------------------------
 
-Result<String> Unpacked(Framework& framework, const Url& file) {
+Result<ReportText> Unpacked(Framework& framework, const Url& file) {
   Result<Ref<ReadArchive>> packed = CreateObject<ReadArchive>(framework, kPackedFileClassId);
   if (!packed) return packed.GetError();
   if (auto opened = (*packed)->Open(file); !opened) return opened.GetError();
@@ -76,7 +76,13 @@ Result<String> Unpacked(Framework& framework, const Url& file) {
   if (!scratch) return scratch.GetError();
   const Url directory = Url::FromSystemPath(scratch->Path()).Append("unpacked");
   if (auto extracted = (*packed)->Extract(directory); !extracted) return extracted.GetError();
-  return framework.Files().ReadText(directory.Append(kPackedContent));
+  Result<String> text = framework.Files().ReadText(directory.Append(kPackedContent));
+  if (!text) return text.GetError();
+  const Url damageFile = directory.Append(kPackedDamage);
+  const bool isWhole = framework.Files().Detect(damageFile) == FileKind::Nothing;
+  Result<String> damage = isWhole ? String() : framework.Files().ReadText(damageFile);
+  if (!damage) return damage.GetError();
+  return ReportText{*std::move(text), true, *std::move(damage)};
 }
 
 /// Whether a text that starts so may be a report in some form.
@@ -101,18 +107,23 @@ Result<ReportText> ReadWholeText(Framework& framework, const Url& file) {
   const bool isRegular = files.Detect(file) == FileKind::File;
   Result<String> start = isRegular ? files.ReadStart(file, kStartBytes) : String();
   if (!start) return start.GetError();
-  const bool isPacked = IsPacked(*start);
-  Result<String> text = isPacked ? Unpacked(framework, file) : files.ReadText(file);
+  if (IsPacked(*start)) {
+    Result<ReportText> unpacked = Unpacked(framework, file);
+    if (!unpacked) return unpacked.GetError();
+    if (const auto converted = FromUtf16(unpacked->text)) unpacked->text = String(*converted);
+    return unpacked;
+  }
+  Result<String> text = files.ReadText(file);
   if (!text) return text.GetError();
-  if (const auto converted = FromUtf16(*text)) return ReportText{String(*converted), true};
-  return ReportText{*std::move(text), isPacked};
+  if (const auto converted = FromUtf16(*text)) return ReportText{String(*converted), true, {}};
+  return ReportText{*std::move(text), false, {}};
 }
 
 Result<ReportText> ReadReportText(Framework& framework, const Url& file) {
   if (framework.Files().Detect(file) == FileKind::File) {
     Result<String> start = framework.Files().ReadStart(file, kStartBytes);
     if (!start) return start.GetError();
-    if (!MayBeReport(*start)) return ReportText{*std::move(start), false};
+    if (!MayBeReport(*start)) return ReportText{*std::move(start), false, {}};
   }
   return ReadWholeText(framework, file);
 }

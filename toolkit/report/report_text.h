@@ -14,12 +14,13 @@ namespace tarvo::report {
 struct ReportText {
   String text;
   bool isConverted = false;  ///< not the file's bytes: unpacked, or from UTF-16
+  String damage{};  ///< of a packed file that gave no more than `text`: what was found; else empty
 };
 
 /// The text of the report `file`. Its start is looked at first: a regular file that is neither
 /// packed nor starts like a report is not read further, and gives that start.
 ///
-/// Errors: those of the file service; a packed file that is damaged or over the limit
+/// Errors: those of the file service; a packed file that gives nothing or is over the limit
 /// (tarvo/packed_file.h). Unpacking takes a directory of its own, below the system's for temporary
 /// files.
 [[nodiscard]] Result<ReportText> ReadReportText(Framework& framework, const Url& file);

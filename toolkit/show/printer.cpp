@@ -172,8 +172,8 @@ class Printer {
     PrintFact("System", SystemText(document_));
     PrintFact("Exception", ExceptionText(document_, Signal()));
     for (const DocumentDamage& damage : document_.damage)
-      PrintFact("Damaged",
-                "line " + std::to_string(damage.line) + ": " + SafeText(damage.expected));
+      PrintFact("Damaged", (damage.line == 0 ? "" : "line " + std::to_string(damage.line) + ": ") +
+                               SafeText(damage.expected));
   }
 
   [[nodiscard]] std::string_view Signal() const {

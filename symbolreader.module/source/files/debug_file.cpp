@@ -144,21 +144,33 @@ std::string PdbPathFor(const std::string& path, const ObjectFile& object) {
   return name.empty() ? std::string() : path.substr(0, path.rfind('/') + 1) + name;
 }
 
-bool IsFunction(const llvm::object::SymbolRef& symbol) {
+/// Whether `symbol` is a function that is in the file; nothing when it cannot be read.
+std::optional<bool> IsFunction(const llvm::object::SymbolRef& symbol) {
   auto type = symbol.getType();
   auto flags = symbol.getFlags();
-  const bool isFunction = type && *type == llvm::object::SymbolRef::ST_Function && flags &&
-                          (*flags & llvm::object::SymbolRef::SF_Undefined) == 0;
+  const bool isReadable = type && flags;
   if (!type) llvm::consumeError(type.takeError());
   if (!flags) llvm::consumeError(flags.takeError());
-  return isFunction;
+  if (!isReadable) return std::nullopt;
+  return *type == llvm::object::SymbolRef::ST_Function &&
+         (*flags & llvm::object::SymbolRef::SF_Undefined) == 0;
+}
+
+/// Goes no further than what can be read: a header may tell of any number of symbols, and what is
+/// behind the file's end would be tried one by one.
+bool NamesFunctions(const auto& symbols) {
+  for (const llvm::object::SymbolRef& symbol : symbols) {
+    const std::optional<bool> isFunction = IsFunction(symbol);
+    if (!isFunction || *isFunction) return isFunction.has_value();
+  }
+  return false;
 }
 
 /// Whether a symbol table names a function that is in the file.
-bool NamesFunctions(const ObjectFile& object) {
-  if (llvm::any_of(object.symbols(), IsFunction)) return true;
+bool HasFunctionNames(const ObjectFile& object) {
+  if (NamesFunctions(object.symbols())) return true;
   const auto* elf = llvm::dyn_cast<llvm::object::ELFObjectFileBase>(&object);
-  return elf != nullptr && llvm::any_of(elf->getDynamicSymbolIterators(), IsFunction);
+  return elf != nullptr && NamesFunctions(elf->getDynamicSymbolIterators());
 }
 
 Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Contents& contents,
@@ -185,7 +197,7 @@ Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Content
   facts.id = IdOf(object, contents.buffer->getBuffer());
   if (auto fits = CheckId(path, facts.id, request.id); !fits) return fits.GetError();
   if (!*hasDwarf && facts.pdbPath.empty() &&
-      !(request.takesSymbolTable && NamesFunctions(object))) {
+      !(request.takesSymbolTable && HasFunctionNames(object))) {
     return FileError(kSource.Here(), path,
                      Format("The debug file @ holds no debug information: found none, expected "
                             "DWARF sections or a PDB.",

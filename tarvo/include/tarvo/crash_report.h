@@ -103,7 +103,8 @@
 ///                        was interrupted or, of an abort, the one that asked for it. Only in what
 ///                        `tarvo resolve` makes; where no thread is marked the first one counts
 ///     Damage             array of { Line, Expected }, what could not be read; only in documents of
-///                        a reading that goes on behind what it cannot read
+///                        a reading that goes on behind what it cannot read. Without a line: the
+///                        report came packed, and that is damaged
 ///
 /// A key is there only when the report carried it. Addresses, sizes and numbers of threads and
 /// lines are numbers of 64 bits, IsExecutable is a truth value, everything else is text as written.
@@ -291,7 +292,7 @@ inline constexpr std::string_view kDocumentPath = "DocumentPath";
 inline constexpr std::string_view kCriticalLog = "CriticalLog";
 
 inline constexpr std::string_view kDamage = "Damage";
-inline constexpr std::string_view kDamageLine = "Line";          ///< from 1
+inline constexpr std::string_view kDamageLine = "Line";          ///< from 1, or none
 inline constexpr std::string_view kDamageExpected = "Expected";  ///< and what was found
 
 inline constexpr std::string_view kOutcome = "Outcome";

@@ -14,10 +14,6 @@ struct ArchiveLibrary {
   decltype(&::archive_read_new) readNew;
   decltype(&::archive_read_free) readFree;
   decltype(&::archive_read_support_format_zip_seekable) supportZip;
-  decltype(&::archive_read_support_filter_gzip) supportGzip;
-  decltype(&::archive_read_support_filter_xz) supportXz;
-  decltype(&::archive_read_support_format_raw) supportRaw;
-  decltype(&::archive_read_open_fd) openDescriptor;
   decltype(&::archive_read_set_read_callback) setRead;
   decltype(&::archive_read_set_skip_callback) setSkip;
   decltype(&::archive_read_set_seek_callback) setSeek;

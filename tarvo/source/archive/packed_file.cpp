@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
+#include <string>
 #include <system_error>
 #include <utility>
 
-#include "archive/archive_library.h"
+#include "archive/packed_stream.h"
 #include "files/directory_once.h"
 #include "files/file_descriptor.h"
 #include "files/file_error.h"
@@ -21,7 +21,6 @@ namespace {
 
 constexpr SourceFile kPackedFile{"tarvo/source/packed_file"};
 constexpr std::string_view kUnpackAction = "unpack";
-constexpr std::size_t kInputBytes = 64 * 1024;
 
 class PackedFile final : public Counted<ReadArchive> {
  public:
@@ -44,9 +43,7 @@ class PackedFile final : public Counted<ReadArchive> {
 
   Result<void> Extract(const Url& directory) override {
     if (!file_.IsOpen()) return Error::IllegalState(kPackedFile.Here(), "No file is open.");
-    const auto loaded = ArchiveLibrary::Load();
-    if (!loaded) return loaded.GetError();
-    return MakeDirectoryOnce(directory, [&](int tree) { return Unpack(**loaded, tree); });
+    return MakeDirectoryOnce(directory, [&](int tree) { return Unpack(tree); });
   }
 
  private:
@@ -58,59 +55,47 @@ class PackedFile final : public Counted<ReadArchive> {
   }
 
   /// Exactly what is packed, once: a packed file in the packed file stays one.
-  Result<void> Unpack(const ArchiveLibrary& library, int tree) {
-    const std::unique_ptr<archive, decltype(library.readFree)> reader(library.readNew(),
-                                                                      library.readFree);
-    if (reader == nullptr) return Error::OutOfMemory(kPackedFile.Here());
-    archive_entry* entry = nullptr;
-    const bool isOpen =
-        lseek(file_.Get(), 0, SEEK_SET) == 0 && library.supportGzip(reader.get()) == ARCHIVE_OK &&
-        library.supportXz(reader.get()) == ARCHIVE_OK &&
-        library.supportRaw(reader.get()) == ARCHIVE_OK &&
-        library.openDescriptor(reader.get(), file_.Get(), kInputBytes) == ARCHIVE_OK &&
-        library.nextHeader(reader.get(), &entry) == ARCHIVE_OK;
-    if (!isOpen) return LibraryError(library, reader.get());
-    const FileDescriptor content(openat(tree, std::string(kPackedContent).c_str(),
-                                        O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (!content.IsOpen()) return Failed(std::generic_category().message(errno));
-    return Copy(library, reader.get(), content.Get());
+  Result<void> Unpack(int tree) {
+    const auto content = MakeFile(tree, kPackedContent);
+    if (!content) return content.GetError();
+    std::int64_t size = 0;
+    const auto take = [&](std::string_view bytes) -> Result<void> {
+      size += static_cast<std::int64_t>(bytes.size());
+      return size > limit_ ? TooLarge() : Write(content->Get(), bytes);
+    };
+    if (lseek(file_.Get(), 0, SEEK_SET) != 0) return Failed(SystemReason());
+    const Result<PackedEnd> end = UnpackStream(file_.Get(), take);
+    if (!end)
+      return end.GetError().Url().IsEmpty() ? Failed(end.GetError().Text()) : end.GetError();
+    if (end->damage.empty()) return {};
+    if (size == 0) return Failed(end->damage);
+    const auto damage = MakeFile(tree, kPackedDamage);
+    return damage ? Write(damage->Get(), end->damage) : damage.GetError();
   }
 
-  Result<void> Copy(const ArchiveLibrary& library, archive* reader, int content) {
-    std::int64_t size = 0;
-    for (;;) {
-      const void* bytes = nullptr;
-      std::size_t count = 0;
-      la_int64_t offset = 0;
-      const int status = library.readBlock(reader, &bytes, &count, &offset);
-      if (status == ARCHIVE_EOF) return {};
-      if (status != ARCHIVE_OK) return LibraryError(library, reader);
-      size += static_cast<std::int64_t>(count);
-      if (size > limit_) {
-        return Failed(
-            Format("it holds more than @ bytes (kMaximumUnpackedBytes, "
-                   "g_archiveMaximumBytes)",
-                   limit_));
-      }
-      if (auto written = Write(content, {static_cast<const char*>(bytes), count}); !written)
-        return written;
-    }
+  Result<FileDescriptor> MakeFile(int tree, std::string_view name) {
+    FileDescriptor file(
+        openat(tree, std::string(name).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!file.IsOpen()) return Failed(SystemReason());
+    return file;
+  }
+
+  [[nodiscard]] Error TooLarge() const {
+    return Failed(Format(
+        "it holds more than @ bytes (kMaximumUnpackedBytes, g_archiveMaximumBytes)", limit_));
   }
 
   Result<void> Write(int content, std::string_view bytes) {
     while (!bytes.empty()) {
       const ssize_t written =
           Uninterrupted([&] { return write(content, bytes.data(), bytes.size()); });
-      if (written < 0) return Failed(std::generic_category().message(errno));
+      if (written < 0) return Failed(SystemReason());
       bytes.remove_prefix(static_cast<std::size_t>(written));
     }
     return {};
   }
 
-  [[nodiscard]] Error LibraryError(const ArchiveLibrary& library, archive* reader) const {
-    const char* text = library.errorText(reader);
-    return Failed(text == nullptr ? "it is damaged or cut off" : text);
-  }
+  [[nodiscard]] static std::string SystemReason() { return std::generic_category().message(errno); }
 
   const std::int64_t limit_;
   Url name_;

@@ -51,6 +51,7 @@ struct Recovery {
   Opener pending = Opener::None;  ///< what the reading has moved to and no block has taken yet
   bool isOwn = false;             ///< the report is of this project's own capture
   bool isEndNoted = false;        ///< that the text ends early
+  bool lacksOnlyItsEnd = false;   ///< and nothing was noted before: no error without salvage
 };
 
 }  // namespace tarvo::crashhandler

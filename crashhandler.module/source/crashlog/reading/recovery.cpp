@@ -154,6 +154,7 @@ bool GoesOnIn(Tokenizer& tokens, BlockKind block) {
 Result<void> EndWithoutBrace(Tokenizer& tokens, BlockKind block) {
   const bool isMissed = block != BlockKind::Body || tokens.State().isOwn;
   if (tokens.Salvages() && isMissed && !std::exchange(tokens.State().isEndNoted, true)) {
+    tokens.State().lacksOnlyItsEnd = tokens.State().damage.IsEmpty();
     Note(tokens, Format("Expected @ in line @, found @", KindName(TokenKind::CloseBrace),
                         tokens.Line(), KindName(TokenKind::EndOfFile)));
   }

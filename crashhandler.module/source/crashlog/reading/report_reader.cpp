@@ -92,7 +92,7 @@ Result<void> ReadSection(Tokenizer& tokens, DataDictionary& report) {
 Result<bool> ReadBody(Tokenizer& tokens, DataDictionary& report) {
   const auto readSection = [&] { return ReadSection(tokens, report); };
   Result<void> sections = ReadBlock(tokens, BlockKind::Body, readSection);
-  const bool isWhole = tokens.State().damage.IsEmpty();
+  const bool isWhole = tokens.State().damage.IsEmpty() || tokens.State().lacksOnlyItsEnd;
   while (sections && GoesOnBehindEnd(tokens))
     sections = ReadEntries(tokens, BlockKind::Body, readSection);
   if (!sections) return sections.GetError();
