@@ -35,6 +35,7 @@ bool IsIn(const Ranges& ranges, char32_t character) {
 }
 
 std::size_t Width(char32_t character) {
+  if (character < kNarrow.front().first) return 1;
   if (IsIn(kNarrow, character)) return 0;
   return IsIn(kWide, character) ? 2 : 1;
 }
@@ -78,7 +79,8 @@ std::string SafeText(std::string_view text) {
   while (!text.empty()) {
     const std::size_t size = ReadCharacter(text, character);
     const std::string_view bytes = text.substr(0, std::max<std::size_t>(size, 1));
-    if (size == 0 || IsIn(kUnsafe, character)) {
+    const bool isPlain = size == 1 && character >= 0x20 && character < 0x7f;
+    if (!isPlain && (size == 0 || IsIn(kUnsafe, character))) {
       AppendEscaped(safe, bytes);
     } else {
       safe += bytes;
