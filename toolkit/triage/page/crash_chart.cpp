@@ -203,7 +203,8 @@ Html Legend(const std::vector<Series>& series) {
 Html Numbers(const std::vector<Series>& series, const DayWindow& window) {
   Html table;
   table.Add(
-      "<details class=numbers><summary>In numbers</summary><div><table><thead><tr><th "
+      "<details class=numbers><summary>In numbers</summary><div tabindex=0 role=region "
+      "aria-label='Crashes by day and build'><table><thead><tr><th "
       "scope=col>@",
       window.daysPerSlot == 1 ? "Day" : "Days");
   for (const Series& one : series) table.Add("<th scope=col><bdi>@</bdi>", one.name);

@@ -41,6 +41,8 @@ constexpr std::array<PageDetail, 5> kDetails = {{
 constexpr std::size_t kPathWidth = 120;
 constexpr std::size_t kLabelWidth = 40;
 constexpr std::size_t kIdWidth = 40;
+/// Smaller counts are seen at a glance as they are.
+constexpr std::size_t kWorthBars = 5;
 
 Html MoreNote(std::size_t all, std::size_t shown) {
   Html note;
@@ -58,13 +60,15 @@ Html CountList(std::span<const PageCount> counts, std::size_t most, bool keepsEn
   if (keepsEnd && shown < counts.size())
     list.Add("<p class=note>@</p>", Counted(counts.size() - shown, "older build", "older builds"));
   list.Add("<ul class=bars>");
-  for (const PageCount& count : listed)
-    list.Add(
-        "<li><bdi>@</bdi> <span>@</span><svg width='100%' height=3 aria-hidden=true><rect "
-        "width='@%' height=3 "
-        "/></svg>",
-        count.name.empty() ? "unknown" : ShortName(count.name, kLabelWidth), Grouped(count.count),
-        std::max(1.0, 100.0 * static_cast<double>(count.count) / static_cast<double>(largest)));
+  for (const PageCount& count : listed) {
+    list.Add("<li>@<span>@</span>",
+             count.name.empty() ? "unknown" : ShortName(count.name, kLabelWidth),
+             Grouped(count.count));
+    if (largest >= kWorthBars)
+      list.Add(
+          "<svg width='100%' height=3 aria-hidden=true><rect width='@%' height=3 /></svg>",
+          std::max(1.0, 100.0 * static_cast<double>(count.count) / static_cast<double>(largest)));
+  }
   list.Add("</ul>@", keepsEnd ? Html() : MoreNote(counts.size(), shown));
   return list;
 }
@@ -83,7 +87,7 @@ Html Occurrence(const PageGroup& group, const PageIndex& index, const PageDetail
     section.Add("<h4>Builds</h4>@", CountList(group.builds, detail.items, true));
   if (!group.systems.empty())
     section.Add("<h4>Systems</h4>@", CountList(group.systems, detail.items, false));
-  section.Add("</section>\n");
+  section.Add("</section>");
   return section;
 }
 
@@ -100,9 +104,9 @@ Html Variants(const PageGroup& group, const PageDetail& detail) {
     for (const std::string& frame : variant.frames | std::views::take(3))
       section.Add("<li><code>@</code>",
                   ShortName(frame, std::min<std::size_t>(detail.nameWidth, 100)));
-    section.Add("</ol><span class=id>@</span>\n", ShortName(variant.id, kIdWidth));
+    section.Add("</ol><span class=id>@</span>", ShortName(variant.id, kIdWidth));
   }
-  section.Add("</ul>@</section>\n", MoreNote(group.variants.size(), shown));
+  section.Add("</ul>@</section>", MoreNote(group.variants.size(), shown));
   return section;
 }
 
@@ -114,19 +118,19 @@ Html Similar(const PageGroup& group, const PageIndex& index, const PageDetail& d
   for (const std::string& id : std::span(group.similar).first(shown)) {
     const auto at = index.groups.find(id);
     if (at == index.groups.end())
-      section.Add("<li><span class=id>@</span> <i>not on this page</i>\n", ShortName(id, kIdWidth));
+      section.Add("<li><span class=id>@</span> <i>not on this page</i>", ShortName(id, kIdWidth));
     else
-      section.Add("<li><a class=id href='#@'>@</a> <code>@</code>\n", id, id,
+      section.Add("<li><a class=id href='#@'>@</a> <code>@</code>", id, id,
                   ShortName(at->second->signature, std::min<std::size_t>(detail.nameWidth, 100)));
   }
-  section.Add("</ul>@</section>\n", MoreNote(group.similar.size(), shown));
+  section.Add("</ul>@</section>", MoreNote(group.similar.size(), shown));
   return section;
 }
 
 Html MissingSymbols(const PageGroup& group, const PageDetail& detail) {
   Html section;
   if (group.missingSymbols.empty()) return section;
-  section.Add("<section><h3>Symbols that would help most</h3>@</section>\n",
+  section.Add("<section><h3>Symbols that would help most</h3>@</section>",
               CountList(group.missingSymbols, detail.items, false));
   return section;
 }
@@ -137,8 +141,8 @@ Html Reports(const PageGroup& group, const PageDetail& detail) {
   section.Add("<section><h3>Reports</h3><ul class=r>");
   const std::size_t shown = std::min(group.reports.size(), detail.reports);
   for (const std::string& report : std::span(group.reports).first(shown))
-    section.Add("<li><bdi>@</bdi>\n", ShortPath(report, kPathWidth));
-  section.Add("</ul>@</section>\n", MoreNote(std::max(group.count, group.reports.size()), shown));
+    section.Add("<li>@", ShortPath(report, kPathWidth));
+  section.Add("</ul>@</section>", MoreNote(std::max(group.count, group.reports.size()), shown));
   return section;
 }
 
@@ -182,7 +186,7 @@ Html DetailsBody(const PageGroup& group, const PageIndex& index, const PageDetai
   Html body;
   const Html stack = GroupStack(group, detail, room);
   if (stack.Size() > room) return stack;
-  body.Add("@<div class=c>@@</div>\n<div class=e>@@@@</div>", Names(group, detail), stack,
+  body.Add("@<div class=c>@@</div><div class=e>@@@@</div>", Names(group, detail), stack,
            Occurrence(group, index, detail), Similar(group, index, detail), Variants(group, detail),
            MissingSymbols(group, detail), Reports(group, detail));
   return body;

@@ -31,25 +31,28 @@ Html Marks(const PageGroup& group) {
   return marks;
 }
 
-/// A build, and the day of a time below it.
+/// A name from outside; it has the first place in its cell.
+Html CellText(std::string_view name) {
+  Html text;
+  if (name.empty())
+    text.Add("<i>unknown</i>");
+  else
+    text.Add("@", ShortName(name, kCellWidth));
+  return text;
+}
+
+/// A build, and the day of a time.
 Html BuildCell(const PageCount* build, const std::optional<std::chrono::sys_seconds>& time) {
   Html cell;
-  const bool isKnown = build != nullptr && !build->name.empty();
-  if (isKnown)
-    cell.Add("<bdi>@</bdi>", ShortName(build->name, kCellWidth));
-  else
-    cell.Add("<i>unknown</i>");
-  if (time) cell.Add("<small>@</small>", DayText(std::chrono::floor<std::chrono::days>(*time)));
+  cell.Add("@", CellText(build == nullptr ? std::string_view() : build->name));
+  if (time) cell.Add(" <small>@</small>", DayText(std::chrono::floor<std::chrono::days>(*time)));
   return cell;
 }
 
 Html SystemCell(const std::vector<PageCount>& systems) {
   Html cell;
-  if (systems.empty() || systems[0].name.empty())
-    cell.Add("<i>unknown</i>");
-  else
-    cell.Add("<bdi>@</bdi>", ShortName(systems[0].name, kCellWidth));
-  if (systems.size() > 1) cell.Add("<small>and @ more</small>", systems.size() - 1);
+  cell.Add("@", CellText(systems.empty() ? std::string_view() : systems[0].name));
+  if (systems.size() > 1) cell.Add(" <small>+@</small>", systems.size() - 1);
   return cell;
 }
 
@@ -85,7 +88,7 @@ Html GroupHead() {
 Html GroupRow(const PageGroup& group, std::size_t rank, const PageIndex& index) {
   const std::vector<std::size_t> slots = CountBySlot(group.days, index.window);
   const double bar = index.mostReports == 0 ? 0
-                                            : 64.0 * static_cast<double>(group.count) /
+                                            : 48.0 * static_cast<double>(group.count) /
                                                   static_cast<double>(index.mostReports);
   Html row;
   row.Add(
@@ -93,12 +96,12 @@ Html GroupRow(const PageGroup& group, std::size_t rank, const PageIndex& index) 
       group.count, RecentPercent(slots), SecondsOf(group.first), SecondsOf(group.last),
       ChoiceNumbers(group.builds, index.builds), ChoiceNumbers(group.systems, index.systems));
   row.Add(
-      "<tr><td class=rank>@<td class=count>@<td class=share>@<svg width=64 height=4 "
-      "aria-hidden=true><rect width=64 "
-      "height=4 /><rect width=@ height=4 /></svg><td class=trend>@",
+      "<tr><td class=rank>@<td class=count>@<td class=share>@<svg width=48 height=4 "
+      "aria-hidden=true>"
+      "<rect width=@ height=4 /></svg><td class=trend>@",
       rank, Grouped(group.count), Percent(group.count, index.reports), std::max(bar, 1.0),
       TrendLine(slots));
-  row.Add("<th scope=row class=signature><code>@</code>@<td class=class><bdi>@</bdi>",
+  row.Add("<th scope=row class=signature><code>@</code>@<td class=class>@",
           group.signature.empty() ? "(no frames)" : ShortName(group.signature, kSignatureWidth),
           Marks(group), ShortName(group.crashClass, kClassWidth));
   row.Add("<td class=first>@<td class=last>@<td class=systems>@\n",

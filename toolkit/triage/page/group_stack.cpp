@@ -23,29 +23,29 @@ Html FunctionHtml(const PageFrame& frame, const PageDetail& detail) {
   return text;
 }
 
+Html PlaceHtml(const std::string& file, std::uint64_t line) {
+  Html place;
+  if (!file.empty()) place.Add("<span class=p>@</span>", PlaceText(file, line, kPlaceWidth));
+  return place;
+}
+
 void AddFrame(Html& list, const PageFrame& frame, const PageDetail& detail) {
+  // Elements are what makes a page of thousands of stacks slow: there is none that can be spared.
   if (frame.isCrashing)
-    list.Add("<li class=x>");
+    list.Add("<li class=x><div>@ <b class=m>crashed here</b></div>", FunctionHtml(frame, detail));
   else
-    list.Add("<li>");
-  list.Add(
-      "<div>@@</div><span class=p>@</span><span class=o>@</span>", FunctionHtml(frame, detail),
-      [&] {
-        Html mark;
-        if (frame.isCrashing) mark.Add(" <b class=m>crashed here</b>");
-        return mark;
-      }(),
-      PlaceText(frame.sourceFile, frame.sourceLine, kPlaceWidth),
-      ShortPath(frame.module, kModuleWidth));
+    list.Add("<li>@", FunctionHtml(frame, detail));
+  list.Add("@", PlaceHtml(frame.sourceFile, frame.sourceLine));
+  if (!frame.module.empty())
+    list.Add("<span class=o>@</span>", ShortPath(frame.module, kModuleWidth));
   const std::size_t shown = std::min(frame.inlinedInto.size(), detail.callers);
   for (const PageCaller& caller : std::span(frame.inlinedInto).first(shown))
-    list.Add("<div class=i>@</div><span class=p>@</span>", NameHtml(caller.function, detail),
-             PlaceText(caller.sourceFile, caller.sourceLine, kPlaceWidth));
+    list.Add("<div class=i>@</div>@", NameHtml(caller.function, detail),
+             PlaceHtml(caller.sourceFile, caller.sourceLine));
   if (shown < frame.inlinedInto.size())
     list.Add("<div class=i><i>@</i></div>",
              Counted(frame.inlinedInto.size() - shown, "further inlined caller",
                      "further inlined callers"));
-  list.Add("\n");
 }
 
 }  // namespace
@@ -66,11 +66,11 @@ Html GroupStack(const PageGroup& group, const PageDetail& detail, std::size_t ro
   Html section;
   section.Add("<section class=stack><h3>Stack</h3>");
   if (group.stack.empty()) {
-    section.Add("<p class=note>The reports have no frames.</p></section>\n");
+    section.Add("<p class=note>The reports have no frames.</p></section>");
     return section;
   }
   const std::size_t shown = std::min(group.stack.size(), detail.frames);
-  section.Add("<ol class=s start=0>\n");
+  section.Add("<ol class=s start=0>");
   for (const PageFrame& frame : std::span(group.stack).first(shown)) {
     if (section.Size() > room) break;
     AddFrame(section, frame, detail);
@@ -78,7 +78,7 @@ Html GroupStack(const PageGroup& group, const PageDetail& detail, std::size_t ro
   section.Add("</ol>");
   if (const std::size_t further = group.stack.size() - shown + group.furtherFrames; further != 0)
     section.Add("<p class=note>and @</p>", Counted(further, "further frame", "further frames"));
-  section.Add("</section>\n");
+  section.Add("</section>");
   return section;
 }
 

@@ -37,10 +37,8 @@ Html TrendLine(std::span<const std::size_t> counts) {
              kTrendHeight - kTrendMargin -
                  (kTrendHeight - 2 * kTrendMargin) * static_cast<double>(points[i]) / most);
   }
-  svg.Add(
-      "<svg class=t width=@ height=@ aria-hidden=true><path d='M@ @L@@ @z'/><path d='M@'/></svg>",
-      kTrendWidth, kTrendHeight, kTrendMargin, kTrendHeight, line, kTrendWidth - kTrendMargin,
-      kTrendHeight, line);
+  svg.Add("<svg class=t width=@ height=@ aria-hidden=true><path d='M@'/></svg>", kTrendWidth,
+          kTrendHeight, line);
   return svg;
 }
 
