@@ -123,7 +123,7 @@ class ChartPlot {
     AddLines(svg);
     for (std::size_t slot = 0; slot < window_.slots; ++slot)
       if (totals_[slot] != 0) AddBar(svg, slot);
-    AddDays(svg);
+    AddLabels(svg);
     svg.Add("</svg>\n");
     return svg;
   }
@@ -162,22 +162,20 @@ class ChartPlot {
     svg.Add("</title>@</g>\n", bars);
   }
 
-  /// The counts of the lines, above the bars, and days below.
-  void AddDays(Html& svg) const {
+  /// The counts of the lines, left of the bars, and days below.
+  void AddLabels(Html& svg) const {
     const std::size_t step = LineStep(most_);
-    for (std::size_t count = step; count <= most_; count += step)
-      svg.Add("<text x='0' y=@>@</text>", kPlotBottom - HeightOf(count) - 4, Grouped(count));
+    for (std::size_t count = 0; count <= most_; count += step)
+      svg.Add("<text class=count x='-8' y=@>@</text>", kPlotBottom - HeightOf(count) + 4,
+              Grouped(count));
     const std::size_t every = (window_.slots + kMostDayLabels - 1) / kMostDayLabels;
     for (std::size_t slot = 0; slot < window_.slots; slot += every) {
       // The middle of the slot, but not beyond the chart's edge.
       const double middle = LeftOf(slot) + 50.0 / static_cast<double>(window_.slots);
-      svg.Add("<text class=@ x='@%' y=208>@</text>",
-              middle < 4    ? "from"
-              : middle > 96 ? "to"
-                            : "mid",
-              middle < 4    ? 0
-              : middle > 96 ? 100
-                            : middle,
+      const bool isLast = middle > 96;
+      // Where the chart is narrow there is room for every other one.
+      svg.Add("<text class='@@' x='@%' y=208>@</text>", isLast ? "to" : "mid",
+              slot / every % 2 == 0 ? "" : " odd", isLast ? 100 : middle,
               DayText(window_.FirstOf(slot)));
     }
   }

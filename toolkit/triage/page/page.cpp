@@ -47,7 +47,7 @@ Html Facts(const PageContent& content, const PageIndex& index) {
       "crashes<dd>@</div>",
       Grouped(index.reports), Grouped(content.groups.size()),
       index.window.daysWithReports == 0 ? "–" : Grouped(index.window.daysWithReports));
-  if (newOnes != 0 && !content.builds.empty())
+  if (newOnes != 0 && !content.builds.empty() && !content.builds.back().empty())
     header.Add("<div class=new><dt>New in <bdi>@</bdi><dd>@</div>",
                ShortName(content.builds.back(), 32), Grouped(newOnes));
   header.Add("</dl>");

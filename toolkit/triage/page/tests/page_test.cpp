@@ -72,6 +72,7 @@ TEST(PageTest, ListsNoMoreThanItSays) {
   EXPECT_EQ(count("and 8 further frames"), 1U);
   EXPECT_EQ(count("<li>report"), kPageReports);
   EXPECT_EQ(count("and 1,214 more"), 1U);
+  EXPECT_EQ(count("None of the reports says when it happened."), 1U);
 }
 
 }  // namespace
