@@ -41,7 +41,7 @@ Examples:
 )";
 
 void AddSharedOptions(Program& program, Context& context) {
-  program.SetVersion("tarvo " TARVO_VERSION);
+  program.SetVersion("tarvo " TARVO_VERSION "\n" TARVO_LICENCE);
   program
       .AddOption("--module", context.host.modules,
                  "Load this module; may be repeated. Default:\n"

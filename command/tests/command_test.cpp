@@ -234,7 +234,7 @@ TEST_F(CommandTest, ExitStatusesTellUseStartAndFailureApart) {
     std::string output;
     std::string error;
   } kCases[] = {
-      {{"--version"}, 0, "tarvo " TARVO_VERSION "\n", ""},
+      {{"--version"}, 0, "tarvo " TARVO_VERSION "\n" TARVO_LICENCE "\n", ""},
       {{"run", "--module=" + kAlpha, "--list"}, 0, "alpha.values\nalpha.fail\nalpha.throw\n", ""},
       {{"--module", kAlpha, "run", "alpha.fail"}, 1, "", "No luck\n"},
       {{"run", "alpha.throw", "--module", kAlpha}, 1, "", "The job threw an exception: a fit\n"},
