@@ -12,8 +12,8 @@ namespace tarvo::command {
 namespace {
 
 constexpr std::array kSubcommands{
-    AddResolveCommand, AddShowCommand,      AddPackCommand,   AddExecCommand,
-    AddRunCommand,     AddNormalizeCommand, AddConfigCommand,
+    AddResolveCommand, AddShowCommand, AddPackCommand,      AddExecCommand,
+    AddTriageCommand,  AddRunCommand,  AddNormalizeCommand, AddConfigCommand,
 };
 
 constexpr const char* kProgramFooter =

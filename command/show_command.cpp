@@ -1,8 +1,6 @@
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -11,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "command/output_width.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
 #include "toolkit/base/regular_file.h"
@@ -59,27 +58,6 @@ struct Options {
   bool showsCrashOnly = false;
   std::optional<std::uint64_t> thread{};
 };
-
-std::size_t ToWidth(std::size_t columns) {
-  constexpr std::size_t kLeast = 40, kMost = 1000;
-  return std::clamp(columns, kLeast, kMost);
-}
-
-/// What lines are fitted to; nothing where no terminal nor COLUMNS says so: what goes into a mail
-/// or a file is wanted whole.
-std::optional<std::size_t> OutputWidth() {
-  if (const char* text = std::getenv("COLUMNS")) {
-    const std::string_view columns = text;
-    std::size_t width = 0;
-    const auto [stop, status] =
-        std::from_chars(columns.data(), columns.data() + columns.size(), width);
-    if (status == std::errc{} && stop == columns.data() + columns.size() && width > 0)
-      return ToWidth(width);
-  }
-  winsize size{};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return ToWidth(size.ws_col);
-  return std::nullopt;
-}
 
 bool IsColoured(const std::string& when) {
   if (when != "auto") return when == "always";

@@ -5,12 +5,16 @@
 
 #include <algorithm>
 
+#include "tarvo/crash_report.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/document/document_reader.h"
 #include "toolkit/report/report_lines.h"
 
 namespace tarvo::toolkit {
+
+using crash_report::property::kOutcomeError;
+
 namespace {
 
 constexpr SourceFile kCrashDocument{"command/document/crash_document"};
@@ -59,7 +63,7 @@ Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::strin
   // The parser takes a NUL for the end.
   if (const std::size_t end = text.find('\0'); end != std::string_view::npos)
     return JsonError(text, name, {rapidjson::kParseErrorDocumentRootNotSingular, end});
-  if (!handler.HasThreads())
+  if (!handler.HasThreads() && FindText(document.outcome, kOutcomeError).empty())
     return NotShown(kCrashDocument.Here(), name,
                     "found JSON without an array \"Threads\", expected a resolved crash log.");
   return document;

@@ -66,6 +66,7 @@ struct DocumentDamage {
 
 /// All texts live as long as `storage`, and are raw: not to be printed but through SafeText.
 struct CrashDocument {
+  TextPairs outcome{};  ///< what resolution says of the report: its texts
   TextPairs application{};
   TextPairs computer{};
   TextPairs exception{};
@@ -79,7 +80,8 @@ struct CrashDocument {
 
 /// Reads a document. `name` is what errors call it. An illegal-argument error with the line and
 /// column when the text is no JSON in UTF-8, and one that says what was found when it is no
-/// resolved crash log: no object with an array "Threads", or a report that is not resolved yet.
+/// resolved crash log: no object with an array "Threads" or an error of resolution, or a report
+/// that is not resolved yet.
 /// Takes some three times the size of the text in memory; nesting costs nothing.
 Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::string& name);
 

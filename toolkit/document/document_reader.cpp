@@ -23,6 +23,7 @@ struct Step {
 };
 constexpr std::array kSteps = {
     Step{Place::Outside, "", false, Place::Document},
+    Step{Place::Document, property::kOutcome, false, Place::Outcome},
     Step{Place::Document, property::kApplicationInfo, false, Place::Application},
     Step{Place::Document, property::kComputerInfo, false, Place::Computer},
     Step{Place::Document, property::kException, false, Place::Exception},
@@ -165,6 +166,8 @@ void DocumentReader::Enter(Place place) {
 
 TextPairs* DocumentReader::OpenPairs() {
   switch (places_.back()) {
+    case Place::Outcome:
+      return &document_.outcome;
     case Place::Application:
       return &document_.application;
     case Place::Computer:

@@ -39,6 +39,7 @@ class DocumentReader {
   enum class Place {
     Outside,
     Document,
+    Outcome,
     Application,
     Computer,
     Exception,

@@ -1,0 +1,177 @@
+#include "toolkit/triage/store/crash_store.h"
+
+#include <utility>
+
+#include "toolkit/triage/grouping/fingerprint.h"
+#include "toolkit/triage/grouping/stack_keys.h"
+#include "toolkit/triage/store/schema.h"
+
+namespace tarvo::toolkit {
+namespace {
+
+constexpr std::string_view kFingerprintSetting = "fingerprint_version";
+
+std::set<std::string> Texts(Sqlite& database, std::string_view statement) {
+  std::set<std::string> texts;
+  for (SqliteStatement rows = database.Prepare(statement); rows.Step();) texts.insert(rows.Text(0));
+  return texts;
+}
+
+std::optional<std::int64_t> ToNumber(const std::optional<std::chrono::sys_seconds>& time) {
+  return time ? std::optional<std::int64_t>(time->time_since_epoch().count()) : std::nullopt;
+}
+
+std::optional<std::int64_t> ToNumber(const std::optional<std::uint64_t>& number) {
+  return number ? std::optional(static_cast<std::int64_t>(*number)) : std::nullopt;
+}
+
+}  // namespace
+
+Result<CrashStore> CrashStore::Open(const std::string& path) {
+  Result<Sqlite> database = Sqlite::Open(path);
+  if (!database) return database.GetError();
+  CrashStore store(*std::move(database));
+  if (auto prepared = store.Prepare(path); !prepared) return prepared.GetError();
+  return store;
+}
+
+Result<void> CrashStore::Prepare(const std::string& path) {
+  database_.Run("PRAGMA foreign_keys = ON; BEGIN IMMEDIATE;");
+  if (auto begun = database_.Outcome(); !begun) return begun;
+  if (auto prepared = PrepareSchema(database_, path); !prepared) return prepared;
+  const std::int64_t version = database_.Number(
+      "SELECT coalesce((SELECT value FROM settings WHERE name = 'fingerprint_version'), 0)");
+  if (version != kFingerprintVersion) {
+    Regroup();
+    database_.Prepare("INSERT OR REPLACE INTO settings VALUES (?, ?)")
+        .With(kFingerprintSetting, kFingerprintVersion)
+        .Run();
+  }
+  database_.Run("COMMIT;");
+  return database_.Outcome();
+}
+
+void CrashStore::Regroup() {
+  auto crashes = Read();
+  if (!crashes) return;
+  std::map<std::string, const StoredGroup*> groups;
+  for (const StoredGroup& group : crashes->groups) groups[group.id] = &group;
+  SqliteStatement move =
+      database_.Prepare("UPDATE reports SET variant_id = ?2 WHERE variant_id = ?1");
+  for (StoredVariant& variant : crashes->variants) {
+    SetKeys(variant.stack);
+    const std::string& crashClass = groups[variant.group]->crashClass;
+    const Fingerprint print = MakeFingerprint(variant.stack, crashClass);
+    if (print.variant == variant.id && print.group == variant.group) continue;
+    const auto named = std::ranges::count_if(variant.stack, &StackEntry::isNamed);
+    AddVariant({.id = print.variant,
+                .group = print.group,
+                .signature = print.signature,
+                .crashClass = crashClass,
+                .stack = std::move(variant.stack),
+                .furtherFrames = variant.furtherFrames,
+                .namedFrames = static_cast<std::size_t>(named)});
+    move.With(variant.id, print.variant).Run();
+    AddAlias(variant.group, print.group);
+  }
+  RemoveEmpty();
+}
+
+Result<std::set<std::string>> CrashStore::Add(const Draft& draft) {
+  database_.Run("BEGIN IMMEDIATE;");
+  const std::set<std::string> known =
+      Texts(database_, "SELECT id FROM groups UNION SELECT old_id FROM aliases");
+  for (const auto& [id, variant] : draft.Variants()) AddVariant(variant);
+  for (const auto& report : draft.Reports()) AddReport(*report);
+  RemoveEmpty();
+  std::set<std::string> added;
+  for (const std::string& id : Texts(database_, "SELECT id FROM groups"))
+    if (!known.contains(id)) added.insert(id);
+  SqliteStatement aliases = database_.Prepare("SELECT old_id, group_id FROM aliases");
+  while (aliases.Step())
+    if (known.contains(aliases.Text(0))) added.erase(aliases.Text(1));
+  database_.Run("COMMIT;");
+  if (auto outcome = database_.Outcome(); !outcome) return outcome.GetError();
+  return added;
+}
+
+std::int64_t CrashStore::IdOf(const char* table, const std::string& name) {
+  const std::string from = std::string(" INTO ") + table + " (name) VALUES (?)";
+  database_.Prepare("INSERT OR IGNORE" + from).With(name).Run();
+  SqliteStatement row =
+      database_.Prepare(std::string("SELECT id FROM ") + table + " WHERE name = ?");
+  return row.With(name).Step() ? row.Number(0) : 0;
+}
+
+void CrashStore::AddVariant(const DraftVariant& variant) {
+  database_.Prepare("INSERT OR IGNORE INTO groups VALUES (?, ?, ?)")
+      .With(variant.group, variant.signature, variant.crashClass)
+      .Run();
+  // Names that have come since replace the stack.
+  SqliteStatement added = database_.Prepare(
+      "INSERT INTO variants VALUES (?1, ?2, ?3, ?4) ON CONFLICT (id) DO UPDATE SET "
+      "group_id = ?2, named_frames = ?3, further_frames = ?4 "
+      "WHERE excluded.named_frames > variants.named_frames RETURNING id");
+  const bool isTaken =
+      added.With(variant.id, variant.group, variant.namedFrames, variant.furtherFrames).Step();
+  if (!isTaken) return;
+  added.Run();
+  database_.Prepare("DELETE FROM frames WHERE variant_id = ?").With(variant.id).Run();
+  SqliteStatement frames =
+      database_.Prepare("INSERT INTO frames VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  std::size_t place = 0;
+  for (const StackEntry& entry : variant.stack)
+    frames
+        .With(variant.id, place++, entry.key, entry.function, entry.module, entry.build,
+              entry.sourceFile, entry.sourceLine, ToNumber(entry.moduleOffset),
+              ToNumber(entry.symbolOffset), entry.isInlined, entry.isNamed)
+        .Run();
+}
+
+void CrashStore::AddReport(const DraftReport& report) {
+  SqliteStatement stored = database_.Prepare(
+      "SELECT r.named_frames, v.group_id FROM reports r JOIN variants v ON v.id = r.variant_id "
+      "WHERE r.hash = ?");
+  const bool isThere = stored.With(report.hash).Step();
+  const bool isBetter = !isThere || std::cmp_greater(report.namedFrames, stored.Number(0));
+  const std::string oldGroup = isThere ? stored.Text(1) : std::string();
+  stored.With(report.hash);  // ends the reading
+  if (isBetter) {
+    database_
+        .Prepare(
+            "INSERT INTO reports VALUES (?1, ?2, ?3, ?4, ?5, ?6) ON CONFLICT (hash) DO UPDATE "
+            "SET variant_id = ?2, time = ?3, build_id = ?4, system_id = ?5, named_frames = ?6")
+        .With(report.hash, report.variant->id, ToNumber(report.time), IdOf("builds", report.build),
+              IdOf("systems", report.system), report.namedFrames)
+        .Run();
+    database_.Prepare("DELETE FROM missing_symbols WHERE hash = ?").With(report.hash).Run();
+    SqliteStatement missing = database_.Prepare("INSERT INTO missing_symbols VALUES (?, ?, ?, ?)");
+    for (const MissingSymbols& lack : report.missing)
+      missing.With(report.hash, lack.module, lack.build, lack.frames).Run();
+  }
+  SqliteStatement logs = database_.Prepare("INSERT OR IGNORE INTO logs VALUES (?, ?)");
+  for (const std::string& path : report.paths) logs.With(path, report.hash).Run();
+  if (isThere && isBetter) AddAlias(oldGroup, report.variant->group);
+}
+
+void CrashStore::AddAlias(const std::string& oldGroup, const std::string& group) {
+  if (oldGroup == group) return;
+  database_.Prepare("UPDATE aliases SET group_id = ?2 WHERE group_id = ?1")
+      .With(oldGroup, group)
+      .Run();
+  // A group that comes back under its old id is no alias of itself.
+  database_.Prepare("DELETE FROM aliases WHERE old_id = ?").With(group).Run();
+  database_.Prepare("INSERT OR REPLACE INTO aliases VALUES (?, ?)").With(oldGroup, group).Run();
+}
+
+void CrashStore::RemoveEmpty() {
+  database_.Run(R"(
+    DELETE FROM variants WHERE id NOT IN (SELECT variant_id FROM reports);
+    DELETE FROM aliases WHERE group_id NOT IN (SELECT group_id FROM variants);
+    DELETE FROM groups WHERE id NOT IN (SELECT group_id FROM variants);
+    DELETE FROM builds WHERE id NOT IN (SELECT build_id FROM reports);
+    DELETE FROM systems WHERE id NOT IN (SELECT system_id FROM reports);
+  )");
+}
+
+}  // namespace tarvo::toolkit

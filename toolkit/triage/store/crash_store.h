@@ -1,0 +1,43 @@
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "toolkit/triage/store/draft.h"
+#include "toolkit/triage/store/sqlite.h"
+#include "toolkit/triage/store/stored_crashes.h"
+
+namespace tarvo::toolkit {
+
+/// All crashes that are known: a database that grows from run to run, or one in memory. What a run
+/// adds is one transaction: killed before its end it leaves the database as it was.
+class CrashStore {
+ public:
+  /// Opens or makes the database `path`; an empty one is in memory. An error when it is damaged,
+  /// of another program or version, or cannot be written. Where the rules of grouping have changed
+  /// since it was written, its groups are made anew, and their former ids become aliases.
+  static Result<CrashStore> Open(const std::string& path);
+
+  /// Adds reports. One that is there stays as it is, unless more of its frames have names now: then
+  /// it moves to its new group, whose alias the old one becomes. Gives the ids of the groups that
+  /// were not there, by these ids or by former ones.
+  Result<std::set<std::string>> Add(const Draft& draft);
+
+  /// Everything, for showing.
+  Result<StoredCrashes> Read();
+
+ private:
+  explicit CrashStore(Sqlite database) : database_(std::move(database)) {}
+
+  Result<void> Prepare(const std::string& path);
+  void Regroup();
+  void AddVariant(const DraftVariant& variant);
+  void AddReport(const DraftReport& report);
+  void AddAlias(const std::string& oldGroup, const std::string& group);
+  void RemoveEmpty();
+  std::int64_t IdOf(const char* table, const std::string& name);
+
+  Sqlite database_;
+};
+
+}  // namespace tarvo::toolkit
