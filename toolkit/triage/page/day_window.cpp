@@ -28,7 +28,7 @@ std::size_t SpanOf(sys_days first, sys_days last) {
 
 /// The day at which more than `skipped` reports are reached, from `begin` on.
 template <typename Iterator>
-sys_days DayBeyond(Iterator begin, Iterator end, std::size_t skipped) {
+sys_days DayBeyond(const Iterator& begin, const Iterator& end, std::size_t skipped) {
   std::size_t passed = 0;
   return std::find_if(begin, std::prev(end),
                       [&](const auto& total) {

@@ -1,11 +1,13 @@
 # Writes the source that holds the page's style sheet and script, with their hashes:
 #
-#     cmake -D STYLE=page.css -D SCRIPT=page.js -D OUTPUT=page_assets.cpp -P embed_assets.cmake
+#     cmake -D STYLES=DIRECTORY -D SCRIPT=page.js -D OUTPUT=page_assets.cpp -P embed_assets.cmake
+#
+# The style sheet is made of the directory's files, in the order in which they build on each other.
 
-# The SHA-256 of a file in base64 (RFC 4648), as a Content-Security-Policy has it.
-function(hash_in_base64 file result)
+# The SHA-256 of a text in base64 (RFC 4648), as a Content-Security-Policy has it.
+function(hash_in_base64 content result)
   set(letters ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
-  file(SHA256 ${file} digits)
+  string(SHA256 digits "${content}")
   # 32 bytes: ten groups of three, and two bytes that are filled up with one of zeros.
   string(APPEND digits 00)
   set(text "")
@@ -22,10 +24,14 @@ function(hash_in_base64 file result)
   set(${result} "${text}=" PARENT_SCOPE)
 endfunction()
 
-file(READ ${STYLE} style)
+set(style "")
+foreach(part ground chart groups details media)
+  file(READ ${STYLES}/${part}.css content)
+  string(APPEND style "${content}\n")
+endforeach()
 file(READ ${SCRIPT} script)
-hash_in_base64(${STYLE} style_hash)
-hash_in_base64(${SCRIPT} script_hash)
+hash_in_base64("${style}" style_hash)
+hash_in_base64("${script}" script_hash)
 file(WRITE ${OUTPUT} "#include \"toolkit/triage/page/page_assets.h\"
 
 namespace tarvo::toolkit {

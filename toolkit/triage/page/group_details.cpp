@@ -76,12 +76,11 @@ Html CountList(std::span<const PageCount> counts, std::size_t most, bool keepsEn
 Html Occurrence(const PageGroup& group, const PageIndex& index, const PageDetail& detail) {
   Html section;
   section.Add("<section class=where><h3>Where and when</h3>");
-  if (index.window.slots != 0 && !group.days.empty())
+  if (index.window.slots != 0 && group.count > 1 && !group.days.empty())
     section.Add("@<p class=ends><span>@</span><span>@</span></p>",
                 TrendBars(CountBySlot(group.days, index.window)), DayText(index.window.first),
                 DayText(index.window.LastOf(index.window.slots - 1)));
-  section.Add("<dl><dt>First<dd>@<dt>Last<dd>@</dl>",
-              group.first ? TimeText(*group.first) + " UTC" : "unknown",
+  section.Add("<p>First @<br>last @</p>", group.first ? TimeText(*group.first) + " UTC" : "unknown",
               group.last ? TimeText(*group.last) + " UTC" : "unknown");
   if (!group.builds.empty())
     section.Add("<h4>Builds</h4>@", CountList(group.builds, detail.items, true));
@@ -102,8 +101,7 @@ Html Variants(const PageGroup& group, const PageDetail& detail) {
   for (const PageVariant& variant : std::span(group.variants).first(shown)) {
     section.Add("<li><span class=c>@</span><ol>", Grouped(variant.count));
     for (const std::string& frame : variant.frames | std::views::take(3))
-      section.Add("<li><code>@</code>",
-                  ShortName(frame, std::min<std::size_t>(detail.nameWidth, 100)));
+      section.Add("<li>@", ShortName(frame, std::min<std::size_t>(detail.nameWidth, 100)));
     section.Add("</ol><span class=id>@</span>", ShortName(variant.id, kIdWidth));
   }
   section.Add("</ul>@</section>", MoreNote(group.variants.size(), shown));
@@ -184,7 +182,7 @@ Html Names(const PageGroup& group, const PageDetail& detail) {
 Html DetailsBody(const PageGroup& group, const PageIndex& index, const PageDetail& detail,
                  std::size_t room) {
   Html body;
-  const Html stack = GroupStack(group, detail, room);
+  Html stack = GroupStack(group, detail, room);
   if (stack.Size() > room) return stack;
   body.Add("@<div class=c>@@</div><div class=e>@@@@</div>", Names(group, detail), stack,
            Occurrence(group, index, detail), Similar(group, index, detail), Variants(group, detail),

@@ -100,7 +100,7 @@ Html GroupRow(const PageGroup& group, std::size_t rank, const PageIndex& index) 
       "aria-hidden=true>"
       "<rect width=@ height=4 /></svg><td class=trend>@",
       rank, Grouped(group.count), Percent(group.count, index.reports), std::max(bar, 1.0),
-      TrendLine(slots));
+      group.count > 1 ? TrendLine(slots) : Html());
   row.Add("<th scope=row class=signature><code>@</code>@<td class=class>@",
           group.signature.empty() ? "(no frames)" : ShortName(group.signature, kSignatureWidth),
           Marks(group), ShortName(group.crashClass, kClassWidth));

@@ -17,7 +17,7 @@ Html FunctionHtml(const PageFrame& frame, const PageDetail& detail) {
   if (!frame.function.empty()) return NameHtml(frame.function, detail);
   Html text;
   if (frame.offset)
-    text.Add("<code class=raw>@</code>", Format("+ 0x@{x}", *frame.offset).View());
+    text.Add("@", Format("+ 0x@{x}", *frame.offset).View());
   else
     text.Add("<i>no symbol</i>");
   return text;
@@ -43,9 +43,8 @@ void AddFrame(Html& list, const PageFrame& frame, const PageDetail& detail) {
     list.Add("<div class=i>@</div>@", NameHtml(caller.function, detail),
              PlaceHtml(caller.sourceFile, caller.sourceLine));
   if (shown < frame.inlinedInto.size())
-    list.Add("<div class=i><i>@</i></div>",
-             Counted(frame.inlinedInto.size() - shown, "further inlined caller",
-                     "further inlined callers"));
+    list.Add("<i>@</i>", Counted(frame.inlinedInto.size() - shown, "further inlined caller",
+                                 "further inlined callers"));
 }
 
 }  // namespace
@@ -55,10 +54,9 @@ Html NameHtml(std::string_view name, const PageDetail& detail) {
   const std::string shown = ShortName(name, detail.nameWidth);
   const std::string whole = detail.wholeNames ? ShortName(name, kLongestName) : shown;
   if (whole == shown)
-    html.Add("<code>@</code>", shown);
+    html.Add("@", shown);
   else
-    html.Add("<details class=w><summary><code>@</code></summary><code>@</code></details>", shown,
-             whole);
+    html.Add("<details class=w><summary>@</summary><div>@</div></details>", shown, whole);
   return html;
 }
 

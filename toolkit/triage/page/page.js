@@ -75,7 +75,7 @@
   // What can be found of a group: its row, its stack, its id and its reports; not the page's own words.
   function textOf(group) {
     if (group.text === null) {
-      const parts = group.body.querySelectorAll("code, .p, .o, .id, .class, .r li");
+      const parts = group.body.querySelectorAll("code, .s, .v ol, .id, .p, .class, .r li");
       group.text = Array.from(parts, (part) => part.textContent).join("\n").toLowerCase();
     }
     return group.text;

@@ -2,8 +2,9 @@
 
 #include <string_view>
 
-/// The page's style sheet and script, page.css and page.js, as embed_assets.cmake puts them into
-/// the program. The hashes are those by which a Content-Security-Policy lets them in.
+/// The page's style sheet, the files of style/ one behind the other, and its script, page.js, as
+/// embed_assets.cmake puts them into the program. The hashes are those by which a
+/// Content-Security-Policy lets them in.
 namespace tarvo::toolkit {
 
 extern const std::string_view kPageStyle;

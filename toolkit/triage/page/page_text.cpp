@@ -1,6 +1,7 @@
 #include "toolkit/triage/page/page_text.h"
 
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -16,7 +17,10 @@ constexpr std::string_view kOperator = "operator";
 
 /// How many bytes at `at` are an operator's own, brackets or not: of "operator<<" all.
 std::size_t OperatorSize(std::string_view name, std::size_t at) {
-  if (!name.substr(at).starts_with(kOperator)) return 0;
+  const auto isInName = [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+  };
+  if (!name.substr(at).starts_with(kOperator) || (at > 0 && isInName(name[at - 1]))) return 0;
   std::size_t end = at + kOperator.size();
   if (name.substr(end).starts_with("()")) return kOperator.size() + 2;
   while (end < name.size() && std::string_view("<>=-").find(name[end]) != std::string_view::npos)

@@ -208,7 +208,8 @@ PageContent ExampleContent(std::size_t groups) {
   content.made = kFirstDay + days(kDays) + std::chrono::minutes(5 * 60 + 33);
   for (std::size_t build = 0; build < kBuilds; ++build) content.builds.push_back(BuildText(build));
   for (std::size_t number = 0; number < groups; ++number)
-    content.groups.push_back(GroupOf(random, number, 1 + 150 / (number + 1) + Below(random, 4)));
+    content.groups.push_back(
+        GroupOf(random, number, 1 + 150 / (number + 1) + Below(random, 4) / 2));
   std::ranges::stable_sort(content.groups, std::greater(), &PageGroup::count);
   return content;
 }

@@ -35,6 +35,7 @@ TEST(PageTextTest, ShortNamesKeepTheFunction) {
       {"f<" + longType + ">::g(int)", 16, "f<…>::g(int)"},
       {"operator<< <" + longType + ">(int)", 30, "operator<< <std::map<…>>(int)"},
       {"C::operator()<" + longType + ">(int) const", 36, "C::operator()<…>(int) const"},
+      {"my_operator<" + longType + ">(int)", 24, "my_operator<…>(int)"},
       {"C::operator->(" + longType + ")", 20, "C::operator->(…)"},
       {"(anonymous namespace)::f(" + longType + ")", 40, "(anonymous namespace)::f(std::map<…>)"},
       {"a)b<c, which is no name at all", 12, "a)b<c, … all"},
@@ -68,7 +69,7 @@ TEST(PageTest, ListsNoMoreThanItSays) {
       ++found;
     return found;
   };
-  EXPECT_EQ(count("<code>frame</code>"), kPageFrames);
+  EXPECT_EQ(count("<li>frame"), kPageFrames);
   EXPECT_EQ(count("and 8 further frames"), 1U);
   EXPECT_EQ(count("<li>report"), kPageReports);
   EXPECT_EQ(count("and 1,214 more"), 1U);
