@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -46,7 +47,7 @@ Exit status:
 
 Examples:
   tarvo triage reports
-  tarvo triage results.jsonl --database crashes.db --json groups.json
+  tarvo triage results.jsonl --database crashes.db --json groups.json --page crashes.html
   tarvo triage nightly --database crashes.db --fail-on-new --top 5
 )";
 
@@ -54,6 +55,7 @@ struct TriageCommandOptions {
   std::vector<std::string> paths;
   std::string database;
   std::string json;
+  std::string page;
   std::size_t top = 20;
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   bool failsOnNew = false;
@@ -86,6 +88,27 @@ Result<TriageResult> RunWithProgress(const TriageLibrary& library,
                       .onProgress = [&](std::size_t done) { progress.Show(done); }});
 }
 
+Result<void> WritePage(FileService& files, const TriageLibrary& library, const TriageResult& result,
+                       const TriageCommandOptions& options) {
+  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  const std::string document = Url::FromSystemPath(options.json).Name().ToStdString();
+  const Result<Ref<OutputFile>> file = files.Create(Url::FromSystemPath(options.page));
+  if (!file) return file.GetError();
+  if (auto written = (*file)->Write(library.page(result, document, now)); !written) return written;
+  return (*file)->Commit();
+}
+
+Result<void> WriteOutputs(Framework& framework, const TriageLibrary& library,
+                          const TriageResult& result, const TriageCommandOptions& options) {
+  if (!options.json.empty()) {
+    const Url file = Url::FromSystemPath(options.json);
+    if (auto written = framework.DataFormats().WriteJson(library.document(result), file); !written)
+      return written;
+  }
+  return options.page.empty() ? Result<void>()
+                              : WritePage(framework.Files(), library, result, options);
+}
+
 int Triage(Host& host, const TriageCommandOptions& options) {
   const auto library = TriageLibrary::Load();
   if (!library) return Fail(library.GetError());
@@ -93,11 +116,8 @@ int Triage(Host& host, const TriageCommandOptions& options) {
   if (!result) return Fail(result.GetError());
   std::fputs((*library)->table(*result, {.top = options.top, .width = OutputWidth()}).c_str(),
              stdout);
-  if (!options.json.empty()) {
-    const auto written = host.Services().DataFormats().WriteJson((*library)->document(*result),
-                                                                 Url::FromSystemPath(options.json));
-    if (!written) return Fail(written.GetError());
-  }
+  if (const auto written = WriteOutputs(host.Services(), **library, *result, options); !written)
+    return Fail(written.GetError());
   const bool hasNew = std::ranges::any_of(result->groups, &TriageGroup::isNotStored);
   if (options.failsOnNew && hasNew) return kFoundNew;
   return result->logsRead == 0 && !result->skipped.empty() ? kFailed : kDone;
@@ -111,6 +131,11 @@ void AddOptions(Command& triage, TriageCommandOptions& options) {
                  "Keep all reports in this SQLite database; made\nwhere missing")
       .Named("FILE");
   triage.AddOption("--json", options.json, "Write the groups to FILE, as JSON").Named("FILE");
+  triage
+      .AddOption("--page", options.page,
+                 "Write a page to FILE: one HTML file that any\nbrowser shows, with nothing else "
+                 "and offline")
+      .Named("FILE");
   triage.AddOption("--top", options.top, "List so many groups; 0: all")
       .Named("N")
       .Within(0, 1'000'000)

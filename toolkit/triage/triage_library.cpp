@@ -25,9 +25,11 @@ struct Loaded {
 
   Loaded() {
     void* file = dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (file != nullptr) library = static_cast<const TriageLibrary*>(dlsym(file, kTriageLibrarySymbol));
+    if (file != nullptr)
+      library = static_cast<const TriageLibrary*>(dlsym(file, kTriageLibrarySymbol));
     if (library == nullptr)
-      problem = Format("The library that groups crashes could not be loaded: @", SafeText(dlerror()));
+      problem =
+          Format("The library that groups crashes could not be loaded: @", SafeText(dlerror()));
   }
 };
 
@@ -35,7 +37,8 @@ struct Loaded {
 
 Result<const TriageLibrary*> TriageLibrary::Load() {
   static const Loaded loaded;
-  if (loaded.library == nullptr) return Error::IllegalState(kTriageLibrarySource.Here(), loaded.problem);
+  if (loaded.library == nullptr)
+    return Error::IllegalState(kTriageLibrarySource.Here(), loaded.problem);
   return loaded.library;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "tarvo/data_dictionary.h"
@@ -19,6 +20,9 @@ struct TriageLibrary {
   std::string (*table)(const TriageResult& result, const TableOptions& options);
   /// result/triage_document.h
   DataDictionary (*document)(const TriageResult& result);
+  /// result/triage_page.h
+  std::string (*page)(const TriageResult& result, const std::string& document,
+                      std::chrono::sys_seconds made);
 
   /// The library, loaded at the first call and kept, as errors hold texts of it; it stands beside
   /// the host library. An illegal-state error with the loader's reason when it cannot be loaded.

@@ -20,8 +20,7 @@ class LibraryBinder {
 
   template <typename Function>
   LibraryBinder& Bind(const char* name, Function& function) {
-    function =
-        handle_ == nullptr ? nullptr : reinterpret_cast<Function>(dlsym(handle_, name));
+    function = handle_ == nullptr ? nullptr : reinterpret_cast<Function>(dlsym(handle_, name));
     if (function == nullptr && problem_.IsEmpty())
       problem_ = Format("The library @ has no function @.", library_, name);
     return *this;

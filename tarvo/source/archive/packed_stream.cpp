@@ -154,8 +154,7 @@ class XzUnpacker final : public Unpacker {
 
 template <typename Kind, typename Library>
 Result<std::unique_ptr<Unpacker>> MakeUnpacker(const Library& library) {
-  if (!library.problem.IsEmpty())
-    return Error::IllegalState(kPackedStream.Here(), library.problem);
+  if (!library.problem.IsEmpty()) return Error::IllegalState(kPackedStream.Here(), library.problem);
   return std::unique_ptr<Unpacker>(std::make_unique<Kind>(library));
 }
 
@@ -174,8 +173,7 @@ class Input {
   Result<void> Refill(Stream& stream) {
     if (stream.inputSize != 0 || stream.isAllInput) return {};
     const ssize_t size = Uninterrupted([&] { return read(file_, piece_.data(), piece_.size()); });
-    if (size < 0)
-      return Error::Plain(kPackedStream.Here(), std::generic_category().message(errno));
+    if (size < 0) return Error::Plain(kPackedStream.Here(), std::generic_category().message(errno));
     stream.input = piece_.data();
     stream.inputSize = static_cast<std::size_t>(size);
     stream.isAllInput = size == 0;
