@@ -29,7 +29,7 @@ files and lines.
 This package has the program, the crash handler that it loads into other
 programs, and the reader of symbols.")
 # The command and the modules go by what the library is inside, too. debuginfod is asked where a server is named.
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "${library} ${exactly}")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "${library} ${exactly}, libnettle8")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS libdebuginfod1)
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library})

@@ -85,16 +85,16 @@ bool AddTo(Sha256& hash, const RegularFile& file, Extent extent) {
 
 std::string IdentifyArchive(const std::string& file) {
   const Result<RegularFile> zip = OpenRegularFile(file);
-  if (!zip) return "unreadable";
+  if (!zip || !Sha256::Load()) return "unreadable";
   const std::uint64_t behind = zip->size - std::min<std::uint64_t>(zip->size, kTailBytes);
   const std::string tail = Read(zip->file.get(), behind, kTailBytes);
   Sha256 hash;
   const auto directory = DirectoryOf(*zip, tail);
   if (directory && AddTo(hash, *zip, *directory)) return "zip-" + Digits(hash);
-  Sha256 rest;
-  rest.Add(std::to_string(zip->size) + ":");
-  rest.Add(tail);
-  return "incomplete-" + Digits(rest);
+  (void)hash.TakeHexadecimal();
+  hash.Add(std::to_string(zip->size) + ":");
+  hash.Add(tail);
+  return "incomplete-" + Digits(hash);
 }
 
 std::vector<ArchiveState> ArchiveTree::Of(std::string_view build) {

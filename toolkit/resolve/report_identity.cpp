@@ -28,6 +28,7 @@ std::string TimeText(std::time_t time) {
 }  // namespace
 
 Result<ReportIdentity> IdentifyReport(const Url& report) {
+  if (auto loaded = Sha256::Load(); !loaded) return loaded.GetError();
   const Result<RegularFile> opened = OpenRegularFile(report.SystemPath().ToStdString());
   if (!opened) return opened.GetError();
   struct stat status{};

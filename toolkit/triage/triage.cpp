@@ -4,6 +4,7 @@
 #include <set>
 #include <utility>
 
+#include "toolkit/base/sha256.h"
 #include "toolkit/triage/reading/read_logs.h"
 #include "toolkit/triage/result/sum_up.h"
 #include "toolkit/triage/store/crash_store.h"
@@ -11,6 +12,7 @@
 namespace tarvo::toolkit {
 
 Result<TriageResult> RunTriage(const TriageOptions& options) {
+  if (auto loaded = Sha256::Load(); !loaded) return loaded.GetError();
   // Before anything is read: whether the database can be used is known at once.
   Result<CrashStore> store = CrashStore::Open(options.database);
   if (!store) return store.GetError();

@@ -1,6 +1,6 @@
 #include "archive/archive_library.h"
 
-#include "archive/bound_library.h"
+#include "files/bound_library.h"
 
 namespace tarvo {
 namespace {

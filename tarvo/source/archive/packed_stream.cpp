@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-#include "archive/bound_library.h"
+#include "files/bound_library.h"
 #include "files/file_descriptor.h"
 #include "tarvo/packed_file.h"
 

@@ -8,9 +8,8 @@ namespace tarvo::toolkit {
 namespace {
 
 PageCaller CallerOf(const StackEntry& entry) {
-  return {.function = entry.function,
-          .sourceFile = entry.sourceFile,
-          .sourceLine = entry.sourceLine};
+  return {
+      .function = entry.function, .sourceFile = entry.sourceFile, .sourceLine = entry.sourceLine};
 }
 
 /// One frame of an entry and of those that it is inlined into.
