@@ -184,9 +184,9 @@ Html DetailsBody(const PageGroup& group, const PageIndex& index, const PageDetai
   Html body;
   Html stack = GroupStack(group, detail, room);
   if (stack.Size() > room) return stack;
-  body.Add("@<div class=c>@@</div><div class=e>@@@@</div>", Names(group, detail), stack,
-           Occurrence(group, index, detail), Similar(group, index, detail), Variants(group, detail),
-           MissingSymbols(group, detail), Reports(group, detail));
+  body.Add("@<div class=c>@@</div><div class=e>@<div class=f>@@@</div></div>", Names(group, detail),
+           stack, Occurrence(group, index, detail), Variants(group, detail),
+           Similar(group, index, detail), MissingSymbols(group, detail), Reports(group, detail));
   return body;
 }
 
