@@ -56,6 +56,8 @@ BORDERS = [
     # The toolkit: subcommands do not know each other, nor the command line.
     ("toolkit/report/normalize.cpp", "toolkit/report/report_lines.h",
      ["toolkit/resolve/run.h", "toolkit/show/printer.h"]),
+    ("toolkit/triage/page/page.cpp", "toolkit/base/safe_text.h",
+     ["toolkit/show/printer.h", "tarvo/report/normalize.h", "toolkit/command_line/command_line.h"]),
     ("toolkit/resolve/run.cpp", "tarvo/report/resolve.h",
      ["toolkit/show/printer.h", "toolkit/pack/pack.h", "command/subcommand.h"]),
     ("toolkit/show/printer.cpp", "toolkit/report/handler_frames.h",
