@@ -1,4 +1,6 @@
-#include <algorithm>
+#include <unistd.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -7,7 +9,7 @@
 
 #include "command/subcommand.h"
 #include "tarvo/format.h"
-#include "tarvo/symbol_archive.h"
+#include "toolkit/base/build_name.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/pack/pack_library.h"
 
@@ -17,15 +19,30 @@ namespace {
 constexpr SourceFile kPackCommand{"command/pack_command"};
 
 constexpr const char* kPackFooter =
-    R"(Of an ELF file the debug sections are packed, from the file itself or from its
-separate debug file, which is looked for by build id and debug link where
-debuggers look. A library's bundle has its shared name (SONAME) or else its
-file's name; a program's is application.app.dsym, or kernel_app.app.dsym for the
-file name kernel_app. A dSYM bundle is packed as it is. Where a file cannot be
-packed all such files are named, and no archive is made.
+    R"(FILEs are ELF programs and libraries, PE files with their PDBs, dSYM bundles, separate
+debug files and PDBs; folders, of which all of these is taken; and patterns. What is
+named twice, or is a copy, is packed once.
 
-An older archive of the build is replaced in one step. The same files give the
-same archive, byte for byte.
+Of an ELF file the debug sections are packed, from the file itself or from its
+separate debug file. That is looked for by build id and debug link where debuggers
+look, among the FILEs, and anywhere below the --debug-directory. What holds parts of
+the debug information (.dwo, .dwp, files that dwz has made) is found in the same way and
+packed with it; where a part is missing nothing is packed, for it would give wrong
+answers.
+
+The bundles are added to the archive of the build: those for the same module,
+platform and processor take the place of older ones, which is said, all others stay.
+So the jobs of several platforms pack into one archive, at once if they like; it
+changes in one step. The same bundles give the same archive, byte for byte, whoever
+came first.
+
+A library's bundle has its shared name (SONAME) or else its file's name. The program
+that comes first is application.app.dsym, or kernel_app.app.dsym for kernel_app, as
+the look-up of crash reports wants it; further programs and platforms have names that
+`tarvo resolve` finds by the archive's tarvo-symbols.json.
+
+Where a file that is named cannot be packed all such files are named, and the archive
+stays as it is. Of folders what cannot be packed is named and left out.
 
 Layouts:
   flat       DIR/BUILD_dsym.zip
@@ -34,8 +51,9 @@ Layouts:
 
 The shared options and the exit statuses are those of `tarvo --help`.
 
-Example:
+Examples:
   tarvo pack --build R15.6-4213 --archives archives bin/scene lib/libscene.so.1
+  tarvo pack --build R15.6-4213 --archives archives out/Release --debug-directory symbols
 )";
 
 constexpr const char* kFlat = "flat";
@@ -47,69 +65,87 @@ struct PackOptions {
   std::string layout = kFlat;
   std::vector<std::string> debugDirectories{"/usr/lib/debug"};
   std::vector<std::string> files;
+  bool replaces = false;
 };
 
 std::string CheckBuild(const std::string& build) {
-  const bool isPlainName =
-      !build.empty() && build != "." && build != ".." && build.find('/') == std::string::npos;
-  return isPlainName ? "" : "found \"" + SafeText(build) + "\", expected a plain file name";
+  if (IsBuildName(build)) return {};
+  return "found \"" + SafeText(build) +
+         "\", expected a name that files can have on all systems, like \"" +
+         ProposedBuildName(build) + '"';
 }
 
-/// The look-up would find but one of two bundles whose names differ in the suffix's letters.
-std::string_view ModuleOf(const Bundle& bundle) {
-  return std::string_view(bundle.name)
-      .substr(0, bundle.name.size() - symbol_archive::kBundleSuffix.size());
-}
-
-/// The bundles of all files, sorted by name; the reasons why there are not go to standard error.
-Result<std::vector<Bundle>> FindBundles(const PackLibrary& library, const PackOptions& options) {
-  std::vector<Bundle> bundles;
-  std::size_t refused = 0;
-  const auto refuse = [&](const Error& error) { refused += Fail(error) == kFailed; };
-  for (const std::string& file : options.files) {
-    auto bundle = library.findBundle(file, options.debugDirectories);
-    if (bundle) {
-      bundles.push_back(*std::move(bundle));
-    } else {
-      refuse(bundle.GetError());
-    }
-  }
-  std::ranges::sort(bundles, {}, [](const Bundle& bundle) {
-    return std::pair(ModuleOf(bundle), std::string_view(bundle.given));
-  });
-  for (std::size_t i = 1; i < bundles.size(); ++i)
-    if (ModuleOf(bundles[i - 1]) == ModuleOf(bundles[i]))
-      refuse(Error::Plain(kPackCommand.Here(),
-                          Format("Cannot pack both \"@\" and \"@\": they are @ in the archive.",
-                                 SafeText(bundles[i - 1].given), SafeText(bundles[i].given),
-                                 SafeText(bundles[i].name))));
-  if (refused == 0) return bundles;
+/// The bundles of all files; the reasons why there are not, and what is left out, go to standard
+/// error.
+Result<std::vector<Bundle>> FindAll(const PackLibrary& library, const PackOptions& options) {
+  FoundBundles found = library.findBundles(options.files, options.debugDirectories);
+  for (const std::string& note : found.notes) std::fprintf(stderr, "tarvo: %s\n", note.c_str());
+  for (const Error& error : found.errors) Fail(error);
+  if (found.errors.empty() && !found.bundles.empty()) return std::move(found.bundles);
   return Error::Plain(kPackCommand.Here(),
-                      Format("No archive was made for \"@\".", SafeText(options.build)));
+                      Format("Nothing was packed for \"@\".", SafeText(options.build)));
+}
+
+/// A line that is written over and over, where there is a terminal.
+class PackProgress {
+ public:
+  explicit PackProgress(std::string path) : path_(std::move(path)) {}
+  ~PackProgress() {
+    if (isShown_) std::fputs("\r\x1b[K", stderr);
+  }
+  PackProgress(const PackProgress&) = delete;
+  PackProgress& operator=(const PackProgress&) = delete;
+
+  void Show(double part) {
+    if (!isTerminal_) return;
+    isShown_ = true;
+    std::fprintf(stderr, "\r%s: %3.0f %%", SafeText(path_).c_str(), 100 * part);
+    std::fflush(stderr);
+  }
+
+ private:
+  std::string path_;
+  bool isTerminal_ = isatty(STDERR_FILENO) == 1;
+  bool isShown_ = false;
+};
+
+void PrintPacked(const std::string& path, const PackedArchive& packed) {
+  for (const PackedBundle& bundle : packed.bundles) {
+    const std::string replaced =
+        bundle.replaced.empty() ? "" : ", in place of " + SafeText(bundle.replaced);
+    std::printf("%s: %ju bytes from %s%s\n", SafeText(bundle.name).c_str(),
+                static_cast<std::uintmax_t>(bundle.bytes), SafeText(bundle.source).c_str(),
+                replaced.c_str());
+  }
+  const std::string kept =
+      packed.kept.empty() ? ""
+                          : ", " + std::to_string(packed.kept.size()) + " of them there before";
+  std::printf("%s: %ju bytes, bundles: %zu%s\n", SafeText(path).c_str(),
+              static_cast<std::uintmax_t>(packed.bytes), packed.bundles.size() + packed.kept.size(),
+              kept.c_str());
 }
 
 int Pack(const PackOptions& options) {
   const auto library = PackLibrary::Load();
   if (!library) return Fail(library.GetError());
-  const auto bundles = FindBundles(**library, options);
+  auto bundles = FindAll(**library, options);
   if (!bundles) return Fail(bundles.GetError());
   const std::string path = (*library)->archivePath(
       options.archives, options.build,
       options.layout == kHierarchy ? ArchiveLayout::Hierarchy : ArchiveLayout::Flat);
-  const auto packed = (*library)->writeArchive(path, *bundles);
+  PackProgress progress(path);
+  auto packed = (*library)->writeArchive(
+      path, *std::move(bundles),
+      {.replaces = options.replaces, .onProgress = [&](double part) { progress.Show(part); }});
   if (!packed) return Fail(packed.GetError());
-  for (const PackedBundle& bundle : packed->bundles)
-    std::printf("%s: %ju bytes from %s\n", SafeText(bundle.name).c_str(),
-                static_cast<std::uintmax_t>(bundle.bytes), SafeText(bundle.source).c_str());
-  std::printf("%s: %ju bytes\n", SafeText(path).c_str(),
-              static_cast<std::uintmax_t>(packed->bytes));
+  PrintPacked(path, *packed);
   return kDone;
 }
 
 }  // namespace
 
 void AddPackCommand(Program& program, Context& context) {
-  Command pack = program.AddSubcommand("pack", "Make the symbol archive of a build");
+  Command pack = program.AddSubcommand("pack", "Add symbols to the archive of a build");
   pack.SetFooter(kPackFooter);
   auto options = std::make_shared<PackOptions>();
   pack.AddOption("--build", options->build, "The build, as crash reports name it")
@@ -123,12 +159,14 @@ void AddPackCommand(Program& program, Context& context) {
       .Named("LAYOUT")
       .OneOf({kFlat, kHierarchy});
   pack.AddOption("--debug-directory", options->debugDirectories,
-                 "Look for separate debug files below this\n"
-                 "directory; may be repeated. Default:\n"
-                 "/usr/lib/debug")
+                 "Look for separate debug files and parts of\n"
+                 "debug information below this directory; may be\n"
+                 "repeated. Default: /usr/lib/debug")
       .Named("DIR")
       .OneValueEachTime();
-  pack.AddOption("FILE", options->files, "ELF programs and libraries, and dSYM bundles").Required();
+  pack.AddFlag("--replace", options->replaces, "Write a new archive; an older one is not read");
+  pack.AddOption("FILE", options->files, "Programs, libraries, debug files; folders of them")
+      .Required();
   pack.OnNamed([&context, options] { context.action = [options] { return Pack(*options); }; });
 }
 

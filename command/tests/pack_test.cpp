@@ -51,7 +51,17 @@ g++ -g -c a.cpp -o a.o && ar rc a.a a.o && strip app -o stripped && head -c 9000
 mkdir -p Scripting.dSYM/Contents/Resources/DWARF empty.dSYM linked.dSYM/Contents/Resources/DWARF
 echo dwarf >Scripting.dSYM/Contents/Resources/DWARF/Scripting && echo plist >Scripting.dSYM/Contents/Info.plist
 echo dwarf >linked.dSYM/Contents/Resources/DWARF/x && ln -s /etc/passwd linked.dSYM/up
-mkdir twins && cp libshared.so.1.2 twins/second.so && mkfifo pipe && : >empty
+mkdir twins none && g++ -g -fPIC -shared -DTWIN a.cpp -O1 -o twins/second.so -Wl,-soname,libshared.so.1
+mkfifo pipe && : >empty
+# Split debug information, in parts and as a package, and what two files share.
+mkdir split && cp a.cpp split && (cd split && g++ -g -gsplit-dwarf a.cpp -o parts && mv parts-a.dwo x.dwo)
+mkdir -p symbols/deep && mv split/x.dwo symbols/deep/parts-a.dwo
+library libone.so a.cpp && library libtwo.so a.cpp -O1 && dwz -m common.dwz libone.so libtwo.so
+mkdir dwz && mv common.dwz dwz
+# Programs of the two other systems.
+clang-19 -target x86_64-pc-windows-msvc -g -gcodeview -c -o w.obj -x c - <<<'int Start(void) { return 0; }'
+lld-link-19 /nologo /entry:Start /subsystem:console /nodefaultlib /debug /pdb:win.pdb /out:app.exe w.obj
+mkdir pdb && cp win.pdb pdb && rm win.pdb
 )";
 
 std::string Content(const fs::path& path) {
@@ -126,7 +136,7 @@ TEST_F(PackTest, PacksTheDebugSectionsOfEveryFile) {
               "text NOBITS\ndata NOBITS\ndebug_info PROGBITS\n")
         << bundle;
   }
-  EXPECT_EQ(end.output, expected + kArchive + ": " + Size(kArchive) + " bytes\n");
+  EXPECT_EQ(end.output, expected + kArchive + ": " + Size(kArchive) + " bytes, bundles: 7\n");
   fs::remove_all(directory_ / "out");
 }
 
@@ -146,13 +156,56 @@ TEST_F(PackTest, ProgramsAreToldFromLibraries) {
                  "Scripting.dSYM/Contents/Resources/DWARF/\n"
                  "Scripting.dSYM/Contents/Resources/DWARF/Scripting"}};
   for (const auto& [file, bundle] : kCases)
-    EXPECT_EQ(Shell(std::string("pack ") + file + " >/dev/null && unzip -Z1 " + kArchive).output,
-              std::string(bundle) + '\n');
+    EXPECT_EQ(Shell(std::string("pack --replace ") + file + " >/dev/null && unzip -Z1 " + kArchive)
+                  .output,
+              "tarvo-symbols.json\n" + std::string(bundle) + '\n');
+}
+
+// What is added keeps what is there; a program that is packed again takes its own place, and files
+// come with all their parts.
+TEST_F(PackTest, AnArchiveServesProgramsAndPlatforms) {
+  const auto end = Shell(
+      "add() { pack --debug-directory pdb --debug-directory symbols --debug-directory dwz \"$@\" |"
+      "sed 's/: [0-9]* bytes/:/; s/id .*/id …/'; }\n"
+      "add app && add app.exe old_program split libone.so 'lib?wo.so' && g++ -g -O2 a.cpp -o app &&"
+      "add app && rm -rf out && unzip -q -d out archives/B12345_dsym.zip && cd out && find -type f "
+      "|"
+      "sort && grep -A2 '\"app.exe\"' tarvo-symbols.json");
+  EXPECT_EQ(end.errors, "");
+  EXPECT_EQ(end.output, R"(application.app.dsym: from app
+archives/B12345_dsym.zip:, bundles: 1
+app.exe.dsym: from pdb/win.pdb
+libone.so.dsym: from libone.so
+libtwo.so.dsym: from libtwo.so
+old_program.dsym: from old_program
+parts.dsym: from split/parts
+archives/B12345_dsym.zip:, bundles: 6, 1 of them there before
+application.app.dsym: from app, in place of another build's, id …
+archives/B12345_dsym.zip:, bundles: 6, 5 of them there before
+./app.exe.dsym/app.exe
+./app.exe.dsym/win.pdb
+./application.app.dsym
+./libone.so.dsym/common.dwz
+./libone.so.dsym/libone.so
+./libtwo.so.dsym/common.dwz
+./libtwo.so.dsym/libtwo.so
+./old_program.dsym
+./parts.dsym/parts
+./parts.dsym/parts-a.dwo
+./tarvo-symbols.json
+   "Module": "app.exe",
+   "Platform": "windows",
+   "Executable": true,
+)");
 }
 
 TEST_F(PackTest, EveryFileThatCannotBePackedIsNamed) {
-  constexpr const char* kAnything = ", expected an ELF program or library or a dSYM bundle.";
-  constexpr const char* kDebug = ", expected some in it or in a separate debug file.";
+  constexpr const char* kAnything =
+      ", expected an ELF or PE program or library, a separate debug file, a PDB, a dSYM bundle or "
+      "a "
+      "folder of them.";
+  constexpr const char* kDebug =
+      "; looked for in …, expected some in it or in a separate debug file.";
   const std::string wrong = (directory_ / "wrong.debug").string();
   const struct {
     std::string file;
@@ -162,8 +215,17 @@ TEST_F(PackTest, EveryFileThatCannotBePackedIsNamed) {
       {"a.cpp", std::string("found a file of another format") + kAnything},
       {"empty", std::string("found an empty file") + kAnything},
       {"a.a", std::string("found a static library") + kAnything},
+      {"none", std::string("found a folder with nothing to pack in it") + kAnything},
       {"a.o", "found an object file, expected a linked program or library."},
-      {"twins", std::string("found a directory not named *.dSYM") + kAnything},
+      {"split/parts",
+       "found debug information of which parts are missing: \"parts-a.dwo\"; looked for in …, "
+       "expected all parts."},
+      {"libone.so",
+       "found debug information of which parts are missing: \"common.dwz\"; looked for in …, "
+       "expected all parts."},
+      {"app.exe",
+       "found no debug information; looked for in …, expected some in it or in its PDB "
+       "\"win.pdb\"."},
       {"empty.dSYM", "found no file in Contents/Resources/DWARF, expected a debug file there."},
       {"linked.dSYM",
        "found \"up\" in it, no file and no directory, expected files and directories only."},
@@ -176,7 +238,8 @@ TEST_F(PackTest, EveryFileThatCannotBePackedIsNamed) {
            std::string(kDebug)},
       {"libescape.so", "found the shared name \"../libescape.so\", expected a name without \"/\"."},
       {".debug/hidden.debug",
-       "found a separate debug file, expected the library or program that it belongs to."},
+       "found a separate debug file, expected the library or program that it belongs to, or "
+       "NAME.debug."},
   };
   std::string line = "mkdir archives; echo older >archives/B12345_dsym.zip; pack app ";
   std::string expected;
@@ -184,16 +247,18 @@ TEST_F(PackTest, EveryFileThatCannotBePackedIsNamed) {
     line += file + ' ';
     expected += "tarvo: Cannot pack \"" + file + "\": " + error + '\n';
   }
-  const auto end = Shell(line +
-                         "libshared.so.1.2 twins/second.so; status=$?; ls -A archives; "
-                         "cat archives/*; exit $status");
-  EXPECT_EQ(end.errors,
-            expected +
-                "tarvo: Cannot pack both \"libshared.so.1.2\" and \"twins/second.so\": they are "
-                "libshared.so.1.dsym in the archive.\n"
-                "tarvo: No archive was made for \"B12345\".\n");
+  const auto end =
+      Shell(line +
+            "2> >(sed 's/\\(looked for in\\) [^,]*\\(, \"[^,]*\\)*, exp/\\1 …, exp/' >&2); "
+            "status=$?; wait; ls -A archives; cat archives/*; exit $status");
+  EXPECT_EQ(end.errors, expected + "tarvo: Nothing was packed for \"B12345\".\n");
   EXPECT_EQ(end.output, "B12345_dsym.zip\nolder\n");
   EXPECT_EQ(end.exitStatus, 1);
+  const auto twins = Shell("rm -r archives; pack libshared.so.1.2 twins; ls -A archives");
+  EXPECT_EQ(twins.errors,
+            "tarvo: Cannot pack both \"libshared.so.1.2\" and \"twins/second.so\": they are "
+            "libshared.so.1.dsym in the archive.\n");
+  EXPECT_EQ(twins.output, "");
   // LLVM's own words follow.
   EXPECT_EQ(Shell("pack truncated").errors.substr(0, 32), "tarvo: Cannot pack \"truncated\": ");
 }
@@ -204,7 +269,7 @@ TEST_F(PackTest, APipeDoesNotBlock) {
   EXPECT_EQ(end.exitStatus, 1);
   EXPECT_EQ(end.errors,
             "tarvo: Could not open \"pipe\": It is no regular file\n"
-            "tarvo: No archive was made for \"B12345\".\n");
+            "tarvo: Nothing was packed for \"B12345\".\n");
 }
 
 TEST_F(PackTest, AnArchiveIsReplacedInOneStepOrStays) {
@@ -219,14 +284,25 @@ TEST_F(PackTest, AnArchiveIsReplacedInOneStepOrStays) {
        "TZ=Asia/Tokyo LC_ALL=C.UTF-8 pack ./libid.so ../${PWD##*/}/app && sleep 0.1 &&"
        "cmp archives/B12345_dsym.zip x.zip",
        0, "B12345_dsym.zip\n"},
-      {"an older one",
-       "mkdir archives; echo older >archives/B12345_dsym.zip; pack app && "
-       "unzip -tqq archives/B12345_dsym.zip",
+      {"an older one, which is replaced on request alone",
+       "mkdir archives; echo older >archives/B12345_dsym.zip; ! pack app && "
+       "pack --replace app && unzip -tqq archives/B12345_dsym.zip",
+       0, "B12345_dsym.zip\n"},
+      {"the same bundles one after the other",
+       "pack app libid.so && cp archives/B12345_dsym.zip x.zip && rm -r archives && pack libid.so "
+       "&& "
+       "pack app && pack libid.so && cmp archives/B12345_dsym.zip x.zip",
+       0, "B12345_dsym.zip\n"},
+      {"twelve jobs at once, each with a library",
+       "for i in {1..12}; do "
+       "g++ -g -fPIC -shared a.cpp -o job$i.so & done; wait;"
+       "for i in {1..12}; do pack job$i.so >/dev/null & done; wait;"
+       "[ $(unzip -Z1 archives/B12345_dsym.zip | grep -c ^job) = 12 ]",
        0, "B12345_dsym.zip\n"},
       {"a disk that is full",
-       "mkdir archives; echo older >archives/B12345_dsym.zip; trap '' XFSZ; ulimit -f 8; "
+       "pack app; cp archives/B12345_dsym.zip x.zip; trap '' XFSZ; ulimit -f 8; "
        "pack app libid.so libshared.so.1.2; status=$?; "
-       "[ $(cat archives/B12345_dsym.zip) = older ] && exit $status",
+       "cmp archives/B12345_dsym.zip x.zip && exit $status",
        1, "B12345_dsym.zip\n"},
       {"what a killed packer left, and one that lives",
        "mkdir archives; echo x >archives/.tarvo-pack-killed; echo x >archives/.tarvo-pack-living; "
@@ -245,13 +321,20 @@ TEST_F(PackTest, AnArchiveIsReplacedInOneStepOrStays) {
 }
 
 TEST_F(PackTest, WrongUsage) {
+  const auto build = [](const std::string& found, const std::string& proposed) {
+    return "--build: found \"" + found +
+           "\", expected a name that files can have on all systems, like \"" + proposed + '"';
+  };
   const struct {
     const char* arguments;
-    const char* error;
+    std::string error;
   } kCases[] = {
-      {"--build '' app", "--build: found \"\", expected a plain file name"},
-      {"--build .. app", "--build: found \"..\", expected a plain file name"},
-      {"--build a/b app", "--build: found \"a/b\", expected a plain file name"},
+      {"--build '' app", build("", "build")},
+      {"--build .. app", build("..", "build")},
+      {"--build 'a/b: \"c\"*' app", build("a/b: \"c\"*", "a_b_ _c__")},
+      {"--build con.1 app", build("con.1", "build-con.1")},
+      {"--build $'a\\n' app", build("a\\x0a", "a_x0a")},
+      {"--build $(printf %0300d 7) app", build(std::string(299, '0') + '7', std::string(199, '0'))},
       {"--build b --layout deep app", "--layout: deep not in {flat,hierarchy}"},
       {"--build b", "FILE is required"},
       {"app", "--build is required"},
@@ -300,7 +383,9 @@ TEST_F(PackTest, TheLookUpFindsWhatIsPacked) {
     EXPECT_EQ(end.output, "main + 0x10 (0x401136)\nFault + 0x10 (0x501136)\nSymbol file cache/" +
                               build + "/libabsent.so.dsym for " + build +
                               " not found.\nReports: 1 found, 1 resolved, 0 failed, 0 skipped\n./" +
-                              place + "\napplication.app.dsym\nlibshared.so.1.dsym\n")
+                              place +
+                              "\napplication.app.dsym\nlibshared.so.1.dsym\n"
+                              "tarvo-symbols.json\n")
         << end.errors;
   }
 }

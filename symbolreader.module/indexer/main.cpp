@@ -1,10 +1,12 @@
 // tarvo-symbol-indexer index FILE ARCHITECTURE MEGABYTES SECONDS KEY OUTPUT
 // tarvo-symbol-indexer answer FILE ARCHITECTURE MEGABYTES SECONDS
+// tarvo-symbol-indexer describe FILE identity|contents MEGABYTES SECONDS
 //
 // Reads debug information for the symbol reader module, which starts it: `index` writes a file's
-// index, `answer` answers questions about single addresses (indexer_protocol.h). It is a process of
-// its own because debug information is not to be trusted: what breaks, hangs or fills the memory is
-// this process. MEGABYTES limits its memory, SECONDS the making of an index or of one answer.
+// index, `answer` answers questions about single addresses (indexer_protocol.h), `describe` prints
+// what a file says of itself (description.h). It is a process of its own because debug information
+// is not to be trusted: what breaks, hangs or fills the memory is this process. MEGABYTES limits
+// its memory, SECONDS the making of an index or of one answer.
 //
 // Exit status: 0 done, 1 the file cannot be read within the limits, 2 wrong usage, 3 the index
 // cannot be written. The reason is on standard error. Its end by SIGALRM means that the time was
@@ -24,6 +26,7 @@
 #include <thread>
 
 #include "indexer/answer_loop.h"
+#include "indexer/description.h"
 #include "indexer/index_converter.h"
 #include "indexer/limits.h"
 #include "indexer/pdb/pdb_converter.h"
@@ -38,7 +41,8 @@ constexpr int kExitUsage = 2;
 constexpr int kExitUnwritten = 3;
 constexpr std::string_view kUsage =
     "usage: index FILE ARCHITECTURE MEGABYTES SECONDS KEY OUTPUT | "
-    "answer FILE ARCHITECTURE MEGABYTES SECONDS";
+    "answer FILE ARCHITECTURE MEGABYTES SECONDS | "
+    "describe FILE identity|contents MEGABYTES SECONDS";
 
 int Fail(std::string_view text, int status) {
   std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
@@ -97,9 +101,17 @@ int Answer(std::shared_ptr<const DebugFile> file, std::string_view architecture,
   return 0;
 }
 
+int PrintDescription(const std::string& path, std::string_view depth) {
+  const auto text =
+      Describe(path, depth == "contents" ? DescriptionDepth::Contents : DescriptionDepth::Identity);
+  if (!text) return Fail(text.GetError().Text(), kExitUnreadable);
+  std::fwrite(text->data(), 1, text->size(), stdout);
+  return std::fflush(stdout) == 0 ? 0 : kExitUnwritten;
+}
+
 int Main(std::span<char*> arguments) {
   const std::string_view mode = arguments.size() > 1 ? arguments[1] : "";
-  const std::size_t expected = mode == "index" ? 8 : mode == "answer" ? 6 : 0;
+  const std::size_t expected = mode == "index" ? 8 : mode == "answer" || mode == "describe" ? 6 : 0;
   unsigned megabytes = 0;
   unsigned seconds = 0;
   if (arguments.size() != expected || !ReadNumber(arguments[4], megabytes) ||
@@ -107,6 +119,7 @@ int Main(std::span<char*> arguments) {
     return Fail(kUsage, kExitUsage);
   LimitMemory(std::uint64_t{megabytes} << 20);
   alarm(seconds);
+  if (mode == "describe") return PrintDescription(arguments[2], arguments[3]);
   const auto file =
       OpenDebugFile(arguments[2], {.architecture = arguments[3], .takesSymbolTable = true});
   if (!file) {

@@ -3,6 +3,7 @@
 
 #include "toolkit/base/safe_text.h"
 #include "toolkit/pack/bundle.h"
+#include "toolkit/store/file_description.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -12,12 +13,33 @@ namespace fs = std::filesystem;
 constexpr SourceFile kAppleBundle{"command/pack/apple_bundle"};
 constexpr const char* kDebugFiles = "Contents/Resources/DWARF";
 
-bool HoldsFile(const fs::path& directory) {
+std::vector<fs::path> FilesIn(const fs::path& directory) {
+  std::vector<fs::path> files;
   std::error_code error;
   for (auto entry = fs::directory_iterator(directory, error);
        !error && entry != fs::directory_iterator(); entry.increment(error))
-    if (entry->symlink_status(error).type() == fs::file_type::regular) return true;
-  return false;
+    if (entry->symlink_status(error).type() == fs::file_type::regular)
+      files.push_back(entry->path());
+  return files;
+}
+
+/// What is known of the bundle by the one debug file in it; of several, and of one that cannot be
+/// read, its name alone.
+ManifestEntry FactsOf(const fs::path& bundle, const std::vector<fs::path>& files) {
+  ManifestEntry facts{.bundle = bundle.filename().native(),
+                      .module = bundle.stem().native(),
+                      .platform = "macos",
+                      .isExecutable = false,
+                      .slices = {}};
+  const auto description = files.size() == 1
+                               ? DescribeFile(files.front().native(), DescriptionDepth::Identity)
+                               : Result<FileDescription>(Error::Plain({}, ""));
+  if (!description) return facts;
+  facts.module = files.front().filename().native();
+  facts.platform = description->platform;
+  facts.isExecutable = description->kind == FileDescription::Kind::Program;
+  facts.slices = description->slices;
+  return facts;
 }
 
 Result<BundleEntry> Entry(const fs::path& bundle, const fs::directory_entry& found) {
@@ -28,7 +50,7 @@ Result<BundleEntry> Entry(const fs::path& bundle, const fs::directory_entry& fou
     return PackError(kAppleBundle.Here(), bundle.native(),
                      "\"" + SafeText(inside) + "\" in it, no file and no directory",
                      "files and directories only");
-  return BundleEntry{(bundle.filename() / inside).native(), found.path().native(),
+  return BundleEntry{inside, found.path().native(),
                      type == fs::file_type::directory ? BundleEntry::Content::Directory
                                                       : BundleEntry::Content::Whole};
 }
@@ -36,12 +58,14 @@ Result<BundleEntry> Entry(const fs::path& bundle, const fs::directory_entry& fou
 }  // namespace
 
 Result<Bundle> FindAppleBundle(const std::string& path) {
-  const fs::path directory = path;
-  if (!HoldsFile(directory / kDebugFiles))
+  fs::path directory = fs::path(path).lexically_normal();
+  if (!directory.has_filename()) directory = directory.parent_path();
+  const std::vector<fs::path> files = FilesIn(directory / kDebugFiles);
+  if (files.empty())
     return PackError(kAppleBundle.Here(), path, "no file in " + std::string(kDebugFiles),
                      "a debug file there");
-  Bundle bundle{directory.filename().native(), path, path, {}};
-  bundle.entries.push_back({bundle.name, path, BundleEntry::Content::Directory});
+  Bundle bundle{FactsOf(directory, files), directory.native(), directory.native(), {}};
+  bundle.entries.push_back({"", directory.native(), BundleEntry::Content::Directory});
   std::error_code error;
   for (auto entry = fs::recursive_directory_iterator(directory, error);
        !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
@@ -52,7 +76,7 @@ Result<Bundle> FindAppleBundle(const std::string& path) {
   if (error)
     return PackError(kAppleBundle.Here(), path, "what cannot be read (" + error.message() + ")",
                      "readable files");
-  std::ranges::sort(bundle.entries, {}, &BundleEntry::name);
+  std::ranges::sort(bundle.entries, {}, &BundleEntry::inside);
   return bundle;
 }
 

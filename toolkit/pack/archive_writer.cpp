@@ -1,19 +1,18 @@
 #include "toolkit/pack/archive_writer.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zip.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <system_error>
+#include <utility>
 
 #include "tarvo/format.h"
+#include "toolkit/base/regular_file.h"
 #include "toolkit/base/safe_text.h"
 
 namespace tarvo::toolkit {
@@ -23,146 +22,193 @@ namespace fs = std::filesystem;
 
 constexpr SourceFile kArchiveWriter{"command/pack/archive_writer"};
 
-Error FileError(SourceLocation where, const std::string& path, std::string_view reason) {
-  return Error::File(where, Format("Could not write \"@\": @", SafeText(path), reason),
-                     Url::FromSystemPath(path));
+/// The first day that the format can tell: the files' own times would differ from job to job.
+constexpr zip_uint16_t kFirstDay = (1 << 5) | 1;
+constexpr zip_uint32_t kFileMode = zip_uint32_t{S_IFREG | 0644} << 16;
+constexpr zip_uint32_t kDirectoryMode = zip_uint32_t{S_IFDIR | 0755} << 16 | 0x10;
+
+std::string TextOf(int code) {
+  zip_error_t error;
+  zip_error_init_with_code(&error, code);
+  std::string text = zip_error_strerror(&error);
+  zip_error_fini(&error);
+  return text;
 }
 
-constexpr std::string_view kTemporaryName = ".tarvo-pack-";
-constexpr int kNameAttempts = 100;
-
-/// Whether the file is this process's now; one that was unlinked is nobody's.
-bool TakeLock(int descriptor) {
-  struct stat status{};
-  return flock(descriptor, LOCK_EX | LOCK_NB) == 0 && fstat(descriptor, &status) == 0 &&
-         status.st_nlink != 0;
-}
-
-/// Removes what killed processes have left in `directory`: the lock of their files is free.
-void ClearLeft(const fs::path& directory) {
-  std::error_code end;
-  fs::directory_iterator entries(directory, end);
-  for (; !end && entries != fs::directory_iterator(); entries.increment(end)) {
-    if (!entries->path().filename().string().starts_with(kTemporaryName)) continue;
-    const int descriptor =
-        open(entries->path().c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0) continue;
-    if (TakeLock(descriptor)) unlink(entries->path().c_str());
-    close(descriptor);
-  }
-}
-
-/// A new file in `directory`, locked while it is open; `path` is set to its name.
-File MakeTemporaryFile(const fs::path& directory, std::string& path) {
-  ClearLeft(directory.empty() ? fs::path(".") : directory);
-  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-    path = (directory / (std::string(kTemporaryName) + "XXXXXX")).native();
-    const int descriptor = mkostemp(path.data(), O_CLOEXEC);
-    if (descriptor < 0) return nullptr;
-    // Another process may take it for left behind before it is locked.
-    if (TakeLock(descriptor)) return File(fdopen(descriptor, "w+b"));
-    unlink(path.c_str());
-    close(descriptor);
-  }
-  errno = EEXIST;
-  return nullptr;
-}
-
-struct FreeEntry {
-  void operator()(archive_entry* entry) const noexcept { archive_entry_free(entry); }
-};
-
-std::unique_ptr<archive_entry, FreeEntry> MakeEntry(const std::string& name, unsigned type,
-                                                    unsigned mode, std::uint64_t size) {
-  // Without a time, which the format has as local time: it would differ from zone to zone.
-  std::unique_ptr<archive_entry, FreeEntry> entry(archive_entry_new());
-  archive_entry_set_pathname(entry.get(), name.c_str());
-  archive_entry_set_filetype(entry.get(), type);
-  archive_entry_set_perm(entry.get(), static_cast<mode_t>(mode));
-  archive_entry_set_size(entry.get(), static_cast<std::int64_t>(size));
-  return entry;
+int SyncFile(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const mode_t mask = umask(0);
+  umask(mask);
+  const bool isDone = file >= 0 && fchmod(file, 0666 & ~mask) == 0 && fsync(file) == 0;
+  const int reason = isDone ? 0 : errno;
+  if (file >= 0) close(file);
+  return reason;
 }
 
 }  // namespace
 
-void ArchiveWriter::FreeArchive::operator()(archive* writer) const noexcept {
-  archive_write_free(writer);
+ArchiveReader::ArchiveReader(zip* archive) : archive_(archive) {
+  const zip_int64_t count = zip_get_num_entries(archive_, 0);
+  for (zip_int64_t i = 0; i < count; ++i) {
+    const char* name = zip_get_name(archive_, static_cast<zip_uint64_t>(i), ZIP_FL_ENC_RAW);
+    names_.emplace_back(name == nullptr ? "" : name);
+  }
+}
+ArchiveReader::~ArchiveReader() { zip_discard(archive_); }
+
+Result<std::unique_ptr<ArchiveReader>> ArchiveReader::Open(const std::string& path) {
+  std::error_code error;
+  if (!fs::exists(fs::symlink_status(path, error))) return std::unique_ptr<ArchiveReader>();
+  int code = 0;
+  zip* archive = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &code);
+  if (archive != nullptr) return std::unique_ptr<ArchiveReader>(new ArchiveReader(archive));
+  return Error::File(kArchiveWriter.Here(),
+                     Format("Cannot add to \"@\": found no whole archive (@), expected one; "
+                            "--replace writes another one in its place.",
+                            SafeText(path), TextOf(code)),
+                     Url::FromSystemPath(path));
 }
 
-ArchiveWriter::ArchiveWriter(std::string path, std::string temporary, File file)
-    : path_(std::move(path)),
-      temporary_(std::move(temporary)),
-      file_(std::move(file)),
-      writer_(archive_write_new()) {}
+bool ArchiveReader::Extract(std::size_t index, const std::string& to, std::uint64_t limit) const {
+  zip_file_t* entry = zip_fopen_index(archive_, index, 0);
+  if (entry == nullptr) return false;
+  const File file(std::fopen(to.c_str(), "wbxe"));
+  std::array<char, 1 << 16> bytes;
+  bool isWhole = file != nullptr;
+  for (zip_int64_t size = 0;
+       isWhole && (size = zip_fread(entry, bytes.data(), bytes.size())) != 0;) {
+    const auto count = static_cast<std::size_t>(std::max<zip_int64_t>(size, 0));
+    isWhole =
+        size > 0 && count <= limit && std::fwrite(bytes.data(), 1, count, file.get()) == count;
+    limit -= std::min<std::uint64_t>(limit, count);
+  }
+  isWhole = zip_fclose(entry) == 0 && isWhole;
+  return isWhole && std::fflush(file.get()) == 0;
+}
+
+/// A content as the zip library asks for it.
+struct ArchiveWriter::Source {
+  EntryContent content;
+  ContentReader reader{content};
+  zip_error_t error{};
+
+  explicit Source(EntryContent c) : content(std::move(c)) { zip_error_init(&error); }
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+  ~Source() { zip_error_fini(&error); }
+
+  zip_int64_t Fail(int code) {
+    zip_error_set(&error, code, errno);
+    return -1;
+  }
+  zip_int64_t Tell(void* data) const {
+    auto* const stat = static_cast<zip_stat_t*>(data);
+    zip_stat_init(stat);
+    stat->size = content.Size();
+    stat->valid = ZIP_STAT_SIZE;
+    return sizeof *stat;
+  }
+  static zip_int64_t Answer(void* state, void* data, zip_uint64_t size, zip_source_cmd_t command) {
+    auto& source = *static_cast<Source*>(state);
+    switch (command) {
+      case ZIP_SOURCE_OPEN:
+        return source.reader.Open() ? 0 : source.Fail(ZIP_ER_OPEN);
+      case ZIP_SOURCE_READ: {
+        const std::int64_t count = source.reader.Read(static_cast<char*>(data), size);
+        return count < 0 ? source.Fail(ZIP_ER_READ) : count;
+      }
+      case ZIP_SOURCE_STAT:
+        return source.Tell(data);
+      case ZIP_SOURCE_ERROR:
+        return zip_error_to_data(&source.error, data, size);
+      case ZIP_SOURCE_CLOSE:
+        source.reader.Close();
+        return 0;
+      case ZIP_SOURCE_FREE:
+        return 0;
+      case ZIP_SOURCE_SUPPORTS:
+        return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE,
+                                              ZIP_SOURCE_STAT, ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE,
+                                              -1);
+      default:
+        return source.Fail(ZIP_ER_OPNOTSUPP);
+    }
+  }
+};
+
+ArchiveWriter::ArchiveWriter(std::string path, PackDirectory directory)
+    : path_(std::move(path)), directory_(std::move(directory)) {}
 
 ArchiveWriter::~ArchiveWriter() {
-  if (!temporary_.empty()) unlink(temporary_.c_str());
+  if (archive_ != nullptr) zip_discard(archive_);
 }
 
 Result<std::unique_ptr<ArchiveWriter>> ArchiveWriter::Create(const std::string& path) {
-  std::string temporary;
-  File file = MakeTemporaryFile(fs::path(path).parent_path(), temporary);
-  if (!file) return FileError(kArchiveWriter.Here(), path, std::strerror(errno));
-  std::unique_ptr<ArchiveWriter> made(
-      new ArchiveWriter(path, std::move(temporary), std::move(file)));
-  archive* writer = made->writer_.get();
-  if (archive_write_set_format_zip(writer) != ARCHIVE_OK ||
-      archive_write_zip_set_compression_deflate(writer) != ARCHIVE_OK ||
-      archive_write_set_bytes_in_last_block(writer, 1) != ARCHIVE_OK ||
-      archive_write_open_fd(writer, fileno(made->file_.get())) != ARCHIVE_OK)
-    return made->WriteError(kArchiveWriter.Here(), path);
+  const std::string parent = fs::path(path).parent_path().native();
+  auto directory = PackDirectory::Make(parent.empty() ? "." : parent);
+  if (!directory) return directory.GetError();
+  std::unique_ptr<ArchiveWriter> made(new ArchiveWriter(path, *std::move(directory)));
+  int code = 0;
+  made->archive_ =
+      zip_open((made->Scratch() + "/archive.zip").c_str(), ZIP_CREATE | ZIP_EXCL, &code);
+  if (made->archive_ == nullptr) return WriteFailure(kArchiveWriter.Here(), path, TextOf(code));
   return made;
 }
 
-Error ArchiveWriter::WriteError(SourceLocation where, const std::string& what) const {
-  const char* reason = archive_error_string(writer_.get());
-  return FileError(where, what, reason == nullptr ? "unknown reason" : reason);
+Error ArchiveWriter::Failure(SourceLocation where) const {
+  return WriteFailure(where, path_, zip_error_strerror(zip_get_error(archive_)));
 }
 
-Result<void> ArchiveWriter::AddDirectory(const std::string& name) {
-  const auto entry = MakeEntry(name + '/', AE_IFDIR, 0755, 0);
-  if (archive_write_header(writer_.get(), entry.get()) != ARCHIVE_OK)
-    return WriteError(kArchiveWriter.Here(), name);
+Result<void> ArchiveWriter::Complete(std::int64_t index, bool isDirectory) {
+  const auto place = static_cast<zip_uint64_t>(index);
+  if (index < 0 || zip_file_set_dostime(archive_, place, 0, kFirstDay, 0) != 0 ||
+      zip_file_set_external_attributes(archive_, place, 0, ZIP_OPSYS_UNIX,
+                                       isDirectory ? kDirectoryMode : kFileMode) != 0)
+    return Failure(kArchiveWriter.Here());
   return {};
 }
 
-Result<std::uint64_t> ArchiveWriter::AddFile(const std::string& name, const RegularFile& content) {
-  const auto entry = MakeEntry(name, AE_IFREG, 0644, content.size);
-  if (archive_write_header(writer_.get(), entry.get()) != ARCHIVE_OK)
-    return WriteError(kArchiveWriter.Here(), name);
-  std::array<char, 1 << 16> buffer;
-  std::uint64_t left = content.size;
-  while (left > 0) {
-    const std::size_t wanted = std::min<std::uint64_t>(left, buffer.size());
-    const std::size_t size = std::fread(buffer.data(), 1, wanted, content.file.get());
-    if (size == 0) return FileError(kArchiveWriter.Here(), name, "The file ended before its size");
-    if (archive_write_data(writer_.get(), buffer.data(), size) != static_cast<la_ssize_t>(size))
-      return WriteError(kArchiveWriter.Here(), name);
-    left -= size;
-  }
-  return content.size;
+Result<void> ArchiveWriter::AddDirectory(const std::string& name) {
+  return Complete(zip_dir_add(archive_, name.c_str(), ZIP_FL_ENC_GUESS), true);
 }
 
-Result<std::uint64_t> ArchiveWriter::Finish() {
-  if (archive_write_close(writer_.get()) != ARCHIVE_OK)
-    return WriteError(kArchiveWriter.Here(), path_);
-  const mode_t mask = umask(0);
-  umask(mask);
-  const int file = fileno(file_.get());
+Result<void> ArchiveWriter::AddFile(const std::string& name, EntryContent content) {
+  Source& state = sources_.emplace_back(std::move(content));
+  zip_source_t* source = zip_source_function(archive_, &Source::Answer, &state);
+  if (source == nullptr) return Failure(kArchiveWriter.Here());
+  const zip_int64_t index = zip_file_add(archive_, name.c_str(), source, ZIP_FL_ENC_GUESS);
+  if (index < 0) zip_source_free(source);
+  return Complete(index, false);
+}
+
+Result<void> ArchiveWriter::Copy(const ArchiveReader& from, std::size_t index) {
+  const std::string& name = from.Names()[index];
+  if (name.ends_with('/')) return AddDirectory(name);
+  zip_source_t* source = zip_source_zip(archive_, from.Handle(), index, ZIP_FL_COMPRESSED, 0, -1);
+  if (source == nullptr) return Failure(kArchiveWriter.Here());
+  const zip_int64_t added = zip_file_add(archive_, name.c_str(), source, ZIP_FL_ENC_GUESS);
+  if (added < 0) zip_source_free(source);
+  return Complete(added, false);
+}
+
+Result<std::uint64_t> ArchiveWriter::Finish(const OnProgress& onProgress) {
+  constexpr double kStep = 0.01;
+  zip_register_progress_callback_with_state(
+      archive_, kStep,
+      [](zip_t*, double part, void* state) {
+        const auto& tell = *static_cast<const OnProgress*>(state);
+        if (tell) tell(part);
+      },
+      nullptr, const_cast<OnProgress*>(&onProgress));
+  const std::string made = Scratch() + "/archive.zip";
+  if (zip_close(archive_) != 0) return Failure(kArchiveWriter.Here());
+  archive_ = nullptr;
   struct stat status{};
-  if (fchmod(file, 0666 & ~mask) != 0 || fsync(file) != 0 || fstat(file, &status) != 0 ||
-      rename(temporary_.c_str(), path_.c_str()) != 0)
-    return FileError(kArchiveWriter.Here(), path_, std::strerror(errno));
-  temporary_.clear();
+  if (const int reason = SyncFile(made); reason != 0)
+    return WriteFailure(kArchiveWriter.Here(), path_, std::strerror(reason));
+  if (stat(made.c_str(), &status) != 0 || rename(made.c_str(), path_.c_str()) != 0)
+    return WriteFailure(kArchiveWriter.Here(), path_, std::strerror(errno));
   return static_cast<std::uint64_t>(status.st_size);
-}
-
-Result<File> MakeScratchFile(const std::string& directory) {
-  std::string path;
-  File file = MakeTemporaryFile(directory, path);
-  if (!file) return FileError(kArchiveWriter.Here(), directory, std::strerror(errno));
-  unlink(path.c_str());
-  return file;
 }
 
 }  // namespace tarvo::toolkit

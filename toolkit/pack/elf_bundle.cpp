@@ -4,22 +4,31 @@
 #include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/pack/bundle.h"
+#include "toolkit/pack/companions.h"
 #include "toolkit/pack/elf_file.h"
 #include "toolkit/pack/separate_debug_file.h"
 
 namespace tarvo::toolkit {
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr SourceFile kElfBundle{"command/pack/elf_bundle"};
 
-/// The name under which a crash report's module is looked up.
+/// Of a separate debug file, the name of what it belongs to; empty where its own does not tell.
+std::string NameOfDebugged(const std::string& fileName, bool isExecutable) {
+  const fs::path name = fileName;
+  const bool tells =
+      name.extension() == ".debug" && (isExecutable || fileName.find(".so") != std::string::npos);
+  return tells ? name.stem().native() : std::string();
+}
+
+/// The name under which crash reports list the module.
 Result<std::string> ModuleName(const std::string& path, const ElfFacts& facts) {
-  const std::string fileName = std::filesystem::path(path).filename().native();
+  const std::string fileName = fs::path(path).filename().native();
   switch (facts.kind) {
     case ElfFacts::Kind::Program:
-      return std::string(fileName == symbol_archive::kKernelName
-                             ? symbol_archive::kKernelApplicationName
-                             : symbol_archive::kApplicationName);
+      return facts.holdsCode ? fileName : NameOfDebugged(fileName, true);
     case ElfFacts::Kind::Library:
       if (facts.sharedName.find('/') == std::string::npos)
         return facts.sharedName.empty() ? fileName : facts.sharedName;
@@ -27,8 +36,7 @@ Result<std::string> ModuleName(const std::string& path, const ElfFacts& facts) {
                        "the shared name \"" + SafeText(facts.sharedName) + "\"",
                        "a name without \"/\"");
     case ElfFacts::Kind::DebugFile:
-      return PackError(kElfBundle.Here(), path, "a separate debug file",
-                       "the library or program that it belongs to");
+      return NameOfDebugged(fileName, facts.hasInterpreter);
     case ElfFacts::Kind::ObjectFile:
       return PackError(kElfBundle.Here(), path, "an object file", "a linked program or library");
     case ElfFacts::Kind::Other:
@@ -40,22 +48,38 @@ Result<std::string> ModuleName(const std::string& path, const ElfFacts& facts) {
 
 }  // namespace
 
-Result<Bundle> FindElfBundle(const std::string& path,
-                             const std::vector<std::string>& debugDirectories) {
+Result<Bundle> FindElfBundle(const std::string& path, const DebugPlaces& places) {
   const auto facts = ReadElfFacts(path);
   if (!facts) return facts.GetError();
-  const auto moduleName = ModuleName(path, *facts);
-  if (!moduleName) return moduleName.GetError();
+  const auto module = ModuleName(path, *facts);
+  if (!module) return module.GetError();
+  if (module->empty())
+    return PackError(kElfBundle.Here(), path, "a separate debug file",
+                     "the library or program that it belongs to, or NAME.debug");
   SeparateDebugFile debugFile{path, facts->holdsCode, {}};
-  if (!facts->hasDebugInformation)
-    debugFile = FindSeparateDebugFile(path, *facts, debugDirectories);
+  if (!facts->hasDebugInformation) debugFile = FindSeparateDebugFile(path, *facts, places);
   if (debugFile.path.empty())
     return PackError(kElfBundle.Here(), path, "no debug information" + debugFile.refused,
                      "some in it or in a separate debug file");
-  const std::string name = *moduleName + std::string(symbol_archive::kBundleSuffix);
+  const auto description = DescribeFile(debugFile.path, DescriptionDepth::Identity);
+  if (!description) return description.GetError();
+  Bundle bundle{.facts = {.bundle = {},
+                          .module = *module,
+                          .platform = description->platform,
+                          .isExecutable = facts->IsExecutable(),
+                          .slices = description->slices},
+                .given = path,
+                .source = debugFile.path,
+                .entries = {}};
+  if (!bundle.facts.slices.empty() && !facts->buildId.empty())
+    bundle.facts.slices.front().id = facts->buildId;
+  const auto companions = FindCompanions(path, debugFile.path, *description, places);
+  if (!companions) return companions.GetError();
   const auto content =
       debugFile.holdsCode ? BundleEntry::Content::DebugSections : BundleEntry::Content::Whole;
-  return Bundle{name, path, debugFile.path, {{name, debugFile.path, content}}};
+  bundle.entries.push_back({"", debugFile.path, content, !companions->empty()});
+  bundle.entries.insert(bundle.entries.end(), companions->begin(), companions->end());
+  return bundle;
 }
 
 }  // namespace tarvo::toolkit

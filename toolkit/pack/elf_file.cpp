@@ -1,23 +1,20 @@
 #include "toolkit/pack/elf_file.h"
 
 #include <llvm/ADT/StringExtras.h>
-#include <llvm/ObjCopy/CommonConfig.h>
-#include <llvm/ObjCopy/ELF/ELFConfig.h>
-#include <llvm/ObjCopy/ELF/ELFObjcopy.h>
 #include <llvm/Object/BuildID.h>
 #include <llvm/Object/ELFObjectFile.h>
 #include <llvm/Support/CRC.h>
 #include <llvm/Support/Endian.h>
-#include <llvm/Support/FileSystem.h>
 #include <llvm/Support/MemoryBuffer.h>
-#include <llvm/Support/raw_ostream.h>
 
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "tarvo/format.h"
 #include "toolkit/base/regular_file.h"
 #include "toolkit/base/safe_text.h"
+#include "toolkit/pack/elf_debug_sections.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -69,7 +66,8 @@ class FactsReader {
       if (llvm::Error error = ReadSection(section)) return error;
     auto segments = file_.program_headers();
     if (!segments) return segments.takeError();
-    for (const auto& segment : *segments) hasInterpreter_ |= segment.p_type == llvm::ELF::PT_INTERP;
+    for (const auto& segment : *segments)
+      facts_.hasInterpreter |= segment.p_type == llvm::ELF::PT_INTERP;
     facts_.kind = Kind();
     return facts_;
   }
@@ -86,6 +84,7 @@ class FactsReader {
     isEmptied_ |= *name == ".dynamic" && section.sh_type == llvm::ELF::SHT_NOBITS;
     if (section.sh_type == llvm::ELF::SHT_DYNAMIC) return ReadDynamic(section);
     if (*name == ".gnu_debuglink" && hasContent) return ReadDebugLink(section);
+    if (*name == ".note.gnu.build-id" && hasContent) return ReadBuildId(section);
     return llvm::Error::success();
   }
 
@@ -100,6 +99,17 @@ class FactsReader {
       if (entry.getTag() == llvm::ELF::DT_SONAME && entry.getVal() < names->size())
         facts_.sharedName = names->substr(entry.getVal()).split('\0').first.str();
     }
+    return llvm::Error::success();
+  }
+
+  /// LLVM looks in segments, which supplementary files have none of. Three numbers (the sizes of name
+  /// and id, the type), then "GNU" with its zero, then the id.
+  llvm::Error ReadBuildId(const Section& section) {
+    constexpr std::size_t kStart = 16;
+    auto bytes = file_.getSectionContents(section);
+    if (!bytes) return bytes.takeError();
+    if (bytes->size() > kStart)
+      facts_.buildId = llvm::toHex(bytes->drop_front(kStart), /*LowerCase=*/true);
     return llvm::Error::success();
   }
 
@@ -125,7 +135,7 @@ class FactsReader {
         return ElfFacts::Kind::ObjectFile;
       case llvm::ELF::ET_DYN:
         if (isEmptied_) return ElfFacts::Kind::DebugFile;
-        return isMarkedProgram_ || (hasInterpreter_ && facts_.sharedName.empty())
+        return isMarkedProgram_ || (facts_.hasInterpreter && facts_.sharedName.empty())
                    ? ElfFacts::Kind::Program
                    : ElfFacts::Kind::Library;
       default:
@@ -136,19 +146,17 @@ class FactsReader {
   const llvm::object::ELFFile<ElfType>& file_;
   ElfFacts facts_;
   bool isMarkedProgram_ = false;
-  bool hasInterpreter_ = false;
   bool isEmptied_ = false;
 };
 
-llvm::Expected<ElfFacts> Facts(const ELFObjectFileBase& object) {
+/// `read` of the file in its word size and byte order.
+template <typename Read>
+auto WithElf(const ELFObjectFileBase& object, Read read) {
   using namespace llvm::object;
-  if (const auto* elf = llvm::dyn_cast<ELF64LEObjectFile>(&object))
-    return FactsReader(elf->getELFFile()).Read();
-  if (const auto* elf = llvm::dyn_cast<ELF32LEObjectFile>(&object))
-    return FactsReader(elf->getELFFile()).Read();
-  if (const auto* elf = llvm::dyn_cast<ELF64BEObjectFile>(&object))
-    return FactsReader(elf->getELFFile()).Read();
-  return FactsReader(llvm::cast<ELF32BEObjectFile>(object).getELFFile()).Read();
+  if (const auto* elf = llvm::dyn_cast<ELF64LEObjectFile>(&object)) return read(elf->getELFFile());
+  if (const auto* elf = llvm::dyn_cast<ELF32LEObjectFile>(&object)) return read(elf->getELFFile());
+  if (const auto* elf = llvm::dyn_cast<ELF64BEObjectFile>(&object)) return read(elf->getELFFile());
+  return read(llvm::cast<ELF32BEObjectFile>(object).getELFFile());
 }
 
 }  // namespace
@@ -156,32 +164,30 @@ llvm::Expected<ElfFacts> Facts(const ELFObjectFileBase& object) {
 Result<ElfFacts> ReadElfFacts(const std::string& path) {
   const auto elf = MapElf(path);
   if (!elf) return elf.GetError();
-  auto facts = Facts(*elf->object);
+  auto facts = WithElf(*elf->object, [](const auto& file) { return FactsReader(file).Read(); });
   if (!facts) return LlvmError(kElfFile.Here(), path, facts.takeError());
-  facts->buildId = llvm::toHex(llvm::object::getBuildID(elf->object.get()), /*LowerCase=*/true);
+  const auto id = llvm::object::getBuildID(elf->object.get());
+  if (!id.empty()) facts->buildId = llvm::toHex(id, /*LowerCase=*/true);
   return *std::move(facts);
 }
 
-Result<void> WriteDebugSections(const std::string& path, std::FILE* to) {
+Result<EntryContent> DebugSectionsOf(const std::string& path) {
   const auto elf = MapElf(path);
   if (!elf) return elf.GetError();
-  llvm::objcopy::CommonConfig config;
-  config.InputFilename = path;
-  config.OnlyKeepDebug = true;
-  llvm::raw_fd_ostream out(fileno(to), /*shouldClose=*/false);
-  if (auto error = llvm::objcopy::elf::executeObjcopyOnBinary(config, {}, *elf->object, out))
-    return LlvmError(kElfFile.Here(), path, std::move(error));
-  out.flush();
-  const std::error_code error = out.error();
-  out.clear_error();  // one that is left ends the process
-  if (error) return LlvmError(kElfFile.Here(), path, llvm::errorCodeToError(error));
-  return {};
+  auto content = WithElf(*elf->object, [](const auto& file) { return KeepDebugSections(file); });
+  if (!content) return LlvmError(kElfFile.Here(), path, content.takeError());
+  content->path = path;
+  return *std::move(content);
 }
 
 Result<std::uint32_t> FileChecksum(const std::string& path) {
-  const auto bytes = MapFile(path);
-  if (!bytes) return bytes.GetError();
-  return llvm::crc32(llvm::arrayRefFromStringRef((*bytes)->getBuffer()));
+  const auto opened = OpenRegularFile(path);
+  if (!opened) return opened.GetError();
+  std::vector<std::uint8_t> piece(1 << 18);
+  std::uint32_t checksum = 0;
+  while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), opened->file.get()))
+    checksum = llvm::crc32(checksum, llvm::ArrayRef(piece.data(), size));
+  return checksum;
 }
 
 }  // namespace tarvo::toolkit

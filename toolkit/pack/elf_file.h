@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <optional>
 #include <string>
 
 #include "tarvo/result.h"
+#include "toolkit/pack/entry_content.h"
 
 /// What is read from and written of ELF files, by LLVM. Where the build had no LLVM every operation
 /// is an illegal-state error that says so (elf_file_without_llvm.cpp).
@@ -28,15 +28,21 @@ struct ElfFacts {
   std::optional<DebugLink> debugLink{};
   bool hasDebugInformation = false;  ///< a .debug_info, compressed or not, with content
   bool holdsCode = false;            ///< not only a separate debug file
+  bool hasInterpreter = false;       ///< names one, as programs do
+
+  [[nodiscard]] bool IsExecutable() const noexcept {
+    return kind == Kind::Program || (kind == Kind::DebugFile && hasInterpreter);
+  }
 };
 
 /// An illegal-state error with the reason when the file is damaged, a file error when it cannot be
 /// opened. The file is mapped, not read as a whole.
 Result<ElfFacts> ReadElfFacts(const std::string& path);
 
-/// Writes the ELF file `path` without the contents of all that a process loads, what `objcopy
-/// --only-keep-debug` keeps. Takes as much memory as it writes; the file itself is mapped.
-Result<void> WriteDebugSections(const std::string& path, std::FILE* to);
+/// The ELF file `path` without the contents of all that a process loads but its notes, what
+/// `objcopy
+/// --only-keep-debug` keeps. Headers are made, sections stay in the file until they are read.
+Result<EntryContent> DebugSectionsOf(const std::string& path);
 
 /// The checksum that debug links carry: CRC-32 (the one of zip) of all the file's bytes.
 Result<std::uint32_t> FileChecksum(const std::string& path);

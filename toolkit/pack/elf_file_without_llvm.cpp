@@ -14,9 +14,7 @@ Error WithoutLlvm(std::source_location where = std::source_location::current()) 
 
 Result<ElfFacts> ReadElfFacts(const std::string& /*path*/) { return WithoutLlvm(); }
 
-Result<void> WriteDebugSections(const std::string& /*path*/, std::FILE* /*to*/) {
-  return WithoutLlvm();
-}
+Result<EntryContent> DebugSectionsOf(const std::string& /*path*/) { return WithoutLlvm(); }
 
 Result<std::uint32_t> FileChecksum(const std::string& /*path*/) { return WithoutLlvm(); }
 

@@ -1,5 +1,5 @@
 #include "toolkit/pack/pack_library.h"
 
 extern "C" [[gnu::visibility("default")]] const tarvo::toolkit::PackLibrary tarvoPackLibrary = {
-    tarvo::toolkit::FindBundle, tarvo::toolkit::ArchivePath, tarvo::toolkit::WriteArchive,
+    tarvo::toolkit::FindBundles, tarvo::toolkit::ArchivePath, tarvo::toolkit::WriteArchive,
     tarvo::toolkit::FindDebugFile};

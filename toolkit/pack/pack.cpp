@@ -1,12 +1,17 @@
 #include "toolkit/pack/pack.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include "tarvo/format.h"
 #include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
+#include "toolkit/pack/archive_manifest.h"
+#include "toolkit/pack/archive_plan.h"
 #include "toolkit/pack/archive_writer.h"
 #include "toolkit/pack/elf_file.h"
+#include "toolkit/pack/entry_content.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -16,32 +21,84 @@ namespace fs = std::filesystem;
 constexpr SourceFile kPack{"command/pack/pack"};
 constexpr const char* kHierarchyRoot = "symbols";
 
-Result<std::uint64_t> AddDebugSections(ArchiveWriter& writer, const BundleEntry& entry,
-                                       const std::string& scratchDirectory) {
-  auto scratch = MakeScratchFile(scratchDirectory);
-  if (!scratch) return scratch.GetError();
-  if (const auto written = WriteDebugSections(entry.path, scratch->get()); !written)
-    return written.GetError();
-  std::fseek(scratch->get(), 0, SEEK_END);
-  const long size = std::ftell(scratch->get());
-  std::fseek(scratch->get(), 0, SEEK_SET);
-  return writer.AddFile(entry.name, {*std::move(scratch), static_cast<std::uint64_t>(size)});
+Result<EntryContent> ContentOf(const BundleEntry& entry) {
+  return entry.content == BundleEntry::Content::DebugSections ? DebugSectionsOf(entry.path)
+                                                              : WholeFile(entry.path);
 }
 
-Result<std::uint64_t> AddEntry(ArchiveWriter& writer, const BundleEntry& entry,
-                               const std::string& scratchDirectory) {
-  switch (entry.content) {
-    case BundleEntry::Content::Directory:
-      if (const auto added = writer.AddDirectory(entry.name); !added) return added.GetError();
-      return std::uint64_t{0};
-    case BundleEntry::Content::DebugSections:
-      return AddDebugSections(writer, entry, scratchDirectory);
-    case BundleEntry::Content::Whole:
-      break;
+/// Where an entry of a bundle stands in the archive.
+std::string NameOf(const Bundle& bundle, const BundleEntry& entry) {
+  std::string inside = entry.inside;
+  if (entry.isNamedLikeBundle)
+    inside = fs::path(bundle.facts.bundle).filename().stem().native() + inside;
+  return inside.empty() ? bundle.facts.bundle : bundle.facts.bundle + '/' + inside;
+}
+
+/// What a person wants to know of a bundle that another one takes the place of.
+std::string ReplacedText(const ManifestEntry& old, const ManifestEntry& now) {
+  if (old.bundle.empty()) return {};
+  if (old.slices == now.slices && !old.slices.empty() && !old.slices.front().id.empty())
+    return "the same build's";
+  const bool hasId = !old.slices.empty() && !old.slices.front().id.empty();
+  return hasId ? "another build's, id " + old.slices.front().id : "one without an id";
+}
+
+Result<std::uint64_t> AddBundle(ArchiveWriter& writer, const Bundle& bundle) {
+  std::uint64_t bytes = 0;
+  const bool isPlain = bundle.entries.size() == 1 && bundle.entries.front().inside.empty() &&
+                       !bundle.entries.front().isNamedLikeBundle;
+  const bool hasDirectory =
+      bundle.entries.front().content == BundleEntry::Content::Directory || isPlain;
+  if (!hasDirectory)
+    if (auto added = writer.AddDirectory(bundle.facts.bundle); !added) return added.GetError();
+  for (const BundleEntry& entry : bundle.entries) {
+    const std::string name = NameOf(bundle, entry);
+    if (entry.content == BundleEntry::Content::Directory) {
+      if (auto added = writer.AddDirectory(name); !added) return added.GetError();
+      continue;
+    }
+    auto content = ContentOf(entry);
+    if (!content) return content.GetError();
+    bytes += content->Size();
+    if (auto added = writer.AddFile(name, *std::move(content)); !added) return added.GetError();
   }
-  const auto file = OpenRegularFile(entry.path);
-  if (!file) return file.GetError();
-  return writer.AddFile(entry.name, *file);
+  return bytes;
+}
+
+Result<void> CopyKept(ArchiveWriter& writer, const ArchiveReader& old, const std::string& bundle) {
+  const auto& names = old.Names();
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const bool isInside = names[i].starts_with(bundle) &&
+                          (names[i].size() == bundle.size() || names[i][bundle.size()] == '/');
+    if (!isInside) continue;
+    if (auto copied = writer.Copy(old, i); !copied) return copied;
+  }
+  return {};
+}
+
+/// Writes all bundles in the order of the manifest, so that the same bundles give the same archive
+/// whichever came first.
+Result<void> AddBundles(ArchiveWriter& writer, const ArchivePlan& plan,
+                        const std::vector<Bundle>& bundles, const ArchiveReader* old,
+                        PackedArchive& packed) {
+  EntryContent manifest;
+  manifest.Append(WriteManifest(plan.manifest));
+  if (auto added = writer.AddFile(std::string(symbol_archive::kManifestName), std::move(manifest));
+      !added)
+    return added;
+  for (const ManifestEntry& entry : plan.manifest) {
+    const auto bundle =
+        std::ranges::find(bundles, entry.bundle, [](const Bundle& b) { return b.facts.bundle; });
+    if (bundle == bundles.end()) {
+      if (auto copied = CopyKept(writer, *old, entry.bundle); !copied) return copied;
+      continue;
+    }
+    const auto bytes = AddBundle(writer, *bundle);
+    if (!bytes) return bytes.GetError();
+    const auto& replaced = plan.replaced[static_cast<std::size_t>(bundle - bundles.begin())];
+    packed.bundles.push_back({entry.bundle, bundle->source, *bytes, ReplacedText(replaced, entry)});
+  }
+  return {};
 }
 
 }  // namespace
@@ -58,7 +115,8 @@ std::string ArchivePath(const std::string& archives, const std::string& build,
   return (directory / (build + std::string(symbol_archive::kSuffix))).native();
 }
 
-Result<PackedArchive> WriteArchive(const std::string& path, const std::vector<Bundle>& bundles) {
+Result<PackedArchive> WriteArchive(const std::string& path, std::vector<Bundle> bundles,
+                                   const WriteOptions& options) {
   const std::string directory = fs::path(path).parent_path().native();
   std::error_code error;
   if (fs::create_directories(directory, error); error)
@@ -66,18 +124,20 @@ Result<PackedArchive> WriteArchive(const std::string& path, const std::vector<Bu
         kPack.Here(),
         Format("Could not make the directory \"@\": @", SafeText(directory), error.message()),
         Url::FromSystemPath(directory));
+  const auto lock = ArchiveLock::Take(path);
+  if (!lock) return lock.GetError();
+  auto old = options.replaces ? Result<std::unique_ptr<ArchiveReader>>(nullptr)
+                              : ArchiveReader::Open(path);
+  if (!old) return old.GetError();
   auto writer = ArchiveWriter::Create(path);
   if (!writer) return writer.GetError();
-  PackedArchive packed;
-  for (const Bundle& bundle : bundles) {
-    PackedBundle& entry = packed.bundles.emplace_back(bundle.name, bundle.source, 0);
-    for (const BundleEntry& file : bundle.entries) {
-      const auto size = AddEntry(**writer, file, directory);
-      if (!size) return size.GetError();
-      entry.bytes += *size;
-    }
-  }
-  const auto size = (*writer)->Finish();
+  const Manifest before = *old == nullptr ? Manifest() : ManifestOf(**old, (*writer)->Scratch());
+  const auto plan = PlanArchive(before, bundles);
+  if (!plan) return plan.GetError();
+  PackedArchive packed{.bundles = {}, .kept = plan->kept, .bytes = 0};
+  if (auto added = AddBundles(**writer, *plan, bundles, old->get(), packed); !added)
+    return added.GetError();
+  const auto size = (*writer)->Finish(options.onProgress);
   if (!size) return size.GetError();
   packed.bytes = *size;
   return packed;

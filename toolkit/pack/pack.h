@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,16 +26,24 @@ struct PackedBundle {
   std::string name;
   std::string source;
   std::uint64_t bytes = 0;  ///< of all its files, not compressed
+  std::string replaced;     ///< what it took the place of; empty where it was added
 };
 struct PackedArchive {
   std::vector<PackedBundle> bundles;
-  std::uint64_t bytes = 0;  ///< of the archive
+  std::vector<std::string> kept;  ///< names of those that were there before
+  std::uint64_t bytes = 0;        ///< of the archive
 };
 
-/// Writes the archive `path` with all `bundles`, in their order; its directory is made where need
-/// be. An older archive is replaced, or stays where this fails. Files are taken through in pieces;
-/// the debug sections of one file at a time are held in memory and go through a scratch file beside
-/// the archive, as there is room for them there.
-Result<PackedArchive> WriteArchive(const std::string& path, const std::vector<Bundle>& bundles);
+struct WriteOptions {
+  bool replaces = false;                          ///< an older archive is not read
+  std::function<void(double part)> onProgress{};  ///< told at times, from 0 to 1
+};
+
+/// Adds `bundles` to the archive `path`, which is made where it is missing, with its directory.
+/// Bundles of the same module, platform and processors take the place of those that are there
+/// (archive_plan.h). Other processes that add to the same archive wait. The new archive takes the
+/// old one's place in one step; where this fails the old one stays. Contents go through in pieces.
+Result<PackedArchive> WriteArchive(const std::string& path, std::vector<Bundle> bundles,
+                                   const WriteOptions& options);
 
 }  // namespace tarvo::toolkit

@@ -11,7 +11,7 @@ namespace tarvo::toolkit {
 /// time of `tarvo --version`. No other subcommand pays for them. Nothing but this table reaches the
 /// functions: who calls them directly is refused by the linker.
 struct PackLibrary {
-  decltype(&FindBundle) findBundle;
+  decltype(&FindBundles) findBundles;
   decltype(&ArchivePath) archivePath;
   decltype(&WriteArchive) writeArchive;
   decltype(&FindDebugFile) findDebugFile;

@@ -3,75 +3,100 @@
 #include <filesystem>
 
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/bundle.h"
+#include "toolkit/pack/debug_file_search.h"
 
 namespace tarvo::toolkit {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Candidate {
-  fs::path path;
-  bool isByLink;
-};
-
-std::vector<Candidate> Candidates(const std::string& path, const ElfFacts& facts,
-                                  const std::vector<std::string>& debugDirectories) {
-  std::vector<Candidate> candidates;
-  if (facts.buildId.size() > 2)
-    for (const fs::path directory : debugDirectories)
-      candidates.push_back({directory / ".build-id" / facts.buildId.substr(0, 2) /
-                                (facts.buildId.substr(2) + ".debug"),
-                            false});
-  // A name that leads elsewhere is no name of a file.
-  if (!facts.debugLink || facts.debugLink->fileName.find('/') != std::string::npos)
-    return candidates;
-  std::error_code error;
-  const fs::path own = fs::canonical(path, error).parent_path();
-  const std::string& name = facts.debugLink->fileName;
-  candidates.push_back({own / name, true});
-  candidates.push_back({own / ".debug" / name, true});
-  for (const fs::path directory : debugDirectories)
-    candidates.push_back({directory / own.relative_path() / name, true});
-  return candidates;
-}
+/// What a candidate must have of the file itself.
+enum class Proof { BuildId, Checksum };
 
 /// Why `candidate` is not the debug file, with its facts in `found`; empty when it is.
-std::string Objection(const Candidate& candidate, const ElfFacts& facts, ElfFacts& found) {
-  const auto read = ReadElfFacts(candidate.path.native());
+std::string Objection(const std::string& candidate, Proof proof, const ElfFacts& facts,
+                      ElfFacts& found) {
+  const auto read = ReadElfFacts(candidate);
   if (!read) return "cannot be read: " + read.GetError().Text().ToStdString();
   found = *read;
   if (!facts.buildId.empty() && !found.buildId.empty() && facts.buildId != found.buildId)
     return "has another build id";
-  if (candidate.isByLink) {
-    const auto checksum = FileChecksum(candidate.path.native());
+  const bool isById = !facts.buildId.empty() && facts.buildId == found.buildId;
+  if (proof == Proof::BuildId && !isById) return "has no build id";
+  if (proof == Proof::Checksum) {
+    const auto checksum = FileChecksum(candidate);
     if (!checksum) return "cannot be read: " + checksum.GetError().Text().ToStdString();
     if (*checksum != facts.debugLink->checksum) return "has another checksum";
   }
   return found.hasDebugInformation ? "" : "has no debug information";
 }
 
+class Finder {
+ public:
+  Finder(const std::string& path, const ElfFacts& facts, const DebugPlaces& places)
+      : path_(path), facts_(facts), places_(places), search_(places) {}
+
+  SeparateDebugFile Find() {
+    std::error_code error;
+    const fs::path own = fs::canonical(path_, error);
+    bool isFound = Choose(search_.Find({}, {}, facts_.buildId), Proof::BuildId);
+    // A name that leads elsewhere is no name of a file.
+    const bool hasLink =
+        facts_.debugLink && facts_.debugLink->fileName.find('/') == std::string::npos;
+    if (!isFound && hasLink)
+      isFound = Choose(search_.Find(LinkPaths(own.parent_path()), facts_.debugLink->fileName, {}),
+                       Proof::Checksum);
+    if (!isFound && !facts_.buildId.empty())
+      isFound =
+          Choose(search_.Find({own.native() + ".debug"}, own.filename().native() + ".debug", {}),
+                 Proof::BuildId);
+    if (!isFound) result_.refused += search_.Tried();
+    return result_;
+  }
+
+ private:
+  [[nodiscard]] std::vector<std::string> LinkPaths(const fs::path& own) const {
+    const std::string& name = facts_.debugLink->fileName;
+    std::vector<std::string> paths = {own / name, own / ".debug" / name};
+    for (const fs::path directory : places_.directories)
+      paths.push_back(directory / own.relative_path() / name);
+    return paths;
+  }
+
+  bool Choose(const std::vector<std::string>& candidates, Proof proof) {
+    std::error_code error;
+    for (const std::string& candidate : candidates) {
+      if (fs::equivalent(candidate, path_, error)) continue;
+      ElfFacts found;
+      const std::string objection = Objection(candidate, proof, facts_, found);
+      if (objection.empty()) {
+        result_ = {candidate, found.holdsCode, {}};
+        return true;
+      }
+      result_.refused += ", but \"" + SafeText(candidate) + "\" " + objection;
+    }
+    return false;
+  }
+
+  const std::string& path_;
+  const ElfFacts& facts_;
+  const DebugPlaces& places_;
+  DebugFileSearch search_;
+  SeparateDebugFile result_;
+};
+
 }  // namespace
 
 SeparateDebugFile FindSeparateDebugFile(const std::string& path, const ElfFacts& facts,
-                                        const std::vector<std::string>& debugDirectories) {
-  SeparateDebugFile result;
-  std::error_code error;
-  for (const Candidate& candidate : Candidates(path, facts, debugDirectories)) {
-    if (!fs::exists(candidate.path, error) || fs::equivalent(candidate.path, path, error)) continue;
-    ElfFacts found;
-    const std::string objection = Objection(candidate, facts, found);
-    if (objection.empty()) return {candidate.path.native(), found.holdsCode, {}};
-    result.refused += ", but \"" + SafeText(candidate.path.native()) + "\" " + objection;
-  }
-  return result;
+                                        const DebugPlaces& places) {
+  return Finder(path, facts, places).Find();
 }
 
 Result<std::string> FindDebugFile(const std::string& path,
                                   const std::vector<std::string>& debugDirectories) {
   const Result<ElfFacts> facts = ReadElfFacts(path);
   if (!facts) return facts.GetError();
-  return FindSeparateDebugFile(path, *facts, debugDirectories).path;
+  return FindSeparateDebugFile(path, *facts, {.directories = debugDirectories, .given = {}}).path;
 }
 
 }  // namespace tarvo::toolkit

@@ -34,36 +34,6 @@ std::string_view SectionNamed(const ObjectFile& object, std::string_view wanted)
   return {};
 }
 
-/// What a file says of its supplementary one.
-struct SupplementaryLink {
-  fs::path path;
-  std::string id;  ///< in hexadecimal
-};
-
-std::optional<SupplementaryLink> LinkIn(const ObjectFile& object) {
-  std::string_view bytes = SectionNamed(object, ".gnu_debugaltlink");
-  std::size_t size = 0;
-  ByteCursor cursor(bytes, 0);
-  std::string_view path;
-  if (!bytes.empty()) {
-    path = cursor.ReadText();
-    size = bytes.size() - cursor.Offset();
-  } else {
-    // Version, whether this is the supplementary file itself, its name, a checksum.
-    bytes = SectionNamed(object, ".debug_sup");
-    cursor = ByteCursor(bytes, 0);
-    const bool isLink = cursor.Read(2) == 5 && cursor.Read(1) == 0;
-    path = cursor.ReadText();
-    size = cursor.ReadLeb();
-    if (!isLink) return std::nullopt;
-  }
-  if (cursor.HasFailed() || path.empty() || size == 0) return std::nullopt;
-  const std::uint64_t offset = cursor.Offset();
-  cursor.Skip(size);
-  if (cursor.HasFailed()) return std::nullopt;
-  return SupplementaryLink{path, llvm::toHex(bytes.substr(offset, size), /*LowerCase=*/true)};
-}
-
 /// The build id in its section: a supplementary file is no image, and has no segments to find it
 /// by.
 std::string_view BuildIdIn(const ObjectFile& object) {
@@ -114,11 +84,6 @@ std::vector<llvm::DWARFUnit*> ListOf(Units&& units) {
   return list;
 }
 
-std::string AttributeText(llvm::DWARFUnit& unit,
-                          std::initializer_list<llvm::dwarf::Attribute> names) {
-  return llvm::dwarf::toString(unit.getUnitDIE().find(names), "");
-}
-
 std::shared_ptr<CompanionFile> OpenSplit(const fs::path& path) {
   std::shared_ptr<CompanionFile> file = Open(path, DebugSections::Kind::Split, 1);
   if (file == nullptr) return nullptr;
@@ -149,8 +114,37 @@ std::optional<SplitUnits::Found> FindIn(const std::shared_ptr<CompanionFile>& fi
 
 }  // namespace
 
+std::string AttributeText(llvm::DWARFUnit& unit,
+                          std::initializer_list<llvm::dwarf::Attribute> names) {
+  return llvm::dwarf::toString(unit.getUnitDIE().find(names), "");
+}
+
+std::optional<SupplementaryLink> SupplementaryLinkIn(const ObjectFile& object) {
+  std::string_view bytes = SectionNamed(object, ".gnu_debugaltlink");
+  std::size_t size = 0;
+  ByteCursor cursor(bytes, 0);
+  std::string_view path;
+  if (!bytes.empty()) {
+    path = cursor.ReadText();
+    size = bytes.size() - cursor.Offset();
+  } else {
+    // Version, whether this is the supplementary file itself, its name, a checksum.
+    bytes = SectionNamed(object, ".debug_sup");
+    cursor = ByteCursor(bytes, 0);
+    const bool isLink = cursor.Read(2) == 5 && cursor.Read(1) == 0;
+    path = cursor.ReadText();
+    size = cursor.ReadLeb();
+    if (!isLink) return std::nullopt;
+  }
+  if (cursor.HasFailed() || path.empty() || size == 0) return std::nullopt;
+  const std::uint64_t offset = cursor.Offset();
+  cursor.Skip(size);
+  if (cursor.HasFailed()) return std::nullopt;
+  return SupplementaryLink{path, llvm::toHex(bytes.substr(offset, size), /*LowerCase=*/true)};
+}
+
 std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file, unsigned threads) {
-  const auto link = LinkIn(*file.Inside().object);
+  const auto link = SupplementaryLinkIn(*file.Inside().object);
   constexpr std::size_t kShortestId = 4;
   if (!link || link->id.size() < kShortestId) return nullptr;
   const fs::path directory = fs::path(file.Facts().path).parent_path();
@@ -188,7 +182,8 @@ std::optional<SplitUnits::Found> SplitUnits::Find(llvm::DWARFUnit& skeleton) {
     if (auto found = FindIn(Package(), skeleton, *id)) return found;
   }
   const fs::path compiled = fs::path(AttributeText(skeleton, {DW_AT_comp_dir})) / name;
-  for (const fs::path& place : {compiled, fs::path(path_).parent_path() / name.filename()})
+  const fs::path directory = fs::path(path_).parent_path();
+  for (const fs::path& place : {compiled, directory / name, directory / name.filename()})
     if (auto found = FindIn(OpenSplit(place), skeleton, *id)) return found;
   return std::nullopt;
 }

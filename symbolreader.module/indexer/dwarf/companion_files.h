@@ -5,6 +5,8 @@
 #include <llvm/Support/MemoryBuffer.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -30,12 +32,25 @@ struct CompanionFile {
   std::unique_ptr<UnitDirectory> units;
 };
 
+/// What a file says of its supplementary one.
+struct SupplementaryLink {
+  std::filesystem::path path;
+  std::string id;  ///< in hexadecimal
+};
+/// Nothing where the file names none.
+[[nodiscard]] std::optional<SupplementaryLink> SupplementaryLinkIn(
+    const llvm::object::ObjectFile& object);
+
 /// The file with what several debug files share (dwz: .gnu_debugaltlink; DWARF 5: .debug_sup), its
 /// first entries extracted. Looked for under the path that the file gives, from its own directory
 /// where it is relative, then below /usr/lib/debug by build id. Null where the file names none, or
 /// it is not there.
 [[nodiscard]] std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file,
                                                                unsigned threads);
+
+/// The first of these attributes that the unit's first entry, which is extracted, has as a text.
+[[nodiscard]] std::string AttributeText(llvm::DWARFUnit& unit,
+                                        std::initializer_list<llvm::dwarf::Attribute> names);
 
 /// The parts of split debug information: of each unit the .dwo file, or all in one .dwp. Any thread
 /// may ask.

@@ -18,6 +18,8 @@
 ///       application.app.dsym                         the program's bundle
 ///       libscene.so.1.dsym                           a library's, named as crash reports name it
 ///       Scripting.dsym/Contents/Resources/DWARF/…    a bundle is a file or a directory
+///       windows-x86_64/scene.exe.dsym                what has no name that the look-up asks for
+///       tarvo-symbols.json                           which bundle is what; need not be there
 namespace tarvo::symbol_archive {
 
 /// What follows the build in the name of its archive.
@@ -30,6 +32,9 @@ inline constexpr std::string_view kBuildsDirectory = "builds";
 inline constexpr std::string_view kBundleSuffix = ".dsym";
 /// The same as Apple's tools spell it; looked for last.
 inline constexpr std::string_view kAppleBundleSuffix = ".dSYM";
+
+/// The entry that tells of each bundle what it is for, in archives of `tarvo pack`.
+inline constexpr std::string_view kManifestName = "tarvo-symbols.json";
 
 /// The module names under which the bundles of executables stand, whatever the executable's own
 /// name is; only one of the name kKernelName has a bundle of its own.
