@@ -10,4 +10,4 @@ loaded() { ldd "$1" | awk '{sub(".*/", "", $1); print $1}' | LC_ALL=C sort | tr 
 
 expected="ld-linux-x86-64.so.2 libc.so.6 libgcc_s.so.1 libm.so.6 libstdc++.so.6 libtarvo.so.1 linux-vdso.so.1 "
 [[ $(loaded "$program") == "$expected" ]] || fail "$program loads $(loaded "$program")"
-[[ $(loaded "$pack") == *libarchive.so.* ]] || fail "$pack loads $(loaded "$pack"), no libarchive"
+[[ $(loaded "$pack") == *libzip.so.* ]] || fail "$pack loads $(loaded "$pack"), no libzip"

@@ -102,8 +102,8 @@ class FactsReader {
     return llvm::Error::success();
   }
 
-  /// LLVM looks in segments, which supplementary files have none of. Three numbers (the sizes of name
-  /// and id, the type), then "GNU" with its zero, then the id.
+  /// LLVM looks in segments, which supplementary files have none of. Three numbers (the sizes of
+  /// name and id, the type), then "GNU" with its zero, then the id.
   llvm::Error ReadBuildId(const Section& section) {
     constexpr std::size_t kStart = 16;
     auto bytes = file_.getSectionContents(section);

@@ -27,16 +27,16 @@ constexpr const char* kReader = "tarvo-symbol-indexer";
 constexpr const char* kMegabytes = "4096";
 constexpr std::size_t kMaximumDescriptionBytes = std::size_t{64} << 20;
 
-/// The program stands with the modules: beside the folder of the program, or below that of the
-/// library which holds this function.
+/// The program stands with the modules: beside the folder of the program, or below the one of what
+/// is loaded by it alone, where the library that holds this function may be.
 std::string ReaderProgram() {
   std::error_code error;
   Dl_info own{};
   std::vector<fs::path> folders = {fs::read_symlink("/proc/self/exe", error).parent_path() / ".."};
   if (dladdr(reinterpret_cast<const void*>(&DescribeFile), &own) != 0) {
     const fs::path folder = fs::path(own.dli_fname).parent_path();
+    folders.push_back(folder);
     folders.push_back(folder / "tarvo");
-    folders.push_back(folder / "..");
   }
   for (const fs::path& folder : folders)
     if (const fs::path program = folder / "modules" / kReader; fs::exists(program, error))
