@@ -5,11 +5,15 @@
 #include <string_view>
 
 #include "toolkit/triage/grouping/frame_rules.h"
+#include "toolkit/triage/grouping/stack_keys.h"
 
 namespace tarvo::toolkit {
 namespace {
 
 enum class Glue : bool { LeftOut, Taken };
+
+/// Code that belongs to no module, as after a call through a wild pointer: its caller tells more.
+bool IsNowhere(const StackEntry& entry) { return entry.key == kUnknownPlace; }
 
 /// Behind the last entry that raises.
 std::size_t BehindRaising(const CrashStack& stack) {
@@ -25,7 +29,8 @@ std::vector<std::size_t> Walk(const CrashStack& stack, std::size_t start, Glue g
     if (IsBelowProgram(entry)) break;
     const bool isSeen =
         std::ranges::any_of(chosen, [&](std::size_t seen) { return stack[seen].key == entry.key; });
-    const bool isLeftOut = IsOfCrashHandler(entry) || (glue == Glue::LeftOut && IsGlue(entry));
+    const bool isLeftOut =
+        IsOfCrashHandler(entry) || (glue == Glue::LeftOut && (IsGlue(entry) || IsNowhere(entry)));
     if (!isSeen && !isLeftOut) chosen.push_back(i);
     if (IsProgramStart(entry)) break;
   }

@@ -10,7 +10,7 @@ namespace tarvo::toolkit {
 namespace {
 
 std::string PlaceKey(const StackEntry& entry) {
-  if (!entry.moduleOffset || entry.module.empty()) return "?";
+  if (!entry.moduleOffset || entry.module.empty()) return std::string(kUnknownPlace);
   char digits[16];
   const auto [end, status] = std::to_chars(digits, digits + sizeof digits, *entry.moduleOffset, 16);
   std::string key = entry.module + "+0x" + std::string(digits, end);

@@ -107,6 +107,9 @@ void CrashStore::AddVariant(const DraftVariant& variant) {
   database_.Prepare("INSERT OR IGNORE INTO groups VALUES (?, ?, ?)")
       .With(variant.group, variant.signature, variant.crashClass)
       .Run();
+  database_.Prepare("UPDATE variants SET group_id = ?2 WHERE id = ?1 AND group_id <> ?2")
+      .With(variant.id, variant.group)
+      .Run();
   // Names that have come since replace the stack.
   SqliteStatement added = database_.Prepare(
       "INSERT INTO variants VALUES (?1, ?2, ?3, ?4) ON CONFLICT (id) DO UPDATE SET "
