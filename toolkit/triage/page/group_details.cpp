@@ -151,6 +151,13 @@ const PageFrame* CrashingFrame(const PageGroup& group) {
   return at == group.stack.end() ? group.stack.data() : &*at;
 }
 
+/// Whether a frame near the crash has no name: those that start threads matter to nobody.
+bool LacksNearSymbols(const PageGroup& group) {
+  constexpr std::size_t kNear = 5;
+  return std::ranges::any_of(group.stack | std::views::take(kNear),
+                             [](const PageFrame& frame) { return frame.function.empty(); });
+}
+
 /// What the line says that opens the details: where, and what there is to see.
 Html Summary(const PageGroup& group) {
   Html summary;
@@ -163,7 +170,7 @@ Html Summary(const PageGroup& group) {
   if (group.variants.size() > 1)
     summary.Add("<span>@</span> ", Counted(group.variants.size(), "variant", "variants"));
   if (!group.similar.empty()) summary.Add("<span>@ similar</span> ", Grouped(group.similar.size()));
-  if (!group.missingSymbols.empty()) summary.Add("<span>symbols missing</span> ");
+  if (LacksNearSymbols(group)) summary.Add("<span>symbols missing</span> ");
   if (summary.Size() == 0) summary.Add("<span>Details</span>");
   return summary;
 }
