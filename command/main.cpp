@@ -73,6 +73,7 @@ int WithOutput(int status) {
 int Main(int argc, char** argv) {
   Context context;
   context.host.arguments = TakeConfigurationArguments(argc, argv);
+  context.host.strict = true;
   Program program("tarvo",
                   "Captures crashes and resolves crash reports to function, file and line.");
   program.SetFooter(kProgramFooter);

@@ -331,4 +331,22 @@ TEST(Reraise, EndsByTheSignalAfterTheReport) {
   }
 }
 
+// The writer, the guard's line, the one callback and the chain behind the report, in this order; a
+// callback that faults is passed over, and the end by the signal comes last.
+TEST(Callbacks, StandBesideEachOther) {
+  const TemporaryDirectory scratch;
+  ProgramOptions options;
+  options.directory = scratch.Path();
+  const ProgramResult result =
+      RunProgram({BuildDirectory() + "/tests/guard_subject", "all-callbacks"}, options);
+  EXPECT_EQ(result.signal, SIGSEGV) << result.Describe();
+  const std::string process = result.output.substr(0, result.output.find('\n'));
+  const std::string report = scratch / (process + "_bugreport.txt");
+  EXPECT_EQ(result.errors, "before\ntarvo: Process " + process +
+                               " (guard_subject) crashed with SIGSEGV; its report is " + report +
+                               "\nsecondary\nfirst " + report + " TARVO_Crash_Report\nsecond " +
+                               report + " TARVO_Crash_Report\n");
+  EXPECT_NO_THROW((void)ReadReport(ReadFile(report)));
+}
+
 }  // namespace

@@ -6,6 +6,8 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -91,6 +93,45 @@ TEST(CrashCallbacks, SecondaryRunsAfterTheReport) {
   EXPECT_EQ(RunSubject({"secondary-callback"}).program.errors, "after the report\n");
 }
 
+// What a program has attached stands in the report whole, in the document without its marks.
+TEST(Attachments, StandBehindTheException) {
+  const TemporaryDirectory scratch;
+  ProgramOptions options;
+  options.directory = scratch.Path();
+  std::string log;
+  for (int i = 0; i < 20'000; ++i) log += "line " + std::to_string(i) + '\n';
+  std::ofstream(scratch / "app.log") << log << "unended";
+  std::ofstream(scratch / "long.log") << std::string(70'000, 'x');
+  const ProgramResult result =
+      RunProgram({BuildDirectory() + "/tests/crash_subject", "attachments"}, options);
+  ASSERT_EQ(result.exitStatus, 1) << result.Describe();
+  std::vector<std::string> expected = {"[gone.log]",
+                                       "(cannot be read: No such file or directory)",
+                                       "[/]",
+                                       "(cannot be read: it is no regular file)",
+                                       "[Settings]",
+                                       "a = 1",
+                                       "}",
+                                       "?[31m red?",
+                                       "",
+                                       "  b",
+                                       "[app.log, its last lines]"};
+  for (int i = 19'801; i < 20'000; ++i) expected.push_back("line " + std::to_string(i));
+  expected.insert(expected.end(),
+                  {"unended", "[long.log, its last lines]", std::string(2048, 'x') + "..."});
+  const Report report = ReadReport(ReadFile(scratch / "c_bugreport.txt"));
+  EXPECT_EQ(report.log, expected);
+  const auto handler = std::ranges::find(report.modules, "crashhandler.so", &ReportModule::name);
+  ASSERT_NE(handler, report.modules.end());
+  EXPECT_EQ(handler->build, "c-7");
+  const std::string tarvo = BuildDirectory() + "/bin/tarvo";
+  RunProgram({tarvo, "resolve", "--quiet", "c_bugreport.txt", "--cache", "cache"}, options);
+  const std::string shown =
+      RunProgram({tarvo, "show", "--all", "c_bugreport.resolved.json"}, options).output;
+  EXPECT_NE(shown.find("a = 1\n  }\n  ?[31m red?\n"), std::string::npos) << shown;
+  EXPECT_EQ(shown.find("| a = 1"), std::string::npos);
+}
+
 TEST(Hangup, GoesToThePreviousHandlerWhileNoCaptureRuns) {
   const SubjectRun run = RunSubject({"hangup-handler"});
   EXPECT_EQ(run.program.exitStatus, 0) << run.program.Describe();
@@ -133,6 +174,46 @@ TEST(ReportDestination, LeavesNoTruncatedFile) {
   EXPECT_EQ(run.text, "");
   EXPECT_EQ(run.program.errors.find("crashhandler.module/source/legacycrashlog:"), 0U);
   EXPECT_NE(run.program.errors.find(" The report could not be written to "), std::string::npos);
+}
+
+// Said at the start, where the program can ask for it too; a fallback folder takes the report, made
+// with its parents, also what the guard's pattern has names for.
+TEST(ReportDestination, HasAFallback) {
+  const TemporaryDirectory scratch;
+  std::ofstream(scratch / "file") << "no folder";
+  const std::string state = scratch / "state";
+  const struct {
+    std::vector<std::string> arguments;
+    std::string place;  ///< the report's, where it is known
+    bool isSaid;
+  } kCases[] = {
+      {{"--g_crashReportUrl=file/a.txt", "--g_crashReportFallback=viewer/crashes"},
+       state + "/viewer/crashes/a.txt",
+       true},
+      {{"--g_crashReportUrl=good.txt", "--g_crashReportFallback=" + state + "/unused"},
+       scratch / "good.txt",
+       false},
+      {{"--g_crashGuard=true", "--g_crashGuardReport=file/%%b.txt",
+        "--g_crashReportFallback=" + state + "/guard"},
+       state + "/guard/%b.txt",
+       true},
+      {{"--g_crashGuard=true", "--g_crashGuardReport=new/%e/c.txt"},
+       scratch / "new/crash_subject/c.txt",
+       false},
+  };
+  for (const auto& [arguments, place, isSaid] : kCases) {
+    std::vector<std::string> command = {BuildDirectory() + "/tests/crash_subject", "null-write"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    ProgramOptions options;
+    options.directory = scratch.Path();
+    options.environment = {"XDG_STATE_HOME=" + state};
+    const ProgramResult result = RunProgram(command, options);
+    EXPECT_EQ(result.exitStatus, 1) << result.Describe();
+    EXPECT_NO_THROW((void)ReadReport(ReadFile(place))) << place << result.Describe();
+    const std::string said = ": Not a directory; it goes to \"" + place + "\".\n";
+    EXPECT_EQ(result.errors.find(said) != std::string::npos, isSaid) << result.errors;
+  }
+  EXPECT_FALSE(std::filesystem::exists(state + "/unused"));
 }
 
 TEST(ReportDestination, StaysWhereTheProgramWasStarted) {

@@ -26,7 +26,9 @@
 
 #include "seccomp_filter.h"
 #include "tarvo/crashhandler.h"
+#include "tarvo/host/attachments.h"
 #include "tarvo/host/host.h"
+#include "tarvo/host/tarvo.h"
 
 namespace {
 
@@ -112,6 +114,31 @@ int SecondaryCallback() {
   Service(*host)->SetSecondaryCallback([](const tarvo::CrashInfo* crash) {
     Print(crash->signal == SIGSEGV && crash->threads.size == 1 ? "after the report\n" : "wrong\n");
   });
+  NullWrite();
+  return 0;
+}
+
+// --- attachments ---------------------------------------------------------------------------------
+
+/// Files of the working directory, and texts; in C and in C++.
+int Attachments() {
+  if (tarvo_attach_file("gone.log") != 0 || tarvo_attach_file("/") != 0 ||
+      tarvo_attach_text("", "refused") != EINVAL)
+    return 5;
+  tarvo_attach_text("Removed", "text");
+  tarvo_attach_text("Settings", "to be replaced");
+  const tarvo_options options = {.size = sizeof(options),
+                                 .arguments = nullptr,
+                                 .modules = nullptr,
+                                 .build = "c-7",
+                                 .report = "c_bugreport.txt",
+                                 .report_fallback = nullptr,
+                                 .crash_guard = 0};
+  char error[100];
+  if (tarvo_start(&options, error, sizeof(error)) != 0) return 6;
+  for (const char* file : {"app.log", "long.log"}) (void)tarvo::AttachFile(file);
+  (void)tarvo::AttachText("Settings", "a = 1\n}\n\x1b[31m\tred\xc2\x9b\n\n  b\r\n");
+  tarvo_remove_attachment("Removed");
   NullWrite();
   return 0;
 }
@@ -355,6 +382,7 @@ const std::map<std::string, int (*)()> kScenarios = {{"null-write", CrashInMain}
                                                      {"unwinder-fault", UnwinderFault},
                                                      {"callback-crashes", CallbackCrashes},
                                                      {"secondary-callback", SecondaryCallback},
+                                                     {"attachments", Attachments},
                                                      {"destructors", Destructors},
                                                      {"destructors-at-exit", DestructorsAtExit},
                                                      {"main-returns", MainReturns},

@@ -16,19 +16,23 @@
 #include <barrier>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "guard_subject.h"
+#include "tarvo/crash_callbacks.h"
 #include "tarvo/crashhandler.h"
 
 namespace {
 
 volatile int g_sink = 0;
+std::vector<std::string> g_configuration;
 
 tarvo::Ref<tarvo::CrashHandler> Service(tarvo::Host& host) {
   return *tarvo::Bind<tarvo::CrashHandler>(host.Services());
@@ -255,6 +259,47 @@ int StuckCapture() {
   return 0;
 }
 
+// --- callbacks -----------------------------------------------------------------------------------
+
+void Print(const char* text) { (void)!write(STDERR_FILENO, text, std::strlen(text)); }
+
+/// Its data, the report's path and the report's beginning.
+void PrintReport(const tarvo::WrittenReport* report, void* data) {
+  char start[19] = {};
+  (void)!read(report->descriptor, start, sizeof(start) - 1);
+  for (const char* text :
+       {static_cast<const char*>(data), report->path, " ", std::as_const(start), "\n"})
+    Print(text);
+}
+
+tarvo::CrashCallback g_writer = nullptr;
+char g_first[] = "first ";
+char g_second[] = "second ";
+char g_removed[] = "removed ";
+
+/// All ways to be called at once: none is in another one's way.
+int AllCallbacks() {
+  auto host = tarvo::Host::Start(
+      {.arguments = g_configuration,
+       .reportCallbacks = {{PrintReport, g_first}},
+       .crashGuard = {.enabled = true, .reraise = true, .report = "%p_bugreport.txt"}});
+  const auto chain = *tarvo::Bind<tarvo::CrashCallbacks>((*host)->Services());
+  g_writer = chain->Writer();
+  Service(**host)->SetCallback([](const tarvo::CrashInfo* crash) {
+    Print("before\n");
+    g_writer(crash);
+  });
+  Service(**host)->SetSecondaryCallback([](const tarvo::CrashInfo*) { Print("secondary\n"); });
+  (void)chain->Append({[](const tarvo::WrittenReport*, void*) { NullWrite(); }, nullptr});
+  (void)chain->Append({PrintReport, g_removed});
+  (void)chain->Append({PrintReport, g_second});
+  chain->Remove({PrintReport, g_removed});
+  std::printf("%d\n", getpid());
+  std::fflush(stdout);
+  NullWrite();
+  return 0;
+}
+
 int CrashInFork() {
   const auto host = StartHost();
   const pid_t child = fork();
@@ -275,9 +320,8 @@ const Scenarios kScenarios = {{"known-registers", KnownRegisters},
                               {"late-callback", LateCallback},
                               {"late-streams-held", LateWithStreamsHeld},
                               {"stuck-capture", StuckCapture},
+                              {"all-callbacks", AllCallbacks},
                               {"forked-overflow", CrashInFork}};
-
-std::vector<std::string> g_configuration;
 
 }  // namespace
 

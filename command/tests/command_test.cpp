@@ -48,9 +48,10 @@ class CommandTest : public testing::Test {
 const std::string kQuiet = "TEST_MODULES_QUIET=1";
 
 TEST_F(CommandTest, ConfigListsEveryEntryWithItsSource) {
-  const auto end = RunWithAlpha({"config", "--config", "settings.toml", "--g_alphaLevel=2"},
-                                {kQuiet, "TARVO_g_alphaLevel=0", "TARVO_g_alphaText=line\n\"end\""},
-                                "# settings\ng_alphaText = \"weaker\"\n\ng_alphaRatio = 3\n");
+  const auto end = RunWithAlpha(
+      {"config", "--config", "settings.toml", "--g_alphaLevel=2", "--g_UnitTests_Id=2209"},
+      {kQuiet, "TARVO_g_alphaLevel=0", "TARVO_g_alphaText=line\n\"end\""},
+      "# settings\ng_alphaText = \"weaker\"\n\ng_alphaRatio = 3\n");
   EXPECT_EQ(end.exitStatus, 0);
   EXPECT_EQ(end.errors, "");
   const std::string expected = R"(tests.alpha
@@ -80,7 +81,7 @@ host
       identifier of this build, written into crash reports
       kind     String
       default  ""
-      value    ""                 (default)
+      value    "2209"             (command line)
 )";
   // More entries of the host follow.
   EXPECT_EQ(end.output.substr(0, expected.size()), expected);

@@ -75,7 +75,8 @@ Texts ResolvedFrames(const fs::path& document) {
 /// What the address sanitizer would handle itself is the crash handler's.
 const Texts kCrashingEnvironment = {
     "ASAN_OPTIONS=handle_segv=0:handle_sigbus=0:handle_sigill=0:handle_sigfpe=0:"
-    "handle_sigtrap=0:handle_abort=0"};
+    "handle_sigtrap=0:handle_abort=0",
+    "TARVO_g_UnitTests_Id=2209-demo"};
 
 /// A sanitizer's allocator and dlopen stand in the way of these.
 #ifdef TARVO_SANITIZED
@@ -128,8 +129,8 @@ TEST_F(ResolveCommandTest, EveryKindOfCrashResolvesToItsLine) {
                          kCrashingEnvironment);
     ASSERT_EQ(end.exitStatus, 1) << kind << end.errors;
   }
-  const auto packed = Tarvo({"pack", "--build", "UNKNOWNBUILDID", "--archives", "archives",
-                             CRASHDEMO_PROGRAM, SCENE_LIBRARY});
+  const auto packed = Tarvo(
+      {"pack", "--build", "2209-demo", "--archives", "archives", CRASHDEMO_PROGRAM, SCENE_LIBRARY});
   ASSERT_EQ(packed.exitStatus, 0) << packed.errors;
   const auto end = Tarvo({"resolve", "reports", "--archives", "archives", "--cache", "cache",
                           "--quiet", "--g_symbolIndexDirectory=" + Text("index")});

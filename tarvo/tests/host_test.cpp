@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "files/program_build_id.h"
 #include "host/module_files.h"
 #include "modules/test_service.h"
 #include "support/files.h"
@@ -128,6 +130,21 @@ TEST_F(HostTest, TheDefaultModulesAreThoseOfTheFirstDirectoryThatHasAny) {
   EXPECT_EQ(
       DefaultModuleFiles({path("none"), path("empty")}).GetError().Message().View(),
       "No module (*.so) was found; looked in " + path("none") + " and " + path("empty") + ".");
+
+  // A program that is not strict takes those that belong to the host alone, and others by name.
+  std::filesystem::create_directory(directory / "own");
+  std::ofstream(directory / "own/plug.so") << "of the program";
+  const auto known = KnownModuleFiles({path("own"), path("full")});
+  ASSERT_TRUE(known);
+  EXPECT_EQ(known->files, std::vector{path("full/crashhandler.so")});
+  EXPECT_EQ(known->passedOver,
+            (std::vector{path("own/plug.so"), path("full/a.so"), path("full/b.so")}));
+  EXPECT_EQ(KnownModuleFiles({path("own")}).GetError().Message().View(),
+            "No module crashhandler.so was found; looked in " + path("own") + ".");
+  EXPECT_EQ(*FindModuleFile("b", {path("own"), path("full")}), path("full/b.so"));
+  EXPECT_EQ(*FindModuleFile("b.so", {path("full")}), "b.so");
+  EXPECT_EQ(FindModuleFile("c", {path("full")}).GetError().Message().View(),
+            "There is no module \"c\"; looked in " + path("full") + ".");
 }
 
 std::string ServiceClass(Framework& framework) {
@@ -215,6 +232,71 @@ TEST_F(HostTest, AQueryFindsTextsThatSomeSourceHasSet) {
     const auto value = configuration.QueryString(name);
     EXPECT_EQ(value ? *value : value.GetError().Message(), expected);
   }
+}
+
+TEST_F(HostTest, TheBuildIsNamedByTheStrongestSource) {
+  const TemporaryDirectory directory;
+  const std::string file = directory / "settings.toml";
+  std::ofstream(file) << "g_UnitTests_Id = \"file\"\n";
+  const struct {
+    HostOptions options;
+    const char* byStarter;
+    std::string value;
+    std::string source;
+  } kCases[] = {
+      {{.modules = ModuleFiles({"alpha"})},
+       nullptr,
+       ProgramBuildId(),
+       "the program's GNU build id"},
+      {{.modules = ModuleFiles({"alpha"}), .build = "own"}, nullptr, "own", "HostOptions::build"},
+      {{.modules = ModuleFiles({"alpha"}), .build = "own"},
+       "starter",
+       "starter",
+       "environment variable TARVO_DEFAULT_g_UnitTests_Id"},
+      {{.modules = ModuleFiles({"alpha"}), .configFile = file, .build = "own"},
+       "starter",
+       "file",
+       file + ":1"},
+  };
+  for (const auto& [options, byStarter, value, source] : kCases) {
+    if (byStarter != nullptr) setenv("TARVO_DEFAULT_g_UnitTests_Id", byStarter, 1);
+    Start(options);
+    unsetenv("TARVO_DEFAULT_g_UnitTests_Id");
+    ASSERT_EQ(error_, "");
+    const auto entries = host_->ConfigurationEntries();
+    const auto build = std::ranges::find(entries, "g_UnitTests_Id", &ConfigurationEntry::name);
+    EXPECT_EQ(build->value + '|' + build->source, value + '|' + source);
+    Stop();
+  }
+  EXPECT_EQ(ProgramBuildId().size(), 40U);
+}
+
+TEST_F(HostTest, WhatTheEnvironmentGetsWrongEndsOnlyAStrictStart) {
+  const std::vector<std::string> faults{
+      "There is no configuration entry \"g_none\" (environment variable TARVO_g_none).",
+      "The configuration entry g_alphaLevel does not accept \"9\" (environment variable "
+      "TARVO_g_alphaLevel): expected a whole number from 0 to 2."};
+  for (const std::size_t fault : {0U, 1U}) {
+    const char* name = fault == 0 ? "TARVO_g_none" : "TARVO_g_alphaLevel";
+    setenv(name, "9", 1);
+    for (const bool strict : {false, true}) {
+      Start({.modules = ModuleFiles({"alpha"}), .strict = strict});
+      EXPECT_EQ(error_, strict ? faults[fault] : "");
+      const auto warnings = host_ ? host_->Warnings() : std::vector<std::string>();
+      EXPECT_EQ(warnings, strict ? std::vector<std::string>() : std::vector{faults[fault]});
+      Stop();
+    }
+    unsetenv(name);
+  }
+}
+
+// As `tarvo exec` puts one into programs.
+TEST_F(HostTest, OneThatYieldsGivesWay) {
+  auto yielding = Host::Start({.modules = ModuleFiles({"alpha"}), .yields = true});
+  ASSERT_TRUE(yielding);
+  Start({.modules = ModuleFiles({"beta"})});
+  EXPECT_EQ(error_, "");
+  EXPECT_TRUE(printed_.starts_with("alpha: free 2\nalpha: free 1\nbeta: register\n")) << printed_;
 }
 
 TEST_F(HostTest, TheProgramsCrashGuardIsTheDefaultOfItsEntries) {

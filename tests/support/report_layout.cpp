@@ -189,6 +189,10 @@ Report ReadReport(std::string_view text) {
   lines.Expect("\t{");
   while (!lines.TakeIf("\t}")) report.modules.push_back(ReadModule(lines));
   report.exception = ReadException(lines);
+  if (lines.TakeIf("\tCritical_Log")) {
+    lines.Expect("\t{");
+    while (!lines.TakeIf("\t}")) report.log.push_back(lines.Match("\t\t\\| (.*)")[1]);
+  }
   lines.Expect("}");
   lines.ExpectEnd();
   return report;

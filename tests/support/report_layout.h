@@ -43,6 +43,7 @@ struct Report {
   std::vector<ReportThread> threads;
   std::vector<ReportModule> modules;
   std::map<std::string, std::string> exception;
+  std::vector<std::string> log;  ///< what is attached, without the marks in front
 
   [[nodiscard]] const ReportThread* Named(std::string_view name) const;
 };

@@ -1,11 +1,15 @@
 #include "legacycrashlog/legacycrashlog.h"
 
 #include <inttypes.h>
+#include <limits.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <string_view>
 
 #include "connection.h"
+#include "crash_context/text_buffer.h"
+#include "legacycrashlog/attachments.h"
 #include "legacycrashlog/report_stream.h"
 #include "legacycrashlog/text_composer.h"
 #include "linux/linux_crashhandler/capture.h"
@@ -196,7 +200,22 @@ void WriteReport(FILE* out, const CrashInfo& crash) {
   CloseBlock(out, 1);
   fflush_unlocked(out);
   WriteException(out, crash);
+  WriteAttachments(out);
   CloseBlock(out, 0);
+}
+
+/// For the callbacks behind the report. The path as the kernel has it: absolute, and true also
+/// where the configured one leads through /proc.
+void NoteReportFile() {
+  static char path[PATH_MAX];
+  static TextBuffer<32> link;
+  g_writtenReport.descriptor = ReopenReportFile(reportPath);
+  if (g_writtenReport.descriptor < 0) return;
+  link.Append("/proc/self/fd/");
+  link.AppendDecimal(g_writtenReport.descriptor);
+  const ssize_t size = readlink(link.Text(), path, sizeof(path) - 1);
+  path[size < 0 ? 0 : size] = '\0';
+  g_writtenReport.path = size < 0 ? reportPath : path;
 }
 
 }  // namespace
@@ -223,6 +242,8 @@ void WriteCrashReport(const CrashInfo* crash) {
              reportPath);
     WriteReport(OpenStandardError(), *crash);
     FinishReport();
+  } else if (isFile) {
+    NoteReportFile();
   }
   FlushStandardStreams();
 }

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <stdio_ext.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string_view>
@@ -95,6 +96,19 @@ std::FILE* OpenReportFile(const char* path) {
   const int file =
       openat(place.folder, place.name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0666);
   return file < 0 ? nullptr : Use(file);
+}
+
+int ReopenReportFile(const char* path) {
+  const Place place = PlaceOf(path);
+  for (const int access : {O_RDWR, O_RDONLY}) {
+    // A pipe in its place must not hold up the end.
+    const int file = openat(place.folder, place.name, access | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (file < 0) continue;
+    struct stat status{};
+    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) return file;
+    close(file);
+  }
+  return -1;
 }
 
 void RemoveReportFile(const char* path) {

@@ -21,6 +21,10 @@ void HoldReportFolder(const char* path);
 /// when it cannot be opened. Crashed process.
 std::FILE* OpenReportFile(const char* path);
 
+/// Opens the finished report at `path` again, for reading and, where that can be, for writing; -1
+/// when it is no regular file or cannot be opened. Crashed process.
+int ReopenReportFile(const char* path);
+
 /// Removes the file that could not be written whole, or empties it where it has no name of its own.
 /// Crashed process.
 void RemoveReportFile(const char* path);

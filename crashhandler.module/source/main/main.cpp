@@ -61,6 +61,7 @@ void InstallCapture() {
   g_moduleState.captureInstalled = PrepareReportStream() && InstallCrashHandler() != 0;
   if (g_moduleState.captureInstalled) {
     SetCrashReportCallback(WriteCrashReport);
+    g_tarvo.framework->Crash().offerWriter(WriteCrashReport);
     // Of an earlier host of this process.
     SetAfterReportCallback(nullptr);
   } else {
@@ -107,7 +108,10 @@ void FreeModule() {
     g_moduleState.crashDataDirectory->Deactivate();
     g_moduleState.crashDataDirectory = nullptr;
   }
-  if (g_moduleState.captureInstalled) RestoreSignalHandlers();
+  if (g_moduleState.captureInstalled) {
+    g_tarvo.framework->Crash().offerWriter(nullptr);
+    RestoreSignalHandlers();
+  }
   g_moduleState.captureInstalled = false;
 }
 

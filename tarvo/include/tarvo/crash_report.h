@@ -76,9 +76,13 @@
 ///
 /// Exception: the signal, its address and the thread as pthread_self gives it.
 ///
+/// Critical_Log, behind the exception and only where the program has attached something
+/// (tarvo/host/attachments.h): for each attachment a line "| [NAME]" and its lines, each behind
+/// `kAttachedLine`.
+///
 /// Reports of other origins may have the sections ApplicationInfo, ComputerInfo, Opened Scenes and
-/// Critical_Log too. A reader takes the sections in any order, a missing "}" at the end, and keys
-/// that it does not know.
+/// a Critical_Log of plain lines too. A reader takes the sections in any order, a missing "}" at
+/// the end, and keys that it does not know.
 ///
 /// A report is read into a crash log, a tree (tarvo/data_dictionary.h) that is written as JSON once
 /// its frames are resolved:
@@ -203,6 +207,10 @@ inline constexpr std::string_view kFloatingPointCounter = "fpu_rip";
 /// hexadecimal digits, so ".prog" is "Spelled__2eprog". A text that begins so itself is spelled
 /// too.
 inline constexpr std::string_view kSpelled = "Spelled_";
+
+/// In front of each line of Critical_Log in an own report, so that none is taken for the block's
+/// end. A reader takes it off; the blank at its end may be missing where nothing follows.
+inline constexpr std::string_view kAttachedLine = "| ";
 
 /// The register whose value is the Thread of the exception: on x86-64 pthread_self() is fs_base
 /// (glibc 2.36, sysdeps/x86_64/nptl/tls.h, THREAD_SELF).

@@ -44,8 +44,10 @@ struct RegisterValue {
 
 /// One entry of a call stack.
 struct StackFrame {
-  std::uint64_t pc = 0;              ///< not filled by the Linux capture
-  std::uint64_t sp = 0;              ///< the frame's code address
+  std::uint64_t pc = 0;  ///< not filled by the Linux capture
+  /// The frame's code address, and not a stack pointer: readers of reports have always found it in
+  /// the place that the layout calls SP, with PC empty (crash_report.h), so records keep it there.
+  std::uint64_t sp = 0;
   const char* symbolName = nullptr;  ///< not filled by the Linux capture
   std::uint64_t symbolOffset = 0;    ///< not filled by the Linux capture
   const char* moduleText = nullptr;  ///< module, function, offset and address as one text
@@ -96,11 +98,13 @@ class CrashHandler : public Object {
  public:
   static constexpr std::string_view kInterfaceId = "net.tarvo.interface.crashhandler";
 
-  /// Replaces the function that is called at a crash (at first the module's own report writer).
-  /// False, and nothing is stored, when no crash capture is installed.
+  /// Replaces the function that is called at a crash (at first the module's own report writer; a
+  /// replacement that is to call it finds it as CrashCallbacks::Writer). False, and nothing is
+  /// stored, when no crash capture is installed.
   virtual bool SetCallback(CrashCallback callback) = 0;
 
-  /// Sets the function that is called after the first one. False as above.
+  /// Sets the one function that is called after the first one. False as above. Callbacks that stand
+  /// beside those of others: tarvo/crash_callbacks.h.
   virtual bool SetSecondaryCallback(CrashCallback callback) = 0;
 
   /// Tells the observers of ObservableCrashDataDirectory, in this thread, where crash data belongs.

@@ -145,6 +145,17 @@ struct ThreadVariableList {
   std::size_t size = 0;
 };
 
+/// What a program has attached to its reports (tarvo/host/attachments.h). Zero-terminated texts.
+struct Attachment {
+  const char* name = nullptr;  ///< one line
+  const char* file = nullptr;  ///< of which the last lines are meant; null: `text` is
+  const char* text = nullptr;  ///< any bytes but zero
+  std::size_t size = 0;        ///< of `text`, in bytes
+};
+
+struct CrashInfo;      // tarvo/crashhandler.h
+struct WrittenReport;  // tarvo/crash_callbacks.h
+
 /// Plain functions that may be called at any moment: in a signal handler, with any lock held, with
 /// the heap in ruins, in a forked child. They do not allocate, block or throw.
 struct CrashServices {
@@ -158,6 +169,20 @@ struct CrashServices {
   /// Says that the calling thread captures the crash of the process from now on: no other thread
   /// ends the process any more by exit or its like.
   void (*captureBegins)() = nullptr;
+  /// Says that the report is written, or given up.
+  void (*reportWritten)(const CrashInfo* crash) = nullptr;
+  /// Calls the next of the program's callbacks behind the report; false when there is none left.
+  bool (*runNextCallback)(const WrittenReport* report) = nullptr;
+  /// Says that the capture has done all that it had to; may end the process.
+  void (*captureEnds)(const CrashInfo* crash) = nullptr;
+  /// The attachment in place `index`, from 0; null in a place that is free. Valid until the process
+  /// ends when a capture has begun.
+  const Attachment* (*attachment)(std::size_t index) = nullptr;
+  /// How many places for attachments there are.
+  std::size_t attachmentPlaces = 0;
+  /// Before a crash: says which function writes reports; null when no capture is installed any
+  /// more.
+  void (*offerWriter)(void (*writer)(const CrashInfo*)) = nullptr;
 };
 
 // --- The framework -------------------------------------------------------------------------------
@@ -184,7 +209,9 @@ class Framework {
   /// Whether the process runs under a debugger: it is traced, or a parent process is a known
   /// debugger. Found out once, at the start.
   [[nodiscard]] virtual bool IsUnderDebugger() = 0;
-  /// The directory of the program, absolute, as it was when the host was loaded.
+  /// The directory of the program, absolute, as it was when the host was loaded: where its parts
+  /// are. Of a program in "bin", beside which there is a "lib", the folder above, unless that is
+  /// the system's ("/", "/usr", "/usr/local").
   [[nodiscard]] virtual String ProgramDirectory() = 0;
   /// The directory of the loaded modules, absolute, as it was when they were loaded.
   [[nodiscard]] virtual String ModuleDirectory() = 0;

@@ -1,5 +1,9 @@
 #pragma once
 
+#if __cplusplus < 202002L
+#error "The headers of tarvo need C++20; tarvo/host/tarvo.h is for C and older C++."
+#endif
+
 #include <algorithm>
 #include <atomic>
 #include <compare>

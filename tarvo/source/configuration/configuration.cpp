@@ -1,6 +1,7 @@
 #include "configuration/configuration.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "tarvo/format.h"
 
@@ -44,23 +45,34 @@ Result<void> Configuration::Declare(const std::string& owner, const Configuratio
 }
 
 Result<void> Configuration::Assign(const std::vector<Assignment>& assignments) {
-  for (const Assignment& assignment : assignments) {
-    Entry* entry = Find(assignment.name);
-    if (entry == nullptr) {
-      return Error::IllegalArgument(
-          kConfiguration.Here(),
-          Format("There is no configuration entry \"@\" (@).", assignment.name, assignment.source));
-    }
-    auto value = Read(entry->record, assignment);
-    if (!value) {
-      return Error::IllegalArgument(
-          kConfiguration.Here(),
-          Format("The configuration entry @ does not accept @ (@): expected @.", assignment.name,
-                 FoundText(assignment), assignment.source, AcceptedText(entry->record)));
-    }
-    entry->value = *std::move(value);
-    entry->source = assignment.source;
+  for (const Assignment& assignment : assignments)
+    if (auto assigned = Assign(assignment); !assigned) return assigned;
+  return {};
+}
+
+std::vector<Error> Configuration::AssignUsable(const std::vector<Assignment>& assignments) {
+  std::vector<Error> errors;
+  for (const Assignment& assignment : assignments)
+    if (const auto assigned = Assign(assignment); !assigned) errors.push_back(assigned.GetError());
+  return errors;
+}
+
+Result<void> Configuration::Assign(const Assignment& assignment) {
+  Entry* entry = Find(assignment.name);
+  if (entry == nullptr) {
+    return Error::IllegalArgument(
+        kConfiguration.Here(),
+        Format("There is no configuration entry \"@\" (@).", assignment.name, assignment.source));
   }
+  auto value = Read(entry->record, assignment);
+  if (!value) {
+    return Error::IllegalArgument(
+        kConfiguration.Here(),
+        Format("The configuration entry @ does not accept @ (@): expected @.", assignment.name,
+               FoundText(assignment), assignment.source, AcceptedText(entry->record)));
+  }
+  entry->value = *std::move(value);
+  entry->source = assignment.source;
   return {};
 }
 
@@ -69,9 +81,8 @@ void Configuration::Apply() {
 }
 
 Result<String> Configuration::QueryString(std::string_view name) const {
-  const auto at = std::ranges::find(
-      entries_, name, [](const Entry& entry) { return std::string_view(entry.record.name); });
-  if (at == entries_.end() || at->record.kind != ConfigurationKind::String) {
+  const Entry* at = Find(name);
+  if (at == nullptr || at->record.kind != ConfigurationKind::String) {
     return Error::IllegalArgument(kConfiguration.Here(),
                                   Format("There is no String configuration entry \"@\".", name));
   }
@@ -97,10 +108,19 @@ std::vector<ConfigurationEntry> Configuration::List() const {
   return list;
 }
 
-Configuration::Entry* Configuration::Find(std::string_view name) {
+std::string_view Configuration::SourceOf(std::string_view name) const {
+  const Entry* entry = Find(name);
+  return entry == nullptr ? std::string_view() : entry->source;
+}
+
+const Configuration::Entry* Configuration::Find(std::string_view name) const {
   const auto at = std::ranges::find(
       entries_, name, [](const Entry& entry) { return std::string_view(entry.record.name); });
   return at == entries_.end() ? nullptr : &*at;
+}
+
+Configuration::Entry* Configuration::Find(std::string_view name) {
+  return const_cast<Entry*>(std::as_const(*this).Find(name));
 }
 
 }  // namespace tarvo

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "configuration/configuration_source.h"
@@ -23,10 +24,17 @@ class Configuration final : public ConfigurationService {
   /// entry, source and what is accepted when an entry is unknown or does not accept its value.
   Result<void> Assign(const std::vector<Assignment>& assignments);
 
+  /// The same for a source that must not end the start: takes what can be taken, and returns the
+  /// errors of the others.
+  std::vector<Error> AssignUsable(const std::vector<Assignment>& assignments);
+
   /// Gives every variable its value.
   void Apply();
 
   Result<String> QueryString(std::string_view name) const override;
+
+  /// The source of an entry's value; empty while the default holds, and without such an entry.
+  [[nodiscard]] std::string_view SourceOf(std::string_view name) const;
 
   [[nodiscard]] std::vector<ConfigurationEntry> List() const;
 
@@ -38,7 +46,9 @@ class Configuration final : public ConfigurationService {
     std::string source;  ///< empty while the default holds
   };
 
+  Result<void> Assign(const Assignment& assignment);
   [[nodiscard]] Entry* Find(std::string_view name);
+  [[nodiscard]] const Entry* Find(std::string_view name) const;
 
   std::vector<Entry> entries_;
 };

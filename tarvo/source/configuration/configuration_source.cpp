@@ -7,7 +7,6 @@ namespace {
 
 constexpr SourceFile kConfigurationSource{"tarvo/source/configuration_source"};
 constexpr std::string_view kArgumentStart = "--";
-constexpr std::string_view kVariableStart = "TARVO_";
 constexpr std::string_view kEntryStart = "g_";
 
 }  // namespace
@@ -29,19 +28,17 @@ Result<std::vector<Assignment>> ReadArguments(const std::vector<std::string>& ar
   return assignments;
 }
 
-std::vector<Assignment> ReadEnvironment(const char* const* environment) {
+std::vector<Assignment> ReadEnvironment(const char* const* environment, std::string_view start) {
   std::vector<Assignment> assignments;
   for (; environment != nullptr && *environment != nullptr; ++environment) {
     const std::string_view variable = *environment;
     const std::size_t equals = variable.find('=');
-    if (equals == std::string_view::npos || !variable.starts_with(kVariableStart)) continue;
-    const std::string_view name =
-        variable.substr(kVariableStart.size(), equals - kVariableStart.size());
+    if (equals == std::string_view::npos || !variable.starts_with(start)) continue;
+    const std::string_view name = variable.substr(start.size(), equals - start.size());
     if (!name.starts_with(kEntryStart)) continue;
-    assignments.push_back(
-        {.name = std::string(name),
-         .value = PlainText{std::string(variable.substr(equals + 1))},
-         .source = Format("environment variable @@", kVariableStart, name).ToStdString()});
+    assignments.push_back({.name = std::string(name),
+                           .value = PlainText{std::string(variable.substr(equals + 1))},
+                           .source = Format("environment variable @@", start, name).ToStdString()});
   }
   return assignments;
 }

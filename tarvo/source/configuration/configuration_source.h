@@ -30,8 +30,14 @@ struct Assignment {
 /// form.
 Result<std::vector<Assignment>> ReadArguments(const std::vector<std::string>& arguments);
 
-/// Reads the variables "TARVO_g_NAME" of an environment (`environ`).
-std::vector<Assignment> ReadEnvironment(const char* const* environment);
+/// How variables of the environment begin that give entries their values, ...
+inline constexpr std::string_view kVariableStart = "TARVO_";
+/// ... and those by which one program gives defaults to others that it starts: stronger than what
+/// these declare themselves, weaker than their configuration.
+inline constexpr std::string_view kDefaultVariableStart = "TARVO_DEFAULT_";
+
+/// Reads the variables "<start>g_NAME" of an environment (`environ`).
+std::vector<Assignment> ReadEnvironment(const char* const* environment, std::string_view start);
 
 /// Larger configuration files are refused.
 inline constexpr std::size_t kMaximumConfigurationFileBytes = std::size_t{1} << 20;

@@ -21,7 +21,7 @@ bool HasReport() {
   return fstat(g_reportDescriptor, &status) != 0 || status.st_size != 0;
 }
 
-void NameReport(int signal, const char* path) {
+void PrintName(int signal, const char* path) {
   const bool hasReport = HasReport();
   if (!hasReport) unlink(path);
   TextBuffer<PATH_MAX + 200> line;
@@ -49,8 +49,11 @@ void EndBySignal(int signal) {
   pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
 }
 
-void EndCrash(const CrashInfo* crash) {
-  if (const char* path = ReportFilePath(); path[0] != '\0') NameReport(crash->signal, path);
+void NameReport(const CrashInfo* crash) {
+  if (const char* path = ReportFilePath(); path[0] != '\0') PrintName(crash->signal, path);
+}
+
+void EndReported(const CrashInfo* crash) {
   if (g_guard.reraise) EndBySignal(crash->signal);
 }
 

@@ -4,10 +4,13 @@
 
 namespace tarvo {
 
-/// The crash callback behind the report: names the report file on standard error, if there is one
-/// of the guard's, and ends the process by the signal of the crash, if the guard is to. Crashed
+/// Behind the report: names its file on standard error, if it is one of the guard's. Crashed
 /// process.
-void EndCrash(const CrashInfo* crash);
+void NameReport(const CrashInfo* crash);
+
+/// Behind all callbacks: ends the process by the signal of the crash, if the guard is to. Crashed
+/// process.
+void EndReported(const CrashInfo* crash);
 
 /// Ends the process by `signal`, with its default effect. Returns only when the kernel refuses.
 /// Crashed process.

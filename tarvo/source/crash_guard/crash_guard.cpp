@@ -11,7 +11,7 @@
 #include "crash_guard/signal_entry.h"
 #include "crash_guard/terminate.h"
 #include "crash_guard/thread_start.h"
-#include "tarvo/crashhandler.h"
+#include "crash_path/report_callbacks.h"
 
 namespace tarvo {
 namespace {
@@ -28,14 +28,7 @@ bool IsSame(const SignalAction& left, const SignalAction& right) {
   return left.sa_sigaction == right.sa_sigaction;
 }
 
-void TakeTheEnd(Framework& framework) {
-  const auto crashHandler = Bind<CrashHandler>(framework);
-  if (!crashHandler || !(*crashHandler)->SetSecondaryCallback(EndCrash))
-    framework.Output().Diagnostic(
-        kCrashGuard.Here(),
-        "g_crashGuardReraise has no effect, and reports are not named: no "
-        "module takes a callback for the end of a crash.");
-}
+bool IsIgnoring(const SignalAction& action) { return action.sa_handler == SIG_IGN; }
 
 void GuardHangups() {
   g_guard.captureHangup = ActionOf(SIGHUP);
@@ -64,11 +57,18 @@ void CrashGuard::Start(const CrashGuardOptions& options, Framework& framework) {
     framework.Output().Diagnostic(kCrashGuard.Here(), guarded.GetError().Text().View());
   RecordUncaughtExceptions();
   g_guard.reraise = options.reraise;
-  if (options.reraise || !options.report.IsEmpty()) TakeTheEnd(framework);
+  SetCrashEnd(NameReport, EndReported);
   const SignalAction action = GuardingAction();
   for (const NamedSignal& signal : kCrashSignals) sigaction(signal.number, &action, nullptr);
   if (options.hangup && g_guard.earlierHangup.sa_handler == SIG_DFL) GuardHangups();
   started_ = true;
+}
+
+void CrashGuard::KeepIgnored(bool all) {
+  if (IsIgnoring(g_guard.earlierHangup)) sigaction(SIGHUP, &g_guard.earlierHangup, nullptr);
+  for (std::size_t i = 0; all && i < kCrashSignals.size(); ++i)
+    if (IsIgnoring(g_guard.earlier[i]))
+      sigaction(kCrashSignals[i].number, &g_guard.earlier[i], nullptr);
 }
 
 void CrashGuard::Stop() {
@@ -88,6 +88,7 @@ void CrashGuard::Stop() {
   }
   if (ActionOf(SIGHUP).sa_sigaction == GuardHangup)
     sigaction(SIGHUP, &g_guard.captureHangup, nullptr);
+  SetCrashEnd(nullptr, nullptr);
   StopRecordingUncaughtExceptions();
   StopGuardingThreadStarts();
 }

@@ -22,6 +22,11 @@ class CrashGuard {
   /// on the diagnostic output; the rest is done.
   void Start(const CrashGuardOptions& options, Framework& framework);
 
+  /// After Start. Has SIGHUP ignored again where it was, for the program that asks and for those
+  /// that it starts; the capture takes it back at a crash. `all`: the fatal signals too, which end
+  /// the process then without a capture when they are faults, as they did before.
+  void KeepIgnored(bool all);
+
   /// Puts back what was there, except where the program has installed an action of its own since.
   /// While a crash is captured in another thread it waits for the end of the process instead.
   void Stop();

@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <sys/resource.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -70,24 +71,41 @@ Result<std::string> Expand(std::string_view pattern) {
   return path;
 }
 
+/// Stores `path` as a template; false when it is too long for one.
+bool Store(const std::string& path, char (&reportTemplate)[PATH_MAX]) {
+  const auto ids = static_cast<std::size_t>(std::ranges::count(path, kProcessIdMark));
+  if (path.size() + ids * kProcessIdRoom >= sizeof(reportTemplate)) return false;
+  *std::ranges::copy(path, reportTemplate).out = '\0';
+  return true;
+}
+
 }  // namespace
 
-Result<std::string> PrepareReportFile(std::string_view pattern) {
+Result<std::string> PrepareReportFile(std::string_view pattern, const std::string& fallback) {
   const auto expanded = Expand(pattern);
   if (!expanded) return expanded.GetError();
   std::error_code error;
-  const std::string path = std::filesystem::absolute(*expanded, error).string();
-  const auto ids = static_cast<std::size_t>(std::ranges::count(path, kProcessIdMark));
-  if (error || path.size() + ids * kProcessIdRoom >= sizeof(g_reportTemplate)) {
+  const std::filesystem::path path = std::filesystem::absolute(*expanded, error);
+  if (error || !Store(path.string(), g_reportTemplate)) {
     return Error::IllegalArgument(
         kReportPattern.Here(),
         Format("The report path \"@\" cannot be made absolute, or is longer than @ "
                "bytes then.",
                pattern, sizeof(g_reportTemplate) - 1));
   }
-  *std::ranges::copy(path, g_reportTemplate).out = '\0';
+  const std::string_view folders = pattern.substr(0, pattern.rfind('/') + 1);
+  g_makesReportFolders = folders.find('%') != std::string_view::npos;
+  const std::filesystem::path other = std::filesystem::path(fallback) / path.filename();
+  if (fallback.empty() || !Store(other.string(), g_fallbackTemplate)) g_fallbackTemplate[0] = '\0';
   g_reportDescriptor = HighDescriptor();
   return "/proc/self/fd/" + std::to_string(g_reportDescriptor);
+}
+
+PreparedReport PreparedReportOfNow() {
+  std::string path;
+  for (const char* c = g_reportTemplate; *c != '\0'; ++c)
+    path += *c == kProcessIdMark ? std::to_string(getpid()) : std::string(1, *c);
+  return {path, g_makesReportFolders};
 }
 
 bool ForgetReportFile() { return std::exchange(g_reportDescriptor, -1) >= 0; }

@@ -7,6 +7,8 @@
 
 #include "crash_context/text_buffer.h"
 #include "crash_path/process_end.h"
+#include "crash_path/report_callbacks.h"
+#include "tarvo/host/attachments.h"
 
 namespace tarvo {
 namespace {
@@ -58,6 +60,12 @@ void WriteCrashDiagnostic(const char* path, std::uint32_t line, const char* text
 constinit const CrashServices kCrashServices{.diagnostic = WriteCrashDiagnostic,
                                              .threadVariables = LookUpThreadVariables,
                                              .releaseThreadVariables = ReleaseThreadVariables,
-                                             .captureBegins = BeginCapture};
+                                             .captureBegins = BeginCapture,
+                                             .reportWritten = ReportWritten,
+                                             .runNextCallback = RunNextCallback,
+                                             .captureEnds = CaptureEnds,
+                                             .attachment = LookUpAttachment,
+                                             .attachmentPlaces = kMaximumAttachments,
+                                             .offerWriter = OfferWriter};
 
 }  // namespace tarvo

@@ -22,6 +22,10 @@ void WriteCrashDiagnostic(const char* path, std::uint32_t line, const char* text
 ThreadVariableList LookUpThreadVariables(pid_t tid);
 void ReleaseThreadVariables();
 
+/// What is attached in place `index`; null when nothing is. Runs anywhere; what it returns stays
+/// valid when a capture has begun.
+const Attachment* LookUpAttachment(std::size_t index);
+
 /// Shows `facts`, which live as long as the process, behind the variables that thread `tid` has
 /// now; what it sets later is not shown. Of more than kMaximumCrashVariables in all the thread's
 /// last ones are left out. Crashed process, once.

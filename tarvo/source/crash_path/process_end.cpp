@@ -20,6 +20,7 @@ pid_t OwnThread() { return static_cast<pid_t>(RawSystemCall(SYS_gettid)); }
 }  // namespace
 
 void BeginCapture() { g_capture.Take(OwnThread()); }
+bool HasCaptureBegun() { return g_capture.IsTaken(); }
 
 }  // namespace tarvo
 

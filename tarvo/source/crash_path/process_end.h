@@ -11,4 +11,7 @@ namespace tarvo {
 /// Says that the calling thread captures the crash of this process from now on. Crashed process.
 void BeginCapture();
 
+/// Whether a thread of this process does. Any context.
+[[nodiscard]] bool HasCaptureBegun();
+
 }  // namespace tarvo

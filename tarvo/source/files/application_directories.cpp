@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <system_error>
 
@@ -15,6 +17,17 @@ std::string DirectoryOfProgram() {
   // The text of the link, not what it leads to: the program's file may have been replaced since.
   std::error_code error;
   return DirectoryOf(std::filesystem::read_symlink("/proc/self/exe", error).string());
+}
+
+std::string DirectoryOfApplication() {
+  const std::filesystem::path own = DirectoryOfProgram();
+  const std::filesystem::path above = own.parent_path();
+  constexpr std::array kSystems = {"/", "/usr", "/usr/local"};
+  const bool isSystems = std::ranges::find(kSystems, above.string()) != kSystems.end();
+  std::error_code error;
+  const bool hasLibraries = std::filesystem::is_directory(above / "lib", error) ||
+                            std::filesystem::is_directory(above / "lib64", error);
+  return own.filename() == "bin" && hasLibraries && !isSystems ? above.string() : own.string();
 }
 
 std::string DirectoryOfHostLibrary() {

@@ -8,6 +8,10 @@ namespace tarvo {
 /// system is missing.
 [[nodiscard]] std::string DirectoryOfProgram();
 
+/// The directory below which the program's parts are: its own or, for a program in "bin" beside a
+/// "lib", the one above, unless that is the system's.
+[[nodiscard]] std::string DirectoryOfApplication();
+
 /// The directory of the host library (of the program where it is linked in), absolute, links
 /// followed.
 [[nodiscard]] std::string DirectoryOfHostLibrary();

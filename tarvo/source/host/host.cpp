@@ -1,7 +1,5 @@
 #include "tarvo/host/host.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <exception>
@@ -10,13 +8,17 @@
 #include <utility>
 
 #include "crash_guard/crash_guard.h"
-#include "crash_guard/report_file.h"
+#include "crash_path/report_callbacks.h"
 #include "files/application_directories.h"
+#include "host/configuring.h"
 #include "host/host_framework.h"
 #include "host/module.h"
 #include "host/module_files.h"
+#include "host/report_destination.h"
+#include "host/start_warnings.h"
 #include "services/clock.h"
 #include "tarvo/format.h"
+#include "tarvo/host/attachments.h"
 
 namespace tarvo {
 namespace {
@@ -26,13 +28,17 @@ constexpr SourceFile kHost{"tarvo/source/host"};
 /// A module has one connection, so a process has one host.
 constinit std::atomic<bool> g_isRunning{false};
 
+/// The one that runs, if it gives way to another.
+constinit std::atomic<Host*> g_yielding{nullptr};
+
 }  // namespace
 
 /// The host's parts. Destroyed in reverse: jobs end, shared components go, modules are freed in
 /// reverse order, then the framework goes.
 class Host::Implementation {
  public:
-  explicit Implementation(ClockService& clock) : framework_(clock) {}
+  Implementation(ClockService& clock, bool warns)
+      : framework_(clock), warnings_(framework_.Output(), warns) {}
   ~Implementation();
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
@@ -40,6 +46,7 @@ class Host::Implementation {
   Result<void> Start(const HostOptions& options);
 
   [[nodiscard]] HostFramework& Services() noexcept { return framework_; }
+  [[nodiscard]] const std::vector<std::string>& Warned() const noexcept { return warnings_.All(); }
   [[nodiscard]] std::vector<std::string> ExecutionJobIds() const;
   Result<void> RunExecutionJob(std::string_view jobId);
 
@@ -59,13 +66,14 @@ class Host::Implementation {
     const bool taken_;
   };
 
+  Result<std::vector<std::string>> ChooseModules(const HostOptions& options);
   Result<void> LoadModules(const HostOptions& options);
-  Result<void> Configure(const HostOptions& options);
-  Result<void> UseGuardedReport();
+  void AddToReports(const HostOptions& options);
   [[nodiscard]] const ExecutionJobRecord* FindExecutionJob(std::string_view jobId) const;
 
   OnlyHost only_;
   HostFramework framework_;
+  StartWarnings warnings_;
   std::vector<std::unique_ptr<Module>> modules_;
   CrashGuard crashGuard_;
 };
@@ -81,7 +89,9 @@ Result<void> Host::Implementation::Start(const HostOptions& options) {
   if (!only_.IsTaken())
     return Error::IllegalState(kHost.Here(), "A host is already running in this process.");
   if (auto loaded = LoadModules(options); !loaded) return loaded;
-  if (auto configured = Configure(options); !configured) return configured;
+  if (auto configured = Configure(framework_, modules_, options, warnings_); !configured)
+    return configured;
+  if (auto used = UseReportDestination(framework_, warnings_); !used) return used;
   if (auto chosen = framework_.Bindings().Choose(modules_, options.components, options.bindings);
       !chosen)
     return chosen;
@@ -89,16 +99,53 @@ Result<void> Host::Implementation::Start(const HostOptions& options) {
   for (const auto& module : modules_)
     if (auto initialised = module->Initialise(); !initialised) return initialised;
   crashGuard_.Start(framework_.OwnEntries().crashGuard, framework_);
+  crashGuard_.KeepIgnored(options.yields);
+  AddToReports(options);
   return {};
 }
 
-Result<void> Host::Implementation::LoadModules(const HostOptions& options) {
-  std::vector<std::string> files = options.modules;
-  if (files.empty()) {
-    auto found = DefaultModuleFiles(DefaultModuleDirectories());
-    if (!found) return found.GetError();
-    files = *std::move(found);
+/// The program's callbacks and attachments. What is wrong with them does not end the start.
+void Host::Implementation::AddToReports(const HostOptions& options) {
+  const auto check = [&](const Result<void>& added) {
+    if (!added) warnings_.Add(added.GetError().Where(), added.GetError().Message());
+  };
+  ClearReportCallbacks();
+  const Ref<CrashCallbacks> chain = ReportCallbackChain();
+  // Under a debugger there is no capture, and nothing to say of it.
+  if (!framework_.IsUnderDebugger())
+    for (const ChainedCallback& callback : options.reportCallbacks) check(chain->Append(callback));
+  for (const std::string& file : options.attachedFiles) check(AttachFile(file));
+  for (const auto& [name, text] : options.attachedTexts) check(AttachText(name, text));
+}
+
+/// The files that are loaded.
+Result<std::vector<std::string>> Host::Implementation::ChooseModules(const HostOptions& options) {
+  const std::vector<std::string> directories = DefaultModuleDirectories();
+  if (options.modules.empty() && options.strict) return DefaultModuleFiles(directories);
+  if (options.modules.empty()) {
+    auto known = KnownModuleFiles(directories);
+    if (!known) return known.GetError();
+    if (!known->passedOver.empty()) {
+      warnings_.Add(kHost.Here(),
+                    Format("\"@\" (of @ such files) is not loaded: it is no module that belongs to "
+                           "the host. One that is wanted is to be named among the modules.",
+                           known->passedOver.front(), known->passedOver.size()));
+    }
+    return std::move(known->files);
   }
+  std::vector<std::string> files;
+  for (const std::string& module : options.modules) {
+    auto file = FindModuleFile(module, directories);
+    if (!file) return file.GetError();
+    files.push_back(*std::move(file));
+  }
+  return files;
+}
+
+Result<void> Host::Implementation::LoadModules(const HostOptions& options) {
+  const auto chosen = ChooseModules(options);
+  if (!chosen) return chosen.GetError();
+  const std::vector<std::string>& files = *chosen;
   // Known before the first module registers: it may note the directory then.
   std::error_code missing;
   framework_.SetModuleDirectory(DirectoryOf(std::filesystem::canonical(files.front(), missing)));
@@ -113,39 +160,6 @@ Result<void> Host::Implementation::LoadModules(const HostOptions& options) {
     modules_.push_back(*std::move(module));
   }
   return {};
-}
-
-Result<void> Host::Implementation::Configure(const HostOptions& options) {
-  Configuration& entries = framework_.Entries();
-  for (const auto& module : modules_) {
-    if (auto declared = entries.Declare(module->Id(), module->Registered().configuration);
-        !declared)
-      return declared;
-  }
-  if (auto declared = framework_.DeclareOwnEntries(options.crashGuard); !declared) return declared;
-  if (!options.configFile.empty()) {
-    const auto assignments = ReadConfigurationFile(options.configFile);
-    if (!assignments) return assignments.GetError();
-    if (auto assigned = entries.Assign(*assignments); !assigned) return assigned;
-  }
-  if (auto assigned = entries.Assign(ReadEnvironment(environ)); !assigned) return assigned;
-  const auto assignments = ReadArguments(options.arguments);
-  if (!assignments) return assignments.GetError();
-  if (auto assigned = entries.Assign(*assignments); !assigned) return assigned;
-  entries.Apply();
-  return UseGuardedReport();
-}
-
-/// Gives the capture the path under which the guard will put the report's file.
-Result<void> Host::Implementation::UseGuardedReport() {
-  const CrashGuardOptions& guard = framework_.OwnEntries().crashGuard;
-  if (!guard.enabled || guard.report.IsEmpty()) return {};
-  auto path = PrepareReportFile(guard.report.View());
-  if (!path) return path.GetError();
-  auto assigned = framework_.Entries().Assign(
-      {{.name = "g_crashReportUrl", .value = PlainText{*path}, .source = "g_crashGuardReport"}});
-  if (assigned) framework_.Entries().Apply();
-  return assigned;
 }
 
 const ExecutionJobRecord* Host::Implementation::FindExecutionJob(std::string_view jobId) const {
@@ -183,18 +197,25 @@ Result<void> Host::Implementation::RunExecutionJob(std::string_view jobId) {
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): callers hand over what they have made.
 Result<std::unique_ptr<Host>> Host::Start(HostOptions options) try {
-  auto implementation =
-      std::make_unique<Implementation>(options.clock != nullptr ? *options.clock : SteadyClock());
+  if (Host* yielding = g_yielding.exchange(nullptr)) yielding->implementation_.reset();
+  auto implementation = std::make_unique<Implementation>(
+      options.clock != nullptr ? *options.clock : SteadyClock(), !options.yields);
   if (auto started = implementation->Start(options); !started) return started.GetError();
-  return std::unique_ptr<Host>(new Host(std::move(implementation)));
+  std::unique_ptr<Host> host(new Host(std::move(implementation)));
+  if (options.yields) g_yielding.store(host.get());
+  return host;
 } catch (const std::exception& exception) {
   return Error::IllegalState(kHost.Here(), Format("The host could not start: @", exception.what()));
 }
 
 Host::Host(std::unique_ptr<Implementation> implementation) noexcept
     : implementation_(std::move(implementation)) {}
-Host::~Host() = default;
+Host::~Host() {
+  Host* self = this;
+  g_yielding.compare_exchange_strong(self, nullptr);
+}
 
+std::vector<std::string> Host::Warnings() const { return implementation_->Warned(); }
 Framework& Host::Services() noexcept { return implementation_->Services(); }
 std::vector<ConfigurationEntry> Host::ConfigurationEntries() const {
   return implementation_->Services().Entries().List();

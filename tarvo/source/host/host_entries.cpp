@@ -26,7 +26,7 @@ void DeclareCrashGuard(HostEntries& all, const CrashGuardOptions& defaults,
 
 }  // namespace
 
-void DeclareHostEntries(HostEntries& entries, const CrashGuardOptions& crashGuard,
+void DeclareHostEntries(HostEntries& entries, const HostOptions& options,
                         ConfigurationTable& table) {
   table.DeclareString("g_UnitTests_Id", entries.unitTestsId, "", kGeneralCategory,
                       "identifier of this build, written into crash reports");
@@ -38,7 +38,12 @@ void DeclareHostEntries(HostEntries& entries, const CrashGuardOptions& crashGuar
       "g_archiveMaximumEntries", entries.archiveLimits.entries, ArchiveLimits::kDefaultEntries, 0,
       std::numeric_limits<std::int64_t>::max(), kGeneralCategory,
       "most files and directories that one archive is extracted to; more are an error");
-  DeclareCrashGuard(entries, crashGuard, table);
+  DeclareCrashGuard(entries, options.crashGuard, table);
+  entries.defaultFallback = options.reportFallback;
+  table.DeclareString("g_crashReportFallback", entries.reportFallback,
+                      entries.defaultFallback.c_str(), kGeneralCategory,
+                      "folder for a report that cannot be written to its place; a relative one "
+                      "starts at $XDG_STATE_HOME, else ~/.local/state");
 }
 
 }  // namespace tarvo

@@ -4,7 +4,7 @@
 
 #include "archive/archive_limits.h"
 #include "tarvo/configuration.h"
-#include "tarvo/host/crash_guard.h"
+#include "tarvo/host/host.h"
 
 namespace tarvo {
 
@@ -14,10 +14,12 @@ struct HostEntries {
   ArchiveLimits archiveLimits;
   CrashGuardOptions crashGuard;
   std::string crashGuardReport;  ///< the default of its report, which the table points to
+  String reportFallback;
+  std::string defaultFallback;  ///< likewise
 };
 
-/// Sets the variables to their defaults, the crash guard's to the program's, and declares them.
-void DeclareHostEntries(HostEntries& entries, const CrashGuardOptions& crashGuard,
+/// Sets the variables to their defaults, to the program's where it has some, and declares them.
+void DeclareHostEntries(HostEntries& entries, const HostOptions& options,
                         ConfigurationTable& table);
 
 }  // namespace tarvo

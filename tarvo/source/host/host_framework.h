@@ -27,9 +27,7 @@ class HostFramework final : public Framework {
   ClockService& Clock() override { return clock_; }
   const CrashServices& Crash() override;
   Result<Ref<Object>> CreateObject(std::string_view classId) override;
-  Result<Ref<Object>> Bind(std::string_view interfaceId) override {
-    return components_.Bind(interfaceId);
-  }
+  Result<Ref<Object>> Bind(std::string_view interfaceId) override;
   [[nodiscard]] bool IsUnderDebugger() override { return isUnderDebugger_; }
   [[nodiscard]] String ProgramDirectory() override { return programDirectory_; }
   [[nodiscard]] String ModuleDirectory() override { return moduleDirectory_; }
@@ -39,7 +37,7 @@ class HostFramework final : public Framework {
   [[nodiscard]] Components& Bindings() noexcept { return components_; }
   [[nodiscard]] JobQueue& Queue() noexcept { return jobs_; }
   /// Declares the host's own entries, after those of the modules.
-  Result<void> DeclareOwnEntries(const CrashGuardOptions& crashGuard);
+  Result<void> DeclareOwnEntries(const HostOptions& options);
   [[nodiscard]] const HostEntries& OwnEntries() const noexcept { return ownEntries_; }
   void SetModuleDirectory(const std::string& directory) { moduleDirectory_ = directory; }
 

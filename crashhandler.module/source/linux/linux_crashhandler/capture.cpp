@@ -11,6 +11,7 @@
 namespace tarvo::crashhandler {
 
 CrashInfo g_crashInfo;
+WrittenReport g_writtenReport;
 CrashOwner g_captureOwner;
 pid_t ownPid = 0;
 std::atomic<CrashCallback> crashReportCallback{nullptr};

@@ -44,6 +44,7 @@
 #include <cstdint>
 
 #include "crash_context/crash_owner.h"
+#include "tarvo/crash_callbacks.h"
 #include "tarvo/crashhandler.h"
 #include "tarvo/framework.h"
 #include "tarvo/source_location.h"
@@ -61,6 +62,9 @@ extern CrashOwner g_captureOwner;
 /// The process id. Taken at installation, and again at the crash: a program that became a daemon
 /// has another one by then.
 extern pid_t ownPid;
+
+/// Where the report is, for the callbacks behind it. Written by the writer in the crash.
+extern WrittenReport g_writtenReport;
 
 /// What to call at a crash and after it; null when unset. Set before a crash.
 extern std::atomic<CrashCallback> crashReportCallback;

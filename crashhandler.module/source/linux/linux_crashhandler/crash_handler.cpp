@@ -76,15 +76,30 @@ void StoreFacts(int signal, const SignalFrame& frame) {
   g_crashInfo.crashThread = pthread_self();
 }
 
-void Report() {
-  if (const CrashCallback report = crashReportCallback.load()) report(&g_crashInfo);
-  if (const CrashCallback afterReport = afterReportCallback.load()) afterReport(&g_crashInfo);
-}
-
 /// A stage that faults is given up; the report is made of what there is.
 template <typename Stage>
 void Guarded(const Stage& stage) {
   RunGuarded(g_faultGuard, stage);
+}
+
+/// Each of the program's callbacks in its turn, also behind one that faults.
+void RunChainedCallbacks(const CrashServices& services) {
+  static volatile bool isEnd = false;
+  while (!isEnd) {
+    // The one before may have read it.
+    if (g_writtenReport.descriptor >= 0) lseek(g_writtenReport.descriptor, 0, SEEK_SET);
+    Guarded([&] { isEnd = !services.runNextCallback(&g_writtenReport); });
+  }
+}
+
+void Report() {
+  g_writtenReport = {.crash = &g_crashInfo};
+  if (const CrashCallback report = crashReportCallback.load()) report(&g_crashInfo);
+  if (g_crashServices != nullptr) g_crashServices->reportWritten(&g_crashInfo);
+  if (const CrashCallback afterReport = afterReportCallback.load()) afterReport(&g_crashInfo);
+  if (g_crashServices == nullptr) return;
+  RunChainedCallbacks(*g_crashServices);
+  g_crashServices->captureEnds(&g_crashInfo);
 }
 
 }  // namespace

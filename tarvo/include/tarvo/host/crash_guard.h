@@ -52,8 +52,7 @@ struct CrashGuardOptions {
   std::int64_t deadline = 30;
 
   /// Whether the process ends by the signal of the crash, after the report, instead of with status
-  /// 1, so that core dumps and supervisors see it. Takes the crash handler's secondary callback.
-  /// Entry g_crashGuardReraise.
+  /// 1, so that core dumps and supervisors see it. Entry g_crashGuardReraise.
   bool reraise = false;
 
   /// Whether SIGHUP ends a process that has no handler for it and does not ignore it, as it would
@@ -64,9 +63,10 @@ struct CrashGuardOptions {
   /// The path of the report's file instead of g_crashReportUrl, made for each process: %p stands
   /// for its id, also that of a forked child, %e for the name that the program was called by, %t
   /// for the time of the start, as in 20261121T130940Z, %% for %. A relative path starts at the
-  /// working directory of the start. A line on standard error names the report. Takes the crash
-  /// handler's secondary callback, and at the crash one file descriptor, at most 1023. Empty: the
-  /// report goes where g_crashReportUrl says. Entry g_crashGuardReport.
+  /// working directory of the start. Where such marks name folders, those that are missing are made
+  /// at the crash; else the folder has to be there. A line on standard error names the report.
+  /// Takes at the crash one file descriptor, at most 1023. Empty: the report goes where
+  /// g_crashReportUrl says. Entry g_crashGuardReport.
   String report{};
 };
 

@@ -24,6 +24,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tarvo/crash_callbacks.h"
 #include "tarvo/framework.h"
 #include "tarvo/host/crash_guard.h"
 #include "tarvo/registration.h"
@@ -31,20 +32,47 @@
 
 namespace tarvo {
 
+/// A text for crash reports.
+struct AttachedText {
+  std::string name{};
+  std::string text{};
+};
+
 /// What a Host is started with. The defaults suit a program that brings no settings of its own.
 struct HostOptions {
   /// Configuration of the command line, each "--g_NAME=VALUE"; the strongest source. Of one name's
   /// several values the last one counts.
   std::vector<std::string> arguments{};
 
-  /// Module files, loaded in this order. Empty: every "*.so" of "../modules" beside the program or,
-  /// where there is none, of "tarvo/modules" beside the host library; "crashhandler.so" first, the
-  /// others by name.
+  /// Module files, loaded in this order; a name alone ("crashhandler") is a module of "../modules"
+  /// beside the program or, where it is not there, of "tarvo/modules" beside the host library.
+  /// Empty: of the first of these folders that has any, the modules that belong to the host
+  /// library, "crashhandler" before "symbolreader". Others there are passed over with a warning.
   std::vector<std::string> modules{};
 
   /// A TOML file of lines `g_name = value`; the weakest source but the declared defaults. Empty:
   /// none is read.
   std::string configFile{};
+
+  /// What the program's build is called in its reports, and by that the archive of its symbols. At
+  /// most 127 bytes, no line end. Entry g_UnitTests_Id. Empty: the program's GNU build id.
+  std::string build{};
+
+  /// A folder, made where missing, for reports that cannot be written to their place, under the
+  /// names that they have there. A relative path starts at the user's folder for state
+  /// ($XDG_STATE_HOME, else ~/.local/state). It counts from the start on; with the crash guard's
+  /// `report` also for what becomes unusable later. Entry g_crashReportFallback. Empty: such
+  /// reports go to standard error.
+  std::string reportFallback{};
+
+  /// What is called behind the report of a crash, in this order; tarvo/crash_callbacks.h tells what
+  /// it may do.
+  std::vector<ChainedCallback> reportCallbacks{};
+
+  /// Files whose last lines go into reports, and texts that do; as by AttachFile and AttachText
+  /// (tarvo/host/attachments.h), also after the Host.
+  std::vector<std::string> attachedFiles{};
+  std::vector<AttachedText> attachedTexts{};
 
   /// Which component is bound to an interface, each "INTERFACE=CLASS". Of several components for
   /// an interface that is not named here the last loaded one is bound.
@@ -60,6 +88,16 @@ struct HostOptions {
   /// The time that modules see and that timed waits for jobs follow; must outlive the Host. Null:
   /// the system's steady clock.
   ClockService* clock = nullptr;
+
+  /// Whether the start ends with an error, and not with a warning, where the environment has a
+  /// variable "TARVO_g_…" that no entry is or accepts; and with `modules` empty whether every
+  /// "*.so" of the first folder that has any is loaded, and has to be a module. For programs whose
+  /// user is to know, such as tools.
+  bool strict = false;
+
+  /// For a host that is put into a program which knows nothing of it: gives way to one that the
+  /// program starts itself, and prints no warnings.
+  bool yields = false;
 };
 
 /// Takes the "--g_…" arguments out of a program's command line and returns them; `argc` and `argv`
@@ -99,12 +137,18 @@ class [[gnu::visibility("default")]] Host {
   /// Loads the modules, reads the configuration, then initialises the modules in the order in which
   /// they were loaded. Any error ends the start, with all undone that was done; its text is ready
   /// for print and names the file, entry, interface or module concerned and what was expected.
-  /// Environment variables "TARVO_g_NAME" are configuration too, weaker than `arguments`.
+  /// Environment variables "TARVO_g_NAME" are configuration too, weaker than `arguments`;
+  /// "TARVO_DEFAULT_g_NAME", which `tarvo exec` sets, stand between `configFile` and the options.
   static Result<std::unique_ptr<Host>> Start(HostOptions options);
 
   ~Host();
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
+
+  /// What the start went on with all the same, each ready for print: a report that cannot be
+  /// written to its place, unknown variables of the environment, files that are no modules. Printed
+  /// on standard error too, which nobody may read in a desktop program.
+  [[nodiscard]] std::vector<std::string> Warnings() const;
 
   /// The services that modules have, for the program itself.
   [[nodiscard]] Framework& Services() noexcept;

@@ -12,6 +12,7 @@
 #include <typeinfo>
 
 #include "tarvo/connection.h"
+#include "tarvo/crash_callbacks.h"
 #include "tarvo/crashhandler.h"
 #include "tarvo/data_dictionary.h"
 #include "tarvo/framework.h"
@@ -191,7 +192,13 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&NameAndValue::name, &NameAndValue::value)
         .Record(&ThreadVariableList::items, &ThreadVariableList::size)
         .Record(&CrashServices::diagnostic, &CrashServices::threadVariables,
-                &CrashServices::releaseThreadVariables, &CrashServices::captureBegins);
+                &CrashServices::releaseThreadVariables, &CrashServices::captureBegins,
+                &CrashServices::reportWritten, &CrashServices::runNextCallback,
+                &CrashServices::captureEnds, &CrashServices::attachment,
+                &CrashServices::attachmentPlaces, &CrashServices::offerWriter)
+        .Record(&Attachment::name, &Attachment::file, &Attachment::text, &Attachment::size)
+        .Record(&WrittenReport::crash, &WrittenReport::path, &WrittenReport::descriptor)
+        .Record(&ChainedCallback::function, &ChainedCallback::data);
   }
 
   static void AddCrashRecords(LayoutHash& hash) {
@@ -216,6 +223,7 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
                 &CrashHandler::SetCrashDataDirectory, &CrashHandler::DisplayCrashDialog,
                 &CrashHandler::GetProcessModules, &CrashHandler::ResolveBugReport,
                 &CrashHandler::ObservableCrashDataDirectory)
+        .Record(&CrashCallbacks::Append, &CrashCallbacks::Remove, &CrashCallbacks::Writer)
         .Record(&Observable::Initialise, &Observable::Deactivate, &Observable::Name,
                 &Observable::Add, &Observable::Remove, &Observable::Notify)
         .Record(&Symbolification::Load, &Symbolification::Resolve)
