@@ -32,9 +32,15 @@ command.
 Configuration entries are given in front of "--"; they reach the program as
 environment variables TARVO_g_NAME.
 
-Not covered: static programs and programs with rights of their own (set-user-ID,
-capabilities), into which the loader preloads nothing. One that is named here is an
-error; those that the program starts run without capture.
+Not covered: static programs, programs of another loader than the GNU C library's
+(musl) and programs with rights of their own (set-user-ID, capabilities), into which
+nothing is preloaded; programs with a shared address sanitizer, which refuse it. One
+that is named here is an error; those that the program starts run without capture,
+the last ones not at all. Under a debugger (gdb, strace) there is no capture either,
+which a line on standard error says. Signals that are ignored stay ignored.
+
+A program that starts a host of its own has the report's path and the build of this
+command, unless its configuration says otherwise.
 
 Exit status: the program's own, or
   125  the program cannot be covered, or this command failed
@@ -46,10 +52,13 @@ Examples:
   tarvo exec --report '/var/crash/%e-%p_bugreport.txt' -- sh -c 'xz -T4 <in >out'
 )";
 
+constexpr int kMajorVersion = TARVO_MAJOR_VERSION;
+
 std::string DefaultReport() { return "%e-%p" + std::string(crash_report::kNameEnd); }
 
 struct ExecOptions {
   std::string report;
+  std::string build;
   std::vector<std::string> words;  ///< the program and its arguments
 };
 
@@ -57,12 +66,23 @@ struct ExecOptions {
 struct Files {
   std::string hostLibrary;
   std::string preload;
-  std::string modules;  ///< ":" between them
+  std::string variable;  ///< what LD_PRELOAD is to hold
+  std::string modules;   ///< ":" between them
 };
 
 int Refuse(const std::string& text, int status = kNotStarted) {
   std::fprintf(stderr, "tarvo: %s.\n", toolkit::SafeText(text).c_str());
   return status;
+}
+
+/// What the loader puts in the place of "$LIB": the folder below the root, or below /usr, that its
+/// own libraries are in (ld.so(8)).
+std::string LoaderFolder() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<const void*>(&getenv), &info) == 0) return {};
+  const std::string folder = fs::path(info.dli_fname).parent_path().relative_path();
+  constexpr std::string_view kMerged = "usr/";
+  return folder.starts_with(kMerged) ? folder.substr(kMerged.size()) : folder;
 }
 
 /// The host library and, below its folder, the preloaded one.
@@ -71,7 +91,14 @@ void FindLibraries(Files& files) {
   if (dladdr(reinterpret_cast<const void*>(&TakeConfigurationArguments), &info) == 0) return;
   std::error_code error;
   files.hostLibrary = fs::canonical(info.dli_fname, error).string();
-  files.preload = (fs::path(files.hostLibrary).parent_path() / "tarvo" / "tarvo_exec.so").string();
+  const fs::path folder = fs::path(files.hostLibrary).parent_path();
+  files.preload = (folder / "tarvo" / "tarvo_exec.so").string();
+  files.variable = files.hostLibrary + ":" + files.preload;
+  const fs::path links = folder / "tarvo/preload";
+  const std::string library = "libtarvo.so." + std::to_string(kMajorVersion);
+  if (!fs::exists(links / LoaderFolder() / library, error)) return;
+  const std::string path = (links / "$LIB").string() + '/';
+  files.variable = path + library + ":" + path + "tarvo_exec.so";
 }
 
 /// The modules that were asked for; else the crash handler alone, so that programs load no more
@@ -114,24 +141,49 @@ std::string ReportPattern(const Context& context, const ExecOptions& options) {
   return fs::absolute(options.report.empty() ? DefaultReport() : options.report, error).string();
 }
 
-void SetEnvironment(const Context& context, const std::string& report, const Files& files) {
+/// A value that is not empty; what an outer command of this kind has set is not left.
+void SetOrUnset(const char* name, const std::string& value) {
+  if (value.empty()) {
+    unsetenv(name);
+  } else {
+    setenv(name, value.c_str(), 1);
+  }
+}
+
+/// A report that was asked for replaces what the program itself says; the usual one does not.
+void PassReport(const ExecOptions& options, const std::string& report) {
+  SetOrUnset("TARVO_DEFAULT_g_crashGuardReport", report);
+  if (!options.report.empty()) setenv("TARVO_g_crashGuardReport", report.c_str(), 1);
+}
+
+void SetEnvironment(const Context& context, const ExecOptions& options, const std::string& report,
+                    const Files& files) {
+  PassReport(options, report);
   for (const std::string& argument : context.host.arguments) PassEntry(argument);
   setenv(kModulesVariable, files.modules.c_str(), 1);
-  setenv(kReportVariable, report.c_str(), 1);
+  setenv("TARVO_DEFAULT_g_crashGuard", "true", 1);
+  setenv("TARVO_DEFAULT_g_crashGuardHangup", "true", 1);
+  SetOrUnset("TARVO_DEFAULT_g_UnitTests_Id", options.build);
   if (!context.host.configFile.empty())
     setenv(kConfigVariable, fs::absolute(context.host.configFile).c_str(), 1);
   const char* before = std::getenv("LD_PRELOAD");
   const std::string others = before == nullptr || *before == '\0' ? "" : std::string(before) + ":";
-  setenv("LD_PRELOAD", (others + files.hostLibrary + ":" + files.preload).c_str(), 1);
+  setenv("LD_PRELOAD", (others + files.variable).c_str(), 1);
 }
 
 /// The program's configuration is tried here once, so that its mistakes are this command's.
-int TryConfiguration(const Context& context, const std::string& report, const Files& files) {
+int TryConfiguration(const Context& context, const std::string& build, const std::string& report,
+                     const Files& files) {
   HostOptions options = context.host;
   options.modules = SplitFiles(files.modules);
+  options.build = build;
   options.crashGuard = {.enabled = true, .report = report};
+  options.yields = true;
   const auto host = Host::Start(options);
-  return host ? kDone : Fail(host.GetError(), kNotStarted);
+  if (!host) return Fail(host.GetError(), kNotStarted);
+  for (const std::string& warning : (*host)->Warnings())
+    std::fprintf(stderr, "tarvo: %s\n", SafeText(warning).c_str());
+  return kDone;
 }
 
 int Run(const Context& context, const ExecOptions& options) {
@@ -148,8 +200,9 @@ int Run(const Context& context, const ExecOptions& options) {
   files.modules = FindModules(context.host.modules, files.hostLibrary);
   if (files.modules.empty()) return Refuse("There is no module crashhandler.so");
   const std::string report = ReportPattern(context, options);
-  if (const int status = TryConfiguration(context, report, files); status != kDone) return status;
-  SetEnvironment(context, report, files);
+  if (const int status = TryConfiguration(context, options.build, report, files); status != kDone)
+    return status;
+  SetEnvironment(context, options, report, files);
   std::vector<char*> arguments;
   for (const std::string& word : options.words)
     arguments.push_back(const_cast<char*>(word.c_str()));
@@ -170,6 +223,10 @@ void AddExecCommand(Program& program, Context& context) {
                  "%t for the time of its start. Default:\n" +
                      DefaultReport() + " in the\ncurrent directory")
       .Named("PATTERN");
+  exec.AddOption("--build", options->build,
+                 "What reports call the program's build.\n"
+                 "Default: the program's GNU build id")
+      .Named("BUILD");
   exec.AddOption("PROGRAM", options->words, "The program and its arguments, behind \"--\"")
       .Named("[ARGUMENT...]")
       .Required();

@@ -19,6 +19,7 @@
 
 namespace {
 
+using std::filesystem::exists;
 using Texts = std::vector<std::string>;
 
 /// Runs `tarvo exec` in a directory of its own, where it leaves its reports.
@@ -32,6 +33,7 @@ class Exec : public testing::Test {
     ProgramOptions options;
     options.directory = scratch_.Path();
     options.environment = environment;
+    options.environment.push_back("TARVO=" + BuildDirectory() + "/bin/tarvo");
     Texts command = {BuildDirectory() + "/bin/tarvo", "exec"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return RunProgram(command, options);
@@ -86,6 +88,13 @@ TEST_F(Exec, ProgramsRunAsTheyWouldWithoutIt) {
       {"kill -HUP $$; echo not reached", "", "", -1, SIGHUP},
       {"trap '' HUP; sh -c 'kill -HUP $$; echo ignored'", "ignored\n", "", 0, 0},
       {"trap '' SEGV; sh -c 'kill -SEGV $$; echo ignored'", "ignored\n", "", 0, 0},
+      // Programs outside of the command's reach inherit what is ignored.
+      {"trap '' HUP TRAP ABRT; exec \"$TARVO\" exec -- sh -c 'env -u LD_PRELOAD sh -c "
+       "\"kill -HUP \\$\\$; kill -TRAP \\$\\$; kill -ABRT \\$\\$; echo ignored\"'",
+       "ignored\n", "", 0, 0},
+      {"trap '' HUP; exec \"$TARVO\" exec -- python3 -c 'import signal as s; "
+       "print(s.getsignal(s.SIGHUP) == s.SIG_IGN)'",
+       "True\n", "", 0, 0},
       {"trap 'echo caught; exit 3' HUP; kill -HUP $$", "caught\n", "", 3, 0},
       {"trap 'echo caught; exit 3' USR1; kill -USR1 $$", "caught\n", "", 3, 0},
       {"yes | head -n 2 | tr y n", "n\nn\n", "", 0, 0},
@@ -146,6 +155,24 @@ TEST_F(Exec, SaysWhatItCannotCover) {
                      "tarvo: \"" + fixed +
                          "\" is statically linked: there is no loader that could load the capture "
                          "into it.\n"});
+  if (const std::string program = BuildDirectory() + "/tests/asan_subject"; exists(program))
+    cases.push_back(
+        {{"--", program},
+         125,
+         "tarvo: \"" + program +
+             "\" is built with the address sanitizer, whose runtime libasan.so.8 ends a "
+             "program when another library is loaded before it; build it without, or "
+             "link the host library into it.\n"});
+  if (const std::string program = BuildDirectory() + "/tests/musl_subject"; exists(program)) {
+    cases.push_back({{"--", program},
+                     125,
+                     "tarvo: \"" + program +
+                         "\" is run by the loader \"/lib/ld-musl-x86_64.so.1\", which is not the "
+                         "GNU C library's, so the capture cannot be loaded into it.\n"});
+    // It inherits what it has no use for.
+    const ProgramResult inherited = RunShell(program + " && echo ran");
+    EXPECT_EQ(inherited.output + inherited.errors, "ran\n");
+  }
   // Only root may give a file to somebody else.
   if (getuid() == 0) {
     const std::string foreign = MakeFile("foreign", ReadFile("/bin/true"), 0755);
@@ -256,7 +283,47 @@ TEST_F(Exec, WithoutAPlaceTheReportGoesToStandardError) {
   const ProgramResult result =
       Run({"--report", "no/folder/%p_bugreport.txt", "--", "sh", "-c", "kill -SEGV $$"});
   EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_NO_THROW((void)ReadReport(result.errors)) << result.Describe();
+  // Said at the start, by the command alone.
+  const std::size_t start = result.errors.find('\n') + 1;
+  EXPECT_TRUE(result.errors.starts_with("tarvo: A crash report cannot be written to \"" +
+                                        (scratch_ / "no/folder/").string()))
+      << result.errors;
+  EXPECT_NO_THROW((void)ReadReport(result.errors.substr(start))) << result.Describe();
+}
+
+// Nor does what is kept for good count as lost memory.
+TEST_F(Exec, ALeakCheckFindsNothingOfIt) {
+  const ProgramResult result = Run({"--", BuildDirectory() + "/tests/leak_check_subject"});
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(result.exitStatus, 0);
+}
+
+TEST_F(Exec, SaysThatThereIsNoCaptureUnderADebugger) {
+  std::filesystem::copy_file("/bin/sh", scratch_ / "gdb");
+  const ProgramResult result =
+      RunProgram({scratch_ / "gdb", "-c",
+                  BuildDirectory() + "/bin/tarvo exec -- sh -c 'sh -c true; exit 3'; exit $?"});
+  EXPECT_EQ(result.exitStatus, 3);
+  EXPECT_EQ(result.errors,
+            "tarvo: sh runs without crash capture: it runs under a debugger, which gets its "
+            "signals.\n");
+}
+
+// Its host gets the command's report and build, the guard too, unless it is configured otherwise.
+TEST_F(Exec, AProgramWithAHostOfItsOwnKeepsReportAndBuild) {
+  const std::string program = BuildDirectory() + "/tests/crash_subject";
+  const ProgramResult result = Run({"--report", "crashes/%e/%t/own_bugreport.txt", "--build", "b7",
+                                    "--", program, "null-write"});
+  EXPECT_EQ(result.exitStatus, 1) << result.Describe();
+  const std::size_t start =
+      result.errors.find(scratch_.Path().string() + "/crashes/crash_subject/");
+  ASSERT_NE(start, std::string::npos) << result.errors;
+  const Report report =
+      ReadReport(ReadFile(result.errors.substr(start, result.errors.size() - 1 - start)));
+  EXPECT_EQ(FindFaults(report), Texts());
+  const auto handler = std::ranges::find(report.modules, "crashhandler.so", &ReportModule::name);
+  ASSERT_NE(handler, report.modules.end());
+  EXPECT_EQ(handler->build, "b7");
 }
 
 TEST_F(Exec, AProgramWithAHostOfItsOwnKeepsIt) {

@@ -5,12 +5,16 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string_view>
 #include <vector>
+
+#include "toolkit/exec/elf_program.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -57,21 +61,32 @@ bool GivesRights(const std::string& file) {
   return setsUser || setsGroup || hasCapabilities;
 }
 
-/// What keeps the loader out of an ELF file; empty when nothing does.
-std::string ElfProblem(std::ifstream& file, std::string_view start) {
-  Elf64_Ehdr header{};
-  if (start.size() < sizeof(header)) return "is cut off";
-  std::memcpy(&header, start.data(), sizeof(header));
-  if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_machine != EM_X86_64)
-    return "is no 64-bit x86 program";
-  for (unsigned i = 0; i < header.e_phnum; ++i) {
-    Elf64_Phdr segment{};
-    file.seekg(static_cast<std::streamoff>(header.e_phoff + i * sizeof(segment)));
-    file.read(reinterpret_cast<char*>(&segment), sizeof(segment));
-    if (!file) return "is cut off";
-    if (segment.p_type == PT_INTERP) return {};
+/// Of the C library that the capture is built for.
+constexpr std::string_view kLoader = "/ld-linux-x86-64.so.2";
+
+/// Runtimes that end a program when another library comes before them, by how their names begin.
+constexpr std::array<std::string_view, 2> kFirstRuntimes{"libasan.so", "libclang_rt.asan"};
+
+bool MustComeFirst(const std::string& library) {
+  return std::ranges::any_of(
+      kFirstRuntimes, [&](std::string_view runtime) { return library.starts_with(runtime); });
+}
+
+/// What keeps the capture out of an ELF file; empty when nothing does.
+std::string ElfProblem(std::ifstream& file) {
+  const Result<ElfProgram> program = ReadElfProgram(file);
+  if (!program) return program.GetError().Message().ToStdString();
+  if (program->interpreter.empty())
+    return "is statically linked: there is no loader that could load the capture into it";
+  if (!program->interpreter.ends_with(kLoader)) {
+    return "is run by the loader \"" + program->interpreter +
+           "\", which is not the GNU C library's, so the capture cannot be loaded into it";
   }
-  return "is statically linked: there is no loader that could load the capture into it";
+  const auto runtime = std::ranges::find_if(program->needed, MustComeFirst);
+  if (runtime == program->needed.end()) return {};
+  return "is built with the address sanitizer, whose runtime " + *runtime +
+         " ends a program when another library is loaded before it; build it without, or link the "
+         "host library into it";
 }
 
 }  // namespace
@@ -105,7 +120,7 @@ TargetProblem CheckTarget(const std::string& file) {
                                "runs with rights of its own (set-user-ID, set-group-ID or "
                                "capabilities): the loader ignores preloaded libraries there"};
     if (interpreter.empty()) {
-      const std::string problem = start.starts_with(ELFMAG) ? ElfProblem(content, start) : "";
+      const std::string problem = start.starts_with(ELFMAG) ? ElfProblem(content) : "";
       return {kNotStarted, problem.empty() ? "" : quoted + problem};
     }
     checked = interpreter;

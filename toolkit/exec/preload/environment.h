@@ -8,11 +8,13 @@
 namespace tarvo::toolkit {
 
 // What `tarvo exec` tells the preloaded library, in the environment of the program and of all that
-// it starts. Configuration entries travel as "TARVO_g_NAME", which every host reads.
+// it starts. Configuration entries travel as "TARVO_g_NAME" and "TARVO_DEFAULT_g_NAME", which every
+// host reads, those that programs start themselves too.
 
 inline constexpr const char* kModulesVariable = "TARVO_EXEC_MODULES";  ///< files, ":" between them
 inline constexpr const char* kConfigVariable = "TARVO_EXEC_CONFIG";    ///< a file, or not set
-inline constexpr const char* kReportVariable = "TARVO_EXEC_REPORT";    ///< a path's pattern
+/// Set once it was said that there is no capture under a debugger.
+inline constexpr const char* kDebuggerVariable = "TARVO_EXEC_UNDER_DEBUGGER";
 
 /// The files of kModulesVariable.
 inline std::vector<std::string> SplitFiles(std::string_view all) {
