@@ -33,6 +33,7 @@ foreach(file tarvo.pc tarvo-report.pc)
   install(FILES ${PROJECT_BINARY_DIR}/${file} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endforeach()
 
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/embedding ${PROJECT_SOURCE_DIR}/examples/module
-                  ${PROJECT_SOURCE_DIR}/examples/resolving
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/callbacks ${PROJECT_SOURCE_DIR}/examples/embedding
+                  ${PROJECT_SOURCE_DIR}/examples/module ${PROJECT_SOURCE_DIR}/examples/resolving
+                  ${PROJECT_SOURCE_DIR}/examples/viewer
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)

@@ -43,6 +43,7 @@ function(tarvo_add_module)
   set_source_files_properties(${registration} PROPERTIES COMPILE_OPTIONS -frtti)
 
   add_library(${module_NAME} MODULE ${module_SOURCES} ${registration})
+  target_compile_features(${module_NAME} PRIVATE cxx_std_20)
   target_link_libraries(${module_NAME} PRIVATE tarvo::sdk ${module_LIBRARIES})
   target_link_options(${module_NAME} PRIVATE LINKER:--version-script=${exports})
   set_target_properties(

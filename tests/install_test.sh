@@ -46,7 +46,7 @@ c++ -std=c++23 "$installed/resolving/main.cpp" -o by_pkg_config "${flags[@]}" ||
 mkdir archives by_call by_command
 for way in by_call by_command; do cp crash_bugreport.txt $way; done
 if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
-  prefix/bin/tarvo pack --build UNKNOWNBUILDID --archives archives embedding/embedding >/dev/null ||
+  prefix/bin/tarvo pack --build 1.0 --archives archives embedding/embedding >/dev/null ||
     fail "the example cannot be packed"
 fi
 outcome=$(resolving/resolving archives cache by_call/crash_bugreport.txt --g_crashlogResolveDiagnosticOutput=0) ||
@@ -82,6 +82,66 @@ for compiler in c++ clang++-19; do
 done
 cmake --install module >>module.log
 prefix/bin/tarvo config | grep -q '^org.example.hello$' || fail "the installed module is not loaded"
+
+# The program of docs/embedding.md, which the page shows to the letter: its steps as they stand there, then
+# its report with the archive alone.
+viewer=$source/examples/viewer
+sed -n '/^```c[a-z]*$/,/^```$/p' "$source/docs/embedding.md" | grep -v '^```' >shown
+cat "$viewer"/{CMakeLists.txt,scene.h,scene.cpp,viewer.cpp} | diff - shown ||
+  fail "the program in docs/embedding.md is not the one that is built"
+mkdir page
+cp -r "$viewer" page/viewer
+sed -n '/^```sh$/,/^```$/p' "$source/docs/embedding.md" | grep -v '^```' >page/steps
+(cd page && PREFIX=$scratch/prefix PATH=$scratch/prefix/bin:$PATH CMAKE_GENERATOR=Ninja bash -euo pipefail steps) \
+  >page.log 2>&1 || { cat page.log; fail "a step of docs/embedding.md fails"; }
+grep -q '^ended with status 1$' page.log || { cat page.log; fail "the page's program did not end with status 1"; }
+if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
+  grep -q 'WidthOf(Node const\*, int).*scene.cpp:6' page.log ||
+    { cat page.log; fail "docs/embedding.md does not lead to the line of the crash"; }
+  rm -r page/app page/build page/symbols
+  (cd page && ../prefix/bin/tarvo resolve --quiet --archives-only --archives archives --cache cache viewer-*_bugreport.txt)
+  grep -q '"FunctionName": "WidthOf(Node const\*, int)"' page/viewer-*_bugreport.resolved.json ||
+    fail "the library's frame is not resolved by the archive of the build"
+fi
+
+# What the header shows of the example of callbacks is what runs there.
+header=$source/tarvo/include/tarvo/crash_callbacks.h
+sed -n 's|^///     ||p' "$header" | sed -n '/^struct Session/,/^}$/p' >shown
+sed -n '/^struct Session/,/^}$/p' "$source/examples/callbacks/main.cpp" | grep -v '^$' | diff - <(grep -v '^$' shown) ||
+  fail "the callback in crash_callbacks.h is not the one of examples/callbacks"
+build_example callbacks
+status=0
+callbacks/callbacks callbacks.log --g_crashReportUrl=callbacks_bugreport.txt || status=$?
+[[ $status == 1 && $(cat callbacks.log) == "city.scene was open; the report is $scratch/callbacks_bugreport.txt" ]] ||
+  fail "the callback of examples/callbacks left \"$(cat callbacks.log)\""
+
+# The package raises nobody's standard: C, and C++ of the version that the headers ask for.
+mkdir standards
+cat >standards/CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(standards LANGUAGES C CXX)
+find_package(tarvo REQUIRED)
+foreach(standard 17 20)
+  add_executable(cxx${standard} cxx${standard}.cpp)
+  set_target_properties(cxx${standard} PROPERTIES CXX_STANDARD ${standard} CXX_STANDARD_REQUIRED ON)
+  target_compile_definitions(cxx${standard} PRIVATE STANDARD=${standard})
+  target_link_libraries(cxx${standard} PRIVATE tarvo::host)
+endforeach()
+add_executable(c11 c11.c)
+target_compile_options(c11 PRIVATE -std=c11 -Wall -Wextra -Wpedantic -Werror)
+target_link_libraries(c11 PRIVATE tarvo::host)
+END
+cat >standards/c11.c <<'END'
+#include "tarvo/host/tarvo.h"
+int main(void) { return tarvo_start(0, 0, 0) + tarvo_set_thread_variable("Name", "value"); }
+END
+echo 'static_assert(__cplusplus / 100 == 2000 + STANDARD, "raised");' | tee standards/cxx17.cpp >standards/cxx20.cpp
+cat standards/c11.c | sed 's/main(void)/main()/' >>standards/cxx17.cpp
+cat "$source/examples/embedding/main.cpp" >>standards/cxx20.cpp
+cmake -S standards -B standards/build -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" >standards.log 2>&1 &&
+  cmake --build standards/build >>standards.log 2>&1 ||
+  { cat standards.log; fail "a program of another standard does not build"; }
+standards/build/c11 || fail "the program in C ended with status $?"
 
 # A program that knows nothing of all this crashes under the installed command.
 status=0
