@@ -76,7 +76,7 @@ sed -i '1s/^/\n/' replaced/replaced.c
 cc -g -O0 -Wl,--build-id -o replaced/replaced replaced/replaced.c
 mkdir -p "other/.build-id/${id:0:2}"
 cp replaced/replaced "other/.build-id/${id:0:2}/${id:2}.debug"
-"$tarvo" pack --build UNKNOWNBUILDID --archives archives replaced/replaced >/dev/null
+"$tarvo" pack --build "$id" --archives archives replaced/replaced >/dev/null
 resolve replaced --debug-directory other --archives archives
 expect_no_line replaced
 expect_said "$(build_id replaced/replaced).*expected $id"

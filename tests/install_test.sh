@@ -106,8 +106,8 @@ fi
 
 # What the header shows of the example of callbacks is what runs there.
 header=$source/tarvo/include/tarvo/crash_callbacks.h
-sed -n 's|^///     ||p' "$header" | sed -n '/^struct Session/,/^}$/p' >shown
-sed -n '/^struct Session/,/^}$/p' "$source/examples/callbacks/main.cpp" | grep -v '^$' | diff - <(grep -v '^$' shown) ||
+callback() { sed -n '/^struct Session/,/^}$/p' "$@" | tr -s '[:space:]' ' '; }
+[[ $(callback "$source/examples/callbacks/main.cpp") == "$(sed -n 's|^///||p' "$header" | sed 's/^     //' | callback)" ]] ||
   fail "the callback in crash_callbacks.h is not the one of examples/callbacks"
 build_example callbacks
 status=0

@@ -33,8 +33,8 @@
 ///
 ///     void OnReport(const tarvo::WrittenReport* report, void* data) {
 ///       const auto* session = static_cast<const Session*>(data);
-///       for (const char* text : {session->document, " was open; the report is ", report->path,
-///       "\n"})
+///       for (const char* text :
+///            {session->document, " was open; the report is ", report->path, "\n"})
 ///         if (write(session->log, text, std::strlen(text)) < 0) return;
 ///       fsync(session->log);
 ///     }
