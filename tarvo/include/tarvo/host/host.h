@@ -96,7 +96,7 @@ struct HostOptions {
   bool strict = false;
 
   /// For a host that is put into a program which knows nothing of it: gives way to one that the
-  /// program starts itself, and prints no warnings.
+  /// program starts itself, prints no warnings, and leaves fatal signals ignored that were.
   bool yields = false;
 };
 
