@@ -108,13 +108,13 @@ bool Load(const Attachment& attachment) {
   });
 }
 
-void AppendHeading(TextComposer& text, std::string_view state) {
-  text.Append("\t\t");
-  text.Append(crash_report::kAttachedLine);
-  text.Append("[");
-  text.Append(g_content.name);
-  text.Append(state);
-  text.Append("]\n");
+void AppendHeading(TextComposer& text, const char* state) {
+  TextBuffer<sizeof(g_content.name) + 32> heading;
+  heading.Append('[');
+  heading.Append(g_content.name);
+  heading.Append(state);
+  heading.Append(']');
+  AppendLine(text, heading.Text());
 }
 
 void WriteAttachment(std::FILE* out, const Attachment& attachment) {

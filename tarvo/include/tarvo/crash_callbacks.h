@@ -16,8 +16,7 @@
 /// A callback runs in the crashed process, on the crashing thread, inside the signal handler: any
 /// lock may be held for ever, the heap may be broken, all other threads stand still. It may call
 ///   - what POSIX lists as async-signal-safe: open, read, write, close, fsync, rename, unlink,
-///   _Fork,
-///     execve, sigaction and the like (signal-safety(7)),
+///     _Fork, execve, sigaction and the like (signal-safety(7)),
 ///   - memcpy, strlen and their like, lock-free atomics,
 /// and read what was prepared before the crash and what it is given. It may not
 ///   - allocate or free, throw, or make anything that does (std::string, std::vector, iostreams),

@@ -9,8 +9,7 @@
 /// work with and without a running Host, and are opt-in: a report without them is as it ever was.
 ///
 ///     tarvo::AttachFile("/var/log/viewer.log");       // its last lines at the crash
-///     tarvo::AttachText("Settings", settingsAsText);  // as it is now; set it again when it
-///     changes
+///     tarvo::AttachText("Settings", settingsAsText);  // as it is now; set again when it changes
 ///
 /// They stand in the report's section Critical_Log, in the order in which they were attached, each
 /// under its name, and in the documents under CriticalLog. Line ends part lines; all other control
