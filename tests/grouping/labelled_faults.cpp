@@ -147,10 +147,13 @@ long CopyBlock(long step) {
   return buffer[3];
 }
 
-long MeasureName(long step) { return static_cast<long>(std::strlen(Nowhere<char>())) + step; }  // 18
+long MeasureName(long step) {
+  return static_cast<long>(std::strlen(Nowhere<char>())) + step;
+}  // 18
 
 long ClearBlock(long step) {
-  std::memset(Nowhere<char>(), static_cast<int>(step), 4000 + static_cast<std::size_t>(step));  // 19
+  std::memset(Nowhere<char>(), static_cast<int>(step),
+              4000 + static_cast<std::size_t>(step));  // 19
   return step;
 }
 

@@ -31,8 +31,8 @@ struct TriageVariant {
   std::string id{};
   std::vector<std::string> frames{};  ///< keys, innermost first
   std::size_t count = 0;
-  CrashStack stack{};             ///< of a report that stands for it
-  std::size_t namedAfter = 0;     ///< index in `stack` of the one that the group is named after
+  CrashStack stack{};          ///< of a report that stands for it; only of a group's first variant
+  std::size_t namedAfter = 0;  ///< index in `stack` of the one that the group is named after
   std::size_t furtherFrames = 0;  ///< of that report, behind `stack`
 };
 

@@ -4,7 +4,6 @@
 #include <iterator>
 #include <map>
 
-#include "toolkit/triage/grouping/fingerprint.h"
 #include "toolkit/triage/result/group_marks.h"
 #include "toolkit/triage/result/similar_groups.h"
 
@@ -45,13 +44,12 @@ void Count(StoredReport& report, Counting& counting) {
   ++counting.days[{std::chrono::floor<std::chrono::days>(*report.time), report.build}];
 }
 
-TriageVariant MakeVariant(StoredVariant stored, std::string_view crashClass, std::size_t count) {
-  const Fingerprint print = MakeFingerprint(stored.stack, crashClass);
+TriageVariant MakeVariant(StoredVariant stored, std::size_t count) {
   return {.id = std::move(stored.id),
-          .frames = print.frames,
+          .frames = std::move(stored.frames),
           .count = count,
           .stack = std::move(stored.stack),
-          .namedAfter = print.culprit,
+          .namedAfter = stored.culprit,
           .furtherFrames = stored.furtherFrames};
 }
 
@@ -66,8 +64,7 @@ TriageGroup Finish(Counting&& counting, const std::vector<std::string>& builds) 
   for (const auto& [day, count] : counting.days)
     group.days.push_back({day.first, day.second, count});
   for (const auto& [id, count] : MostFrequentFirst(counting.variantCounts))
-    group.variants.push_back(
-        MakeVariant(std::move(counting.variants[id]), group.crashClass, count));
+    group.variants.push_back(MakeVariant(std::move(counting.variants[id]), count));
   return group;
 }
 

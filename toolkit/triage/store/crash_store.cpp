@@ -1,10 +1,12 @@
 #include "toolkit/triage/store/crash_store.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "toolkit/triage/grouping/fingerprint.h"
 #include "toolkit/triage/grouping/stack_keys.h"
 #include "toolkit/triage/store/schema.h"
+#include "toolkit/triage/store/stored_rows.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -52,36 +54,41 @@ Result<void> CrashStore::Prepare(const std::string& path) {
 }
 
 void CrashStore::Regroup() {
-  auto crashes = Read();
-  if (!crashes) return;
-  std::map<std::string, const StoredGroup*> groups;
-  for (const StoredGroup& group : crashes->groups) groups[group.id] = &group;
-  SqliteStatement move =
-      database_.Prepare("UPDATE reports SET variant_id = ?2 WHERE variant_id = ?1");
-  for (StoredVariant& variant : crashes->variants) {
-    SetKeys(variant.stack);
-    const std::string& crashClass = groups[variant.group]->crashClass;
-    const Fingerprint print = MakeFingerprint(variant.stack, crashClass);
-    if (print.variant == variant.id && print.group == variant.group) continue;
-    const auto named = std::ranges::count_if(variant.stack, &StackEntry::isNamed);
-    AddVariant({.id = print.variant,
-                .group = print.group,
-                .signature = print.signature,
-                .crashClass = crashClass,
-                .stack = std::move(variant.stack),
-                .furtherFrames = variant.furtherFrames,
-                .namedFrames = static_cast<std::size_t>(named)});
-    move.With(variant.id, print.variant).Run();
-    AddAlias(variant.group, print.group);
+  const std::vector<StoredGroup> groups = ReadGroups(database_);
+  for (const StoredVariant& variant : ReadVariants(database_)) {
+    const auto group = std::ranges::lower_bound(groups, variant.group, {}, &StoredGroup::id);
+    if (group != groups.end() && group->id == variant.group)
+      RegroupVariant(variant, *group, ReadStack(database_, variant.id));
   }
   RemoveEmpty();
+}
+
+void CrashStore::RegroupVariant(const StoredVariant& variant, const StoredGroup& group,
+                                CrashStack stack) {
+  SetKeys(stack);
+  const Fingerprint print = MakeFingerprint(stack, group.crashClass);
+  if (print.variant == variant.id && print.group == variant.group) return;
+  TextPool texts;
+  const auto named = std::ranges::count_if(stack, &StackEntry::isNamed);
+  AddVariant({.id = print.variant,
+              .group = print.group,
+              .signature = print.signature,
+              .crashClass = group.crashClass,
+              .stack = Compact(stack, texts),
+              .furtherFrames = variant.furtherFrames,
+              .namedFrames = static_cast<std::size_t>(named)},
+             texts);
+  database_.Prepare("UPDATE reports SET variant_id = ?2 WHERE variant_id = ?1")
+      .With(variant.id, print.variant)
+      .Run();
+  AddAlias(variant.group, print.group);
 }
 
 Result<std::set<std::string>> CrashStore::Add(const Draft& draft) {
   database_.Run("BEGIN IMMEDIATE;");
   const std::set<std::string> known =
       Texts(database_, "SELECT id FROM groups UNION SELECT old_id FROM aliases");
-  for (const auto& [id, variant] : draft.Variants()) AddVariant(variant);
+  for (const auto& [id, variant] : draft.Variants()) AddVariant(variant, draft.Texts());
   for (const auto& report : draft.Reports()) AddReport(*report);
   RemoveEmpty();
   std::set<std::string> added;
@@ -103,7 +110,15 @@ std::int64_t CrashStore::IdOf(const char* table, const std::string& name) {
   return row.With(name).Step() ? row.Number(0) : 0;
 }
 
-void CrashStore::AddVariant(const DraftVariant& variant) {
+std::int64_t CrashStore::TextId(const std::string& text) {
+  const auto [known, isNew] = textIds_.try_emplace(text, 0);
+  if (!isNew) return known->second;
+  database_.Prepare("INSERT OR IGNORE INTO texts (text) VALUES (?)").With(text).Run();
+  SqliteStatement row = database_.Prepare("SELECT id FROM texts WHERE text = ?");
+  return known->second = row.With(text).Step() ? row.Number(0) : 0;
+}
+
+void CrashStore::AddVariant(const DraftVariant& variant, const TextPool& texts) {
   database_.Prepare("INSERT OR IGNORE INTO groups VALUES (?, ?, ?)")
       .With(variant.group, variant.signature, variant.crashClass)
       .Run();
@@ -113,20 +128,21 @@ void CrashStore::AddVariant(const DraftVariant& variant) {
   // Names that have come since replace the stack.
   SqliteStatement added = database_.Prepare(
       "INSERT INTO variants VALUES (?1, ?2, ?3, ?4) ON CONFLICT (id) DO UPDATE SET "
-      "group_id = ?2, named_frames = ?3, further_frames = ?4 "
+      "named_frames = ?3, further_frames = ?4 "
       "WHERE excluded.named_frames > variants.named_frames RETURNING id");
   const bool isTaken =
       added.With(variant.id, variant.group, variant.namedFrames, variant.furtherFrames).Step();
   if (!isTaken) return;
   added.Run();
-  database_.Prepare("DELETE FROM frames WHERE variant_id = ?").With(variant.id).Run();
-  SqliteStatement frames =
-      database_.Prepare("INSERT INTO frames VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  database_.Prepare("DELETE FROM stack_entries WHERE variant_id = ?").With(variant.id).Run();
+  SqliteStatement entries =
+      database_.Prepare("INSERT INTO stack_entries VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  const auto id = [&](TextPool::Place place) { return TextId(texts[place]); };
   std::size_t place = 0;
-  for (const StackEntry& entry : variant.stack)
-    frames
-        .With(variant.id, place++, entry.key, entry.function, entry.module, entry.build,
-              entry.sourceFile, entry.sourceLine, ToNumber(entry.moduleOffset),
+  for (const CompactEntry& entry : variant.stack)
+    entries
+        .With(variant.id, place++, id(entry.key), id(entry.function), id(entry.module),
+              id(entry.build), id(entry.sourceFile), entry.sourceLine, ToNumber(entry.moduleOffset),
               ToNumber(entry.symbolOffset), entry.isInlined, entry.isNamed)
         .Run();
 }

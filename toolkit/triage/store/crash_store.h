@@ -2,6 +2,7 @@
 
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "toolkit/triage/store/draft.h"
 #include "toolkit/triage/store/sqlite.h"
@@ -31,13 +32,16 @@ class CrashStore {
 
   Result<void> Prepare(const std::string& path);
   void Regroup();
-  void AddVariant(const DraftVariant& variant);
+  void RegroupVariant(const StoredVariant& variant, const StoredGroup& group, CrashStack stack);
+  void AddVariant(const DraftVariant& variant, const TextPool& texts);
+  std::int64_t TextId(const std::string& text);
   void AddReport(const DraftReport& report);
   void AddAlias(const std::string& oldGroup, const std::string& group);
   void RemoveEmpty();
   std::int64_t IdOf(const char* table, const std::string& name);
 
   Sqlite database_;
+  std::unordered_map<std::string, std::int64_t> textIds_{};
 };
 
 }  // namespace tarvo::toolkit

@@ -14,7 +14,7 @@ const DraftVariant* Draft::AddVariant(CrashRecord& record) {
     variant.crashClass = record.crashClass;
   }
   if (isNew || record.namedFrames > variant.namedFrames) {
-    variant.stack = std::move(record.stack);
+    variant.stack = Compact(record.stack, texts_);
     variant.furtherFrames = record.furtherFrames;
     variant.namedFrames = record.namedFrames;
   }

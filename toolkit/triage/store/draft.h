@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "toolkit/triage/reading/crash_record.h"
+#include "toolkit/triage/store/compact_stack.h"
 
 namespace tarvo::toolkit {
 
@@ -16,7 +17,7 @@ struct DraftVariant {
   std::string group{};
   std::string signature{};
   std::string crashClass{};
-  CrashStack stack{};
+  std::vector<CompactEntry> stack{};  ///< of texts in the draft's pool
   std::size_t furtherFrames = 0;
   std::size_t namedFrames = 0;
 };
@@ -45,10 +46,12 @@ class Draft {
     return reports_;
   }
   [[nodiscard]] const std::map<std::string, DraftVariant>& Variants() const { return variants_; }
+  [[nodiscard]] const TextPool& Texts() const { return texts_; }
 
  private:
   const DraftVariant* AddVariant(CrashRecord& record);
 
+  TextPool texts_{};
   std::map<std::string, DraftVariant> variants_{};
   std::vector<std::unique_ptr<DraftReport>> reports_{};
   std::unordered_map<std::string, DraftReport*> byHash_{};

@@ -44,14 +44,19 @@ CREATE TABLE variants (
 ) WITHOUT ROWID;
 CREATE INDEX variants_of_group ON variants (group_id);
 
-CREATE TABLE frames (
+CREATE TABLE texts (
+  id INTEGER PRIMARY KEY,
+  text TEXT NOT NULL UNIQUE
+);
+
+CREATE TABLE stack_entries (
   variant_id TEXT NOT NULL REFERENCES variants (id) ON DELETE CASCADE,
   place INTEGER NOT NULL,
-  key TEXT NOT NULL,
-  function TEXT NOT NULL,
-  module TEXT NOT NULL,
-  build TEXT NOT NULL,
-  source_file TEXT NOT NULL,
+  key_id INTEGER NOT NULL REFERENCES texts (id),
+  function_id INTEGER NOT NULL REFERENCES texts (id),
+  module_id INTEGER NOT NULL REFERENCES texts (id),
+  build_id INTEGER NOT NULL REFERENCES texts (id),
+  source_file_id INTEGER NOT NULL REFERENCES texts (id),
   source_line INTEGER NOT NULL,
   module_offset INTEGER,
   symbol_offset INTEGER,
@@ -59,6 +64,17 @@ CREATE TABLE frames (
   is_named INTEGER NOT NULL,
   PRIMARY KEY (variant_id, place)
 ) WITHOUT ROWID;
+
+CREATE VIEW frames AS
+  SELECT e.variant_id, e.place, k.text AS key, f.text AS function, m.text AS module,
+         b.text AS build, s.text AS source_file, e.source_line, e.module_offset, e.symbol_offset,
+         e.is_inlined, e.is_named
+  FROM stack_entries e
+  JOIN texts k ON k.id = e.key_id
+  JOIN texts f ON f.id = e.function_id
+  JOIN texts m ON m.id = e.module_id
+  JOIN texts b ON b.id = e.build_id
+  JOIN texts s ON s.id = e.source_file_id;
 
 CREATE TABLE reports (
   hash TEXT PRIMARY KEY,

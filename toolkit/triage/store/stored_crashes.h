@@ -15,8 +15,12 @@ namespace tarvo::toolkit {
 struct StoredVariant {
   std::string id{};
   std::string group{};
-  CrashStack stack{};  ///< of the representative
   std::size_t furtherFrames = 0;
+  std::size_t reports = 0;
+  std::vector<std::string> frames{};  ///< its keys, as Fingerprint has them
+  /// Of the representative; empty but for the variant of its group that has most reports.
+  CrashStack stack{};
+  std::size_t culprit = 0;  ///< index in `stack` of the entry that the group is named after
 };
 
 struct StoredGroup {

@@ -36,8 +36,9 @@ TEST(NameKeyTest, NamesThatAreCutOrMadeToHurtEnd) {
   EXPECT_EQ(MakeNameKey("f" + deep).text, "f");
   EXPECT_EQ(MakeNameKey("ns::f<int, std::vector<").text, "ns::f");
   EXPECT_EQ(MakeNameKey("f(`g(`h(`" + std::string(50'000, '`')).text, "f");
-  for (const char* broken : {"operator", "operator<", "`", "'", "::", "<", "(", "~", "_Z", "_ZZ", "?",
-                             "??", "??0", "?A@", "$_", "{lambda", "[thunk]:", " + 0x1", "f()::"})
+  for (const char* broken :
+       {"operator", "operator<", "`", "'", "::", "<", "(", "~", "_Z", "_ZZ", "?", "??", "??0",
+        "?A@", "$_", "{lambda", "[thunk]:", " + 0x1", "f()::"})
     EXPECT_LE(MakeNameKey(broken).text.size(), 16U) << broken;
 }
 
@@ -50,7 +51,9 @@ TEST(CrashClassTest, FamiliesComeFromWhateverTheReportSays) {
       {{.exceptionText = "\"SIGSEGV\"", .exceptionNumber = "0x0000000B"}, "invalid memory access"},
       {{.exceptionText = "\"ACCESS_VIOLATION\"", .exceptionNumber = "0xC0000005"},
        "invalid memory access"},
-      {{.exceptionText = "\"unknown signal\"", .exceptionNumber = "0x00000006", .signal = "SIGABRT"},
+      {{.exceptionText = "\"unknown signal\"",
+        .exceptionNumber = "0x00000006",
+        .signal = "SIGABRT"},
        "abort"},
       {{.exceptionNumber = "0xC00000FD"}, "stack overflow"},
       {{.signal = "SIGSEGV", .faultAddress = 0x7ffc1000, .stackPointer = 0x7ffc1ff0},
@@ -110,7 +113,8 @@ TEST(FingerprintTest, ACrashIsNamedAfterTheFirstFunctionsOfItsOwn) {
       {{"", "", "f()", "main"}, {"app+0x100@7", "app+0x101@7", "f"}},
       {{}, {}},
   };
-  for (const Case& one : cases) EXPECT_EQ(MakeFingerprint(Stack(one.stack), "c").frames, one.expected);
+  for (const Case& one : cases)
+    EXPECT_EQ(MakeFingerprint(Stack(one.stack), "c").frames, one.expected);
 }
 
 TEST(FingerprintTest, IdsTellWhatIsOneGroupAndStayTheSame) {
@@ -142,13 +146,18 @@ TEST(SimilarityTest, NearFramesCountMoreThanFarOnes) {
 }
 
 TEST(CrashTimeTest, TimesOfManySpellingsAreRead) {
-  const std::pair<const char*, std::int64_t> cases[] = {
-      {"2026-11-21T13:09:40Z", 1795266580},     {"\"2026-11-21 13:09:40\"", 1795266580},
-      {"2026-11-21T14:09:40.5+01:00", 1795266580}, {"2026-11-21T08:09:40-0500", 1795266580},
-      {"2026/11/21", 1795219200},                {"1795266580", 1795266580},
-      {"1795266580123", 1795266580},             {"2026-13-21", -1},
-      {"2026-11-21T25:00:00Z", -1},              {"12", -1},
-      {"", -1},                                  {"soon", -1}};
+  const std::pair<const char*, std::int64_t> cases[] = {{"2026-11-21T13:09:40Z", 1795266580},
+                                                        {"\"2026-11-21 13:09:40\"", 1795266580},
+                                                        {"2026-11-21T14:09:40.5+01:00", 1795266580},
+                                                        {"2026-11-21T08:09:40-0500", 1795266580},
+                                                        {"2026/11/21", 1795219200},
+                                                        {"1795266580", 1795266580},
+                                                        {"1795266580123", 1795266580},
+                                                        {"2026-13-21", -1},
+                                                        {"2026-11-21T25:00:00Z", -1},
+                                                        {"12", -1},
+                                                        {"", -1},
+                                                        {"soon", -1}};
   for (const auto& [text, expected] : cases) {
     const auto time = ParseTime(text);
     EXPECT_EQ(time ? time->time_since_epoch().count() : -1, expected) << text;

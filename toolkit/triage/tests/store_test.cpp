@@ -19,9 +19,8 @@ CrashRecord Record(const std::string& hash, const std::vector<std::string>& func
                      .system = "Linux",
                      .crashClass = "abort"};
   for (const std::string& function : functions)
-    record.stack.push_back({.function = function,
-                            .module = "app",
-                            .moduleOffset = 0x10 * record.stack.size()});
+    record.stack.push_back(
+        {.function = function, .module = "app", .moduleOffset = 0x10 * record.stack.size()});
   SetKeys(record.stack);
   for (const StackEntry& entry : record.stack) record.namedFrames += entry.isNamed ? 1 : 0;
   record.fingerprint = MakeFingerprint(record.stack, record.crashClass);
@@ -76,10 +75,11 @@ TEST_F(CrashStoreTest, AReportCountsOnceAndMovesWhenItsSymbolsCome) {
 
 TEST_F(CrashStoreTest, AChangedRuleKeepsOldIdsAsAliases) {
   Run({Record("1", {"f()", "main"}), Record("2", {"g()", "main"})});
-  Execute("UPDATE settings SET value = 0; PRAGMA foreign_keys = OFF;"
-          "UPDATE variants SET group_id = 'old' WHERE group_id = "
-          "(SELECT id FROM groups WHERE signature = 'f');"
-          "UPDATE groups SET id = 'old' WHERE signature = 'f'");
+  Execute(
+      "UPDATE settings SET value = 0; PRAGMA foreign_keys = OFF;"
+      "UPDATE variants SET group_id = 'old' WHERE group_id = "
+      "(SELECT id FROM groups WHERE signature = 'f');"
+      "UPDATE groups SET id = 'old' WHERE signature = 'f'");
   EXPECT_EQ(Run({}), Outcome(0, {"f old", "g"}));
   EXPECT_EQ(Run({Record("3", {"f()", "main"})}), Outcome(0, {"f old", "g"}));
 }
@@ -99,7 +99,8 @@ TEST_F(CrashStoreTest, FilesThatAreNoDatabaseOfCrashesAreRefused) {
   std::ofstream(path_, std::ios::binary) << "no database at all" << std::string(5000, 'x');
   EXPECT_NE(error().find("it is no database"), std::string::npos) << error();
   std::string damaged = whole;
-  for (std::size_t i = 200; i < damaged.size(); ++i) damaged[i] = static_cast<char>(damaged[i] ^ 0x5A);
+  for (std::size_t i = 200; i < damaged.size(); ++i)
+    damaged[i] = static_cast<char>(damaged[i] ^ 0x5A);
   std::ofstream(path_, std::ios::binary) << damaged;
   EXPECT_NE(error().find("it is damaged"), std::string::npos) << error();
   path_ = folder_ / "missing" / "crashes.db";
