@@ -111,9 +111,9 @@ callback() { sed -n '/^struct Session/,/^}$/p' "$@" | tr -s '[:space:]' ' '; }
   fail "the callback in crash_callbacks.h is not the one of examples/callbacks"
 build_example callbacks
 status=0
-callbacks/callbacks callbacks.log --g_crashReportUrl=callbacks_bugreport.txt || status=$?
-[[ $status == 1 && $(cat callbacks.log) == "city.scene was open; the report is $scratch/callbacks_bugreport.txt" ]] ||
-  fail "the callback of examples/callbacks left \"$(cat callbacks.log)\""
+callbacks/callbacks callbacks.said --g_crashReportUrl=callbacks_bugreport.txt || status=$?
+[[ $status == 1 && $(cat callbacks.said) == "city.scene was open; the report is $scratch/callbacks_bugreport.txt" ]] ||
+  fail "the callback of examples/callbacks left \"$(cat callbacks.said)\""
 
 # The package raises nobody's standard: C, and C++ of the version that the headers ask for.
 mkdir standards
