@@ -37,8 +37,14 @@ std::string Advice(int status) {
 
 void Sqlite::Close::operator()(sqlite3* database) const noexcept { sqlite3_close_v2(database); }
 
-void SqliteStatement::Finalize::operator()(sqlite3_stmt* statement) const noexcept {
+void Sqlite::Finalize::operator()(sqlite3_stmt* statement) const noexcept {
   sqlite3_finalize(statement);
+}
+
+void SqliteStatement::Return::operator()(sqlite3_stmt* statement) const {
+  sqlite3_reset(statement);
+  sqlite3_clear_bindings(statement);
+  database->idle_[sqlite3_sql(statement)].reset(statement);
 }
 
 Result<Sqlite> Sqlite::Open(const std::string& path) {
@@ -81,6 +87,10 @@ void Sqlite::Run(const char* statements) {
 SqliteStatement Sqlite::Prepare(std::string_view statement) {
   SqliteStatement prepared(*this);
   if (HasFailed()) return prepared;
+  if (auto idle = idle_.extract(std::string(statement)); !idle.empty()) {
+    prepared.statement_.reset(idle.mapped().release());
+    return prepared;
+  }
   sqlite3_stmt* made = nullptr;
   Note(sqlite3_prepare_v2(database_.get(), statement.data(), static_cast<int>(statement.size()),
                           &made, nullptr));

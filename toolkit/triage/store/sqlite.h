@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "tarvo/result.h"
 
@@ -28,6 +29,7 @@ class Sqlite {
 
   /// Runs statements without values.
   void Run(const char* statements);
+  /// A statement that was prepared before is used again.
   [[nodiscard]] SqliteStatement Prepare(std::string_view statement);
   /// The number that a statement gives, 0 where it gives none.
   [[nodiscard]] std::int64_t Number(std::string_view statement);
@@ -41,15 +43,20 @@ class Sqlite {
   struct Close {
     void operator()(sqlite3* database) const noexcept;
   };
+  struct Finalize {
+    void operator()(sqlite3_stmt* statement) const noexcept;
+  };
   void Note(int status);
 
   std::unique_ptr<sqlite3, Close> database_{};
+  /// By their text; those in use are not here.
+  std::unordered_map<std::string, std::unique_ptr<sqlite3_stmt, Finalize>> idle_{};
   std::string path_{};
   int failure_ = 0;
   std::string message_{};
 };
 
-/// A prepared statement, to be used before its database is closed.
+/// A prepared statement, to be used before its database is closed or moved.
 class SqliteStatement {
  public:
   /// Starts anew with these values: texts, integers, and nothing for std::nullopt.
@@ -73,10 +80,13 @@ class SqliteStatement {
 
  private:
   friend class Sqlite;
-  struct Finalize {
-    void operator()(sqlite3_stmt* statement) const noexcept;
+  /// Gives it back to its database.
+  struct Return {
+    Sqlite* database;
+    void operator()(sqlite3_stmt* statement) const;
   };
-  explicit SqliteStatement(Sqlite& database) : database_(&database) {}
+  explicit SqliteStatement(Sqlite& database)
+      : database_(&database), statement_(nullptr, Return{&database}) {}
 
   void Reset();
   void Bind(int index, std::string_view text);
@@ -87,7 +97,7 @@ class SqliteStatement {
   }
 
   Sqlite* database_;
-  std::unique_ptr<sqlite3_stmt, Finalize> statement_{};
+  std::unique_ptr<sqlite3_stmt, Return> statement_;
 };
 
 }  // namespace tarvo::toolkit
