@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -14,7 +15,12 @@
 
 namespace {
 
-std::unique_ptr<tarvo::Host> g_started;
+/// Not destroyed as other objects are: this library's go behind those of the modules that were
+/// loaded after it. The function that ends the program stops the host.
+std::unique_ptr<tarvo::Host>& Started() {
+  static auto* const started = new std::unique_ptr<tarvo::Host>;
+  return *started;
+}
 
 std::string_view View(const char* text) { return text == nullptr ? std::string_view() : text; }
 
@@ -57,7 +63,7 @@ extern "C" {
 
 [[gnu::visibility("default")]] int tarvo_start(const tarvo_options* options, char* error,
                                                size_t error_size) try {
-  if (g_started != nullptr) {
+  if (Started() != nullptr) {
     Tell("The host runs already.", error, error_size);
     return EALREADY;
   }
@@ -69,14 +75,16 @@ extern "C" {
     Tell(host.GetError().Text().View(), error, error_size);
     return EINVAL;
   }
-  g_started = *std::move(host);
+  static const int isAtExit = std::atexit(tarvo_stop);
+  static_cast<void>(isAtExit);
+  Started() = *std::move(host);
   return 0;
 } catch (const std::exception& exception) {
   Tell(exception.what(), error, error_size);
   return ENOMEM;
 }
 
-[[gnu::visibility("default")]] void tarvo_stop(void) { g_started.reset(); }
+[[gnu::visibility("default")]] void tarvo_stop(void) { Started().reset(); }
 
 [[gnu::visibility("default")]] int tarvo_set_thread_variable(const char* name, const char* value) {
   return ErrorOf(tarvo::SetThreadVariable(View(name), View(value)));
