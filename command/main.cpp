@@ -12,8 +12,9 @@ namespace tarvo::command {
 namespace {
 
 constexpr std::array kSubcommands{
-    AddResolveCommand, AddShowCommand, AddPackCommand,      AddExecCommand,
-    AddTriageCommand,  AddRunCommand,  AddNormalizeCommand, AddConfigCommand,
+    AddResolveCommand, AddShowCommand,      AddPackCommand,   AddExecCommand,
+    AddCheckCommand,   AddListCommand,      AddPruneCommand,  AddTriageCommand,
+    AddRunCommand,     AddNormalizeCommand, AddConfigCommand,
 };
 
 constexpr const char* kProgramFooter =

@@ -19,6 +19,7 @@
 #include "toolkit/resolve/run.h"
 #include "toolkit/resolve/summary.h"
 #include "toolkit/resolve/user_cache.h"
+#include "toolkit/store/archive_cache.h"
 
 namespace tarvo::command {
 namespace {
@@ -38,15 +39,16 @@ Of a damaged or cut report what can be read is resolved; its document says under
 "Damage" what was left out: the line, and what was expected there.
 
 Symbols of a module are looked for, in this order, in
-  1. the archive of its build, BUILD_dsym.zip (`tarvo pack` makes them). Each is
-     unpacked once into CACHE/BUILD and used from there;
+  1. the archive of its build, BUILD_dsym.zip (`tarvo pack` makes them), and that of the
+     application's. Each is unpacked into CACHE/BUILD and used from there, until another
+     archive has taken its place;
   2. the debug directories, by the build id that tarvo's own capture writes
      (DIR/.build-id/xx/yyyy.debug);
   3. the module's own file at its path, and what its debug link names;
   4. debuginfod, where DEBUGINFOD_URLS is set: DEBUGINFOD_CACHE_PATH and the other
      variables of its client hold;
   5. the symbol tables of the module's own file: a function's name, without a line.
-A file of another build id is never used; the summary names it. What is read of debug
+A file of another build id, system or module is never used; the summary names it. What is read of debug
 files is kept as an index, by default in tarvo/symbols in the user's cache directory
 (the entry g_symbolIndexDirectory).
 
@@ -62,6 +64,7 @@ Exit status:
   0  every report is resolved, as far as there are symbols
   1  some reports failed; the summary says which and why
   2  wrong usage, or a module or the configuration is not as it should be
+  130  interrupted, within a second of Ctrl-C
 
 Example:
   tarvo resolve crash_bugreport.txt
@@ -70,7 +73,8 @@ Example:
 
 struct ResolveOptions {
   std::vector<std::string> paths;
-  std::string archives;
+  std::vector<std::string> archives;
+  std::string build;
   std::string cache;
   std::vector<std::string> debugDirectories;
   bool archivesOnly = false;
@@ -78,6 +82,7 @@ struct ResolveOptions {
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   std::string results;
   bool missingOnly = false;
+  bool replacesBetter = false;
   bool isStrict = false;
   bool isQuiet = false;
   report::ReturnAddressAdjustment adjustment = report::ReturnAddressAdjustment::OwnReports;
@@ -91,9 +96,25 @@ Result<Url> Directory(const Host& host, const std::string& option, std::string_v
   return Url();
 }
 
+/// The directories of archives, the first of which the crash handler's module looks into itself.
+std::vector<Url> ArchiveDirectories(const Host& host, const ResolveOptions& options) {
+  std::vector<Url> directories;
+  for (const std::string& directory : options.archives)
+    directories.push_back(Url::FromSystemPath(directory));
+  const Result<Url> entry = Directory(host, {}, "g_symbolArchiveDirectory");
+  if (directories.empty() && entry && !entry->IsEmpty()) directories.push_back(*entry);
+  return directories;
+}
+
 Result<report::ResolveOptions> Settings(Host& host, const ResolveOptions& options) {
-  const Result<Url> archives = Directory(host, options.archives, "g_symbolArchiveDirectory");
+  const std::string first = options.archives.empty() ? "" : options.archives.front();
+  const Result<Url> archives = Directory(host, first, "g_symbolArchiveDirectory");
   if (!archives) return archives.GetError();
+  for (const Url& directory : ArchiveDirectories(host, options)) {
+    const auto prepared =
+        report::PrepareDirectories(host.Services().Files(), {.archives = directory});
+    if (!prepared) return prepared.GetError();
+  }
   const Result<Url> cache = Directory(host, options.cache, "g_symbolTemporaryDirectory");
   if (!cache) return cache.GetError();
   const Result<UserCache> own = MakeUserCache(archives->IsEmpty(), cache->IsEmpty());
@@ -107,34 +128,33 @@ Result<report::ResolveOptions> Settings(Host& host, const ResolveOptions& option
 }
 
 DebugFileOptions DebugFiles(const ResolveOptions& options) {
-  DebugFileOptions files;
+  DebugFileOptions files{.build = options.build, .archivesOnly = options.archivesOnly};
   if (!options.debugDirectories.empty()) files.directories = options.debugDirectories;
   files.onActivity = ShowActivity;
   return files;
 }
 
 std::string Places(const Host& host, const ResolveOptions& options) {
-  const Url directory =
-      Directory(host, options.archives, "g_symbolArchiveDirectory").ValueOr(Url());
-  const std::string archives =
-      directory.IsEmpty() ? "  no archives: --archives is not given\n"
-                          : "  " + SafeText(directory.SystemPath()) + ", archives of builds\n";
+  std::string archives;
+  for (const Url& directory : ArchiveDirectories(host, options))
+    archives += "  " + SafeText(directory.SystemPath()) + ", archives of builds\n";
+  if (archives.empty()) archives = "  no archives: --archives is not given\n";
   return options.archivesOnly ? archives : archives + DebugFilePlaces(DebugFiles(options));
 }
 
 /// Takes the reports out that need no resolving; how many these are.
-std::size_t DropUpToDate(std::vector<Report>& reports, const Url& archives) {
-  const Freshness freshness(archives);
-  return std::erase_if(reports, [&](const Report& r) { return freshness.IsUpToDate(r); });
+std::size_t DropUpToDate(std::vector<Report>& reports, ArchiveTree& archives) {
+  return std::erase_if(reports, [&](const Report& report) { return IsUpToDate(report, archives); });
 }
 
 /// Resolves, and writes the file of results if one is asked for; not after an interruption, for a
 /// file that is there has them all.
 Result<void> ResolveInto(Framework& framework, report::ReportResolver& resolver,
                          const std::vector<Report>& reports, const ResolveOptions& options,
-                         const report::ResolveOptions& settings, Summary& summary) {
-  ArchiveTree archives(settings.archives);
-  RunOptions run{.threads = options.jobs, .isQuiet = options.isQuiet};
+                         ArchiveTree& archives, Summary& summary) {
+  RunOptions run{.threads = options.jobs,
+                 .isQuiet = options.isQuiet,
+                 .replacesBetter = options.replacesBetter};
   if (options.results.empty()) {
     ResolveAll(framework, resolver, reports, archives, run, summary);
     return {};
@@ -159,8 +179,14 @@ int Resolve(Host& host, const ResolveOptions& options) {
   ReportList list = ListReports(framework, options.paths, options.jobs);
   Summary summary;
   summary.failures = std::move(list.failures);
-  if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, settings->archives);
-  const auto run = ResolveInto(framework, *resolver, list.reports, options, *settings, summary);
+  ArchiveCache cache(ArchiveDirectories(host, options), settings->cache);
+  if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, cache.Archives());
+  LookIntoArchives(framework, &cache);
+  RetireOutdatedIn(&cache);
+  const auto run =
+      ResolveInto(framework, *resolver, list.reports, options, cache.Archives(), summary);
+  RetireOutdatedIn(nullptr);
+  LookIntoArchives(framework, nullptr);
   if (!run) return Fail(run.GetError());
   summary.places = Places(host, options);
   summary.refused = RefusedDebugFiles();
@@ -174,14 +200,15 @@ int Resolve(Host& host, const ResolveOptions& options) {
                                                            Url::FromSystemPath(options.summary));
     if (!written) return Fail(written.GetError());
   }
-  return summary.failures.empty() && summary.untouched == 0 ? kDone : kFailed;
+  if (summary.untouched != 0) return kInterruptedStatus;
+  return summary.failures.empty() ? kDone : kFailed;
 }
 
 /// The host, with the frames counted and with the module's own lines off unless they are asked for:
 /// the summary says the same in fewer words.
 HostOptions ResolvingHost(HostOptions options, const ResolveOptions& resolve) {
   options.components.push_back(ReportWorkComponent());
-  if (!resolve.archivesOnly) options.components.push_back(DebugFileComponent(DebugFiles(resolve)));
+  options.components.push_back(DebugFileComponent(DebugFiles(resolve)));
   options.arguments.insert(options.arguments.begin(), "--g_crashlogResolveDiagnosticOutput=0");
   return options;
 }
@@ -189,9 +216,14 @@ HostOptions ResolvingHost(HostOptions options, const ResolveOptions& resolve) {
 void AddOptions(Command& resolve, ResolveOptions& options) {
   resolve.AddOption("PATH", options.paths, "Crash reports, and directories of them").Required();
   resolve
-      .AddOption("--archives", options.archives,
-                 "The symbol archives. Default: the entry\ng_symbolArchiveDirectory, else none")
-      .Named("DIR");
+      .AddOption(
+          "--archives", options.archives,
+          "Symbol archives, in this directory and below; may\nbe given several times, searched "
+          "in this order.\nDefault: the entry g_symbolArchiveDirectory, else\nnone")
+      .Named("DIR")
+      .OneValueEachTime();
+  resolve.AddOption("--build", options.build, "The build of reports that state none")
+      .Named("BUILD");
   resolve
       .AddOption("--cache", options.cache,
                  "Unpacked archives; made where missing.\nDefault: the entry "
@@ -214,8 +246,10 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
       .Within(1, 256);
   const Option missing = resolve.AddFlag(
       "--missing-only", options.missingOnly,
-      "Leave reports alone whose outcome is newer\nthan they are and than the archives "
-      "of their\nbuilds");
+      "Leave reports alone that have not changed since\nthey were resolved, nor have the archives "
+      "of their\nbuilds, whatever times the files have");
+  resolve.AddFlag("--force", options.replacesBetter,
+                  "Replace outcomes of which more frames were\nresolved than now");
   resolve
       .AddOption("--results", options.results,
                  "Write one line of JSON for each report to FILE,\nin the order of the list, and "

@@ -32,10 +32,13 @@ struct Context {
 /// Adds a subcommand to the program. Both live until the program ends.
 using AddSubcommand = void (*)(Program& program, Context& context);
 
+void AddCheckCommand(Program& program, Context& context);
 void AddConfigCommand(Program& program, Context& context);
 void AddExecCommand(Program& program, Context& context);
+void AddListCommand(Program& program, Context& context);
 void AddNormalizeCommand(Program& program, Context& context);
 void AddPackCommand(Program& program, Context& context);
+void AddPruneCommand(Program& program, Context& context);
 void AddResolveCommand(Program& program, Context& context);
 void AddRunCommand(Program& program, Context& context);
 void AddShowCommand(Program& program, Context& context);

@@ -25,9 +25,9 @@ namespace {
 std::string KeyOf(const std::string& path, const DebugFileRequest& request) {
   struct stat status{};
   if (stat(path.c_str(), &status) != 0) return {};
-  return Format("@ @ @ @ @.@ @ @ @", path, status.st_dev, status.st_ino, status.st_size,
+  return Format("@ @ @ @ @.@ @ @ @ @", path, status.st_dev, status.st_ino, status.st_size,
                 status.st_mtim.tv_sec, status.st_mtim.tv_nsec, request.architecture, request.id,
-                request.takesSymbolTable)
+                request.takesSymbolTable, request.platform)
       .ToStdString();
 }
 

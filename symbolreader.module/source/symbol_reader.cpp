@@ -15,7 +15,8 @@ Result<SymbolFileRef> Open(const SymbolFileRequest& request) try {
   return SymbolFileCache::Instance().Open(request.file.SystemPath().ToStdString(),
                                           {.architecture = request.architecture.ToStdString(),
                                            .id = request.id.ToStdString(),
-                                           .takesSymbolTable = request.takesSymbolTable});
+                                           .takesSymbolTable = request.takesSymbolTable,
+                                           .platform = request.platform.ToStdString()});
 } catch (const std::bad_alloc&) {
   return Error::OutOfMemory(kSource.Here());
 } catch (const std::exception& exception) {

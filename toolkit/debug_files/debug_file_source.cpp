@@ -13,6 +13,7 @@
 
 #include "tarvo/format.h"
 #include "tarvo/symbol_file_source.h"
+#include "toolkit/debug_files/archived_files.h"
 #include "toolkit/debug_files/debuginfod.h"
 #include "toolkit/debug_files/module_identity.h"
 #include "toolkit/pack/pack_library.h"
@@ -46,9 +47,11 @@ class Places {
       : options_(std::move(options)), onProblem_(std::move(onProblem)) {}
 
   using Files = std::vector<SymbolFileRequest>;
-  /// The files of one step, from 0 to kSteps - 1, that are there.
+  /// The files of one step behind the archives, from 1 to kSteps - 1, that are there.
   Files Step(const ModuleIdentity& module, std::size_t step);
-  static constexpr std::size_t kSteps = 5;
+  static constexpr std::size_t kSteps = 6;
+
+  [[nodiscard]] const DebugFileOptions& Options() const noexcept { return options_; }
 
  private:
   using Paths = std::vector<std::string>;
@@ -63,13 +66,15 @@ class Places {
 };
 
 Places::Files Places::Step(const ModuleIdentity& module, std::size_t step) {
-  constexpr std::array<Paths (Places::*)(const ModuleIdentity&), kSteps> kFind = {
+  if (options_.archivesOnly) return {};
+  constexpr std::array<Paths (Places::*)(const ModuleIdentity&), kSteps - 1> kFind = {
       &Places::ByBuildId, &Places::Own, &Places::ByDebugLink, &Places::Downloaded, &Places::Own};
   Files files;
-  for (const std::string& path : (this->*kFind[step])(module)) {
+  for (const std::string& path : (this->*kFind[step - 1])(module)) {
     files.push_back({.file = Url::FromSystemPath(path),
                      .id = String(module.id),
-                     .takesSymbolTable = step == kSteps - 1});
+                     .takesSymbolTable = step == kSteps - 1,
+                     .platform = String(module.platform)});
   }
   return files;
 }
@@ -134,21 +139,34 @@ struct State {
 
   Places places;
   std::mutex mutex;  ///< of what follows
-  std::map<std::pair<std::string, std::string>, std::shared_ptr<Search>> searches{};
+  /// By what tells one module from another, its builds included.
+  std::map<std::vector<std::string>, std::shared_ptr<Search>> searches{};
+  Framework* framework = nullptr;
+  ArchiveCache* archives = nullptr;
   std::map<std::string, std::string> refused{};
 };
 std::unique_ptr<State> g_state;
 
 class DebugFileSource final : public Counted<SymbolFileSource> {
  public:
-  String IdOf(const ModuleQuery& query) override { return String(Identify(query).id); }
+  Result<SymbolFileRequest> Check(const ModuleQuery& query, SymbolFileRequest request) override {
+    const ModuleIdentity module = Identify(query);
+    request.id = String(module.id);
+    request.platform = String(module.platform);
+    if (g_state->archives == nullptr) return request;
+    if (auto fits = CheckArchived(*g_state->archives, module, request); !fits)
+      return fits.GetError();
+    return request;
+  }
 
   Result<SymbolFileRequest> Find(const ModuleQuery& query, std::size_t number) override {
     const ModuleIdentity module = Identify(query);
-    const std::shared_ptr<Search> search = SearchFor(module);
+    const std::vector<std::string> builds = BuildsFor(query, g_state->places.Options().build);
+    const std::shared_ptr<Search> search = SearchFor(module, builds);
     const std::scoped_lock lock(search->mutex);
     while (search->found.size() <= number && search->nextStep < Places::kSteps) {
-      auto files = g_state->places.Step(module, search->nextStep++);
+      const std::size_t step = search->nextStep++;
+      auto files = step == 0 ? Archived(module, builds) : g_state->places.Step(module, step);
       search->found.insert(search->found.end(), files.begin(), files.end());
     }
     if (number < search->found.size()) return search->found[number];
@@ -165,9 +183,19 @@ class DebugFileSource final : public Counted<SymbolFileSource> {
   }
 
  private:
-  static std::shared_ptr<Search> SearchFor(const ModuleIdentity& module) {
+  static Places::Files Archived(const ModuleIdentity& module,
+                                const std::vector<std::string>& builds) {
+    if (g_state->archives == nullptr) return {};
+    return FindArchived(*g_state->framework, *g_state->archives, module, builds);
+  }
+
+  static std::shared_ptr<Search> SearchFor(const ModuleIdentity& module,
+                                           const std::vector<std::string>& builds) {
+    std::vector<std::string> key = {module.name, module.path, module.id, module.platform,
+                                    module.isExecutable ? "program" : ""};
+    key.insert(key.end(), builds.begin(), builds.end());
     const std::scoped_lock lock(g_state->mutex);
-    std::shared_ptr<Search>& search = g_state->searches[{module.path, module.id}];
+    std::shared_ptr<Search>& search = g_state->searches[std::move(key)];
     if (search == nullptr) search = std::make_shared<Search>();
     return search;
   }
@@ -190,6 +218,12 @@ ComponentRecord DebugFileComponent(DebugFileOptions options) {
   return {.interfaceId = SymbolFileSource::kInterfaceId,
           .className = "DebugFileSource",
           .create = []() -> Ref<Object> { return Make<DebugFileSource>(); }};
+}
+
+void LookIntoArchives(Framework& framework, ArchiveCache* archives) {
+  if (g_state == nullptr) return;
+  g_state->framework = &framework;
+  g_state->archives = archives;
 }
 
 std::map<std::string, std::string> RefusedDebugFiles() {

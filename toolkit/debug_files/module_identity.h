@@ -10,9 +10,11 @@ namespace tarvo::toolkit {
 
 /// What a report says of one of its modules, for a search for debug files.
 struct ModuleIdentity {
-  std::string name;  ///< as frames name it
-  std::string path;  ///< absolute, on the machine of the crash; empty where it is not known
-  std::string id;    ///< the GNU build id, lower-case hexadecimal; empty where it is not known
+  std::string name;      ///< as frames name it
+  std::string path;      ///< absolute, on the machine of the crash; empty where it is not known
+  std::string id;        ///< the GNU build id, lower-case hexadecimal; empty where it is not known
+  std::string platform;  ///< "linux", "macos" or "windows"; empty where it is not known
+  bool isExecutable = false;
   std::optional<std::int64_t> crashTime;  ///< seconds since 1970
 };
 

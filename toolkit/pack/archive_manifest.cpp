@@ -6,6 +6,7 @@
 #include <set>
 
 #include "tarvo/symbol_archive.h"
+#include "toolkit/pack/listing.h"
 #include "toolkit/store/file_description.h"
 
 namespace tarvo::toolkit {
@@ -84,6 +85,30 @@ class OldBundles {
 };
 
 }  // namespace
+
+Result<Manifest> ReadArchiveManifest(const std::string& path) {
+  const auto archive = ArchiveReader::Open(path);
+  if (!archive) return archive.GetError();
+  Manifest manifest;
+  if (*archive == nullptr) return manifest;
+  const auto& names = (*archive)->Names();
+  const auto own = std::ranges::find(names, symbol_archive::kManifestName);
+  if (own != names.end()) {
+    Result<Manifest> told = ReadManifest(
+        (*archive)->Read(static_cast<std::size_t>(own - names.begin()), kMaximumManifestBytes));
+    if (told) manifest = *std::move(told);
+  }
+  std::set<std::string> bundles;
+  for (const std::string& name : names)
+    if (!name.ends_with('/') && name != symbol_archive::kManifestName)
+      bundles.insert(BundleOf(name));
+  std::erase_if(manifest,
+                [&](const ManifestEntry& entry) { return !bundles.contains(entry.bundle); });
+  for (const std::string& bundle : bundles)
+    if (std::ranges::find(manifest, bundle, &ManifestEntry::bundle) == manifest.end())
+      manifest.push_back({bundle, fs::path(bundle).filename().stem(), {}, false, {}});
+  return manifest;
+}
 
 Manifest ManifestOf(const ArchiveReader& archive, const std::string& scratch) {
   return OldBundles(archive, scratch).Read();

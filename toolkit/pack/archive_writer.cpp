@@ -86,6 +86,18 @@ bool ArchiveReader::Extract(std::size_t index, const std::string& to, std::uint6
   return isWhole && std::fflush(file.get()) == 0;
 }
 
+std::string ArchiveReader::Read(std::size_t index, std::uint64_t limit) const {
+  zip_file_t* entry = zip_fopen_index(archive_, index, 0);
+  if (entry == nullptr) return {};
+  std::string text;
+  std::array<char, 1 << 16> bytes;
+  zip_int64_t size = 0;
+  while ((size = zip_fread(entry, bytes.data(), bytes.size())) > 0 && text.size() <= limit)
+    text.append(bytes.data(), static_cast<std::size_t>(size));
+  const bool isWhole = zip_fclose(entry) == 0 && size == 0 && text.size() <= limit;
+  return isWhole ? text : std::string();
+}
+
 /// A content as the zip library asks for it.
 struct ArchiveWriter::Source {
   EntryContent content;

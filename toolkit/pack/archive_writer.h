@@ -30,6 +30,8 @@ class ArchiveReader {
   /// Writes an entry's content, at most `limit` bytes, to the new file `to`; whether that went
   /// well.
   [[nodiscard]] bool Extract(std::size_t index, const std::string& to, std::uint64_t limit) const;
+  /// An entry's content; empty where it cannot be read or has more than `limit` bytes.
+  [[nodiscard]] std::string Read(std::size_t index, std::uint64_t limit) const;
   [[nodiscard]] zip* Handle() const noexcept { return archive_; }
 
  private:

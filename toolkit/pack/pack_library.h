@@ -2,6 +2,7 @@
 
 #include "tarvo/result.h"
 #include "toolkit/pack/bundle.h"
+#include "toolkit/pack/listing.h"
 #include "toolkit/pack/pack.h"
 
 namespace tarvo::toolkit {
@@ -15,6 +16,7 @@ struct PackLibrary {
   decltype(&ArchivePath) archivePath;
   decltype(&WriteArchive) writeArchive;
   decltype(&FindDebugFile) findDebugFile;
+  decltype(&ReadArchiveManifest) readManifest;
 
   /// The library, loaded at the first call and kept, as errors hold texts of it; it stands in
   /// "tarvo" beside the host library. An illegal-state error with the loader's reason when it

@@ -72,7 +72,9 @@ Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy, Rea
   if (auto resolved = handler_->ResolveBugReport(copy, options_.archives, options_.cache);
       !resolved)
     return resolved;
-  if (documents_ == Documents::Left) return {};
+  // The observer may have kept what is there.
+  const bool isWritten = framework_.Files().Detect(DocumentOf(copy)) == FileKind::File;
+  if (documents_ == Documents::Left || !isWritten) return {};
   if (auto put = Publish(DocumentOf(copy), DocumentOf(report)); !put) return put;
   return Publish(CopyOf(copy), CopyOf(report));
 }

@@ -1,55 +1,103 @@
 #include "toolkit/resolve/freshness.h"
 
-#include <algorithm>
-#include <optional>
-#include <system_error>
+#include <rapidjson/document.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <string_view>
+#include <utility>
+
+#include "tarvo/crash_report.h"
 #include "tarvo/report/resolve.h"
-#include "tarvo/symbol_archive.h"
+#include "toolkit/base/regular_file.h"
+#include "toolkit/resolve/report_identity.h"
 
 namespace tarvo::toolkit {
 namespace {
 
-namespace fs = std::filesystem;
+namespace property = crash_report::property;
 
-std::optional<fs::file_time_type> TimeOf(const fs::path& file) {
-  std::error_code missing;
-  const auto time = fs::last_write_time(file, missing);
-  return missing ? std::nullopt : std::optional(time);
+/// An outcome names a build or two; one that is larger than this is not read.
+constexpr std::size_t kMaximumOutcomeBytes = 1 << 20;
+
+std::string StartOf(const Url& file) {
+  const auto opened = OpenRegularFile(file.SystemPath().ToStdString());
+  if (!opened) return {};
+  std::string text(std::min<std::uint64_t>(opened->size, kMaximumOutcomeBytes), '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), opened->file.get()));
+  return text;
 }
 
-std::optional<fs::file_time_type> TimeOf(const Url& file) {
-  return TimeOf(fs::path(file.SystemPath().View()));
+/// What stands behind `word`, which blanks may precede; nothing where another word does.
+std::optional<std::string_view> Behind(std::string_view text, std::string_view word) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+  if (!text.starts_with(word)) return std::nullopt;
+  return text.substr(word.size());
+}
+
+std::string TextOf(const rapidjson::Value& object, std::string_view key) {
+  const auto member = object.FindMember(std::string(key).c_str());
+  if (member == object.MemberEnd() || !member->value.IsString()) return {};
+  return {member->value.GetString(), member->value.GetStringLength()};
+}
+
+std::optional<std::uint64_t> NumberOf(const rapidjson::Value& object, std::string_view key) {
+  const auto member = object.FindMember(std::string(key).c_str());
+  if (member == object.MemberEnd() || !member->value.IsUint64()) return std::nullopt;
+  return member->value.GetUint64();
+}
+
+MadeOf Parse(const rapidjson::Value& outcome) {
+  MadeOf made{.size = NumberOf(outcome, property::kOutcomeSize).value_or(0),
+              .hash = TextOf(outcome, property::kOutcomeHash),
+              .archives = {},
+              .resolved = NumberOf(outcome, property::kOutcomeResolved)};
+  const auto archives = outcome.FindMember(std::string(property::kOutcomeArchives).c_str());
+  if (archives == outcome.MemberEnd() || !archives->value.IsArray()) return made;
+  for (const rapidjson::Value& archive : archives->value.GetArray()) {
+    if (!archive.IsObject()) continue;
+    auto& identities = made.archives[TextOf(archive, property::kBuild)];
+    const std::string identity = TextOf(archive, property::kOutcomeIdentity);
+    if (!identity.empty()) identities.push_back(identity);
+  }
+  for (auto& [build, identities] : made.archives) std::ranges::sort(identities);
+  return made;
+}
+
+std::vector<std::string> IdentitiesOf(ArchiveTree& archives, const std::string& build) {
+  std::vector<std::string> identities;
+  for (const ArchiveState& archive : archives.Of(build)) identities.push_back(archive.identity);
+  std::ranges::sort(identities);
+  return identities;
 }
 
 }  // namespace
 
-Freshness::Freshness(const Url& archives) {
-  std::error_code end;
-  fs::recursive_directory_iterator entries(archives.SystemPath().View(),
-                                           fs::directory_options::skip_permission_denied, end);
-  for (; !end && entries != fs::recursive_directory_iterator(); entries.increment(end)) {
-    const std::string name = entries->path().filename().string();
-    if (!name.ends_with(symbol_archive::kSuffix)) continue;
-    const auto time = TimeOf(entries->path());
-    if (!time) continue;
-    const std::string build = name.substr(0, name.size() - symbol_archive::kSuffix.size());
-    const auto [newest, isFirst] = archives_.try_emplace(build, *time);
-    newest->second = std::max(newest->second, *time);
-  }
+std::optional<MadeOf> ReadMadeOf(const Url& report) {
+  const std::string start = StartOf(report::DocumentOf(report));
+  auto rest = Behind(start, "{");
+  if (rest) rest = Behind(*rest, '"' + std::string(property::kOutcome) + '"');
+  if (rest) rest = Behind(*rest, ":");
+  if (!rest) return std::nullopt;
+  rapidjson::Document outcome;
+  outcome.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseStopWhenDoneFlag>(rest->data(),
+                                                                                    rest->size());
+  if (outcome.HasParseError() || !outcome.IsObject()) return std::nullopt;
+  return Parse(outcome);
 }
 
-bool Freshness::IsUpToDate(const Report& report) const {
-  const auto document = TimeOf(report::DocumentOf(report.file));
-  const auto copy = TimeOf(report::CopyOf(report.file));
-  const auto source = TimeOf(report.file);
-  if (!document || !copy || !source) return false;
-  const auto oldest = std::min(*document, *copy);
-  if (report.builds->size() == kMaximumBuilds) return false;
-  return oldest > *source && std::ranges::all_of(*report.builds, [&](const std::string& build) {
-           const auto archive = archives_.find(build);
-           return archive == archives_.end() || oldest > archive->second;
-         });
+bool IsUpToDate(const Report& report, ArchiveTree& archives) {
+  std::error_code missing;
+  const auto made = ReadMadeOf(report.file);
+  if (!made || made->hash.empty() ||
+      !std::filesystem::exists(report::CopyOf(report.file).SystemPath().ToStdString(), missing))
+    return false;
+  if (std::ranges::any_of(made->archives, [&](const auto& archive) {
+        return IdentitiesOf(archives, archive.first) != archive.second;
+      }))
+    return false;
+  const Result<ReportIdentity> identity = IdentifyReport(report.file);
+  return identity && identity->size == made->size && identity->hash == made->hash;
 }
 
 }  // namespace tarvo::toolkit

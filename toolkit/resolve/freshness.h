@@ -1,27 +1,32 @@
 #pragma once
 
-#include <filesystem>
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tarvo/framework.h"
 #include "toolkit/resolve/report_list.h"
+#include "toolkit/store/archive_tree.h"
 
 namespace tarvo::toolkit {
 
-/// Tells which reports need no resolving again.
-class Freshness {
- public:
-  /// Looks through the whole tree of archives, once. A directory that cannot be listed counts as
-  /// empty.
-  explicit Freshness(const Url& archives);
-
-  /// Whether what was made of `report` is newer than it and than the archives of its builds.
-  [[nodiscard]] bool IsUpToDate(const Report& report) const;
-
- private:
-  using Time = std::filesystem::file_time_type;
-  std::map<std::string, Time> archives_;  ///< by build, the newest of each
+/// What a document says it was made of (crash_report.h, "Outcome").
+struct MadeOf {
+  std::uint64_t size = 0;  ///< of the report, in bytes
+  std::string hash;        ///< of the report
+  /// By build the identities of its archives, sorted; none where there was none.
+  std::map<std::string, std::vector<std::string>> archives;
+  std::optional<std::uint64_t> resolved;  ///< frames that were resolved
 };
+
+/// Reads what the document beside `report` was made of, from its start; nothing where there is no
+/// such document, or it does not say.
+[[nodiscard]] std::optional<MadeOf> ReadMadeOf(const Url& report);
+
+/// Whether resolving `report` again would give what is beside it: it has the same content, and the
+/// archives of its builds are the same, there or not there. Whatever times the files have.
+[[nodiscard]] bool IsUpToDate(const Report& report, ArchiveTree& archives);
 
 }  // namespace tarvo::toolkit

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "tarvo/crash_report.h"
 #include "tarvo/resolve_observer.h"
 #include "toolkit/report/reading.h"
 #include "toolkit/resolve/progress.h"
@@ -11,6 +12,18 @@ namespace tarvo::toolkit {
 namespace {
 
 thread_local ReportWork* t_work = nullptr;
+ArchiveCache* g_cache = nullptr;
+
+/// The builds that the crash log states, told to the cache.
+void RetireOutdated(const DataDictionary& crashLog) {
+  const auto* modules = crashLog.FindAs<DataArray>(crash_report::property::kLoadedModules);
+  for (std::size_t i = 0; modules != nullptr && i < modules->Size(); ++i) {
+    const auto* module = (*modules)[i].As<DataDictionary>();
+    const auto* build =
+        module == nullptr ? nullptr : module->FindAs<String>(crash_report::property::kBuild);
+    if (build != nullptr) g_cache->Retire(build->ToStdString());
+  }
+}
 
 /// The last two names of a path: in a cache these are the build and the module's bundle.
 std::string EndOf(std::string_view path) {
@@ -34,7 +47,10 @@ std::string WorkText(const WorkReport& report, const String& module) {
 class ReportWorker final : public Counted<ResolveObserver> {
  public:
   bool Salvages() override { return report::SalvagesReading(); }
-  void ReportRead(DataDictionary& crashLog) override { report::CompleteReading(crashLog); }
+  void ReportRead(DataDictionary& crashLog) override {
+    report::CompleteReading(crashLog);
+    if (g_cache != nullptr) RetireOutdated(crashLog);
+  }
   void FrameDone(const FrameReport& report) override {
     if (t_work == nullptr) return;
     t_work->tally.Add(report);
@@ -56,6 +72,8 @@ class ReportWorker final : public Counted<ResolveObserver> {
 
 ReportWorkScope::ReportWorkScope(ReportWork& work) noexcept { t_work = &work; }
 ReportWorkScope::~ReportWorkScope() { t_work = nullptr; }
+
+void RetireOutdatedIn(ArchiveCache* cache) { g_cache = cache; }
 
 ComponentRecord ReportWorkComponent() {
   return {.interfaceId = ResolveObserver::kInterfaceId,

@@ -7,6 +7,7 @@
 #include "tarvo/registration.h"
 #include "tarvo/string.h"
 #include "toolkit/resolve/tally.h"
+#include "toolkit/store/archive_cache.h"
 
 namespace tarvo::toolkit {
 
@@ -32,5 +33,9 @@ class ReportWorkScope {
 
 /// The component through which the crash handler's module fills a thread's ReportWork.
 [[nodiscard]] ComponentRecord ReportWorkComponent();
+
+/// From now on what is unpacked of archives that have changed is retired before a report's frames
+/// are resolved. `cache` lives until this is called with null.
+void RetireOutdatedIn(ArchiveCache* cache);
 
 }  // namespace tarvo::toolkit

@@ -3,11 +3,16 @@
 #include <algorithm>
 #include <condition_variable>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "json/json_writer.h"
+#include "tarvo/crash_report.h"
+#include "toolkit/resolve/freshness.h"
 #include "toolkit/resolve/outcome.h"
 #include "toolkit/resolve/progress.h"
 #include "toolkit/resolve/report_identity.h"
@@ -18,6 +23,7 @@ namespace tarvo::toolkit {
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenLooks{100};
+constexpr std::chrono::milliseconds kPatience{700};
 
 volatile std::sig_atomic_t g_isInterrupted = 0;
 
@@ -56,11 +62,12 @@ std::string JsonLine(const DataDictionary& document) {
 class Run {
  public:
   Run(report::ReportResolver& resolver, const std::vector<Report>& reports, ArchiveTree& archives,
-      ResultsFile* results, Summary& summary)
+      const RunOptions& options, Summary& summary)
       : resolver_(resolver),
         reports_(reports),
         archives_(archives),
-        results_(results),
+        options_(options),
+        results_(options.results),
         summary_(summary),
         schedule_(reports) {}
 
@@ -71,13 +78,29 @@ class Run {
     for (std::size_t i = 0; i < count; ++i) threads.emplace_back([this] { Work(); });
     std::unique_lock lock(mutex_);
     while (!ended_.wait_for(lock, kBetweenLooks, [&] { return working_ == 0; })) {
-      if (g_isInterrupted != 0) schedule_.Stop();
+      if (g_isInterrupted != 0) Stop();
       progress.Show({done_, reports_.size(), clock.Now() - start});
     }
     summary_.untouched += reports_.size() - done_;
   }
 
  private:
+  /// Reports that are nearly done may end; who asked for the end does not wait for others. What is
+  /// written appears in one step, so leaving does no harm.
+  void Stop() {
+    schedule_.Stop();
+    const auto now = std::chrono::steady_clock::now();
+    if (!stopped_) {
+      stopped_ = now;
+      std::fputs("\rtarvo: Ending; a second Ctrl-C ends it at once.\n", stderr);
+    }
+    if (now - *stopped_ < kPatience) return;
+    std::fprintf(stderr, "tarvo: Interrupted: %zu of %zu reports are done.\n", done_,
+                 reports_.size());
+    std::fflush(nullptr);
+    std::_Exit(kInterruptedStatus);
+  }
+
   void Work() {
     while (const auto report = schedule_.Take()) {
       ReportWork work;
@@ -96,12 +119,27 @@ class Run {
     const Result<ReportIdentity> identity = IdentifyReport(report.file);
     if (!identity) return Failed(index, {}, identity.GetError());
     work.onResolved = [&](DataDictionary& crashLog) {
-      crashLog = WithOutcome(OutcomeOf(report.file, *identity, work.builds, archives_), crashLog);
+      DataDictionary outcome = OutcomeOf(report.file, *identity, work.builds, archives_);
+      const std::uint64_t resolved = work.tally.Frames(FrameOutcome::Resolved);
+      outcome.Set(String(crash_report::property::kOutcomeResolved), resolved);
+      crashLog = WithOutcome(std::move(outcome), crashLog);
       if (results_ != nullptr) results_->Add(index, JsonLine(crashLog));
-      return results_ == nullptr;
+      return results_ == nullptr && !KeepsBetter(report, *identity, resolved);
     };
     const Result<bool> resolved = Resolved(report, work);
     return resolved ? resolved : Failed(index, *identity, resolved.GetError());
+  }
+
+  /// Whether what is beside the report, of the same content, knows more of it than `resolved`
+  /// frames.
+  bool KeepsBetter(const Report& report, const ReportIdentity& identity, std::uint64_t resolved) {
+    if (options_.replacesBetter) return false;
+    const auto made = ReadMadeOf(report.file);
+    if (!made || made->hash != identity.hash || made->resolved.value_or(0) <= resolved)
+      return false;
+    const std::scoped_lock lock(mutex_);
+    ++summary_.kept;
+    return true;
   }
 
   Result<bool> Resolved(const Report& report, ReportWork& work) try {
@@ -133,11 +171,13 @@ class Run {
   report::ReportResolver& resolver_;
   const std::vector<Report>& reports_;
   ArchiveTree& archives_;
+  const RunOptions& options_;
   ResultsFile* results_;
   Summary& summary_;
   Schedule schedule_;
   std::mutex mutex_;
   std::condition_variable ended_;
+  std::optional<std::chrono::steady_clock::time_point> stopped_;
   std::size_t working_ = 0;
   std::size_t done_ = 0;
 };
@@ -149,7 +189,7 @@ void ResolveAll(Framework& framework, report::ReportResolver& resolver,
                 const RunOptions& options, Summary& summary) {
   const Interruptible interruptible;
   Progress progress(options.isQuiet);
-  Run(resolver, reports, archives, options.results, summary)
+  Run(resolver, reports, archives, options, summary)
       .InThreads(std::clamp<std::size_t>(reports.size(), 1, options.threads), framework.Clock(),
                  progress);
   std::ranges::stable_sort(summary.failures, {},

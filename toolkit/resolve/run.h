@@ -3,22 +3,28 @@
 #include <vector>
 
 #include "toolkit/report/report_resolver.h"
-#include "toolkit/resolve/archive_tree.h"
 #include "toolkit/resolve/report_list.h"
 #include "toolkit/resolve/results_file.h"
 #include "toolkit/resolve/summary.h"
+#include "toolkit/store/archive_tree.h"
 
 namespace tarvo::toolkit {
+
+/// The exit status of a run that was interrupted, as shells have it for SIGINT.
+inline constexpr int kInterruptedStatus = 130;
 
 struct RunOptions {
   std::size_t threads = 1;
   bool isQuiet = false;
   ResultsFile* results = nullptr;  ///< takes a line for each report; null: none
+  /// Whether an outcome takes the place of one of the same report with more frames resolved.
+  bool replacesBetter = false;
 };
 
 /// Resolves `reports` and adds what came of it to `summary`; each outcome says which archives of
 /// `archives` were there. Progress is shown meanwhile. The first SIGINT or SIGTERM ends it after
-/// the reports that are being resolved, the second one ends the program.
+/// the reports that are nearly done, within a second: the program, by kInterruptedStatus, where
+/// some are not. The second one ends the program at once.
 void ResolveAll(Framework& framework, report::ReportResolver& resolver,
                 const std::vector<Report>& reports, ArchiveTree& archives,
                 const RunOptions& options, Summary& summary);

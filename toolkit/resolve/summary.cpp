@@ -46,6 +46,8 @@ std::string ReportsLine(const Summary& summary) {
                      " resolved, " + Number(summary.failures.size()) + " failed";
   if (summary.damaged != 0)
     line += ", " + Number(summary.damaged) + " damaged and resolved in part";
+  if (summary.kept != 0)
+    line += ", " + Number(summary.kept) + " left as before, which knew more (--force replaces it)";
   if (summary.upToDate != 0) line += ", " + Number(summary.upToDate) + " up to date";
   if (summary.untouched != 0) line += ", " + Number(summary.untouched) + " not come to";
   return line + "\n";
@@ -78,6 +80,8 @@ std::string Help(const Tally::Lack& lack) {
       return "symbols of " + module + " in the archive of build " + build;
     case FrameOutcome::ModuleIncomplete:
       return "build of " + module;
+    case FrameOutcome::WrongSymbols:
+      return "the right symbols of " + module + (build.empty() ? "" : ", build " + build);
     case FrameOutcome::ModuleNotListed:
       return "entry of " + module + " in the list of modules";
     default:
@@ -91,7 +95,8 @@ std::string LacksText(const Tally& tally) {
   for (const auto& [lack, count] : lacks) {
     text += Number(count.frames, 11) + "  " + Help(lack) + "\n";
     const bool isExplained = lack.outcome == FrameOutcome::UnreadableArchive ||
-                             lack.outcome == FrameOutcome::UnreadableBundle;
+                             lack.outcome == FrameOutcome::UnreadableBundle ||
+                             lack.outcome == FrameOutcome::WrongSymbols;
     if (isExplained) text += std::string(13, ' ') + "(" + Shown(count.reason) + ")\n";
   }
   return text;
@@ -162,6 +167,7 @@ DataDictionary SummaryDocument(const Summary& summary) {
   reports.Set("Failed", std::uint64_t{summary.failures.size()});
   reports.Set("Damaged", std::uint64_t{summary.damaged});
   reports.Set("UpToDate", std::uint64_t{summary.upToDate});
+  reports.Set("Kept", std::uint64_t{summary.kept});
   reports.Set("NotComeTo", std::uint64_t{summary.untouched});
   DataArray failures;
   for (const Failure& failure : summary.failures) {

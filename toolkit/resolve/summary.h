@@ -17,6 +17,7 @@ struct Summary {
   std::size_t resolved = 0;
   std::size_t damaged = 0;    ///< of these, in part
   std::size_t upToDate = 0;   ///< left alone
+  std::size_t kept = 0;       ///< resolved worse than before, so that the older outcome stays
   std::size_t untouched = 0;  ///< not come to, because the run was interrupted
   std::vector<Failure> failures;
   Tally tally;

@@ -22,6 +22,7 @@ constexpr std::array<Words, kFrameOutcomes> kWords = {
     Words{"BundleMissing", "symbols missing in the archive"},
     Words{"NoDebugInformation", "no usable debug information"},
     Words{"AddressOutside", "address outside what the symbols cover"},
+    Words{"SymbolsWrong", "symbols of another build, system or module"},
 };
 
 /// What would have to be there for the frame to be resolved.

@@ -1,7 +1,7 @@
 #include "toolkit/store/file_description.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,18 +27,25 @@ constexpr const char* kReader = "tarvo-symbol-indexer";
 constexpr const char* kMegabytes = "4096";
 constexpr std::size_t kMaximumDescriptionBytes = std::size_t{64} << 20;
 
-/// The program stands with the modules: beside the folder of the program, or below the one of what
-/// is loaded by it alone, where the library that holds this function may be.
+/// The folder of the host library, which the program has loaded.
+fs::path HostLibraryFolder() {
+  fs::path folder;
+  const auto look = [](dl_phdr_info* info, std::size_t, void* found) {
+    const fs::path library = info->dlpi_name;
+    if (library.filename().native().starts_with("libtarvo.so"))
+      *static_cast<fs::path*>(found) = library.parent_path();
+    return 0;
+  };
+  dl_iterate_phdr(look, &folder);
+  return folder;
+}
+
+/// The program stands with the modules: beside the folder of this program, or where modules are
+/// installed.
 std::string ReaderProgram() {
   std::error_code error;
-  Dl_info own{};
-  std::vector<fs::path> folders = {fs::read_symlink("/proc/self/exe", error).parent_path() / ".."};
-  if (dladdr(reinterpret_cast<const void*>(&DescribeFile), &own) != 0) {
-    const fs::path folder = fs::path(own.dli_fname).parent_path();
-    folders.push_back(folder);
-    folders.push_back(folder / "tarvo");
-  }
-  for (const fs::path& folder : folders)
+  const fs::path own = fs::read_symlink("/proc/self/exe", error).parent_path();
+  for (const fs::path& folder : {own / "..", HostLibraryFolder() / "tarvo"})
     if (const fs::path program = folder / "modules" / kReader; fs::exists(program, error))
       return program.native();
   return {};

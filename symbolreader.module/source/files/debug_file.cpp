@@ -173,9 +173,27 @@ bool HasFunctionNames(const ObjectFile& object) {
   return elf != nullptr && NamesFunctions(elf->getDynamicSymbolIterators());
 }
 
+/// An error when a file's format is not that of the platform that is asked for.
+Result<void> CheckPlatform(const std::string& path, std::string_view format,
+                           std::string_view platform, std::string_view expected) {
+  if (expected.empty() || platform == expected) return {};
+  return Error::IllegalArgument(
+      kSource.Here(), Format("The debug file @ is for another system: found @, for @, expected one "
+                             "for @.",
+                             path, format, platform, expected));
+}
+
+Result<void> CheckPlatform(const std::string& path, const ObjectFile& object,
+                           std::string_view expected) {
+  if (object.isELF()) return CheckPlatform(path, "ELF", "linux", expected);
+  if (object.isMachO()) return CheckPlatform(path, "Mach-O", "macos", expected);
+  return CheckPlatform(path, "PE", "windows", expected);
+}
+
 Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Contents& contents,
                                const DebugFileRequest& request) {
   const ObjectFile& object = *contents.object;
+  if (auto fits = CheckPlatform(path, object, request.platform); !fits) return fits.GetError();
   if (auto fits = CheckArchitecture(path, NameOf(object.getArch()), request.architecture); !fits)
     return fits.GetError();
   const auto image = ImageRangeOf(object);
@@ -210,6 +228,8 @@ Result<DebugFileFacts> FactsOf(const std::string& path, const DebugFile::Content
 Result<DebugFileFacts> FactsOfPdb(const std::string& path, const DebugFile::Contents& contents,
                                   const DebugFileRequest& request) {
   DebugFileFacts facts{.path = path, .format = ImageFormat::Pe, .pdbPath = path};
+  if (auto fits = CheckPlatform(path, "a PDB", "windows", request.platform); !fits)
+    return fits.GetError();
   const auto identity = ReadPdbIdentity(contents.buffer->getBuffer());
   if (!identity) return facts;
   facts.id = identity->id;
@@ -254,17 +274,17 @@ std::unique_ptr<ObjectFile> ObjectIn(const llvm::MemoryBuffer& buffer) {
 Result<void> CheckArchitecture(const std::string& path, const std::string& found,
                                std::string_view architecture) {
   if (architecture.empty() || found == NameOf(ArchitectureOf(architecture))) return {};
-  return FileError(kSource.Here(), path,
-                   Format("The debug file @ is for another architecture: found @, expected @.",
-                          path, found, architecture));
+  return Error::IllegalArgument(
+      kSource.Here(), Format("The debug file @ is for another architecture: found @, expected @.",
+                             path, found, architecture));
 }
 
 Result<void> CheckId(const std::string& path, const std::string& found,
                      const std::string& expected) {
   if (expected.empty() || found == expected) return {};
-  return FileError(kSource.Here(), path,
-                   Format("The debug file @ is of another build: found the id @, expected @.", path,
-                          found, expected));
+  return Error::IllegalArgument(
+      kSource.Here(), Format("The debug file @ is of another build: found the id @, expected @.",
+                             path, found, expected));
 }
 
 DebugFile::DebugFile(DebugFileFacts facts, std::unique_ptr<Contents> contents)

@@ -49,6 +49,7 @@ struct DebugFileRequest {
   std::string architecture{};     ///< empty: that of the file, which must have one only
   std::string id{};               ///< empty: any
   bool takesSymbolTable = false;  ///< whether a symbol table will do
+  std::string platform{};         ///< "linux", "macos" or "windows"; empty: any
 };
 
 /// Opens a Mach-O (of a universal one the slice for the architecture), ELF or PE file or a PDB. A
@@ -56,9 +57,9 @@ struct DebugFileRequest {
 /// are not looked into here.
 ///
 /// A file error that names the file, what was found and what was expected when it cannot be read,
-/// is of none of these formats or damaged, is for another architecture, has another id or has no
-/// debug information. An illegal-argument error for an architecture that nobody knows. Only regular
-/// files are opened, so nothing blocks.
+/// is of none of these formats or damaged or has no debug information. An illegal-argument error
+/// when it is for another platform or architecture or has another id, and for an architecture that
+/// nobody knows. Only regular files are opened, so nothing blocks.
 Result<std::shared_ptr<const DebugFile>> OpenDebugFile(const std::string& path,
                                                        const DebugFileRequest& request);
 

@@ -99,7 +99,8 @@
 ///     Documents          array of { DocumentName, DocumentPath }, the opened scenes
 ///     CriticalLog        array of texts
 ///
-///     Outcome            { Report, Size, Time, Hash, Archives }: which file this was made of, and
+///     Outcome            { Report, Size, Time, Hash, Archives, Resolved }: which file this was
+///     made of, and
 ///                        which archives were there for it, as an array of { Build, File, Identity
 ///                        } and { Build, Missing }; first, and only in what `tarvo resolve` makes.
 ///                        In a file of results a report that failed has only this, with an Error
@@ -312,6 +313,7 @@ inline constexpr std::string_view kOutcomeArchives = "Archives";  ///< each with
 inline constexpr std::string_view kOutcomeFile = "File";          ///< ... its path and ...
 inline constexpr std::string_view kOutcomeIdentity = "Identity";  ///< ... what tells its content,
 inline constexpr std::string_view kOutcomeMissing = "Missing";    ///< or that there is none
+inline constexpr std::string_view kOutcomeResolved = "Resolved";  ///< how many frames were
 inline constexpr std::string_view kOutcomeError = "Error";        ///< why it was not resolved
 }  // namespace property
 

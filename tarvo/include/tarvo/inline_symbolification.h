@@ -37,10 +37,14 @@ struct SymbolFileRequest {
   Url file{};             ///< the symbol bundle
   String architecture{};  ///< only where the report states one; else that of the file is taken
   /// The module's build id, UUID, or a PDB's signature and age, in lower-case hexadecimal; a file
-  /// of another one is refused. Empty where it is not known.
+  /// of another one is refused, by an illegal-argument error as for all that does not fit. Empty
+  /// where it is not known.
   String id{};
   /// Whether a file without debug information will do, for the names of its symbol tables.
   bool takesSymbolTable = false;
+  /// The system that the module ran on, "linux", "macos" or "windows"; a file in another one's
+  /// format is refused. Empty where it is not known.
+  String platform{};
 
   friend bool operator==(const SymbolFileRequest&, const SymbolFileRequest&) = default;
 };

@@ -21,8 +21,9 @@ enum class FrameOutcome : std::uint8_t {
   NoBundle,           ///< the archive holds nothing for the module
   UnreadableBundle,   ///< no debug information, another architecture, or damaged
   UnknownAddress,     ///< the symbols do not cover the address
+  WrongSymbols,       ///< the symbols are another build's, platform's or module's
 };
-inline constexpr std::size_t kFrameOutcomes = 9;
+inline constexpr std::size_t kFrameOutcomes = 10;
 
 /// One frame, as an observer is told of it. Valid during the call.
 struct FrameReport {

@@ -26,9 +26,10 @@ class SymbolFileSource : public Object {
  public:
   static constexpr std::string_view kInterfaceId = "net.tarvo.interface.symbolfilesource";
 
-  /// The module's build id as far as it is known, else empty: symbols of an archive that have
-  /// another one are not used either.
-  [[nodiscard]] virtual String IdOf(const ModuleQuery& query) = 0;
+  /// `request`, symbols that the archive has under the module's name, with all that is known of the
+  /// module (id, platform), so that others are refused. An illegal-argument error when they are
+  /// known to be another module's.
+  virtual Result<SymbolFileRequest> Check(const ModuleQuery& query, SymbolFileRequest request) = 0;
 
   /// The file to try as number `number`, from 0 on, after the ones before it, and what the archive
   /// has, were refused or are not there. The error says that there is no further one.

@@ -7,12 +7,24 @@
 namespace tarvo::crashhandler {
 namespace {
 
-/// Whether `request` can be loaded; `source` is told when it cannot.
-bool Serves(const SymbolFileRequest& request, const ModuleQuery& query, SymbolFileSource& source,
-            SymbolLookup& lookup) {
-  const Result<void> loaded = lookup.Load(request);
+/// Loads `request`; `source` is told when it cannot be.
+Result<void> Load(const SymbolFileRequest& request, const ModuleQuery& query,
+                  SymbolFileSource& source, SymbolLookup& lookup) {
+  Result<void> loaded = lookup.Load(request);
   if (!loaded) source.Refused(query, request, loaded.GetError());
-  return static_cast<bool>(loaded);
+  return loaded;
+}
+
+/// Loads what the archive has under the module's name, completed by what is known of the module.
+Result<void> LoadArchived(SymbolFileRequest& request, const ModuleQuery& query,
+                          SymbolFileSource& source, SymbolLookup& lookup) {
+  const Result<SymbolFileRequest> checked = source.Check(query, request);
+  if (!checked) {
+    source.Refused(query, request, checked.GetError());
+    return checked.GetError();
+  }
+  request = *checked;
+  return Load(request, query, source, lookup);
 }
 
 }  // namespace
@@ -21,16 +33,20 @@ Result<ModuleSymbols> ChooseSymbols(const ModuleQuery& query, Result<ModuleSymbo
                                     SymbolFileSource& source, SymbolLookup& lookup) {
   const Result<std::uint64_t> base = query.module.Get<std::uint64_t>(property::kBaseAddress);
   if (!base) return archived;
+  Result<void> loaded;
   if (archived && archived->symbols) {
-    archived->symbols->id = source.IdOf(query);
-    if (Serves(*archived->symbols, query, source, lookup)) return archived;
+    loaded = LoadArchived(*archived->symbols, query, source, lookup);
+    if (loaded) return archived;
   }
   for (std::size_t number = 0;; ++number) {
     const Result<SymbolFileRequest> found = source.Find(query, number);
-    if (!found) return archived;
-    if (Serves(*found, query, source, lookup))
+    if (!found) break;
+    if (Load(*found, query, source, lookup))
       return ModuleSymbols{*base, archived ? archived->build : String(), *found};
   }
+  if (loaded || loaded.GetError().ClassId() != Error::kIllegalArgument) return archived;
+  return ModuleSymbols{archived->baseAddress, archived->build, loaded.GetError(),
+                       FrameOutcome::WrongSymbols};
 }
 
 }  // namespace tarvo::crashhandler

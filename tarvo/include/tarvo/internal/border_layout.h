@@ -230,12 +230,13 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&SourceFrame::function, &SourceFrame::sourceFile, &SourceFrame::line)
         .Record(&AddressChain::frames, &AddressChain::symbolOffset)
         .Record(&SymbolFileRequest::file, &SymbolFileRequest::architecture, &SymbolFileRequest::id,
-                &SymbolFileRequest::takesSymbolTable)
+                &SymbolFileRequest::takesSymbolTable, &SymbolFileRequest::platform)
         .Record(&InlineSymbolification::Load, &InlineSymbolification::Resolve)
         .Enumerators(FrameOutcome::Resolved, FrameOutcome::NoModule, FrameOutcome::ModuleNotListed,
                      FrameOutcome::ModuleIncomplete, FrameOutcome::NoArchive,
                      FrameOutcome::UnreadableArchive, FrameOutcome::NoBundle,
-                     FrameOutcome::UnreadableBundle, FrameOutcome::UnknownAddress)
+                     FrameOutcome::UnreadableBundle, FrameOutcome::UnknownAddress,
+                     FrameOutcome::WrongSymbols)
         .Record(&FrameReport::outcome, &FrameReport::error)
         .Reference<const DataDictionary>(offsetof(FrameReport, frame))
         .Reference<const String>(offsetof(FrameReport, build))
@@ -248,7 +249,7 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Reference<const String>(offsetof(WorkReport, file))
         .Reference<const DataDictionary>(offsetof(ModuleQuery, crashLog))
         .Reference<const DataDictionary>(offsetof(ModuleQuery, module))
-        .Record(&SymbolFileSource::IdOf, &SymbolFileSource::Find, &SymbolFileSource::Refused);
+        .Record(&SymbolFileSource::Check, &SymbolFileSource::Find, &SymbolFileSource::Refused);
   }
 #pragma GCC diagnostic pop
 };

@@ -1,4 +1,4 @@
-#include "toolkit/resolve/archive_tree.h"
+#include "toolkit/store/archive_tree.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -107,19 +107,45 @@ std::vector<ArchiveState> ArchiveTree::Of(std::string_view build) {
   return found->second;
 }
 
+std::vector<std::string> ArchiveTree::Builds() {
+  const std::scoped_lock lock(mutex_);
+  if (!isListed_) List();
+  std::vector<std::string> builds;
+  for (const auto& [build, archives] : archives_) builds.push_back(build);
+  return builds;
+}
+
+std::vector<std::string> ArchiveTree::FilesOf(std::string_view build) {
+  const std::scoped_lock lock(mutex_);
+  if (!isListed_) List();
+  std::vector<std::string> files;
+  if (const auto found = archives_.find(build); found != archives_.end())
+    for (const ArchiveState& archive : found->second) files.push_back(archive.file);
+  return files;
+}
+
 void ArchiveTree::List() {
   isListed_ = true;
-  if (directory_.IsEmpty()) return;
+  for (const Url& directory : directories_)
+    if (!directory.IsEmpty()) List(directory);
+}
+
+void ArchiveTree::List(const Url& directory) {
+  std::map<std::string, std::vector<ArchiveState>> found;
   std::error_code end;
-  fs::recursive_directory_iterator entries(directory_.SystemPath().View(),
+  fs::recursive_directory_iterator entries(directory.SystemPath().View(),
                                            fs::directory_options::skip_permission_denied, end);
   for (; !end && entries != fs::recursive_directory_iterator(); entries.increment(end)) {
     const std::string name = entries->path().filename().string();
     if (!name.ends_with(symbol_archive::kSuffix)) continue;
-    archives_[name.substr(0, name.size() - symbol_archive::kSuffix.size())].push_back(
+    found[name.substr(0, name.size() - symbol_archive::kSuffix.size())].push_back(
         {entries->path().string(), {}});
   }
-  for (auto& [build, archives] : archives_) std::ranges::sort(archives, {}, &ArchiveState::file);
+  for (auto& [build, archives] : found) {
+    std::ranges::sort(archives, {}, &ArchiveState::file);
+    auto& all = archives_[build];
+    all.insert(all.end(), archives.begin(), archives.end());
+  }
 }
 
 }  // namespace tarvo::toolkit

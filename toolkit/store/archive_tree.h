@@ -4,6 +4,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tarvo/url.h"
@@ -22,20 +23,26 @@ struct ArchiveState {
 /// size and its end; of one that cannot be read "unreadable". Reads some kilobytes.
 [[nodiscard]] std::string IdentifyArchive(const std::string& file);
 
-/// The archives below a directory, by build. Listed at the first question, once, and each archive
-/// looked at once. All operations from any thread.
+/// The archives below some directories, by build. Listed at the first question, once, and each
+/// archive looked at once. All operations from any thread.
 class ArchiveTree {
  public:
-  explicit ArchiveTree(const Url& directory) : directory_(directory) {}
+  explicit ArchiveTree(std::vector<Url> directories) : directories_(std::move(directories)) {}
 
-  /// All archives of `build`, sorted by path; none where there is none. A directory that cannot be
-  /// listed counts as empty.
+  /// All archives of `build`, directory by directory in their order, in each sorted by path; none
+  /// where there is none. A directory that cannot be listed counts as empty.
   [[nodiscard]] std::vector<ArchiveState> Of(std::string_view build);
+
+  /// The builds that have archives, sorted; and the paths of a build's, without looking at them.
+  [[nodiscard]] std::vector<std::string> Builds();
+  [[nodiscard]] std::vector<std::string> FilesOf(std::string_view build);
 
  private:
   void List();
 
-  const Url directory_;
+  void List(const Url& directory);
+
+  const std::vector<Url> directories_;
   std::mutex mutex_;
   bool isListed_ = false;
   std::map<std::string, std::vector<ArchiveState>, std::less<>> archives_;

@@ -1,0 +1,149 @@
+#include "toolkit/store/prune.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string_view>
+#include <utility>
+
+namespace tarvo::toolkit {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::system_clock;
+
+constexpr std::string_view kPrunedIdentityName = ".tarvo-archive-";
+constexpr std::string_view kPrunedRetiredName = ".tarvo-retired-";
+
+struct Item {
+  PrunedItem shown;
+  system_clock::time_point used;
+  bool isLeftOver = false;
+};
+
+/// The later of the times of access and of change: a file system that notes accesses once a day is
+/// exact enough.
+system_clock::time_point UsedAt(const fs::path& path) {
+  struct stat status{};
+  if (lstat(path.c_str(), &status) != 0) return {};
+  return system_clock::from_time_t(std::max(status.st_atim.tv_sec, status.st_mtim.tv_sec));
+}
+
+std::uint64_t BytesOf(const fs::path& path) {
+  std::error_code error;
+  if (!fs::is_directory(fs::symlink_status(path, error))) {
+    const std::uintmax_t size = fs::file_size(path, error);
+    return error ? 0 : size;
+  }
+  std::uint64_t bytes = 0;
+  for (auto entry = fs::recursive_directory_iterator(path, error);
+       !error && entry != fs::recursive_directory_iterator(); entry.increment(error))
+    if (entry->symlink_status(error).type() == fs::file_type::regular)
+      bytes += entry->file_size(error);
+  return bytes;
+}
+
+class Pruner {
+ public:
+  explicit Pruner(const PruneOptions& options) : options_(options) {}
+
+  Pruned Run() {
+    Collect(options_.cache, &Pruner::AddUnpacked);
+    Collect(options_.indices, &Pruner::AddIndex);
+    std::ranges::sort(items_, std::ranges::greater{}, &Item::used);
+    for (Item& item : items_) Judge(item);
+    return std::move(pruned_);
+  }
+
+ private:
+  using Add = void (Pruner::*)(const fs::path& path, const std::string& name);
+
+  void Collect(const std::string& directory, Add add) {
+    if (directory.empty()) return;
+    std::error_code error;
+    for (auto entry = fs::directory_iterator(directory, error);
+         !error && entry != fs::directory_iterator(); entry.increment(error))
+      (this->*add)(entry->path(), entry->path().filename().native());
+  }
+
+  void Take(const fs::path& path, system_clock::time_point used, bool isLeftOver) {
+    items_.push_back({{.path = path.native(),
+                       .bytes = BytesOf(path),
+                       .unused = std::chrono::duration_cast<std::chrono::hours>(now_ - used),
+                       .reason = {},
+                       .error = {}},
+                      used,
+                      isLeftOver});
+  }
+
+  /// A directory with the file of its identity, which is touched when it is used.
+  void AddUnpacked(const fs::path& path, const std::string& name) {
+    std::error_code error;
+    const fs::path identity = path.parent_path() / (std::string(kPrunedIdentityName) + name);
+    const bool isDirectory = fs::is_directory(fs::symlink_status(path, error));
+    const bool isUnpacked =
+        isDirectory && (fs::exists(identity, error) || name.find('~') != std::string::npos);
+    if (name.starts_with(kPrunedRetiredName)) return Take(path, UsedAt(path), true);
+    if (isUnpacked) Take(path, std::max(UsedAt(path), UsedAt(identity)), false);
+  }
+
+  void AddIndex(const fs::path& path, const std::string& name) {
+    constexpr std::array<std::string_view, 2> kKept = {".index", ".failed"};
+    const bool isKept =
+        std::ranges::any_of(kKept, [&](std::string_view suffix) { return name.ends_with(suffix); });
+    if (isKept || name.ends_with(".tmp")) Take(path, UsedAt(path), !isKept);
+  }
+
+  void Judge(Item& item) {
+    const bool isInUse = now_ - item.used < kShortestUnused;
+    const bool isOver =
+        options_.mostBytes && pruned_.keptBytes + item.shown.bytes > *options_.mostBytes;
+    if (item.isLeftOver) {
+      item.shown.reason = "left over";
+    } else if (now_ - item.used > options_.unused) {
+      item.shown.reason =
+          "not used for " + std::to_string(item.shown.unused.count() / 24) + " days";
+    } else if (isOver) {
+      item.shown.reason = "over the size";
+    }
+    if (isInUse || item.shown.reason.empty()) {
+      pruned_.keptBytes += item.shown.bytes;
+      return;
+    }
+    if (!options_.isDryRun) Remove(item.shown);
+    pruned_.items.push_back(std::move(item.shown));
+  }
+
+  /// A directory is moved away first: nobody shall find half of it.
+  void Remove(PrunedItem& item) {
+    std::error_code error;
+    const fs::path path = item.path;
+    if (!fs::is_directory(fs::symlink_status(path, error))) {
+      fs::remove(path, error);
+    } else {
+      const fs::path moved = path.parent_path() / (std::string(kPrunedRetiredName) + "prune-" +
+                                                   std::to_string(getpid()) + "-" +
+                                                   std::to_string(pruned_.items.size()));
+      fs::rename(path, moved, error);
+      if (!error) fs::remove_all(moved, error);
+      std::error_code ignored;
+      fs::remove(path.parent_path() / (std::string(kPrunedIdentityName) + path.filename().native()),
+                 ignored);
+    }
+    if (error) item.error = error.message();
+  }
+
+  const PruneOptions& options_;
+  const system_clock::time_point now_ = system_clock::now();
+  std::vector<Item> items_;
+  Pruned pruned_;
+};
+
+}  // namespace
+
+Pruned Prune(const PruneOptions& options) { return Pruner(options).Run(); }
+
+}  // namespace tarvo::toolkit
