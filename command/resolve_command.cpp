@@ -10,6 +10,8 @@
 #include "command/subcommand.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
+#include "toolkit/cluster/report_list_file.h"
+#include "toolkit/cluster/shard_work.h"
 #include "toolkit/debug_files/debug_file_source.h"
 #include "toolkit/resolve/freshness.h"
 #include "toolkit/resolve/progress.h"
@@ -73,6 +75,9 @@ Example:
 
 struct ResolveOptions {
   std::vector<std::string> paths;
+  std::string writeList;
+  std::string list;
+  std::string shard;
   std::vector<std::string> archives;
   std::string build;
   std::string cache;
@@ -167,6 +172,51 @@ Result<void> ResolveInto(Framework& framework, report::ReportResolver& resolver,
   return summary.untouched == 0 ? results->Commit(framework.Files()) : Result<void>();
 }
 
+/// The same with a shard of a list: what earlier tasks have left of it is taken up.
+Result<void> ResolveShard(Framework& framework, report::ReportResolver& resolver,
+                          const std::vector<ListedReport>& list, const ResolveOptions& options,
+                          ArchiveTree& archives, Summary& summary) {
+  const Shard shard = ShardFromText(options.shard).value_or(Shard());
+  auto work = TakeUpShard(list, shard, Url::FromSystemPath(options.results));
+  if (!work) return work.GetError();
+  if (!*work) {
+    summary.upToDate = ReportsOf(shard, list).size();
+    return {};
+  }
+  summary.upToDate = (*work)->takenUp;
+  const RunOptions run{
+      .threads = options.jobs, .isQuiet = options.isQuiet, .results = &(*work)->results};
+  ResolveAll(framework, resolver, (*work)->reports, archives, run, summary);
+  return summary.untouched == 0 ? FinishShard(framework.Files(), **work) : Result<void>();
+}
+
+/// Resolves what the command line names: paths, or a list or a part of one.
+Result<void> ResolveNamed(Framework& framework, report::ReportResolver& resolver,
+                          const ResolveOptions& options, ArchiveTree& archives,
+                          Summary& summary) {
+  if (!options.list.empty()) {
+    const auto listed = ReadReportList(Url::FromSystemPath(options.list));
+    if (!listed) return listed.GetError();
+    return ResolveShard(framework, resolver, *listed, options, archives, summary);
+  }
+  ReportList list = ListReports(framework, options.paths, options.jobs);
+  summary.failures = std::move(list.failures);
+  if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, archives);
+  return ResolveInto(framework, resolver, list.reports, options, archives, summary);
+}
+
+int WriteList(Host& host, const ResolveOptions& options) {
+  ReportList list = ListReports(host.Services(), options.paths, options.jobs);
+  const auto listed = IdentifyReports(list, options.jobs);
+  for (const Failure& failure : list.failures)
+    Fail(Error::Plain({}, Format("@: @", failure.file, failure.reason)));
+  const auto written =
+      WriteReportList(host.Services().Files(), listed, Url::FromSystemPath(options.writeList));
+  if (!written) return Fail(written.GetError());
+  if (!options.isQuiet) std::printf("%zu reports listed\n", listed.size());
+  return list.failures.empty() ? kDone : kFailed;
+}
+
 int Resolve(Host& host, const ResolveOptions& options) {
   Framework& framework = host.Services();
   const auto settings = Settings(host, options);
@@ -176,15 +226,11 @@ int Resolve(Host& host, const ResolveOptions& options) {
       framework, *settings, hasResults ? report::Documents::Left : report::Documents::Written);
   if (!resolver) return Fail(resolver.GetError());
 
-  ReportList list = ListReports(framework, options.paths, options.jobs);
   Summary summary;
-  summary.failures = std::move(list.failures);
   ArchiveCache cache(ArchiveDirectories(host, options), settings->cache);
-  if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, cache.Archives());
   LookIntoArchives(framework, &cache);
   RetireOutdatedIn(&cache);
-  const auto run =
-      ResolveInto(framework, *resolver, list.reports, options, cache.Archives(), summary);
+  const auto run = ResolveNamed(framework, *resolver, options, cache.Archives(), summary);
   RetireOutdatedIn(nullptr);
   LookIntoArchives(framework, nullptr);
   if (!run) return Fail(run.GetError());
@@ -213,8 +259,40 @@ HostOptions ResolvingHost(HostOptions options, const ResolveOptions& resolve) {
   return options;
 }
 
+/// What cannot be asked for together, or is missing; empty: all is well.
+std::string Check(const ResolveOptions& options) {
+  if (options.paths.empty() && options.list.empty()) return "PATH is required";
+  if (!options.paths.empty() && !options.list.empty()) return "PATH excludes --list";
+  if (!options.shard.empty() && options.list.empty())
+    return "--shard requires --list, which it is a part of";
+  if (!options.list.empty() && options.results.empty())
+    return "--list requires --results, which takes all outcomes";
+  return {};
+}
+
+void AddListOptions(Command& resolve, ResolveOptions& options) {
+  resolve
+      .AddOption("--write-list", options.writeList,
+                 "Resolve nothing; write a line of JSON for\neach report to FILE, for --list")
+      .Named("FILE");
+  resolve
+      .AddOption("--list", options.list,
+                 "The reports that FILE lists, instead of PATH;\nwhat an earlier run that was "
+                 "killed has done\nis not done again")
+      .Named("FILE");
+  resolve
+      .AddOption("--shard", options.shard,
+                 "Of the list, part I of N equal ones; a\nbuild's reports are in as few parts as "
+                 "can be")
+      .Named("I/N")
+      .Check([](const std::string& text) {
+        return ShardFromText(text) ? "" : "found \"" + text + "\", expected I/N, as in 3/10";
+      });
+}
+
 void AddOptions(Command& resolve, ResolveOptions& options) {
-  resolve.AddOption("PATH", options.paths, "Crash reports, and directories of them").Required();
+  resolve.AddOption("PATH", options.paths, "Crash reports, and directories of them");
+  AddListOptions(resolve, options);
   resolve
       .AddOption(
           "--archives", options.archives,
@@ -273,12 +351,16 @@ void AddResolveCommand(Program& program, Context& context) {
   resolve.SetFooter(kResolveFooter);
   auto options = std::make_shared<ResolveOptions>();
   AddOptions(resolve, *options);
-  resolve.OnNamed([&context, options] {
-    context.action = [&context, options] {
-      context.host = ResolvingHost(std::move(context.host), *options);
-      return WithHost(context, [options](Host& host) { return Resolve(host, *options); });
-    };
-  });
+  resolve.OnNamed(
+      [&context, options] {
+        context.action = [&context, options] {
+          if (!options->writeList.empty())
+            return WithHost(context, [options](Host& host) { return WriteList(host, *options); });
+          context.host = ResolvingHost(std::move(context.host), *options);
+          return WithHost(context, [options](Host& host) { return Resolve(host, *options); });
+        };
+      },
+      [options] { return Check(*options); });
 }
 
 }  // namespace tarvo::command

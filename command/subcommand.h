@@ -36,6 +36,7 @@ void AddCheckCommand(Program& program, Context& context);
 void AddConfigCommand(Program& program, Context& context);
 void AddExecCommand(Program& program, Context& context);
 void AddListCommand(Program& program, Context& context);
+void AddMergeCommand(Program& program, Context& context);
 void AddNormalizeCommand(Program& program, Context& context);
 void AddPackCommand(Program& program, Context& context);
 void AddPruneCommand(Program& program, Context& context);

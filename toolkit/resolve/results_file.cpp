@@ -40,20 +40,30 @@ Result<ResultsFile> ResultsFile::Make(const Url& file, std::size_t count) {
   if (descriptor < 0) return NotWritten(file, errno);
   File lines(fdopen(descriptor, "w+b"));
   if (!lines) return NotWritten(file, errno);
-  return ResultsFile(file, std::move(lines), count);
+  return ResultsFile(file, std::move(lines), {}, count);
 }
 
-ResultsFile::ResultsFile(Url file, File lines, std::size_t count)
-    : file_(std::move(file)), lines_(std::move(lines)), extents_(count) {}
+Result<ResultsFile> ResultsFile::MakeKept(const Url& file, std::size_t count) {
+  std::string kept = file.SystemPath().ToStdString() + std::string(kPartialInfix) + "XXXXXX";
+  const int descriptor = mkostemp(kept.data(), O_CLOEXEC);
+  if (descriptor < 0) return NotWritten(file, errno);
+  File lines(fdopen(descriptor, "w+b"));
+  if (!lines) return NotWritten(file, errno);
+  return ResultsFile(file, std::move(lines), std::move(kept), count);
+}
+
+ResultsFile::ResultsFile(Url file, File lines, std::string kept, std::size_t count)
+    : file_(std::move(file)), lines_(std::move(lines)), kept_(std::move(kept)), extents_(count) {}
 
 void ResultsFile::Add(std::size_t report, std::string_view line) {
   const std::scoped_lock lock(*mutex_);
   if (!written_) return;
-  if (std::fwrite(line.data(), 1, line.size(), lines_.get()) != line.size()) {
+  if (std::fwrite(line.data(), 1, line.size(), lines_.get()) != line.size() ||
+      (!kept_.empty() && std::fflush(lines_.get()) != 0)) {
     written_ = NotWritten(file_, errno);
     return;
   }
-  extents_[report] = {size_, line.size()};
+  extents_[places_.empty() ? report : places_[report]] = {size_, line.size()};
   size_ += line.size();
 }
 
@@ -73,7 +83,9 @@ Result<void> ResultsFile::Commit(FileService& files) {
     run = next;
   }
   if (auto copied = Copy(run, **output); !copied) return copied;
-  return (*output)->Commit();
+  if (auto committed = (*output)->Commit(); !committed) return committed;
+  if (!kept_.empty()) unlink(kept_.c_str());
+  return {};
 }
 
 Result<void> ResultsFile::Copy(const Extent& extent, OutputFile& to) {

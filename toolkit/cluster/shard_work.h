@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "toolkit/cluster/shard.h"
+#include "toolkit/resolve/results_file.h"
+
+namespace tarvo::toolkit {
+
+/// What is left to do of a shard, whose results go to a file.
+///
+/// While it is worked on, each line is kept in FILE.partial-XXXXXX as soon as it is there, so that
+/// a task that was killed is taken up by the next one where it stood; FILE itself appears in one
+/// step with all lines and ends the others' lives. Nothing is locked: a task that was thought
+/// dead and works on is in nobody's way, for both come to the same lines.
+struct ShardWork {
+  std::vector<Report> reports;  ///< to be resolved
+  std::size_t takenUp = 0;      ///< reports with a line from an earlier task
+  ResultsFile results;          ///< holds these lines, and takes those of `reports`
+  std::vector<Url> partial;     ///< of earlier tasks; of no use once `results` is committed
+};
+
+/// Looks at what earlier tasks have left of the shard. Nothing when `file` has a line for each of
+/// its reports, as they are listed: the shard ran. A line counts when its report's hash is the
+/// list's, so results of another list are not mistaken for this one's. A file error when nothing
+/// can be written beside `file`.
+[[nodiscard]] Result<std::optional<ShardWork>> TakeUpShard(const std::vector<ListedReport>& list,
+                                                           const Shard& shard, const Url& file);
+
+/// `file` appears, and what earlier tasks have left goes.
+[[nodiscard]] Result<void> FinishShard(FileService& files, ShardWork& work);
+
+}  // namespace tarvo::toolkit
