@@ -192,8 +192,7 @@ Result<void> ResolveShard(Framework& framework, report::ReportResolver& resolver
 
 /// Resolves what the command line names: paths, or a list or a part of one.
 Result<void> ResolveNamed(Framework& framework, report::ReportResolver& resolver,
-                          const ResolveOptions& options, ArchiveTree& archives,
-                          Summary& summary) {
+                          const ResolveOptions& options, ArchiveTree& archives, Summary& summary) {
   if (!options.list.empty()) {
     const auto listed = ReadReportList(Url::FromSystemPath(options.list));
     if (!listed) return listed.GetError();

@@ -321,7 +321,7 @@ TEST_F(CommandTest, ShellsComplete) {
     std::string line;  ///< its last word is completed
     const char* expected;
   } kCases[] = {
-      {"tarvo c", "config"},
+      {"tarvo co", "config"},
       {"tarvo --module M run ''", "alpha.fail alpha.throw alpha.values"},
       {"tarvo run --module M alpha.f", "alpha.fail"},
       {"tarvo --module M config --g_alphaS", "--g_alphaSwitch="},

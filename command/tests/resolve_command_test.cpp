@@ -328,6 +328,7 @@ Failed:
     "Failed": 4,
     "Damaged": 0,
     "UpToDate": 0,
+    "Kept": 0,
     "NotComeTo": 0
   },
   "Frames": {

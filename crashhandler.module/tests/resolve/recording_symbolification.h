@@ -98,7 +98,10 @@ class RecordingSource final : public Counted<SymbolFileSource> {
   RecordingSource(std::vector<std::string> files, RecordingSymbolification::Record record)
       : files_(std::move(files)), record_(std::move(record)) {}
 
-  String IdOf(const ModuleQuery&) override { return "abcd"; }
+  Result<SymbolFileRequest> Check(const ModuleQuery&, SymbolFileRequest request) override {
+    request.id = "abcd";
+    return request;
+  }
   Result<SymbolFileRequest> Find(const ModuleQuery&, std::size_t number) override {
     if (number == files_.size()) return Error::IllegalState({}, "no further one");
     return SymbolFileRequest{.file = Url::FromSystemPath(files_[number]), .id = "abcd"};
