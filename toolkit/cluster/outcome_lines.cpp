@@ -1,12 +1,11 @@
 #include "toolkit/cluster/outcome_lines.h"
 
-#include <rapidjson/document.h>
-
 #include <cerrno>
 #include <cstring>
 
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
+#include "toolkit/base/json_reader.h"
 #include "toolkit/base/regular_file.h"
 
 namespace tarvo::toolkit {
@@ -19,24 +18,19 @@ constexpr std::size_t kReadBytes = 1 << 18;
 /// With this a line of results begins, as `tarvo resolve` writes it.
 constexpr std::string_view kLineStart = R"({"Outcome":)";
 
-std::string TextOf(const rapidjson::Value& object, std::string_view key) {
-  const auto member = object.FindMember(std::string(key).c_str());
-  if (member == object.MemberEnd() || !member->value.IsString()) return {};
-  return {member->value.GetString(), member->value.GetStringLength()};
+std::string TextOf(const DataDictionary& object, std::string_view key) {
+  const auto* text = object.FindAs<String>(key);
+  return text == nullptr ? std::string() : text->ToStdString();
 }
 
 /// Reads the outcome alone, however long the line is. No report where there is none.
 OutcomeLine OutcomeOfLine(std::string_view line) {
-  constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseStopWhenDoneFlag |
-                              rapidjson::kParseValidateEncodingFlag;
   if (!line.starts_with(kLineStart)) return {};
-  const std::string_view rest = line.substr(kLineStart.size());
-  rapidjson::Document outcome;
-  outcome.Parse<kFlags>(rest.data(), rest.size());
-  if (outcome.HasParseError() || !outcome.IsObject()) return {};
-  return {.report = TextOf(outcome, property::kOutcomeReport),
-          .hash = TextOf(outcome, property::kOutcomeHash),
-          .isFailed = outcome.HasMember(std::string(property::kOutcomeError).c_str()),
+  const auto outcome = ReadJsonObject(line.substr(kLineStart.size()), BehindJson::Anything);
+  if (!outcome) return {};
+  return {.report = TextOf(*outcome, property::kOutcomeReport),
+          .hash = TextOf(*outcome, property::kOutcomeHash),
+          .isFailed = outcome->Find(property::kOutcomeError) != nullptr,
           .line = {}};
 }
 

@@ -1,6 +1,5 @@
 #include "toolkit/cluster/report_list_file.h"
 
-#include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include "json/json_writer.h"
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
+#include "toolkit/base/json_reader.h"
 #include "toolkit/cluster/outcome_lines.h"
 #include "toolkit/resolve/report_identity.h"
 
@@ -47,38 +47,30 @@ DataDictionary LineOf(const ListedReport& listed) {
   return line;
 }
 
-const rapidjson::Value* Member(const rapidjson::Value& object, std::string_view key,
-                               rapidjson::Type type) {
-  const auto member = object.FindMember(std::string(key).c_str());
-  return member == object.MemberEnd() || member->value.GetType() != type ? nullptr : &member->value;
-}
-
 /// Takes lines of a list. Reports of the same builds share them.
 class ListReader {
  public:
   explicit ListReader(const Url& file) : file_(file) {}
 
   Result<void> Take(const TextLine& line) {
-    rapidjson::Document read;
-    read.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
-        line.text.data(), line.text.size());
-    if (read.HasParseError() || !read.IsObject()) return Refuse(line);
-    const auto* path = Member(read, property::kOutcomeReport, rapidjson::kStringType);
-    const auto* size = Member(read, property::kOutcomeSize, rapidjson::kNumberType);
-    const auto* hash = Member(read, property::kOutcomeHash, rapidjson::kStringType);
-    const auto* builds = Member(read, kBuilds, rapidjson::kArrayType);
-    if (path == nullptr || size == nullptr || !size->IsUint64() || hash == nullptr ||
-        hash->GetStringLength() != kHashDigits || builds == nullptr)
+    const auto read = ReadJsonObject(line.text);
+    if (!read) return Refuse(line);
+    const auto* path = read->FindAs<String>(property::kOutcomeReport);
+    const auto* size = read->FindAs<std::uint64_t>(property::kOutcomeSize);
+    const auto* hash = read->FindAs<String>(property::kOutcomeHash);
+    const auto* builds = read->FindAs<DataArray>(kBuilds);
+    const auto* normalizes = read->FindAs<bool>(kNormalize);
+    if (path == nullptr || size == nullptr || hash == nullptr || hash->Size() != kHashDigits ||
+        builds == nullptr)
       return Refuse(line);
-    Url file =
-        Url::FromSystemPath(String(std::string_view(path->GetString(), path->GetStringLength())));
+    Url file = Url::FromSystemPath(*path);
     if (!seen_.insert(file.Text().ToStdString()).second)
       return LineError(file_, line.number, "this report is listed above already");
     reports.push_back({{.file = std::move(file),
                         .builds = Shared(*builds),
-                        .needsCopy = Member(read, kNormalize, rapidjson::kTrueType) != nullptr},
-                       size->GetUint64(),
-                       hash->GetString()});
+                        .needsCopy = normalizes != nullptr && *normalizes},
+                       *size,
+                       hash->ToStdString()});
     return {};
   }
 
@@ -90,11 +82,13 @@ class ListReader {
                      "found no report with size, hash and builds, as --write-list writes it");
   }
 
-  std::shared_ptr<const Builds> Shared(const rapidjson::Value& array) {
+  std::shared_ptr<const Builds> Shared(const DataArray& array) {
     Builds builds;
-    for (const rapidjson::Value& build : array.GetArray())
-      if (build.IsString() && builds.size() < kMaximumBuilds)
-        builds.emplace_back(build.GetString());
+    for (const DataValue& element : array) {
+      const auto* build = element.As<String>();
+      if (build != nullptr && builds.size() < kMaximumBuilds)
+        builds.push_back(build->ToStdString());
+    }
     std::shared_ptr<const Builds>& known = builds_[builds];
     if (known == nullptr) known = std::make_shared<const Builds>(std::move(builds));
     return known;

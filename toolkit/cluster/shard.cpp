@@ -88,12 +88,12 @@ std::optional<Shard> ShardFromText(std::string_view text) {
 std::vector<std::size_t> ReportsOf(const Shard& shard, std::span<const ListedReport> list) {
   using Load = std::pair<std::uint64_t, std::size_t>;  // work and shard
   std::priority_queue<Load, std::vector<Load>, std::greater<>> loads;
-  for (std::size_t i = 0; i < shard.count; ++i) loads.push({0, i});
+  for (std::size_t i = 0; i < shard.count; ++i) loads.emplace(0, i);
   std::vector<std::size_t> mine;
   for (const Unit& unit : Units(list, shard.count)) {
     const auto [work, to] = loads.top();
     loads.pop();
-    loads.push({work + unit.work, to});
+    loads.emplace(work + unit.work, to);
     if (to == shard.index) mine.insert(mine.end(), unit.reports.begin(), unit.reports.end());
   }
   std::ranges::sort(mine);

@@ -1,7 +1,5 @@
 #include "toolkit/resolve/freshness.h"
 
-#include <rapidjson/document.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <string_view>
@@ -9,6 +7,7 @@
 
 #include "tarvo/crash_report.h"
 #include "tarvo/report/resolve.h"
+#include "toolkit/base/json_reader.h"
 #include "toolkit/base/regular_file.h"
 #include "toolkit/resolve/report_identity.h"
 
@@ -35,29 +34,28 @@ std::optional<std::string_view> Behind(std::string_view text, std::string_view w
   return text.substr(word.size());
 }
 
-std::string TextOf(const rapidjson::Value& object, std::string_view key) {
-  const auto member = object.FindMember(std::string(key).c_str());
-  if (member == object.MemberEnd() || !member->value.IsString()) return {};
-  return {member->value.GetString(), member->value.GetStringLength()};
+std::string TextOf(const DataDictionary& object, std::string_view key) {
+  const auto* text = object.FindAs<String>(key);
+  return text == nullptr ? std::string() : text->ToStdString();
 }
 
-std::optional<std::uint64_t> NumberOf(const rapidjson::Value& object, std::string_view key) {
-  const auto member = object.FindMember(std::string(key).c_str());
-  if (member == object.MemberEnd() || !member->value.IsUint64()) return std::nullopt;
-  return member->value.GetUint64();
+std::optional<std::uint64_t> NumberOf(const DataDictionary& object, std::string_view key) {
+  const auto* number = object.FindAs<std::uint64_t>(key);
+  return number == nullptr ? std::nullopt : std::optional(*number);
 }
 
-MadeOf Parse(const rapidjson::Value& outcome) {
+MadeOf Parse(const DataDictionary& outcome) {
   MadeOf made{.size = NumberOf(outcome, property::kOutcomeSize).value_or(0),
               .hash = TextOf(outcome, property::kOutcomeHash),
               .archives = {},
               .resolved = NumberOf(outcome, property::kOutcomeResolved)};
-  const auto archives = outcome.FindMember(std::string(property::kOutcomeArchives).c_str());
-  if (archives == outcome.MemberEnd() || !archives->value.IsArray()) return made;
-  for (const rapidjson::Value& archive : archives->value.GetArray()) {
-    if (!archive.IsObject()) continue;
-    auto& identities = made.archives[TextOf(archive, property::kBuild)];
-    const std::string identity = TextOf(archive, property::kOutcomeIdentity);
+  const auto* archives = outcome.FindAs<DataArray>(property::kOutcomeArchives);
+  if (archives == nullptr) return made;
+  for (const DataValue& element : *archives) {
+    const auto* archive = element.As<DataDictionary>();
+    if (archive == nullptr) continue;
+    auto& identities = made.archives[TextOf(*archive, property::kBuild)];
+    const std::string identity = TextOf(*archive, property::kOutcomeIdentity);
     if (!identity.empty()) identities.push_back(identity);
   }
   for (auto& [build, identities] : made.archives) std::ranges::sort(identities);
@@ -79,11 +77,8 @@ std::optional<MadeOf> ReadMadeOf(const Url& report) {
   if (rest) rest = Behind(*rest, '"' + std::string(property::kOutcome) + '"');
   if (rest) rest = Behind(*rest, ":");
   if (!rest) return std::nullopt;
-  rapidjson::Document outcome;
-  outcome.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseStopWhenDoneFlag>(rest->data(),
-                                                                                    rest->size());
-  if (outcome.HasParseError() || !outcome.IsObject()) return std::nullopt;
-  return Parse(outcome);
+  const auto outcome = ReadJsonObject(*rest, BehindJson::Anything);
+  return outcome ? std::optional(Parse(*outcome)) : std::nullopt;
 }
 
 bool IsUpToDate(const Report& report, ArchiveTree& archives) {

@@ -1,12 +1,12 @@
 #include "toolkit/store/manifest.h"
 
-#include <rapidjson/document.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 
 #include <utility>
 
 #include "tarvo/symbol_archive.h"
+#include "toolkit/base/json_reader.h"
 #include "toolkit/base/regular_file.h"
 
 namespace tarvo::toolkit {
@@ -17,30 +17,28 @@ constexpr unsigned kManifestVersion = 1;
 
 using JsonWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
 
-std::string TextOf(const rapidjson::Value& object, const char* key) {
-  const auto member = object.FindMember(key);
-  if (member == object.MemberEnd() || !member->value.IsString()) return {};
-  return {member->value.GetString(), member->value.GetStringLength()};
+std::string TextOf(const DataDictionary& object, std::string_view key) {
+  const auto* text = object.FindAs<String>(key);
+  return text == nullptr ? std::string() : text->ToStdString();
 }
 
 /// The elements of an array that are objects.
 template <typename Take>
-void ForEachObject(const rapidjson::Value& object, const char* key, Take take) {
-  const auto member = object.FindMember(key);
-  if (member == object.MemberEnd() || !member->value.IsArray()) return;
-  for (const rapidjson::Value& element : member->value.GetArray())
-    if (element.IsObject()) take(element);
+void ForEachObject(const DataDictionary& object, std::string_view key, Take take) {
+  const auto* array = object.FindAs<DataArray>(key);
+  if (array == nullptr) return;
+  for (const DataValue& element : *array)
+    if (const auto* dictionary = element.As<DataDictionary>()) take(*dictionary);
 }
 
-ManifestEntry EntryOf(const rapidjson::Value& object) {
+ManifestEntry EntryOf(const DataDictionary& object) {
+  const auto* executable = object.FindAs<bool>("Executable");
   ManifestEntry entry{.bundle = TextOf(object, "Bundle"),
                       .module = TextOf(object, "Module"),
                       .platform = TextOf(object, "Platform"),
-                      .isExecutable = false,
+                      .isExecutable = executable != nullptr && *executable,
                       .slices = {}};
-  const auto executable = object.FindMember("Executable");
-  entry.isExecutable = executable != object.MemberEnd() && executable->value.IsTrue();
-  ForEachObject(object, "Symbols", [&](const rapidjson::Value& slice) {
+  ForEachObject(object, "Symbols", [&](const DataDictionary& slice) {
     entry.slices.push_back({TextOf(slice, "Architecture"), TextOf(slice, "Id")});
   });
   return entry;
@@ -73,14 +71,12 @@ void Write(JsonWriter& writer, const ManifestEntry& entry) {
 }  // namespace
 
 Result<Manifest> ReadManifest(std::string_view json) {
-  rapidjson::Document document;
-  // Without recursion: nesting is a stranger's choice.
-  document.Parse<rapidjson::kParseIterativeFlag>(json.data(), json.size());
-  if (document.HasParseError() || !document.IsObject())
+  const auto document = ReadJsonObject(json);
+  if (!document)
     return Error::IllegalArgument(kManifest.Here(),
                                   "The manifest of the archive is no JSON object.");
   Manifest manifest;
-  ForEachObject(document, "Bundles", [&](const rapidjson::Value& object) {
+  ForEachObject(*document, "Bundles", [&](const DataDictionary& object) {
     if (ManifestEntry entry = EntryOf(object); !entry.bundle.empty())
       manifest.push_back(std::move(entry));
   });

@@ -9,7 +9,7 @@
 namespace tarvo {
 namespace {
 
-constexpr std::string_view kOwner{"GNU", 4};  // with its zero byte
+constexpr std::string_view kOwner{"GNU\0", 4};
 
 std::size_t Padded(std::size_t size) { return (size + 3) / 4 * 4; }
 

@@ -41,7 +41,7 @@ std::string WriteProblem(const fs::path& path, bool makesFolders) {
 
 /// The fallback folder as an absolute path; empty when there is none.
 fs::path FallbackFolder(std::string_view configured) {
-  const fs::path folder(configured);
+  fs::path folder(configured);
   if (folder.empty() || folder.is_absolute()) return folder;
   // XDG Base Directory Specification 0.8: a relative path in the variable is to be ignored.
   const char* state = std::getenv("XDG_STATE_HOME");

@@ -22,6 +22,8 @@
 
 #include <stddef.h>
 
+/* A header for C: C's names and C's ways. NOLINTBEGIN(modernize-*,readability-identifier-naming) */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -60,3 +62,4 @@ void tarvo_remove_attachment(const char* name);
 #endif
 
 #endif
+/* NOLINTEND(modernize-*,readability-identifier-naming) */
