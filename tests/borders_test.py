@@ -62,6 +62,9 @@ BORDERS = [
      ["toolkit/show/printer.h", "toolkit/pack/pack.h", "command/subcommand.h"]),
     ("toolkit/show/printer.cpp", "toolkit/report/handler_frames.h",
      ["toolkit/resolve/run.h", "crashlog/crash_log.h"]),
+    # Grouping is made of pure functions, and knows neither files nor the database.
+    ("toolkit/triage/grouping/fingerprint.cpp", "toolkit/triage/names/name_key.h",
+     ["toolkit/triage/reading/read_logs.h", "toolkit/triage/store/sqlite.h", "toolkit/triage/page/page.h"]),
     ("command/resolve_command.cpp", "toolkit/resolve/run.h",
      ["crashlog/base/configuration.h", "host/host_framework.h", "files/file_error.h"]),
     # What packs is behind the door of its library.

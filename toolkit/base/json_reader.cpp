@@ -90,9 +90,8 @@ std::optional<DataDictionary> ReadJsonObject(std::string_view text, BehindJson b
   constexpr unsigned kFlags =
       rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
   // The parser takes a NUL for the end.
-  if (behind == BehindJson::Nothing)
-    return text.contains('\0') ? std::nullopt : Read<kFlags>(text);
-  return Read<kFlags | rapidjson::kParseStopWhenDoneFlag>(text);
+  if (behind == BehindJson::Nothing) return text.contains('\0') ? std::nullopt : Read<kFlags>(text);
+  return Read < kFlags | rapidjson::kParseStopWhenDoneFlag > (text);
 }
 
 }  // namespace tarvo::toolkit

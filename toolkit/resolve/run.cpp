@@ -12,6 +12,7 @@
 
 #include "json/json_writer.h"
 #include "tarvo/crash_report.h"
+#include "toolkit/resolve/address_texts.h"
 #include "toolkit/resolve/freshness.h"
 #include "toolkit/resolve/outcome.h"
 #include "toolkit/resolve/progress.h"
@@ -122,6 +123,7 @@ class Run {
       DataDictionary outcome = OutcomeOf(report.file, *identity, work.builds, archives_);
       const std::uint64_t resolved = work.tally.Frames(FrameOutcome::Resolved);
       outcome.Set(String(crash_report::property::kOutcomeResolved), resolved);
+      AddAddressTexts(crashLog);
       crashLog = WithOutcome(std::move(outcome), crashLog);
       if (results_ != nullptr) results_->Add(index, JsonLine(crashLog));
       return results_ == nullptr && !KeepsBetter(report, *identity, resolved);

@@ -93,6 +93,7 @@
 ///                        resolution adds SourceFileName and SourceLine and, where the function is
 ///                        inlined, InlinedInto: an array from the inside out of { FunctionName,
 ///                        SourceFileName, SourceLine }, last the one that has code of its own
+///                        `tarvo resolve` adds AddressText, the address as hexadecimal text
 ///       Registers        dictionary, name to value as written ("0x…")
 ///       Properties       dictionary of texts, the thread's variables; ThreadName is one of them
 ///     LoadedModules      array of { ModuleName, BaseAddress, BaseSize, Build, …, IsExecutable }
@@ -282,6 +283,7 @@ inline constexpr std::string_view kThreadName = variable::kThreadName;
 inline constexpr std::string_view kModuleName = key::kModuleName;  ///< of frames too
 inline constexpr std::string_view kFunctionName = "FunctionName";
 inline constexpr std::string_view kAddress = "Address";
+inline constexpr std::string_view kAddressText = "AddressText";  ///< the same as text, "0x7f2a"
 inline constexpr std::string_view kSourceFileName = "SourceFileName";
 inline constexpr std::string_view kSourceLine = "SourceLine";
 inline constexpr std::string_view kInlinedInto = "InlinedInto";
