@@ -90,7 +90,8 @@ std::optional<DataDictionary> ReadJsonObject(std::string_view text, BehindJson b
   constexpr unsigned kFlags =
       rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
   // The parser takes a NUL for the end.
-  if (behind == BehindJson::Nothing) return text.contains('\0') ? std::nullopt : Read<kFlags>(text);
+  if (behind == BehindJson::Nothing)
+    return text.find('\0') != std::string_view::npos ? std::nullopt : Read<kFlags>(text);
   return Read < kFlags | rapidjson::kParseStopWhenDoneFlag > (text);
 }
 
