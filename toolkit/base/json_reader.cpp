@@ -87,12 +87,12 @@ std::optional<DataDictionary> Read(std::string_view text) {
 }  // namespace
 
 std::optional<DataDictionary> ReadJsonObject(std::string_view text, BehindJson behind) {
-  constexpr unsigned kFlags =
+  constexpr unsigned kWhole =
       rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+  constexpr unsigned kStart = kWhole | rapidjson::kParseStopWhenDoneFlag;
+  if (behind == BehindJson::Anything) return Read<kStart>(text);
   // The parser takes a NUL for the end.
-  if (behind == BehindJson::Nothing)
-    return text.find('\0') != std::string_view::npos ? std::nullopt : Read<kFlags>(text);
-  return Read < kFlags | rapidjson::kParseStopWhenDoneFlag > (text);
+  return text.find('\0') == std::string_view::npos ? Read<kWhole>(text) : std::nullopt;
 }
 
 }  // namespace tarvo::toolkit
