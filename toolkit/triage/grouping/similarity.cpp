@@ -14,7 +14,7 @@ double Weight(std::size_t place) { return 1.0 / (1.0 + 0.5 * static_cast<double>
 
 /// What is left of a pair's weight when its frames are shifted by so many places.
 double ShiftFactor(std::size_t a, std::size_t b) {
-  const double shift = static_cast<double>(std::max(a, b) - std::min(a, b));
+  const auto shift = static_cast<double>(std::max(a, b) - std::min(a, b));
   return std::exp(-0.2 * shift);
 }
 

@@ -88,14 +88,11 @@ class NameReader {
       ReadOperator();
     } else if (IsAtScopeStart() && ReadSpecialScope()) {
       return;
-    } else if (text_[at_] == '<') {
+    } else if (text_[at_] == '<' || text_[at_] == '[' || text_[at_] == '`') {
+      // Template arguments; an ABI tag; "f`adjustor{8}'".
       at_ = BehindBracket(text_, at_);
-    } else if (text_[at_] == '[') {
-      at_ = BehindBracket(text_, at_);  // an ABI tag
     } else if (text_[at_] == '(') {
       ReadParameters();
-    } else if (text_[at_] == '`') {
-      at_ = BehindBracket(text_, at_);  // "f`adjustor{8}'"
     } else if (text_[at_] == ' ') {
       ReadBlank();
     } else {

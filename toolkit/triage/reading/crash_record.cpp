@@ -122,8 +122,9 @@ bool IsDeeplyRecursive(const DocumentThread& thread) {
   constexpr std::size_t kLeastTimes = 64;
   std::map<std::string_view, std::size_t> times;
   return std::ranges::any_of(thread.frames, [&](const DocumentFrame& frame) {
-    return !frame.function.empty() && ++times[frame.function] >= kLeastTimes &&
-           times[frame.function] * 4 > thread.frames.size();
+    if (frame.function.empty()) return false;
+    const std::size_t count = ++times[frame.function];
+    return count >= kLeastTimes && count * 4 > thread.frames.size();
   });
 }
 
