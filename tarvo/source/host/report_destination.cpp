@@ -43,7 +43,7 @@ std::string WriteProblem(const fs::path& path, bool makesFolders) {
 fs::path FallbackFolder(std::string_view configured) {
   fs::path folder(configured);
   if (folder.empty() || folder.is_absolute()) return folder;
-  // XDG Base Directory Specification 0.8: a relative path in the variable is to be ignored.
+  // XDG base directories, version 0.8: a relative path in the variable is to be ignored.
   const char* state = std::getenv("XDG_STATE_HOME");
   if (state != nullptr && *state == '/') return state / folder;
   const char* home = std::getenv("HOME");
