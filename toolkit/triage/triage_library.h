@@ -24,8 +24,9 @@ struct TriageLibrary {
   std::string (*page)(const TriageResult& result, const std::string& document,
                       std::chrono::sys_seconds made);
 
-  /// The library, loaded at the first call and kept, as errors hold texts of it; it stands beside
-  /// the host library. An illegal-state error with the loader's reason when it cannot be loaded.
+  /// The library, loaded at the first call and kept, as errors hold texts of it; it stands in the
+  /// folder "tarvo" beside the host library. An illegal-state error with the loader's reason when
+  /// it cannot be loaded.
   static Result<const TriageLibrary*> Load();
 };
 
