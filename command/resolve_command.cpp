@@ -57,7 +57,7 @@ files is kept as an index, by default in tarvo/symbols in the user's cache direc
 Reports of tarvo's own capture are first brought into the form of the others, in a
 copy; `tarvo normalize` shows it.
 
-The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate,
+The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate, Kept,
 NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what would help most:
 Reason, Build, Module, Frames, Error), "Failures" (Report, Error), "Refused" (symbols
 that were there and were not used: File, Reason).

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -88,7 +89,8 @@ class PackTest : public testing::Test {
                        "pack() { tarvo pack --build B12345 --archives archives"
                        " --debug-directory debug \"$@\"; }\n" +
                            commands,
-                       directory_.string()});
+                       directory_.string()},
+                      {.timeout = std::chrono::minutes(2)});
   }
 
   static std::string Size(const fs::path& file) {

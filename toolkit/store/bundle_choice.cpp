@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "tarvo/crash_report.h"
 #include "tarvo/string.h"
 
 namespace tarvo::toolkit {
@@ -35,6 +36,7 @@ bool StatesIds(const ManifestEntry& entry) {
 }  // namespace
 
 std::vector<const ManifestEntry*> EntriesFor(const WantedModule& module, const Manifest& manifest) {
+  const bool isNameless = module.name.empty() || module.name == crash_report::kUnknown;
   std::vector<const ManifestEntry*> byId;
   std::vector<const ManifestEntry*> byName;
   std::vector<const ManifestEntry*> programs;
@@ -45,7 +47,7 @@ std::vector<const ManifestEntry*> EntriesFor(const WantedModule& module, const M
     if (!isOfPlatform || (!module.id.empty() && StatesIds(entry))) continue;
     if (IsNamed(module.name, entry) || IsNamed(FileName(module.path), entry))
       byName.push_back(&entry);
-    if (module.isExecutable && entry.isExecutable) programs.push_back(&entry);
+    if (module.isExecutable && isNameless && entry.isExecutable) programs.push_back(&entry);
   }
   if (!byId.empty()) return byId;
   if (!byName.empty()) return byName;

@@ -20,10 +20,8 @@ struct WantedModule {
 ///
 /// 1. of its id, which says all;
 /// 2. where the report states none: of its platform and file name; Windows' names in any case of
-/// the
-///    letters, and those of PDBs alone without what follows the last dot;
-/// 3. of an executable without such an entry: the only one of its platform, for programs are
-/// renamed.
+///    the letters, and those of PDBs alone without what follows the last dot;
+/// 3. of an executable that the report has no name for: the only one of its platform.
 ///
 /// An entry of another id than a known one never serves.
 [[nodiscard]] std::vector<const ManifestEntry*> EntriesFor(const WantedModule& module,
