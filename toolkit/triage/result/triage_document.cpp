@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "toolkit/triage/grouping/fingerprint.h"
+#include "toolkit/triage/reading/crash_record.h"
 
 namespace tarvo::toolkit {
 namespace {
