@@ -119,7 +119,7 @@ int MergeAll(Host& host, const MergeOptions& options) {
   if (!list) return Fail(list.GetError());
   std::optional<ResultsFile> all;
   if (!options.results.empty()) {
-    auto made = ResultsFile::Make(Url::FromSystemPath(options.results), list->size());
+    auto made = ResultsFile::Make(files, Url::FromSystemPath(options.results), list->size());
     if (!made) return Fail(made.GetError());
     all = std::move(*made);
   }
@@ -130,7 +130,7 @@ int MergeAll(Host& host, const MergeOptions& options) {
   });
   if (!merge) return Fail(merge.GetError());
   if (all)
-    if (auto committed = all->Commit(files); !committed) return Fail(committed.GetError());
+    if (auto committed = all->Commit(); !committed) return Fail(committed.GetError());
   if (!options.missing.empty())
     if (auto written = WriteMissing(files, *list, *merge, options.missing); !written)
       return Fail(written.GetError());

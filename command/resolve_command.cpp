@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -165,11 +167,11 @@ Result<void> ResolveInto(Framework& framework, report::ReportResolver& resolver,
     return {};
   }
   Result<ResultsFile> results =
-      ResultsFile::Make(Url::FromSystemPath(options.results), reports.size());
+      ResultsFile::Make(framework.Files(), Url::FromSystemPath(options.results), reports.size());
   if (!results) return results.GetError();
   run.results = &*results;
   ResolveAll(framework, resolver, reports, archives, run, summary);
-  return summary.untouched == 0 ? results->Commit(framework.Files()) : Result<void>();
+  return summary.untouched == 0 ? results->Commit() : Result<void>();
 }
 
 /// The same with a shard of a list: what earlier tasks have left of it is taken up.
@@ -177,7 +179,7 @@ Result<void> ResolveShard(Framework& framework, report::ReportResolver& resolver
                           const std::vector<ListedReport>& list, const ResolveOptions& options,
                           ArchiveTree& archives, Summary& summary) {
   const Shard shard = ShardFromText(options.shard).value_or(Shard());
-  auto work = TakeUpShard(list, shard, Url::FromSystemPath(options.results));
+  auto work = TakeUpShard(framework.Files(), list, shard, Url::FromSystemPath(options.results));
   if (!work) return work.GetError();
   if (!*work) {
     summary.upToDate = ReportsOf(shard, list).size();
@@ -187,7 +189,7 @@ Result<void> ResolveShard(Framework& framework, report::ReportResolver& resolver
   const RunOptions run{
       .threads = options.jobs, .isQuiet = options.isQuiet, .results = &(*work)->results};
   ResolveAll(framework, resolver, (*work)->reports, archives, run, summary);
-  return summary.untouched == 0 ? FinishShard(framework.Files(), **work) : Result<void>();
+  return summary.untouched == 0 ? FinishShard(**work) : Result<void>();
 }
 
 /// Resolves what the command line names: paths, or a list or a part of one.
@@ -216,7 +218,15 @@ int WriteList(Host& host, const ResolveOptions& options) {
   return list.failures.empty() ? kDone : kFailed;
 }
 
+/// A report's tree is freed before the next one is read. By default a thread gives that memory back
+/// to the kernel each time, which stops the other threads for it, and asks for it again.
+void KeepFreedMemory() {
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  mallopt(M_MMAP_THRESHOLD, 4 << 20);
+}
+
 int Resolve(Host& host, const ResolveOptions& options) {
+  KeepFreedMemory();
   Framework& framework = host.Services();
   const auto settings = Settings(host, options);
   if (!settings) return Fail(settings.GetError(), kWrongUsage);

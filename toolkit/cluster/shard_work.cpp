@@ -85,7 +85,8 @@ bool Ran(const std::vector<ListedReport>& list, const std::vector<std::size_t>& 
 
 }  // namespace
 
-Result<std::optional<ShardWork>> TakeUpShard(const std::vector<ListedReport>& list,
+Result<std::optional<ShardWork>> TakeUpShard(FileService& files,
+                                             const std::vector<ListedReport>& list,
                                              const Shard& shard, const Url& file) {
   const std::vector<std::size_t> mine = ReportsOf(shard, list);
   std::vector<Url> partial = PartialFiles(file);
@@ -93,7 +94,7 @@ Result<std::optional<ShardWork>> TakeUpShard(const std::vector<ListedReport>& li
     Remove(partial);
     return std::optional<ShardWork>();
   }
-  Result<ResultsFile> results = ResultsFile::MakeKept(file, mine.size());
+  Result<ResultsFile> results = ResultsFile::MakeKept(files, file, mine.size());
   if (!results) return results.GetError();
   Awaited awaited(list, mine);
   for (const Url& earlier : partial) {
@@ -112,8 +113,8 @@ Result<std::optional<ShardWork>> TakeUpShard(const std::vector<ListedReport>& li
                                  .partial = std::move(partial)});
 }
 
-Result<void> FinishShard(FileService& files, ShardWork& work) {
-  if (auto committed = work.results.Commit(files); !committed) return committed;
+Result<void> FinishShard(ShardWork& work) {
+  if (auto committed = work.results.Commit(); !committed) return committed;
   Remove(work.partial);
   return {};
 }

@@ -26,10 +26,11 @@ struct ShardWork {
 /// its reports, as they are listed: the shard ran. A line counts when its report's hash is the
 /// list's, so results of another list are not mistaken for this one's. A file error when nothing
 /// can be written beside `file`.
-[[nodiscard]] Result<std::optional<ShardWork>> TakeUpShard(const std::vector<ListedReport>& list,
+[[nodiscard]] Result<std::optional<ShardWork>> TakeUpShard(FileService& files,
+                                                           const std::vector<ListedReport>& list,
                                                            const Shard& shard, const Url& file);
 
 /// `file` appears, and what earlier tasks have left goes.
-[[nodiscard]] Result<void> FinishShard(FileService& files, ShardWork& work);
+[[nodiscard]] Result<void> FinishShard(ShardWork& work);
 
 }  // namespace tarvo::toolkit

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -68,12 +69,15 @@ class Collector {
   void Fail(const Url& file, String reason) { failures.push_back({file, std::move(reason)}); }
 
   void AddFile(const Url& file) {
-    std::error_code missing;
-    const std::string directory = file.Parent().SystemPath().ToStdString();
-    const auto canonical = std::filesystem::weakly_canonical(directory, missing);
+    std::string directory = file.Parent().SystemPath().ToStdString();
+    if (directory != directory_) {
+      std::error_code missing;
+      const auto canonical = std::filesystem::weakly_canonical(directory, missing);
+      canonical_ = missing ? directory : canonical.string();
+      directory_ = std::move(directory);
+    }
     const std::filesystem::path name(file.Name().View());
-    found_.push_back(
-        {((missing ? std::filesystem::path(directory) : canonical) / name).string(), file});
+    found_.push_back({(std::filesystem::path(canonical_) / name).string(), file});
   }
 
   void AddDirectory(const Url& directory) {
@@ -95,6 +99,9 @@ class Collector {
 
   FileService& files_;
   std::vector<Found> found_;
+  std::optional<std::string>
+      directory_;          ///< of the file added last; those of one follow each other
+  std::string canonical_;  ///< the same with no links
 };
 
 /// What a report's text tells before it is resolved.

@@ -16,6 +16,7 @@ namespace {
 
 constexpr SourceFile kResultsFile{"command/resolve"};
 constexpr std::size_t kCopyBytes = 1 << 18;
+constexpr std::size_t kMostWaitingBytes = 8 << 20;
 
 Error NotWritten(const Url& file, int reason) {
   return Error::File(kResultsFile.Here(),
@@ -34,69 +35,98 @@ int OpenNameless(std::string directory) {
 
 }  // namespace
 
-Result<ResultsFile> ResultsFile::Make(const Url& file, std::size_t count) {
-  const std::string directory = file.Parent().SystemPath().ToStdString();
-  const int descriptor = OpenNameless(directory.empty() ? "." : directory);
-  if (descriptor < 0) return NotWritten(file, errno);
-  File lines(fdopen(descriptor, "w+b"));
-  if (!lines) return NotWritten(file, errno);
-  return ResultsFile(file, std::move(lines), {}, count);
+Result<ResultsFile> ResultsFile::Make(FileService& files, const Url& file, std::size_t count) {
+  Result<Ref<OutputFile>> output = files.Create(file);
+  if (!output) return output.GetError();
+  return ResultsFile(file, std::move(*output), count);
 }
 
-Result<ResultsFile> ResultsFile::MakeKept(const Url& file, std::size_t count) {
+Result<ResultsFile> ResultsFile::MakeKept(FileService& files, const Url& file, std::size_t count) {
+  Result<ResultsFile> made = Make(files, file, count);
+  if (!made) return made;
   std::string kept = file.SystemPath().ToStdString() + std::string(kPartialInfix) + "XXXXXX";
   const int descriptor = mkostemp(kept.data(), O_CLOEXEC);
   if (descriptor < 0) return NotWritten(file, errno);
-  File lines(fdopen(descriptor, "w+b"));
-  if (!lines) return NotWritten(file, errno);
-  return ResultsFile(file, std::move(lines), std::move(kept), count);
+  made->aside_ = File(fdopen(descriptor, "w+b"));
+  if (!made->aside_) return NotWritten(file, errno);
+  made->kept_ = std::move(kept);
+  return made;
 }
-
-ResultsFile::ResultsFile(Url file, File lines, std::string kept, std::size_t count)
-    : file_(std::move(file)), lines_(std::move(lines)), kept_(std::move(kept)), extents_(count) {}
 
 void ResultsFile::Add(std::size_t report, std::string_view line) {
   const std::scoped_lock lock(*mutex_);
-  if (!written_) return;
-  if (std::fwrite(line.data(), 1, line.size(), lines_.get()) != line.size() ||
-      (!kept_.empty() && std::fflush(lines_.get()) != 0)) {
-    written_ = NotWritten(file_, errno);
-    return;
-  }
-  extents_[places_.empty() ? report : places_[report]] = {size_, line.size()};
-  size_ += line.size();
+  if (written_) written_ = Take(places_.empty() ? report : places_[report], line);
 }
 
-Result<void> ResultsFile::Commit(FileService& files) {
-  if (!written_) return written_;
-  if (std::fflush(lines_.get()) != 0) return NotWritten(file_, errno);
-  const Result<Ref<OutputFile>> output = files.Create(file_);
-  if (!output) return output.GetError();
-  Extent run;  // lines that follow each other in both files
-  for (const Extent& next : extents_) {
-    if (next.size == 0) continue;
-    if (next.offset == run.offset + run.size) {
-      run.size += next.size;
-      continue;
-    }
-    if (auto copied = Copy(run, **output); !copied) return copied;
-    run = next;
+Result<void> ResultsFile::Take(std::size_t place, std::string_view line) {
+  if (!kept_.empty()) {
+    if (auto aside = PutAside(place, line); !aside) return aside;
+    return std::fflush(aside_.get()) == 0 ? Result<void>() : NotWritten(file_, errno);
   }
-  if (auto copied = Copy(run, **output); !copied) return copied;
-  if (auto committed = (*output)->Commit(); !committed) return committed;
+  if (place != next_) return Wait(place, line);
+  if (auto written = output_->Write(line); !written) return written;
+  ++next_;
+  return WriteWaiting();
+}
+
+Result<void> ResultsFile::WriteWaiting() {
+  for (; next_ < extents_.size(); ++next_) {
+    const auto early = waiting_.find(next_);
+    if (early == waiting_.end() && extents_[next_].size == 0) return {};
+    const auto written =
+        early == waiting_.end() ? WriteAside(extents_[next_]) : output_->Write(early->second);
+    if (!written) return written;
+    if (early == waiting_.end()) continue;
+    waitingBytes_ -= early->second.size();
+    waiting_.erase(early);
+  }
+  return {};
+}
+
+Result<void> ResultsFile::Wait(std::size_t place, std::string_view line) {
+  if (waiting_.emplace(place, line).second) waitingBytes_ += line.size();
+  if (waitingBytes_ <= kMostWaitingBytes) return {};
+  if (!aside_) {
+    const std::string directory = file_.Parent().SystemPath().ToStdString();
+    const int descriptor = OpenNameless(directory.empty() ? "." : directory);
+    if (descriptor < 0) return NotWritten(file_, errno);
+    aside_ = File(fdopen(descriptor, "w+b"));
+    if (!aside_) return NotWritten(file_, errno);
+  }
+  for (const auto& [early, text] : waiting_)
+    if (auto aside = PutAside(early, text); !aside) return aside;
+  waiting_.clear();
+  waitingBytes_ = 0;
+  return std::fflush(aside_.get()) == 0 ? Result<void>() : NotWritten(file_, errno);
+}
+
+Result<void> ResultsFile::PutAside(std::size_t place, std::string_view line) {
+  if (std::fwrite(line.data(), 1, line.size(), aside_.get()) != line.size())
+    return NotWritten(file_, errno);
+  extents_[place] = {asideSize_, line.size()};
+  asideSize_ += line.size();
+  return {};
+}
+
+Result<void> ResultsFile::Commit() {
+  if (!written_) return written_;
+  for (; next_ < extents_.size(); ++next_)
+    if (auto written = WriteWaiting(); !written) return written;
+  if (auto committed = output_->Commit(); !committed) return committed;
   if (!kept_.empty()) unlink(kept_.c_str());
   return {};
 }
 
-Result<void> ResultsFile::Copy(const Extent& extent, OutputFile& to) {
+/// The lines of `aside_` are flushed as soon as they are put there.
+Result<void> ResultsFile::WriteAside(const Extent& extent) {
   std::string piece(std::min<std::uint64_t>(extent.size, kCopyBytes), '\0');
   for (std::uint64_t done = 0; done < extent.size;) {
     const std::size_t wanted = std::min<std::uint64_t>(extent.size - done, piece.size());
     const ssize_t count =
-        pread(fileno(lines_.get()), piece.data(), wanted, static_cast<off_t>(extent.offset + done));
+        pread(fileno(aside_.get()), piece.data(), wanted, static_cast<off_t>(extent.offset + done));
     if (count <= 0) return NotWritten(file_, count < 0 ? errno : EIO);
     const auto bytes = static_cast<std::size_t>(count);
-    if (auto written = to.Write({piece.data(), bytes}); !written) return written;
+    if (auto written = output_->Write({piece.data(), bytes}); !written) return written;
     done += bytes;
   }
   return {};

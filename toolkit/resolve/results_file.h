@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -14,17 +16,18 @@
 namespace tarvo::toolkit {
 
 /// One file with a line of JSON for each report, in the order of the list, whatever the order in
-/// which the lines come. They are kept in a file without a name, beside the one that is made, so
-/// that memory does not grow with their number and a killed process leaves nothing; or in a file
-/// with a name, which outlives a killed process.
+/// which the lines come. A line whose turn has come is written at once. One that is early waits in
+/// memory, and when many do, in a second file, so that memory does not grow with their number: in
+/// one without a name, of which a killed process leaves nothing, or in one with a name, which
+/// outlives it.
 class ResultsFile {
  public:
   /// For `count` reports. A file error when nothing can be written in the directory of `file`.
-  static Result<ResultsFile> Make(const Url& file, std::size_t count);
+  static Result<ResultsFile> Make(FileService& files, const Url& file, std::size_t count);
 
-  /// The same, with the lines so far, as they come, in FILE.partial-XXXXXX, six letters that make
+  /// The same, with all lines so far, as they come, in FILE.partial-XXXXXX, six letters that make
   /// the name new. Commit takes it away.
-  static Result<ResultsFile> MakeKept(const Url& file, std::size_t count);
+  static Result<ResultsFile> MakeKept(FileService& files, const Url& file, std::size_t count);
 
   /// From now on Add's `report` stands for the line `places[report]`.
   void SetPlaces(std::vector<std::size_t> places) { places_ = std::move(places); }
@@ -33,8 +36,9 @@ class ResultsFile {
   /// gives it.
   void Add(std::size_t report, std::string_view line);
 
-  /// Writes the lines one after the other; `file` appears in one step and replaces an older one.
-  [[nodiscard]] Result<void> Commit(FileService& files);
+  /// Writes what still waits, past lines that have not come; `file` appears in one step and
+  /// replaces an older one.
+  [[nodiscard]] Result<void> Commit();
 
  private:
   struct Extent {
@@ -42,16 +46,26 @@ class ResultsFile {
     std::uint64_t size = 0;
   };
 
-  ResultsFile(Url file, File lines, std::string kept, std::size_t count);
-  Result<void> Copy(const Extent& extent, OutputFile& to);
+  ResultsFile(Url file, Ref<OutputFile> output, std::size_t count)
+      : file_(std::move(file)), output_(std::move(output)), extents_(count) {}
+  Result<void> Take(std::size_t place, std::string_view line);
+  /// Writes the lines whose turn has come, until one is missing.
+  Result<void> WriteWaiting();
+  Result<void> Wait(std::size_t place, std::string_view line);
+  Result<void> PutAside(std::size_t place, std::string_view line);
+  Result<void> WriteAside(const Extent& extent);
 
   Url file_;
-  File lines_;
-  std::string kept_;                   ///< its path; empty when it has no name
-  std::vector<std::size_t> places_{};  ///< see SetPlaces; empty: each report is its own line
-  std::vector<Extent> extents_;
-  std::uint64_t size_ = 0;
-  Result<void> written_;
+  Ref<OutputFile> output_;
+  std::vector<std::size_t> places_{};             ///< see SetPlaces; empty: each is its own line
+  std::size_t next_ = 0;                          ///< the line whose turn it is
+  std::map<std::size_t, std::string> waiting_{};  ///< early lines
+  std::size_t waitingBytes_ = 0;
+  File aside_{};                 ///< early lines that were too many, one after the other
+  std::string kept_{};           ///< its path; empty when it has no name
+  std::vector<Extent> extents_;  ///< where each line is in it
+  std::uint64_t asideSize_ = 0;
+  Result<void> written_{};
   std::unique_ptr<std::mutex> mutex_ = std::make_unique<std::mutex>();
 };
 

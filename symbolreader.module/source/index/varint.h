@@ -24,6 +24,7 @@ class VarintReader {
       : at_(bytes.data()), end_(bytes.data() + bytes.size()) {}
 
   std::uint64_t Read() {
+    if (at_ != end_ && *at_ < 0x80) return *at_++;  // nearly all numbers are small
     std::uint64_t number = 0;
     for (unsigned shift = 0; at_ != end_ && shift < 64; shift += 7) {
       const std::uint8_t byte = *at_++;

@@ -126,22 +126,23 @@ TEST_F(ClusterTest, AKilledShardIsTakenUpAndOneThatRanIsNot) {
   const std::string stale = "{\"Outcome\":{\"Report\":\"r2\",\"Hash\":\"" + Hash(99) + "\"}}\n";
   Write("r.jsonl.partial-abc", Line(list[3]) + stale + Line(list[0]).substr(0, 30));
   Write("r.jsonl.partial-def", Line(list[1], ",\"Error\":\"broken\"") + Line(list[3]));
-  auto work = TakeUpShard(list, {0, 1}, File("r.jsonl"));
+  auto work = TakeUpShard((*host_)->Services().Files(), list, {0, 1}, File("r.jsonl"));
   ASSERT_TRUE(work && *work);
   ASSERT_EQ((*work)->reports.size(), 2U);
   EXPECT_EQ((*work)->takenUp, 2U);
   EXPECT_EQ((*work)->reports[0].file.Text(), list[0].report.file.Text());
   (*work)->results.Add(1, Line(list[2]));
   (*work)->results.Add(0, Line(list[0]));
-  ASSERT_TRUE(FinishShard((*host_)->Services().Files(), **work));
+  ASSERT_TRUE(FinishShard(**work));
   EXPECT_EQ(ReadFile(directory_ / "r.jsonl"),
             Line(list[0]) + Line(list[1], ",\"Error\":\"broken\"") + Line(list[2]) + Line(list[3]));
   using Entries = std::filesystem::directory_iterator;
   EXPECT_EQ(std::distance(Entries(directory_.Path()), Entries()), 1);
-  const auto again = TakeUpShard(list, {0, 1}, File("r.jsonl"));
+  const auto again = TakeUpShard((*host_)->Services().Files(), list, {0, 1}, File("r.jsonl"));
   ASSERT_TRUE(again);
   EXPECT_FALSE(*again) << "it ran";
-  EXPECT_TRUE(*TakeUpShard(List({5}), {0, 1}, File("r.jsonl"))) << "another list";
+  EXPECT_TRUE(*TakeUpShard((*host_)->Services().Files(), List({5}), {0, 1}, File("r.jsonl")))
+      << "another list";
 }
 
 TEST_F(ClusterTest, EachListedReportHasOneOutcomeOrIsNamed) {

@@ -16,11 +16,17 @@
 namespace tarvo::crashhandler {
 namespace {
 
+/// What a frame may get here, with room for the mark and the text that a user of the tree adds to
+/// it: a frame grows once.
+constexpr std::size_t kSymbolProperties = 6;
+
 /// The functions around the innermost one.
 DataArray Callers(const AddressChain& chain) {
   DataArray callers;
+  callers.Reserve(chain.frames.size() - 1);
   for (const SourceFrame& caller : std::span(chain.frames).subspan(1)) {
     DataDictionary entry;
+    entry.Reserve(3);
     entry.Set(property::kFunctionName, caller.function);
     entry.Set(property::kSourceFileName, caller.sourceFile);
     entry.Set(property::kSourceLine, caller.line);
@@ -70,6 +76,7 @@ class FrameResolver {
       return Tell(outcome, frame, module.build, &chain.GetError());
     }
     const SourceFrame& innermost = chain->frames.front();
+    frame.Reserve(frame.Size() + kSymbolProperties);
     frame.Set(property::kFunctionName, innermost.function);
     frame.Set(property::kSourceFileName, innermost.sourceFile);
     frame.Set(property::kSourceLine, innermost.line);
