@@ -156,6 +156,12 @@ void PassReport(const ExecOptions& options, const std::string& report) {
   if (!options.report.empty()) setenv("TARVO_g_crashGuardReport", report.c_str(), 1);
 }
 
+/// Empty when it is not set.
+std::string Variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
 void SetEnvironment(const Context& context, const ExecOptions& options, const std::string& report,
                     const Files& files) {
   PassReport(options, report);
@@ -166,9 +172,12 @@ void SetEnvironment(const Context& context, const ExecOptions& options, const st
   SetOrUnset("TARVO_DEFAULT_g_UnitTests_Id", options.build);
   if (!context.host.configFile.empty())
     setenv(kConfigVariable, fs::absolute(context.host.configFile).c_str(), 1);
-  const char* before = std::getenv("LD_PRELOAD");
-  const std::string others = before == nullptr || *before == '\0' ? "" : std::string(before) + ":";
-  setenv("LD_PRELOAD", (others + files.variable).c_str(), 1);
+  const std::string others = Variable("LD_PRELOAD");
+  setenv("LD_PRELOAD", (others + (others.empty() ? "" : ":") + files.variable).c_str(), 1);
+  // The address sanitizer's shared runtime ends a program that finds another library before it,
+  // also one that the program starts, which nothing has looked at. It works behind this one.
+  // What the user says about it stands last and holds.
+  setenv("ASAN_OPTIONS", ("verify_asan_link_order=0:" + Variable("ASAN_OPTIONS")).c_str(), 1);
 }
 
 /// The program's configuration is tried here once, so that its mistakes are this command's.

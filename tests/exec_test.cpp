@@ -155,24 +155,20 @@ TEST_F(Exec, SaysWhatItCannotCover) {
                      "tarvo: \"" + fixed +
                          "\" is statically linked: there is no loader that could load the capture "
                          "into it.\n"});
-  if (const std::string program = BuildDirectory() + "/tests/asan_subject"; exists(program))
-    cases.push_back(
-        {{"--", program},
-         125,
-         "tarvo: \"" + program +
-             "\" is built with the address sanitizer, whose runtime libasan.so.8 ends a "
-             "program when another library is loaded before it; build it without, or "
-             "link the host library into it.\n"});
-  if (const std::string program = BuildDirectory() + "/tests/musl_subject"; exists(program)) {
-    cases.push_back({{"--", program},
-                     125,
-                     "tarvo: \"" + program +
-                         "\" is run by the loader \"/lib/ld-musl-x86_64.so.1\", which is not the "
-                         "GNU C library's, so the capture cannot be loaded into it.\n"});
-    // It inherits what it has no use for.
+  // What another program starts has inherited the capture, and runs as it would without it.
+  const auto addCase = [&](const std::string& program, const std::string& reason) {
+    if (!exists(std::filesystem::path(program))) return;
+    cases.push_back({{"--", program}, 125, "tarvo: \"" + program + "\" " + reason});
     const ProgramResult inherited = RunShell(program + " && echo ran");
     EXPECT_EQ(inherited.output + inherited.errors, "ran\n");
-  }
+  };
+  addCase(BuildDirectory() + "/tests/asan_subject",
+          "is built with the address sanitizer, whose runtime libasan.so.8 ends a program when "
+          "another library is loaded before it; build it without, or link the host library into "
+          "it.\n");
+  addCase(BuildDirectory() + "/tests/musl_subject",
+          "is run by the loader \"/lib/ld-musl-x86_64.so.1\", which is not the GNU C library's, so "
+          "the capture cannot be loaded into it.\n");
   // Only root may give a file to somebody else.
   if (getuid() == 0) {
     const std::string foreign = MakeFile("foreign", ReadFile("/bin/true"), 0755);
