@@ -38,6 +38,10 @@ constexpr std::array<std::string_view, 13> kInlineNamespaces = {
     "__gnu_cxx_ldbl128",
 };
 
+/// What some demanglers call "basic_string" and so on, of char; std's only.
+constexpr std::array<std::string_view, 4> kAbbreviations = {"string", "istream", "ostream",
+                                                            "iostream"};
+
 /// What unnamed namespaces are called. They are left out of keys: g++ writes none of functions that
 /// it has inlined.
 constexpr std::array<std::string_view, 6> kUnnamedNamespaces = {
@@ -234,6 +238,8 @@ class NameReader {
       scope_ = kLambda;
     } else if (whole.starts_with("{unnamed") || whole.starts_with("<unnamed")) {
       scope_ = kUnnamedType;
+    } else if (whole.starts_with("{default arg")) {
+      scope_.clear();  // the parameter that a lambda is the default of; others do not write it
     } else if (const std::size_t as = whole.find(" as ");
                whole.starts_with('<') && as != std::string_view::npos && scopes_.empty()) {
       Splice(whole.substr(1, as - 1));  // Rust: "<Type as Trait>::method"
@@ -301,6 +307,9 @@ NameKey MakeNameKey(std::string_view name) {
   Scopes kept;
   for (std::string& scope : NameReader(undecorated, 0).Read()) {
     if (IsLeftOut(kept, scope)) continue;
+    const bool isOfStd = kept.size() == 1 && kept[0] == "std";
+    if (isOfStd && std::ranges::find(kAbbreviations, scope) != kAbbreviations.end())
+      scope.insert(0, "basic_");
     const bool isOfLambda = !kept.empty() && kept.back() == kLambda;
     key.isLambdaInvoker = isOfLambda && IsInvoker(scope);
     if (isOfLambda && (key.isLambdaInvoker || scope == kCallOperator)) continue;
