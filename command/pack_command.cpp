@@ -36,10 +36,12 @@ So the jobs of several platforms pack into one archive, at once if they like; it
 changes in one step. The same bundles give the same archive, byte for byte, whoever
 came first.
 
-A library's bundle has its shared name (SONAME) or else its file's name. The program
-that comes first is application.app.dsym, or kernel_app.app.dsym for kernel_app, as
-the look-up of crash reports wants it; further programs and platforms have names that
-`tarvo resolve` finds by the archive's tarvo-symbols.json.
+A library's bundle has its shared name (SONAME) or else its file's name. A program's
+is application.app.dsym, or kernel_app.app.dsym for kernel_app: the job of `tarvo run`
+asks for all programs by these names, whatever they are called. Of several programs,
+whichever was packed first, the --application has the name; without one a dSYM that
+is called so, else the first in the alphabet, which is said. `tarvo resolve` finds
+all others too, by the archive's tarvo-symbols.json.
 
 Where a file that is named cannot be packed all such files are named, and the archive
 stays as it is. Of folders what cannot be packed is named and left out.
@@ -65,6 +67,7 @@ struct PackOptions {
   std::string layout = kFlat;
   std::vector<std::string> debugDirectories{"/usr/lib/debug"};
   std::vector<std::string> files;
+  std::string application;
   bool replaces = false;
 };
 
@@ -117,6 +120,14 @@ void PrintPacked(const std::string& path, const PackedArchive& packed) {
                 static_cast<std::uintmax_t>(bundle.bytes), SafeText(bundle.source).c_str(),
                 replaced.c_str());
   }
+  for (const KeptBundle& kept : packed.kept)
+    if (kept.bundle != kept.was)
+      std::printf("%s: was %s\n", SafeText(kept.bundle).c_str(), SafeText(kept.was).c_str());
+  if (!packed.applicants.empty())
+    std::printf("%s: %s for %s, of %zu programs; --application NAME chooses another one\n",
+                SafeText(packed.applicants.front().bundle).c_str(),
+                SafeText(packed.applicants.front().module).c_str(),
+                packed.applicants.front().platform.c_str(), packed.applicants.size());
   const std::string kept =
       packed.kept.empty() ? ""
                           : ", " + std::to_string(packed.kept.size()) + " of them there before";
@@ -134,9 +145,10 @@ int Pack(const PackOptions& options) {
       options.archives, options.build,
       options.layout == kHierarchy ? ArchiveLayout::Hierarchy : ArchiveLayout::Flat);
   PackProgress progress(path);
-  auto packed = (*library)->writeArchive(
-      path, *std::move(bundles),
-      {.replaces = options.replaces, .onProgress = [&](double part) { progress.Show(part); }});
+  auto packed = (*library)->writeArchive(path, *std::move(bundles),
+                                         {.replaces = options.replaces,
+                                          .application = options.application,
+                                          .onProgress = [&](double part) { progress.Show(part); }});
   if (!packed) return Fail(packed.GetError());
   PrintPacked(path, *packed);
   return kDone;
@@ -164,6 +176,11 @@ void AddPackCommand(Program& program, Context& context) {
                  "repeated. Default: /usr/lib/debug")
       .Named("DIR")
       .OneValueEachTime();
+  pack.AddOption("--application", options->application,
+                 "The program, by its file's name, that has the\n"
+                 "name by which programs are looked up; remembered\n"
+                 "in the archive")
+      .Named("NAME");
   pack.AddFlag("--replace", options->replaces, "Write a new archive; an older one is not read");
   pack.AddOption("FILE", options->files, "Programs, libraries, debug files; folders of them")
       .Required();

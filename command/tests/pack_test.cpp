@@ -63,6 +63,9 @@ mkdir dwz && mv common.dwz dwz
 clang-19 -target x86_64-pc-windows-msvc -g -gcodeview -c -o w.obj -x c - <<<'int Start(void) { return 0; }'
 lld-link-19 /nologo /entry:Start /subsystem:console /nodefaultlib /debug /pdb:win.pdb /out:app.exe w.obj
 mkdir pdb && cp win.pdb pdb && rm win.pdb
+echo 'int main(void) { return 0; }' >zoom.c && clang-19 -target x86_64-apple-macos12 -g -c zoom.c -o zoom.o
+ld64.lld-19 -arch x86_64 -platform_version macos 12 12 -o zoom zoom.o && dsymutil-19 -q zoom -o Zoom.app.dSYM
+cp -r Zoom.app.dSYM application.app.dSYM
 )";
 
 std::string Content(const fs::path& path) {
@@ -181,8 +184,10 @@ libone.so.dsym: from libone.so
 libtwo.so.dsym: from libtwo.so
 old_program.dsym: from old_program
 parts.dsym: from split/parts
+application.app.dsym: app for linux, of 4 programs; --application NAME chooses another one
 archives/B12345_dsym.zip:, bundles: 6, 1 of them there before
 application.app.dsym: from app, in place of another build's, id …
+application.app.dsym: app for linux, of 4 programs; --application NAME chooses another one
 archives/B12345_dsym.zip:, bundles: 6, 5 of them there before
 ./app.exe.dsym/app.exe
 ./app.exe.dsym/win.pdb
@@ -199,6 +204,43 @@ archives/B12345_dsym.zip:, bundles: 6, 5 of them there before
    "Platform": "windows",
    "Executable": true,
 )");
+}
+
+// What is packed later takes a name from what was there before, with all its parts, where it is the
+// one for it.
+TEST_F(PackTest, NamesFollowFromWhatIsThereAndNotFromWhatCameFirst) {
+  const struct {
+    const char* options;
+    const char* files;
+    const char* names;
+    const char* said;
+  } kCases[] = {
+      {"", "split/parts app.exe app kernel_app Zoom.app.dSYM",
+       "app.exe.dsym application.app.dsym kernel_app.app.dsym parts.dsym zoom.dsym",
+       "application.app.dsym: app for linux, of 4 programs; --application NAME chooses another "
+       "one\n"},
+      {"--application parts", "split/parts app.exe app libone.so",
+       "app.dsym app.exe.dsym application.app.dsym libone.so.dsym", ""},
+      {"--application app", "app.exe split/parts", "application.app.dsym parts.dsym", ""},
+      {"", "split/parts app application.app.dSYM", "app.dsym application.app.dSYM parts.dsym",
+       "application.app.dSYM: zoom for macos, of 3 programs; --application NAME chooses another "
+       "one\n"},
+  };
+  for (const auto& [options, files, names, said] : kCases) {
+    const auto end = Shell(std::string("files=(") + files + ")\n" + R"sh(
+add() { pack --debug-directory pdb --debug-directory symbols --debug-directory dwz "$@"; }
+for order in "${files[*]}" "$(printf '%s\n' "${files[@]}" | tac)" "$(printf '%s\n' "${files[@]}" | sort)"; do
+  rm -rf archives
+  for file in $order; do add )sh" +
+                           options + R"sh( $file >said; done
+  add $file >said
+  sha256sum archives/*
+done | uniq | wc -l
+unzip -Z1 archives/* | sed -n 's/\(dsym\|dSYM\).*/\1/ip' | sort -u | paste -sd' '
+grep chooses said || :
+unzip -p archives/* '*parts-a.dwo' | cmp - symbols/deep/parts-a.dwo)sh");
+    EXPECT_EQ(end.output, std::string("1\n") + names + '\n' + said) << end.errors;
+  }
 }
 
 TEST_F(PackTest, EveryFileThatCannotBePackedIsNamed) {

@@ -193,8 +193,8 @@ Result<void> ArchiveWriter::AddFile(const std::string& name, EntryContent conten
   return Complete(index, false);
 }
 
-Result<void> ArchiveWriter::Copy(const ArchiveReader& from, std::size_t index) {
-  const std::string& name = from.Names()[index];
+Result<void> ArchiveWriter::Copy(const ArchiveReader& from, std::size_t index,
+                                 const std::string& name) {
   if (name.ends_with('/')) return AddDirectory(name);
   zip_source_t* source = zip_source_zip(archive_, from.Handle(), index, ZIP_FL_COMPRESSED, 0, -1);
   if (source == nullptr) return Failure(kArchiveWriter.Here());

@@ -59,8 +59,9 @@ class ArchiveWriter {
 
   Result<void> AddDirectory(const std::string& name);
   Result<void> AddFile(const std::string& name, EntryContent content);
-  /// An entry of another archive as it is packed there; `from` lives until the end of Finish.
-  Result<void> Copy(const ArchiveReader& from, std::size_t index);
+  /// An entry of another archive as it is packed there, under the name `name`, which ends with "/"
+  /// as its own does; `from` lives until the end of Finish.
+  Result<void> Copy(const ArchiveReader& from, std::size_t index, const std::string& name);
   /// A directory on the same disk, for files that are needed meanwhile.
   [[nodiscard]] const std::string& Scratch() const noexcept { return directory_.Path(); }
 

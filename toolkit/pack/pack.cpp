@@ -65,13 +65,24 @@ Result<std::uint64_t> AddBundle(ArchiveWriter& writer, const Bundle& bundle) {
   return bytes;
 }
 
-Result<void> CopyKept(ArchiveWriter& writer, const ArchiveReader& old, const std::string& bundle) {
+std::string StemOf(const std::string& bundle) { return fs::path(bundle).filename().stem(); }
+
+/// The name of an entry, `inside` its bundle, in the new archive: the file that is named like the
+/// bundle stays so.
+std::string NameOf(const KeptBundle& kept, const std::string& inside) {
+  const std::string first = '/' + StemOf(kept.was);
+  const bool isNamedLike = inside == first || inside == first + ".dwp";
+  return kept.bundle +
+         (isNamedLike ? '/' + StemOf(kept.bundle) + inside.substr(first.size()) : inside);
+}
+
+Result<void> CopyKept(ArchiveWriter& writer, const ArchiveReader& old, const KeptBundle& kept) {
   const auto& names = old.Names();
   for (std::size_t i = 0; i < names.size(); ++i) {
-    const bool isInside = names[i].starts_with(bundle) &&
-                          (names[i].size() == bundle.size() || names[i][bundle.size()] == '/');
-    if (!isInside) continue;
-    if (auto copied = writer.Copy(old, i); !copied) return copied;
+    if (!names[i].starts_with(kept.was)) continue;
+    const std::string inside = names[i].substr(kept.was.size());
+    if (!inside.empty() && inside.front() != '/') continue;
+    if (auto copied = writer.Copy(old, i, NameOf(kept, inside)); !copied) return copied;
   }
   return {};
 }
@@ -90,7 +101,8 @@ Result<void> AddBundles(ArchiveWriter& writer, const ArchivePlan& plan,
     const auto bundle =
         std::ranges::find(bundles, entry.bundle, [](const Bundle& b) { return b.facts.bundle; });
     if (bundle == bundles.end()) {
-      if (auto copied = CopyKept(writer, *old, entry.bundle); !copied) return copied;
+      const auto kept = std::ranges::find(plan.kept, entry.bundle, &KeptBundle::bundle);
+      if (auto copied = CopyKept(writer, *old, *kept); !copied) return copied;
       continue;
     }
     const auto bytes = AddBundle(writer, *bundle);
@@ -99,6 +111,17 @@ Result<void> AddBundles(ArchiveWriter& writer, const ArchivePlan& plan,
     packed.bundles.push_back({entry.bundle, bundle->source, *bytes, ReplacedText(replaced, entry)});
   }
   return {};
+}
+
+/// The programs of which one has the name for want of a better reason, that one first.
+std::vector<ManifestEntry> UntoldApplicants(const Manifest& manifest) {
+  auto applicants = ApplicantsIn(manifest);
+  if (applicants.size() < 2 || std::ranges::any_of(applicants, &ManifestEntry::isApplication))
+    return {};
+  std::ranges::stable_partition(applicants, [](const ManifestEntry& entry) {
+    return StemOf(entry.bundle) == symbol_archive::kApplicationName;
+  });
+  return applicants;
 }
 
 }  // namespace
@@ -132,9 +155,12 @@ Result<PackedArchive> WriteArchive(const std::string& path, std::vector<Bundle> 
   auto writer = ArchiveWriter::Create(path);
   if (!writer) return writer.GetError();
   const Manifest before = *old == nullptr ? Manifest() : ManifestOf(**old, (*writer)->Scratch());
-  const auto plan = PlanArchive(before, bundles);
+  const auto plan = PlanArchive(before, bundles, options.application);
   if (!plan) return plan.GetError();
-  PackedArchive packed{.bundles = {}, .kept = plan->kept, .bytes = 0};
+  PackedArchive packed{.bundles = {},
+                       .kept = plan->kept,
+                       .applicants = UntoldApplicants(plan->manifest),
+                       .bytes = 0};
   if (auto added = AddBundles(**writer, *plan, bundles, old->get(), packed); !added)
     return added.GetError();
   const auto size = (*writer)->Finish(options.onProgress);

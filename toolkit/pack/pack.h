@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tarvo/result.h"
+#include "toolkit/pack/archive_plan.h"
 #include "toolkit/pack/bundle.h"
 
 namespace tarvo::toolkit {
@@ -30,12 +31,16 @@ struct PackedBundle {
 };
 struct PackedArchive {
   std::vector<PackedBundle> bundles;
-  std::vector<std::string> kept;  ///< names of those that were there before
-  std::uint64_t bytes = 0;        ///< of the archive
+  std::vector<KeptBundle> kept;  ///< those that were there before
+  /// Where several programs would be "application.app.dsym" and none was told to be, these; the
+  /// one that is comes first.
+  std::vector<ManifestEntry> applicants;
+  std::uint64_t bytes = 0;  ///< of the archive
 };
 
 struct WriteOptions {
   bool replaces = false;                          ///< an older archive is not read
+  std::string application{};                      ///< the program of that name; may be empty
   std::function<void(double part)> onProgress{};  ///< told at times, from 0 to 1
 };
 

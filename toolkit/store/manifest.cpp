@@ -32,12 +32,16 @@ void ForEachObject(const DataDictionary& object, std::string_view key, Take take
 }
 
 ManifestEntry EntryOf(const DataDictionary& object) {
-  const auto* executable = object.FindAs<bool>("Executable");
+  const auto isTrue = [&](std::string_view key) {
+    const auto* value = object.FindAs<bool>(key);
+    return value != nullptr && *value;
+  };
   ManifestEntry entry{.bundle = TextOf(object, "Bundle"),
                       .module = TextOf(object, "Module"),
                       .platform = TextOf(object, "Platform"),
-                      .isExecutable = executable != nullptr && *executable,
-                      .slices = {}};
+                      .isExecutable = isTrue("Executable"),
+                      .slices = {},
+                      .isApplication = isTrue("Application")};
   ForEachObject(object, "Symbols", [&](const DataDictionary& slice) {
     entry.slices.push_back({TextOf(slice, "Architecture"), TextOf(slice, "Id")});
   });
@@ -56,6 +60,10 @@ void Write(JsonWriter& writer, const ManifestEntry& entry) {
   Write(writer, "Platform", entry.platform);
   writer.Key("Executable");
   writer.Bool(entry.isExecutable);
+  if (entry.isApplication) {
+    writer.Key("Application");
+    writer.Bool(true);
+  }
   writer.Key("Symbols");
   writer.StartArray();
   for (const SymbolSlice& slice : entry.slices) {

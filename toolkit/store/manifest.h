@@ -25,6 +25,9 @@ struct ManifestEntry {
   std::string platform;  ///< "linux", "macos", "windows"; empty where that is not known
   bool isExecutable = false;
   std::vector<SymbolSlice> slices;
+  /// Whether this program was told to be the one that look-ups by no other name than
+  /// "application.app" mean.
+  bool isApplication = false;
 
   friend bool operator==(const ManifestEntry&, const ManifestEntry&) = default;
 };
@@ -32,8 +35,10 @@ struct ManifestEntry {
 /// The bundles of an archive, as the entry symbol_archive::kManifestName tells them:
 ///
 ///     {"Version": 1, "Bundles": [{"Bundle": "application.app.dsym", "Module": "scene",
-///       "Platform": "linux", "Executable": true,
+///       "Platform": "linux", "Executable": true, "Application": true,
 ///       "Symbols": [{"Architecture": "x86_64", "Id": "4f2a…"}]}]}
+///
+/// "Application" stands only where it is true.
 using Manifest = std::vector<ManifestEntry>;
 
 /// Larger ones are refused.
