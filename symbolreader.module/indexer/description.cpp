@@ -18,6 +18,7 @@
 #include "indexer/dwarf/companion_files.h"
 #include "indexer/dwarf/debug_sections.h"
 #include "indexer/dwarf/unit_entries.h"
+#include "indexer/pdb/pdb_modules.h"
 #include "indexer/writing/function_map.h"
 #include "source.h"
 #include "tarvo/format.h"
@@ -209,6 +210,24 @@ void DescribeUniversal(const MachOUniversalBinary& universal, Description& descr
   }
 }
 
+void CountInto(const std::string& pdb, DescriptionDepth depth, Description& description) {
+  if (depth != DescriptionDepth::Contents) return;
+  const auto counts = CountPdb(pdb);
+  if (!counts) return;
+  description.Add("functions", std::to_string(counts->functions));
+  description.Add("inlined", std::to_string(counts->inlined));
+  description.Add("lines", std::to_string(counts->lines));
+}
+
+/// The PDB of a PE file, where it is the right one.
+void AddPdb(const DebugFileFacts& facts, DescriptionDepth depth, Description& description) {
+  const auto buffer = MapFile(facts.pdbPath);
+  const auto identity = buffer ? ReadPdbIdentity((*buffer)->getBuffer()) : std::nullopt;
+  if (!identity || identity->id != facts.id) return;
+  description.Add("pdbfound", facts.pdbPath);
+  CountInto(facts.pdbPath, depth, description);
+}
+
 Error NoDebugFile(const std::string& path) {
   return Error::File(kSource.Here(),
                      Format("@ is no debug file: found another kind of file or a damaged one, "
@@ -217,7 +236,8 @@ Error NoDebugFile(const std::string& path) {
                      Url::FromSystemPath(path));
 }
 
-Result<std::string> DescribePdb(const std::string& path, std::string_view bytes) {
+Result<std::string> DescribePdb(const std::string& path, std::string_view bytes,
+                                DescriptionDepth depth) {
   const auto identity = ReadPdbIdentity(bytes);
   if (!identity) return NoDebugFile(path);
   Description description;
@@ -226,6 +246,7 @@ Result<std::string> DescribePdb(const std::string& path, std::string_view bytes)
   description.Add("kind", "debug");
   description.Add("architecture", identity->architecture);
   description.Add("id", identity->id);
+  CountInto(path, depth, description);
   return description.Take();
 }
 
@@ -236,7 +257,7 @@ Result<std::string> Describe(const std::string& path, DescriptionDepth depth) {
   if (!buffer) return buffer.GetError();
   const llvm::StringRef bytes = (*buffer)->getBuffer();
   const llvm::file_magic magic = llvm::identify_magic(bytes);
-  if (magic == llvm::file_magic::pdb) return DescribePdb(path, bytes);
+  if (magic == llvm::file_magic::pdb) return DescribePdb(path, bytes, depth);
   Description description;
   if (magic == llvm::file_magic::macho_universal_binary) {
     auto universal = MachOUniversalBinary::create((*buffer)->getMemBufferRef());
@@ -251,7 +272,11 @@ Result<std::string> Describe(const std::string& path, DescriptionDepth depth) {
   AddIdentity(*object, description);
   AddContents(*object, description);
   const auto file = OpenDebugFile(path, {.takesSymbolTable = true});
-  if (file && (*file)->Facts().pdbPath.empty()) DwarfDescription(**file, depth, description).Add();
+  if (!file) return description.Take();
+  if ((*file)->Facts().pdbPath.empty())
+    DwarfDescription(**file, depth, description).Add();
+  else
+    AddPdb((*file)->Facts(), depth, description);
   return description.Take();
 }
 

@@ -20,7 +20,8 @@ enum class DescriptionDepth { Identity, Contents };
 ///     name          what a Mach-O library calls itself
 ///     dwarf         yes, where there is debug information in it
 ///     symbols       yes, where a symbol table names functions
-///     pdb           the PDB that a PE file names, as it was on the machine that linked it
+///     pdb           the PDB that a PE file names, as it was on the machine that linked it, and ...
+///     pdbfound      ... its place, where it stands beside the file and is of the same build
 ///     shared        the supplementary file that it names (dwz), followed by its ...
 ///     sharedid      ... id and ...
 ///     sharedfound   ... its place, where it was found
@@ -28,11 +29,13 @@ enum class DescriptionDepth { Identity, Contents };
 ///     splitname     ... its path as the file has it, and ...
 ///     splitfound    ... its place, where it was found
 ///
-/// By `Contents` also, of DWARF, the numbers
+/// By `Contents` also, of DWARF and PDBs, the numbers
 ///
 ///     functions     that have code of their own
 ///     inlined       places where a function is inlined
 ///     lines         rows of line tables
+///
+/// which are left out where a PDB is damaged.
 ///
 /// A file error when it is no debug file or cannot be read.
 Result<std::string> Describe(const std::string& path, DescriptionDepth depth);

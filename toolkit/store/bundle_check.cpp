@@ -53,6 +53,8 @@ void AddProblems(CheckedBundle& bundle) {
   const FileDescription& file = *bundle.description;
   if (!file.hasDebugInformation && file.pdb.empty())
     bundle.problems.emplace_back("no debug information");
+  if (!file.hasDebugInformation && !file.pdb.empty() && file.pdbFound.empty())
+    bundle.problems.push_back("missing: " + file.pdb);
   if (file.functions == 0 || file.lines == 0)
     bundle.problems.emplace_back("no functions or no lines");
   if (file.shared && file.shared->found.empty())

@@ -118,6 +118,7 @@ const std::map<std::string_view, Set>& Setters() {
       {"symbols", [](FileDescription& d, std::string_view) { d.hasSymbolTable = true; }},
       {"pdb",
        [](FileDescription& d, std::string_view v) { d.pdb = v.substr(v.find_last_of("/\\") + 1); }},
+      {"pdbfound", [](FileDescription& d, std::string_view v) { d.pdbFound = v; }},
       {"shared", [](FileDescription& d,
                     std::string_view v) { d.shared = CompanionFile{{}, std::string(v), {}, {}}; }},
       {"sharedid",

@@ -28,7 +28,8 @@ struct FileDescription {
   std::vector<SymbolSlice> slices;  ///< one but for a universal file
   bool hasDebugInformation = false;
   bool hasSymbolTable = false;
-  std::string pdb;  ///< the file name of the PDB that it names; empty where it names none
+  std::string pdb;       ///< the file name of the PDB that it names; empty where it names none
+  std::string pdbFound;  ///< where that stands beside it; empty where it does not
   std::optional<CompanionFile> shared;  ///< what it shares with others (dwz)
   std::vector<CompanionFile> split;     ///< the parts of split debug information
 

@@ -3,18 +3,16 @@
 #include <llvm/DebugInfo/CodeView/DebugLinesSubsection.h>
 #include <llvm/DebugInfo/CodeView/SymbolDeserializer.h>
 #include <llvm/DebugInfo/CodeView/SymbolRecord.h>
-#include <llvm/DebugInfo/MSF/MappedBlockStream.h>
 #include <llvm/DebugInfo/PDB/Native/DbiStream.h>
-#include <llvm/DebugInfo/PDB/Native/ModuleDebugStream.h>
 #include <llvm/DebugInfo/PDB/Native/PDBFile.h>
 #include <llvm/DebugInfo/PDB/Native/PublicsStream.h>
 #include <llvm/DebugInfo/PDB/Native/SymbolStream.h>
 #include <llvm/Object/COFF.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "indexer/pdb/pdb_file.h"
+#include "indexer/pdb/pdb_modules.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -31,7 +29,7 @@ class BorderReader {
     }
   }
 
-  void ReadModule(const ModuleDebugStreamRef& stream);
+  void ReadModules(PDBFile& pdb, const DbiStream& debug);
   void ReadPublics(PDBFile& pdb);
 
   std::vector<std::uint64_t> Finish() {
@@ -108,33 +106,11 @@ void BorderReader::AddLines(const DebugLinesSubsectionRef& lines) {
   }
 }
 
-void BorderReader::ReadModule(const ModuleDebugStreamRef& stream) {
-  for (const CVSymbol& symbol : stream.getSymbolArray()) {
-    switch (symbol.kind()) {
-      case SymbolKind::S_GPROC32:
-      case SymbolKind::S_LPROC32:
-      case SymbolKind::S_GPROC32_ID:
-      case SymbolKind::S_LPROC32_ID:
-      case SymbolKind::S_LPROC32_DPC:
-      case SymbolKind::S_LPROC32_DPC_ID:
-        AddFunction(symbol);
-        break;
-      case SymbolKind::S_INLINESITE:
-      case SymbolKind::S_INLINESITE2:
-        AddInlined(symbol);
-        break;
-      default:
-        break;
-    }
-  }
-  for (const DebugSubsectionRecord& subsection : stream.subsections()) {
-    if (subsection.kind() != DebugSubsectionKind::Lines) continue;
-    DebugLinesSubsectionRef lines;
-    if (llvm::Error error = lines.initialize(llvm::BinaryStreamReader(subsection.getRecordData())))
-      llvm::consumeError(std::move(error));
-    else
-      AddLines(lines);
-  }
+void BorderReader::ReadModules(PDBFile& pdb, const DbiStream& debug) {
+  ReadPdbModules(pdb, debug,
+                 {.onFunction = [this](const CVSymbol& symbol) { AddFunction(symbol); },
+                  .onInlined = [this](const CVSymbol& symbol) { AddInlined(symbol); },
+                  .onLines = [this](const DebugLinesSubsectionRef& lines) { AddLines(lines); }});
 }
 
 void BorderReader::ReadPublics(PDBFile& pdb) {
@@ -160,17 +136,7 @@ Result<std::vector<std::uint64_t>> ReadPdbBorders(const std::string& path) {
   auto debug = pdb.getPDBDbiStream();
   if (!debug) return DamagedPdb(path, debug.takeError());
   BorderReader reader(*debug);
-  const DbiModuleList& modules = debug->modules();
-  for (std::uint32_t i = 0; i < modules.getModuleCount(); ++i) {
-    const DbiModuleDescriptor module = modules.getModuleDescriptor(i);
-    auto bytes = pdb.createIndexedStream(module.getModuleStreamIndex());
-    if (bytes == nullptr) continue;
-    ModuleDebugStreamRef stream(module, std::move(bytes));
-    if (llvm::Error error = stream.reload())
-      llvm::consumeError(std::move(error));
-    else
-      reader.ReadModule(stream);
-  }
+  reader.ReadModules(pdb, *debug);
   reader.ReadPublics(pdb);
   return reader.Finish();
 }
