@@ -101,8 +101,10 @@ bool AreNotesWithin(const ELFObjectFile<Elf>& object) {
   return areSegments && areSections;
 }
 
-/// The build id; empty where there is none, or the file says that it lies outside of it.
+/// The build id or UUID; empty where there is none, or the file says that it lies outside of it.
+/// LLVM 19's function for all formats leaves Mach-O out.
 BuildIDRef BuildIdOf(const ObjectFile& object) {
+  if (const auto* machO = llvm::dyn_cast<MachOObjectFile>(&object)) return machO->getUuid();
   const auto* wide = llvm::dyn_cast<ELF64LEObjectFile>(&object);
   const auto* narrow = llvm::dyn_cast<ELF32LEObjectFile>(&object);
   const bool isElf = object.isELF();
