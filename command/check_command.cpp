@@ -173,7 +173,7 @@ class Checker {
       isGood_ = Fail(resolver.GetError()) == kDone;
       return;
     }
-    ReportList list = ListReports(host_.Services(), paths, 1);
+    ReportList list = ListReports(host_.Services(), paths, {.hasPlaces = false});
     for (const Failure& failure : list.failures) {
       isGood_ = false;
       Fail(Error::Plain({}, Format("@: @", failure.file, failure.reason)));
@@ -189,7 +189,7 @@ class Checker {
       return false;
     };
     const ReportWorkScope scope(work);
-    const Result<bool> read = resolver.Resolve(report.file, report.needsCopy);
+    const Result<bool> read = resolver.Resolve(report.file, report.place, report.needsCopy);
     if (read) return;
     isGood_ = false;
     Fail(Error::Plain({}, Format("@: @", report.file, read.GetError())));

@@ -30,14 +30,18 @@ namespace {
 
 constexpr const char* kResolveFooter =
     R"(Beside each report REPORT.txt it leaves REPORT.resolved.json, which `tarvo show`
-prints, and a copy of the report's text, REPORT.source. Of directories every file
+prints, and a copy of the report's text, REPORT.source. With --output both go below
+another directory, as for reports that nobody may write beside: those of `tarvo
+resolve /share --output out` to out/a/b_bugreport.resolved.json for
+/share/a/b_bugreport.txt. Of directories every file
 below is taken whose name ends in "_bugreport.txt", or in that and ".gz" or ".xz".
 UTF-16 is read too.
 
 Each document begins with "Outcome": which file it was made of (Report, Size, Time,
 Hash: SHA-256), and which archives of symbols were there or missing (Archives: Build,
-File, Identity or Missing). With --results a report that failed has a line with this
-alone, and an Error; an interrupted run leaves no file.
+File, Identity or Missing). A report that nothing can be read of has a document with
+this alone, and an Error: --missing-only counts it as known to be bad, until its content
+changes. With --results that is its line; an interrupted run leaves no file.
 
 Of a damaged or cut report what can be read is resolved; its document says under
 "Damage" what was left out: the line, and what was expected there.
@@ -59,10 +63,10 @@ files is kept as an index, by default in tarvo/symbols in the user's cache direc
 Reports of tarvo's own capture are first brought into the form of the others, in a
 copy; `tarvo normalize` shows it.
 
-The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate, Kept,
-NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what would help most:
-Reason, Build, Module, Frames, Error), "Failures" (Report, Error), "Refused" (symbols
-that were there and were not used: File, Reason).
+The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate, KnownBad,
+Kept, NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what would help most:
+Reason, Build, Module, Frames, Error), "Failures" and "KnownBad" (Report, Error),
+"Refused" (symbols that were there and were not used: File, Reason).
 
 Exit status:
   0  every report is resolved, as far as there are symbols
@@ -88,6 +92,7 @@ struct ResolveOptions {
   std::string summary;
   std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   std::string results;
+  std::string output;
   bool missingOnly = false;
   bool replacesBetter = false;
   bool isStrict = false;
@@ -149,9 +154,21 @@ std::string Places(const Host& host, const ResolveOptions& options) {
   return options.archivesOnly ? archives : archives + DebugFilePlaces(DebugFiles(options));
 }
 
-/// Takes the reports out that need no resolving; how many these are.
-std::size_t DropUpToDate(std::vector<Report>& reports, ArchiveTree& archives) {
-  return std::erase_if(reports, [&](const Report& report) { return IsUpToDate(report, archives); });
+/// Takes the reports out that need no resolving.
+void DropUpToDate(std::vector<Report>& reports, ArchiveTree& archives, bool triesBadAgain,
+                  Summary& summary) {
+  std::erase_if(reports, [&](const Report& report) {
+    const auto made = FindUpToDate(report, archives);
+    if (!made) return false;
+    if (made->error.empty()) {
+      ++summary.upToDate;
+    } else if (triesBadAgain) {
+      return false;
+    } else {
+      summary.knownBad.push_back({report.file, String(made->error)});
+    }
+    return true;
+  });
 }
 
 /// Resolves, and writes the file of results if one is asked for; not after an interruption, for a
@@ -161,7 +178,8 @@ Result<void> ResolveInto(Framework& framework, report::ReportResolver& resolver,
                          ArchiveTree& archives, Summary& summary) {
   RunOptions run{.threads = options.jobs,
                  .isQuiet = options.isQuiet,
-                 .replacesBetter = options.replacesBetter};
+                 .replacesBetter = options.replacesBetter,
+                 .notesBad = !options.isStrict};
   if (options.results.empty()) {
     ResolveAll(framework, resolver, reports, archives, run, summary);
     return {};
@@ -200,14 +218,18 @@ Result<void> ResolveNamed(Framework& framework, report::ReportResolver& resolver
     if (!listed) return listed.GetError();
     return ResolveShard(framework, resolver, *listed, options, archives, summary);
   }
-  ReportList list = ListReports(framework, options.paths, options.jobs);
+  ReportList list = ListReports(framework, options.paths,
+                                {.threads = options.jobs,
+                                 .mirror = Url::FromSystemPath(options.output),
+                                 .hasPlaces = options.results.empty()});
   summary.failures = std::move(list.failures);
-  if (options.missingOnly) summary.upToDate = DropUpToDate(list.reports, archives);
+  if (options.missingOnly) DropUpToDate(list.reports, archives, options.replacesBetter, summary);
   return ResolveInto(framework, resolver, list.reports, options, archives, summary);
 }
 
 int WriteList(Host& host, const ResolveOptions& options) {
-  ReportList list = ListReports(host.Services(), options.paths, options.jobs);
+  ReportList list =
+      ListReports(host.Services(), options.paths, {.threads = options.jobs, .hasPlaces = false});
   const auto listed = IdentifyReports(list, options.jobs);
   for (const Failure& failure : list.failures)
     Fail(Error::Plain({}, Format("@: @", failure.file, failure.reason)));
@@ -230,6 +252,10 @@ int Resolve(Host& host, const ResolveOptions& options) {
   Framework& framework = host.Services();
   const auto settings = Settings(host, options);
   if (!settings) return Fail(settings.GetError(), kWrongUsage);
+  const Url output = Url::FromSystemPath(options.output);
+  if (!output.IsEmpty())
+    if (const auto made = framework.Files().CreateDirectory(output); !made)
+      return Fail(made.GetError(), kWrongUsage);
   const bool hasResults = !options.results.empty();
   Result<report::ReportResolver> resolver = report::ReportResolver::Make(
       framework, *settings, hasResults ? report::Documents::Left : report::Documents::Written);
@@ -274,6 +300,8 @@ std::string Check(const ResolveOptions& options) {
   if (!options.paths.empty() && !options.list.empty()) return "PATH excludes --list";
   if (!options.shard.empty() && options.list.empty())
     return "--shard requires --list, which it is a part of";
+  if (!options.list.empty() && !options.output.empty())
+    return "--list excludes --output: --results takes all outcomes";
   if (!options.list.empty() && options.results.empty())
     return "--list requires --results, which takes all outcomes";
   return {};
@@ -335,14 +363,21 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
       "--missing-only", options.missingOnly,
       "Leave reports alone that have not changed since\nthey were resolved, nor have the archives "
       "of their\nbuilds, whatever times the files have");
+  const Option output = resolve.AddOption(
+      "--output", options.output,
+      "Leave what comes of the reports below DIR instead of\nbeside them, each where its report is "
+      "below the\ndirectory that all PATHs have in common; made where\nmissing");
+  output.Named("DIR");
   resolve.AddFlag("--force", options.replacesBetter,
-                  "Replace outcomes of which more frames were\nresolved than now");
+                  "Replace outcomes of which more frames were\nresolved than now, and try reports "
+                  "again that are\nknown to be bad");
   resolve
       .AddOption("--results", options.results,
                  "Write one line of JSON for each report to FILE,\nin the order of the list, and "
                  "nothing beside the\nreports")
       .Named("FILE")
-      .Excludes(missing);
+      .Excludes(missing)
+      .Excludes(output);
   resolve.AddOption("--summary", options.summary, "Write the summary to FILE, as JSON")
       .Named("FILE");
   resolve.AddFlag("--strict", options.isStrict,

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <regex>
 #include <set>
@@ -252,6 +253,8 @@ TEST_F(ResolveOriginsTest, WritesWhatTheJobWritesForNormalizedReports) {
 // the order of builds, and one that failed has its reason.
 TEST_F(ResolveOriginsTest, ResultsAreOneLineForEachReport) {
   Write("reports/bad_bugreport.txt", "Some other report {}");
+  Write("reports/cut_bugreport.txt.gz", "\x1f\x8b\x08");
+  Write("reports/cut_bugreport.txt", "");  // nothing is written for it to have the name of
   const auto hash = [&](const std::string& report) {
     return Run({"sh", "-c", "sha256sum < " + report}).output.substr(0, 64);
   };
@@ -260,12 +263,20 @@ TEST_F(ResolveOriginsTest, ResultsAreOneLineForEachReport) {
   const auto end = Resolve({"reports", "--results", "results", "--jobs", "2"});
   EXPECT_EQ(end.exitStatus, 1) << end.errors;
   std::istringstream lines(ReadFile(folder_ / "results"));
-  std::string failed;
-  std::getline(lines, failed);
   static const std::regex kTime(R"("Time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ")");
-  EXPECT_EQ(std::regex_replace(failed, kTime, "TIME"),
-            R"({"Outcome":{"Report":"reports/bad_bugreport.txt","Size":20,TIME,"Hash":")" +
-                hash("reports/bad_bugreport.txt") + R"(","Error":"Wrong type of report: Some"}})");
+  const std::pair<std::string, std::string> failures[] = {
+      {R"(bad_bugreport.txt","Size":20)", "Wrong type of report: Some"},
+      {R"(cut_bugreport.txt","Size":0)", "Expected identifier"},
+      {R"(cut_bugreport.txt.gz","Size":3)",
+       R"(Could not unpack \"reports/cut_bugreport.txt.gz\": it is cut off)"}};
+  for (const auto& [report, error] : failures) {
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(std::regex_replace(line, kTime, "TIME"),
+              R"({"Outcome":{"Report":"reports/)" + report + R"(,TIME,"Hash":")" +
+                  hash("reports/" + report.substr(0, report.find('"'))) + R"(","Error":")" + error +
+                  R"("}})");
+  }
   for (const std::string& origin : kOrigins) {
     std::string line;
     std::getline(lines, line);
@@ -331,6 +342,7 @@ Failed:
     "Failed": 4,
     "Damaged": 0,
     "UpToDate": 0,
+    "KnownBad": 0,
     "Kept": 0,
     "NotComeTo": 0
   },
@@ -412,6 +424,7 @@ Failed:
       "Error": "Its outcome would have the same name as that of reports/macos_bugreport.log."
     }
   ],
+  "KnownBad": [],
   "Refused": []
 }
 )");
@@ -483,7 +496,7 @@ TEST_F(ResolveOriginsTest, ReadsPackedAndWideReports) {
   Write("packed/i_bugreport.txt.gz", gzip + gzip);  // one behind the other: two reports in one
   const auto end = Resolve({"packed", "reports/linux_bugreport.txt"});
   EXPECT_EQ(end.exitStatus, 1);
-  EXPECT_NE(end.output.find("Reports: 9 read, 9 resolved, 1 failed, 3 damaged"), std::string::npos)
+  EXPECT_NE(end.output.find("Reports: 10 read, 9 resolved, 1 failed, 3 damaged"), std::string::npos)
       << end.output;
   EXPECT_NE(end.output.find("f_bugreport.txt.gz: Could not unpack"), std::string::npos)
       << end.output;
@@ -557,6 +570,94 @@ TEST_F(ResolveOriginsTest, LeavesAloneWhatIsUpToDate) {
   age(archive, 9);
   EXPECT_EQ(counts(), "Reports: 1 read, 1 resolved, 0 failed, 3 up to date");
   EXPECT_EQ(counts(), "Reports: 0 read, 0 resolved, 0 failed, 4 up to date");
+}
+
+// Nothing is written beside the reports, and none of two reports of one name is lost.
+TEST_F(ResolveOriginsTest, OutcomesGoBelowAnotherDirectory) {
+  for (const std::string report : {"mon/linux", "tue/linux", "tue/deep/windows"})
+    Write(
+        "share/" + report + "_bugreport.txt",
+        ReadFile(folder_ / ("reports/" + report.substr(report.rfind('/') + 1) + "_bugreport.txt")));
+  const auto files = [&](const char* directory) {
+    std::set<std::string> found;
+    for (const auto& entry : fs::recursive_directory_iterator(folder_ / directory))
+      if (entry.is_regular_file()) found.insert(fs::relative(entry, folder_ / directory));
+    return found;
+  };
+  const auto originals = files("share");
+  const std::pair<Texts, Texts> cases[] = {
+      {{"share"}, {"mon/linux", "tue/deep/windows", "tue/linux"}},
+      {{"share/tue", "share/mon"}, {"mon/linux", "tue/deep/windows", "tue/linux"}},
+      {{"share/mon/linux_bugreport.txt", "share/tue/linux_bugreport.txt"},
+       {"mon/linux", "tue/linux"}},
+      {{"share/tue/deep"}, {"windows"}},
+  };
+  for (auto [paths, expected] : cases) {
+    fs::remove_all(folder_ / "out");
+    paths.insert(paths.end(), {"--output", "out/new"});
+    EXPECT_EQ(Resolve(paths).exitStatus, 0);
+    std::set<std::string> outcomes;
+    for (const std::string& report : expected)
+      for (const char* suffix : {"_bugreport.resolved.json", "_bugreport.source"})
+        outcomes.insert(report + suffix);
+    EXPECT_EQ(files("out/new"), outcomes) << paths.front();
+    paths.emplace_back("--missing-only");
+    EXPECT_NE(Resolve(paths).output.find(std::to_string(expected.size()) + " up to date"),
+              std::string::npos);
+  }
+  EXPECT_EQ(files("share"), originals);
+  ASSERT_EQ(Resolve({"share/tue/deep"}).exitStatus, 0);
+  for (const std::string name : {"windows_bugreport.resolved.json", "windows_bugreport.source"})
+    EXPECT_EQ(ReadFile(folder_ / "out/new" / name), ReadFile(folder_ / "share/tue/deep" / name));
+}
+
+// What nothing can be read of fails once; what only this machine lacks is tried again.
+TEST_F(ResolveOriginsTest, AReportKnownToBeBadFailsOnce) {
+  const std::string good = ReadFile(folder_ / "reports/linux_bugreport.txt");
+  Write("in/a_bugreport.txt", "Some other report {}");
+  Write("in/b_bugreport.txt", "");
+  Write("in/c_bugreport.txt.gz", "\x1f\x8b\x08");
+  Write("in/d_bugreport.txt", good);
+  Write("in/e_bugreport.txt", good);
+  Write("in/e_bugreport.resolved.json/x", "a directory");
+  const std::string bad = ", 3 known to be bad (--force tries them again)";
+  const struct {
+    const char* what;
+    std::function<void()> change;
+    Texts options;
+    int status;
+    std::string counts;
+  } kCases[] = {
+      {"the first time", [] {}, {"--strict"}, 1, "5 read, 1 resolved, 4 failed"},
+      {"which notes nothing", [] {}, {}, 1, "4 read, 0 resolved, 4 failed, 1 up to date"},
+      {"and again", [] {}, {}, 1, "1 read, 0 resolved, 1 failed, 1 up to date" + bad},
+      {"the rest is well",
+       [&] { fs::remove_all(folder_ / "in/e_bugreport.resolved.json"); },
+       {},
+       0,
+       "1 read, 1 resolved, 0 failed, 1 up to date" + bad},
+      {"on request", [] {}, {"--force"}, 1, "3 read, 0 resolved, 3 failed, 2 up to date"},
+      {"another content",
+       [&] { Write("in/a_bugreport.txt", good); },
+       {},
+       0,
+       "1 read, 1 resolved, 0 failed, 2 up to date, 2 known to be bad (--force tries them again)"},
+      {"and a worse one",
+       [&] { Write("in/a_bugreport.txt", "TARVO_Crash_Report\n{\n\tx\n"); },
+       {},
+       1,
+       "1 read, 0 resolved, 1 failed, 2 up to date, 2 known to be bad (--force tries them again)"},
+  };
+  for (const auto& [what, change, options, status, counts] : kCases) {
+    change();
+    Texts line = {"in", "--missing-only"};
+    line.insert(line.end(), options.begin(), options.end());
+    const auto end = Resolve(line);
+    EXPECT_EQ(end.exitStatus, status) << what;
+    const std::string output = WithoutCalls(end.output);
+    EXPECT_EQ(output.substr(0, output.find('\n')), "Reports: " + counts) << what;
+  }
+  EXPECT_FALSE(fs::exists(folder_ / "in/a_bugreport.source")) << "it is of another content";
 }
 
 TEST_F(ResolveOriginsTest, RefusesWrongUsage) {

@@ -66,7 +66,8 @@ class ListReader {
     Url file = Url::FromSystemPath(*path);
     if (!seen_.insert(file.Text().ToStdString()).second)
       return LineError(file_, line.number, "this report is listed above already");
-    reports.push_back({{.file = std::move(file),
+    reports.push_back({{.file = file,
+                        .place = std::move(file),
                         .builds = Shared(*builds),
                         .needsCopy = normalizes != nullptr && *normalizes},
                        *size,

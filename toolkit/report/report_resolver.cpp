@@ -22,6 +22,16 @@ void Remove(const Url& file) {
   fs::remove(file.SystemPath().View(), missing);
 }
 
+/// A link, for what need not be copied.
+Result<void> LinkTo(const Url& report, const Url& link) {
+  std::error_code error;
+  const fs::path target = fs::absolute(report.SystemPath().View(), error);
+  if (!error) fs::create_symlink(target, link.SystemPath().View(), error);
+  if (!error) return {};
+  return Error::File(kReportResolver.Here(),
+                     Format("Could not make \"@\": @", link, error.message()), link);
+}
+
 }  // namespace
 
 Result<ReportResolver> ReportResolver::Make(Framework& framework, ResolveOptions options,
@@ -42,21 +52,23 @@ ReportResolver::ReportResolver(Framework& framework, ResolveOptions options, Doc
       handler_(std::move(handler)),
       scratch_(std::move(scratch)) {}
 
-Result<bool> ReportResolver::Resolve(const Url& report, bool needsCopy) {
+Result<bool> ReportResolver::Resolve(const Url& report, const Url& place, bool needsCopy) {
   Reading reading{.salvages = options_.salvages};
   const ReadingScope scope(reading);
-  if (!needsCopy && options_.adjustment != ReturnAddressAdjustment::AllReports) {
+  needsCopy |= options_.adjustment == ReturnAddressAdjustment::AllReports;
+  if (!needsCopy && place == report) {
     const auto resolved = handler_->ResolveBugReport(report, options_.archives, options_.cache);
     return resolved ? Result<bool>(reading.isDamaged) : resolved.GetError();
   }
   const std::string name = std::to_string((*copies_)++) + std::string(crash_report::kNameEnd);
   const Url copy = Url::FromSystemPath(scratch_.Path()).Append(name);
-  const Result<void> resolved = ResolveCopy(report, copy, reading);
+  Result<void> resolved = needsCopy ? MakeCopy(report, copy, reading) : LinkTo(report, copy);
+  if (resolved) resolved = ResolveCopy(copy, place);
   for (const Url& file : {copy, DocumentOf(copy), CopyOf(copy)}) Remove(file);
   return resolved ? Result<bool>(reading.isDamaged) : resolved.GetError();
 }
 
-Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy, Reading& reading) {
+Result<void> ReportResolver::MakeCopy(const Url& report, const Url& copy, Reading& reading) {
   const Result<ReportText> read = ReadReportText(framework_, report);
   if (!read) return read.GetError();
   if (!read->damage.IsEmpty()) {
@@ -68,15 +80,19 @@ Result<void> ReportResolver::ResolveCopy(const Url& report, const Url& copy, Rea
   const NormalizedReport normalized = Normalize(read->text, options_.adjustment);
   reading.isOwn = IsOwnReport(read->text);
   reading.addedLine = normalized.addedLine;
-  if (auto written = Write(normalized.text, copy); !written) return written;
+  return Write(normalized.text, copy);
+}
+
+Result<void> ReportResolver::ResolveCopy(const Url& copy, const Url& place) {
   if (auto resolved = handler_->ResolveBugReport(copy, options_.archives, options_.cache);
       !resolved)
     return resolved;
   // The observer may have kept what is there.
   const bool isWritten = framework_.Files().Detect(DocumentOf(copy)) == FileKind::File;
   if (documents_ == Documents::Left || !isWritten) return {};
-  if (auto put = Publish(DocumentOf(copy), DocumentOf(report)); !put) return put;
-  return Publish(CopyOf(copy), CopyOf(report));
+  if (auto made = framework_.Files().CreateDirectory(place.Parent()); !made) return made;
+  if (auto put = Publish(DocumentOf(copy), DocumentOf(place)); !put) return put;
+  return Publish(CopyOf(copy), CopyOf(place));
 }
 
 Result<void> ReportResolver::Write(std::string_view text, const Url& file) {
@@ -107,7 +123,8 @@ Result<void> Resolve(Framework& framework, const Url& report, const ResolveOptio
   if (!read) return read.GetError();
   Result<ReportResolver> resolver = ReportResolver::Make(framework, options);
   if (!resolver) return resolver.GetError();
-  const auto resolved = resolver->Resolve(report, IsOwnReport(read->text) || read->isConverted);
+  const auto resolved =
+      resolver->Resolve(report, report, IsOwnReport(read->text) || read->isConverted);
   return resolved ? Result<void>() : resolved.GetError();
 } catch (const std::bad_alloc&) {
   return Error::OutOfMemory(kReportResolver.Here());

@@ -28,13 +28,16 @@ class ReportResolver {
                                      Documents documents = Documents::Written);
 
   /// Whether the report was damaged, and what could be read of it is resolved. `needsCopy`: it is
-  /// of this project's own capture, or not what its file's bytes are (report_text.h).
-  [[nodiscard]] Result<bool> Resolve(const Url& report, bool needsCopy);
+  /// of this project's own capture, or not what its file's bytes are (report_text.h). What comes of
+  /// it is put beside `place`, the report itself or where it would be; that directory is made where
+  /// it is missing.
+  [[nodiscard]] Result<bool> Resolve(const Url& report, const Url& place, bool needsCopy);
 
  private:
   ReportResolver(Framework& framework, ResolveOptions options, Documents documents,
                  Ref<CrashHandler> handler, Scratch scratch);
-  Result<void> ResolveCopy(const Url& report, const Url& copy, Reading& reading);
+  Result<void> MakeCopy(const Url& report, const Url& copy, Reading& reading);
+  Result<void> ResolveCopy(const Url& copy, const Url& place);
   Result<void> Write(std::string_view text, const Url& file);
   Result<void> Publish(const Url& from, const Url& to);
 

@@ -48,7 +48,8 @@ MadeOf Parse(const DataDictionary& outcome) {
   MadeOf made{.size = NumberOf(outcome, property::kOutcomeSize).value_or(0),
               .hash = TextOf(outcome, property::kOutcomeHash),
               .archives = {},
-              .resolved = NumberOf(outcome, property::kOutcomeResolved)};
+              .resolved = NumberOf(outcome, property::kOutcomeResolved),
+              .error = TextOf(outcome, property::kOutcomeError)};
   const auto* archives = outcome.FindAs<DataArray>(property::kOutcomeArchives);
   if (archives == nullptr) return made;
   for (const DataValue& element : *archives) {
@@ -71,8 +72,8 @@ std::vector<std::string> IdentitiesOf(ArchiveTree& archives, const std::string& 
 
 }  // namespace
 
-std::optional<MadeOf> ReadMadeOf(const Url& report) {
-  const std::string start = StartOf(report::DocumentOf(report));
+std::optional<MadeOf> ReadMadeOf(const Url& place) {
+  const std::string start = StartOf(report::DocumentOf(place));
   auto rest = Behind(start, "{");
   if (rest) rest = Behind(*rest, '"' + std::string(property::kOutcome) + '"');
   if (rest) rest = Behind(*rest, ":");
@@ -81,18 +82,21 @@ std::optional<MadeOf> ReadMadeOf(const Url& report) {
   return outcome ? std::optional(Parse(*outcome)) : std::nullopt;
 }
 
-bool IsUpToDate(const Report& report, ArchiveTree& archives) {
+std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives) {
   std::error_code missing;
-  const auto made = ReadMadeOf(report.file);
-  if (!made || made->hash.empty() ||
-      !std::filesystem::exists(report::CopyOf(report.file).SystemPath().ToStdString(), missing))
-    return false;
+  auto made = ReadMadeOf(report.place);
+  if (!made || made->hash.empty()) return std::nullopt;
+  // Of a report that could not be resolved there is no copy.
+  if (made->error.empty() &&
+      !std::filesystem::exists(report::CopyOf(report.place).SystemPath().ToStdString(), missing))
+    return std::nullopt;
   if (std::ranges::any_of(made->archives, [&](const auto& archive) {
         return IdentitiesOf(archives, archive.first) != archive.second;
       }))
-    return false;
+    return std::nullopt;
   const Result<ReportIdentity> identity = IdentifyReport(report.file);
-  return identity && identity->size == made->size && identity->hash == made->hash;
+  const bool isSame = identity && identity->size == made->size && identity->hash == made->hash;
+  return isSame ? std::move(made) : std::nullopt;
 }
 
 }  // namespace tarvo::toolkit

@@ -19,14 +19,16 @@ struct MadeOf {
   /// By build the identities of its archives, sorted; none where there was none.
   std::map<std::string, std::vector<std::string>> archives;
   std::optional<std::uint64_t> resolved;  ///< frames that were resolved
+  std::string error;                      ///< why the report could not be; else empty
 };
 
-/// Reads what the document beside `report` was made of, from its start; nothing where there is no
-/// such document, or it does not say.
-[[nodiscard]] std::optional<MadeOf> ReadMadeOf(const Url& report);
+/// Reads what the document beside `place`, a report's, was made of, from its start; nothing where
+/// there is no such document, or it does not say.
+[[nodiscard]] std::optional<MadeOf> ReadMadeOf(const Url& place);
 
-/// Whether resolving `report` again would give what is beside it: it has the same content, and the
-/// archives of its builds are the same, there or not there. Whatever times the files have.
-[[nodiscard]] bool IsUpToDate(const Report& report, ArchiveTree& archives);
+/// What the document beside the report's place was made of, where resolving `report` again would
+/// give the same: it has the same content, and the archives of its builds are the same, there or
+/// not there. Whatever times the files have.
+[[nodiscard]] std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives);
 
 }  // namespace tarvo::toolkit

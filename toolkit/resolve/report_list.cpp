@@ -20,42 +20,68 @@
 namespace tarvo::toolkit {
 namespace {
 
+namespace fs = std::filesystem;
+
 struct Found {
   std::string canonical;  ///< the path with no links in its directory
   Url file;
 };
 
+struct Placed {
+  Url file;
+  Url place;
+};
+
+/// The directory without links, where it can be found out.
+fs::path Canonical(const Url& directory) {
+  const std::string path = directory.SystemPath().ToStdString();
+  std::error_code error;
+  fs::path canonical = fs::weakly_canonical(path.empty() ? "." : path, error);
+  return error ? fs::path(path) : canonical;
+}
+
+/// What both paths begin with.
+fs::path CommonStart(const fs::path& a, const fs::path& b) {
+  const auto end = std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first;
+  fs::path common;
+  for (auto part = a.begin(); part != end; ++part) common /= *part;
+  return common;
+}
+
 class Collector {
  public:
-  explicit Collector(FileService& files) : files_(files) {}
+  Collector(FileService& files, const ListOptions& options)
+      : files_(files), mirror_(options.mirror), hasPlaces_(options.hasPlaces) {}
 
   void Add(const Url& path) {
     switch (files_.Detect(path)) {
       case FileKind::Directory:
+        AddRoot(path);
         return AddDirectory(path);
       case FileKind::Nothing:
         return Fail(path, "There is no such file or directory.");
       case FileKind::Other:  // a pipe would be waited for
         return Fail(path, "It is neither a file nor a directory.");
       case FileKind::File:
+        AddRoot(path.Parent());
         return AddFile(path);
     }
   }
 
   /// Sorted, each once; of those with one outcome the first.
-  std::vector<Url> TakeFiles() {
+  std::vector<Placed> TakeFiles() {
     std::ranges::sort(found_, {}, &Found::canonical);
     const auto doubles = std::ranges::unique(found_, {}, &Found::canonical);
     found_.erase(doubles.begin(), doubles.end());
     std::unordered_map<std::string_view, const Url*> stems;
-    std::vector<Url> files;
+    std::vector<Placed> files;
     for (const auto& [canonical, file] : found_) {
       const std::size_t ending = file.Name().Size() - report::WithoutPacking(file).Name().Size() +
                                  report::WithoutPacking(file).Suffix().Size();
       const std::string_view stem(canonical.data(), canonical.size() - ending);
       const auto [first, isNew] = stems.try_emplace(stem, &file);
-      if (isNew) {
-        files.push_back(file);
+      if (isNew || !hasPlaces_) {
+        files.push_back({file, PlaceOf(canonical, file)});
       } else {
         Fail(file, Format("Its outcome would have the same name as that of @.", *first->second));
       }
@@ -68,16 +94,24 @@ class Collector {
  private:
   void Fail(const Url& file, String reason) { failures.push_back({file, std::move(reason)}); }
 
+  void AddRoot(const Url& directory) {
+    if (mirror_.IsEmpty()) return;
+    const fs::path root = Canonical(directory);
+    root_ = root_.empty() ? root : CommonStart(root_, root);
+  }
+
+  [[nodiscard]] Url PlaceOf(const std::string& canonical, const Url& file) const {
+    if (mirror_.IsEmpty()) return file;
+    return mirror_.Append(fs::path(canonical).lexically_relative(root_).string());
+  }
+
   void AddFile(const Url& file) {
-    std::string directory = file.Parent().SystemPath().ToStdString();
-    if (directory != directory_) {
-      std::error_code missing;
-      const auto canonical = std::filesystem::weakly_canonical(directory, missing);
-      canonical_ = missing ? directory : canonical.string();
-      directory_ = std::move(directory);
+    const String directory = file.Parent().SystemPath();
+    if (directory_ != directory) {
+      canonical_ = Canonical(file.Parent());
+      directory_ = directory;
     }
-    const std::filesystem::path name(file.Name().View());
-    found_.push_back({(std::filesystem::path(canonical_) / name).string(), file});
+    found_.push_back({(canonical_ / fs::path(file.Name().View())).string(), file});
   }
 
   void AddDirectory(const Url& directory) {
@@ -98,27 +132,27 @@ class Collector {
   }
 
   FileService& files_;
+  const Url& mirror_;
+  const bool hasPlaces_;
+  fs::path root_;  ///< that all paths have in common
   std::vector<Found> found_;
-  std::optional<std::string>
-      directory_;          ///< of the file added last; those of one follow each other
-  std::string canonical_;  ///< the same with no links
+  std::optional<String> directory_;  ///< of the file added last; those of one follow each other
+  fs::path canonical_;               ///< the same with no links
 };
 
 /// What a report's text tells before it is resolved.
 struct Looked {
   Builds builds;
-  bool needsCopy = false;
-  String error;  ///< why it could not be read
+  bool needsCopy = true;  ///< also where it could not be read: the resolving says why
 };
 
 Looked LookAt(Framework& framework, const Url& file) try {
   const Result<report::ReportText> read = report::ReadReportText(framework, file);
-  if (!read) return {{}, false, read.GetError().Text()};
+  if (!read) return {};
   return {.builds = BuildsIn(read->text),
-          .needsCopy = report::IsOwnReport(read->text) || read->isConverted,
-          .error = {}};
+          .needsCopy = report::IsOwnReport(read->text) || read->isConverted};
 } catch (const std::bad_alloc&) {
-  return {{}, false, "There is not enough memory to read it."};
+  return {};
 }
 
 }  // namespace
@@ -138,31 +172,29 @@ Builds BuildsIn(std::string_view report) {
 }
 
 ReportList ListReports(Framework& framework, const std::vector<std::string>& paths,
-                       std::size_t threads) {
-  Collector collector(framework.Files());
+                       const ListOptions& options) {
+  Collector collector(framework.Files(), options);
   for (const std::string& path : paths) collector.Add(Url::FromSystemPath(path));
-  const std::vector<Url> files = collector.TakeFiles();
+  const std::vector<Placed> files = collector.TakeFiles();
   std::vector<Looked> looked(files.size());
   std::atomic<std::size_t> next = 0;
   const auto work = [&] {
-    for (std::size_t i = 0; (i = next++) < files.size();) looked[i] = LookAt(framework, files[i]);
+    for (std::size_t i = 0; (i = next++) < files.size();)
+      looked[i] = LookAt(framework, files[i].file);
   };
   {
     std::vector<std::jthread> others;
-    for (std::size_t i = 1; i < std::min(threads, files.size()); ++i) others.emplace_back(work);
+    for (std::size_t i = 1; i < std::min(options.threads, files.size()); ++i)
+      others.emplace_back(work);
     work();
   }
   ReportList list{.reports = {}, .failures = std::move(collector.failures)};
   std::map<Builds, std::shared_ptr<const Builds>> known;
   for (std::size_t i = 0; i < files.size(); ++i) {
-    auto& [named, needsCopy, error] = looked[i];
-    if (!error.IsEmpty()) {
-      list.failures.push_back({files[i], error});
-      continue;
-    }
+    auto& [named, needsCopy] = looked[i];
     std::shared_ptr<const Builds>& builds = known[named];
     if (builds == nullptr) builds = std::make_shared<const Builds>(std::move(named));
-    list.reports.push_back({files[i], builds, needsCopy});
+    list.reports.push_back({files[i].file, files[i].place, builds, needsCopy});
   }
   return list;
 }

@@ -6,12 +6,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <mutex>
+#include <new>
 #include <optional>
+#include <system_error>
 #include <thread>
 
 #include "json/json_writer.h"
 #include "tarvo/crash_report.h"
+#include "tarvo/report/resolve.h"
 #include "toolkit/resolve/address_texts.h"
 #include "toolkit/resolve/freshness.h"
 #include "toolkit/resolve/outcome.h"
@@ -23,6 +27,7 @@
 namespace tarvo::toolkit {
 namespace {
 
+constexpr SourceFile kRun{"command/resolve/run"};
 constexpr std::chrono::milliseconds kBetweenLooks{100};
 constexpr std::chrono::milliseconds kPatience{700};
 
@@ -60,11 +65,19 @@ std::string JsonLine(const DataDictionary& document) {
   return WriteJson(document, append, JsonForm::Line) ? line : std::string();  // cannot fail
 }
 
+/// Whether another attempt would fail in the same way: for what is in the report, and not for want
+/// of memory, room or a file.
+bool IsOfContent(const Error& error) {
+  const std::string_view kind = error.ClassId();
+  return kind == Error::kPlain || kind == Error::kConversion || kind == Error::kIllegalArgument;
+}
+
 class Run {
  public:
-  Run(report::ReportResolver& resolver, const std::vector<Report>& reports, ArchiveTree& archives,
-      const RunOptions& options, Summary& summary)
-      : resolver_(resolver),
+  Run(Framework& framework, report::ReportResolver& resolver, const std::vector<Report>& reports,
+      ArchiveTree& archives, const RunOptions& options, Summary& summary)
+      : framework_(framework),
+        resolver_(resolver),
         reports_(reports),
         archives_(archives),
         options_(options),
@@ -72,7 +85,8 @@ class Run {
         summary_(summary),
         schedule_(reports) {}
 
-  void InThreads(std::size_t count, ClockService& clock, Progress& progress) {
+  void InThreads(std::size_t count, Progress& progress) {
+    ClockService& clock = framework_.Clock();
     const auto start = clock.Now();
     std::vector<std::jthread> threads;
     working_ = count;
@@ -136,7 +150,7 @@ class Run {
   /// frames.
   bool KeepsBetter(const Report& report, const ReportIdentity& identity, std::uint64_t resolved) {
     if (options_.replacesBetter) return false;
-    const auto made = ReadMadeOf(report.file);
+    const auto made = ReadMadeOf(report.place);
     if (!made || made->hash != identity.hash || made->resolved.value_or(0) <= resolved)
       return false;
     const std::scoped_lock lock(mutex_);
@@ -146,16 +160,33 @@ class Run {
 
   Result<bool> Resolved(const Report& report, ReportWork& work) try {
     const ReportWorkScope scope(work);
-    return resolver_.Resolve(report.file, report.needsCopy);
+    return resolver_.Resolve(report.file, report.place, report.needsCopy);
+  } catch (const std::bad_alloc&) {
+    return Error::OutOfMemory(kRun.Here());
   } catch (const std::exception& exception) {
-    return Error::Plain({}, exception.what());
+    return Error::IllegalState(kRun.Here(), exception.what());
   }
 
   Result<bool> Failed(std::size_t index, const ReportIdentity& identity, Error error) {
-    if (results_ == nullptr) return error;
-    DataDictionary outcome = FailedOutcome(reports_[index].file, identity, error.Text());
-    results_->Add(index, JsonLine(WithOutcome(std::move(outcome), {})));
+    const DataDictionary document =
+        WithOutcome(FailedOutcome(reports_[index].file, identity, error.Text()), {});
+    if (results_ != nullptr) {
+      results_->Add(index, JsonLine(document));
+    } else if (options_.notesBad && !identity.hash.empty() && IsOfContent(error)) {
+      NoteBad(reports_[index].place, identity, document);
+    }
     return error;
+  }
+
+  /// What cannot be written is found out anew by the next run.
+  void NoteBad(const Url& place, const ReportIdentity& identity, const DataDictionary& document) {
+    const auto made = ReadMadeOf(place);
+    const bool isKnownBetter = made && made->hash == identity.hash && made->error.empty();
+    if (isKnownBetter && !options_.replacesBetter) return;
+    if (!framework_.Files().CreateDirectory(place.Parent())) return;
+    if (!framework_.DataFormats().WriteJson(document, report::DocumentOf(place))) return;
+    std::error_code missing;  // the copy is of what the report was before
+    if (made) std::filesystem::remove(report::CopyOf(place).SystemPath().ToStdString(), missing);
   }
 
   void Note(const Report& report, const Result<bool>& resolved, const Tally& tally) {
@@ -170,6 +201,7 @@ class Run {
     }
   }
 
+  Framework& framework_;
   report::ReportResolver& resolver_;
   const std::vector<Report>& reports_;
   ArchiveTree& archives_;
@@ -191,9 +223,8 @@ void ResolveAll(Framework& framework, report::ReportResolver& resolver,
                 const RunOptions& options, Summary& summary) {
   const Interruptible interruptible;
   Progress progress(options.isQuiet);
-  Run(resolver, reports, archives, options, summary)
-      .InThreads(std::clamp<std::size_t>(reports.size(), 1, options.threads), framework.Clock(),
-                 progress);
+  Run(framework, resolver, reports, archives, options, summary)
+      .InThreads(std::clamp<std::size_t>(reports.size(), 1, options.threads), progress);
   std::ranges::stable_sort(summary.failures, {},
                            [](const Failure& failure) { return failure.file.Text(); });
 }

@@ -19,6 +19,9 @@ struct RunOptions {
   ResultsFile* results = nullptr;  ///< takes a line for each report; null: none
   /// Whether an outcome takes the place of one of the same report with more frames resolved.
   bool replacesBetter = false;
+  /// Whether a report that cannot be resolved for what is in it gets a document that says so, for
+  /// later runs.
+  bool notesBad = true;
 };
 
 /// Resolves `reports` and adds what came of it to `summary`; each outcome says which archives of

@@ -49,6 +49,8 @@ std::string ReportsLine(const Summary& summary) {
   if (summary.kept != 0)
     line += ", " + Number(summary.kept) + " left as before, which knew more (--force replaces it)";
   if (summary.upToDate != 0) line += ", " + Number(summary.upToDate) + " up to date";
+  if (!summary.knownBad.empty())
+    line += ", " + Number(summary.knownBad.size()) + " known to be bad (--force tries them again)";
   if (summary.untouched != 0) line += ", " + Number(summary.untouched) + " not come to";
   return line + "\n";
 }
@@ -143,6 +145,17 @@ DataDictionary LackDocument(const LackAndCount& lackAndCount) {
   return document;
 }
 
+DataArray FailuresDocument(const std::vector<Failure>& failures) {
+  DataArray entries;
+  for (const Failure& failure : failures) {
+    DataDictionary entry;
+    entry.Set("Report", failure.file.Text());
+    entry.Set("Error", failure.reason);
+    entries.Append(std::move(entry));
+  }
+  return entries;
+}
+
 DataDictionary FramesDocument(const Tally& tally) {
   DataDictionary frames;
   frames.Set("All", tally.AllFrames());
@@ -167,15 +180,9 @@ DataDictionary SummaryDocument(const Summary& summary) {
   reports.Set("Failed", std::uint64_t{summary.failures.size()});
   reports.Set("Damaged", std::uint64_t{summary.damaged});
   reports.Set("UpToDate", std::uint64_t{summary.upToDate});
+  reports.Set("KnownBad", std::uint64_t{summary.knownBad.size()});
   reports.Set("Kept", std::uint64_t{summary.kept});
   reports.Set("NotComeTo", std::uint64_t{summary.untouched});
-  DataArray failures;
-  for (const Failure& failure : summary.failures) {
-    DataDictionary entry;
-    entry.Set("Report", failure.file.Text());
-    entry.Set("Error", failure.reason);
-    failures.Append(std::move(entry));
-  }
   DataArray lacks;
   for (const LackAndCount& lack : LargestLacks(summary.tally, kDocumentedLacks))
     lacks.Append(LackDocument(lack));
@@ -183,7 +190,8 @@ DataDictionary SummaryDocument(const Summary& summary) {
   document.Set("Reports", std::move(reports));
   document.Set("Frames", FramesDocument(summary.tally));
   document.Set("Missing", std::move(lacks));
-  document.Set("Failures", std::move(failures));
+  document.Set("Failures", FailuresDocument(summary.failures));
+  document.Set("KnownBad", FailuresDocument(summary.knownBad));
   DataArray refused;
   for (const auto& [file, reason] : summary.refused) {
     DataDictionary entry;

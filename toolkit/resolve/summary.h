@@ -15,10 +15,11 @@ namespace tarvo::toolkit {
 struct Summary {
   std::size_t read = 0;
   std::size_t resolved = 0;
-  std::size_t damaged = 0;    ///< of these, in part
-  std::size_t upToDate = 0;   ///< left alone
-  std::size_t kept = 0;       ///< resolved worse than before, so that the older outcome stays
-  std::size_t untouched = 0;  ///< not come to, because the run was interrupted
+  std::size_t damaged = 0;        ///< of these, in part
+  std::size_t upToDate = 0;       ///< left alone
+  std::vector<Failure> knownBad;  ///< left alone: they failed before, with the same content
+  std::size_t kept = 0;           ///< resolved worse than before, so that the older outcome stays
+  std::size_t untouched = 0;      ///< not come to, because the run was interrupted
   std::vector<Failure> failures;
   Tally tally;
   std::string places;                          ///< where symbols were looked for, a line each

@@ -49,9 +49,15 @@ class PackedFile final : public Counted<ReadArchive> {
  private:
   ~PackedFile() override = default;
 
+  [[nodiscard]] String Text(std::string_view reason) const {
+    return Format("Could not @ \"@\": @", kUnpackAction, name_, reason);
+  }
   [[nodiscard]] Error Failed(std::string_view reason) const {
-    return Error::File(kPackedFile.Here(),
-                       Format("Could not @ \"@\": @", kUnpackAction, name_, reason), name_);
+    return Error::File(kPackedFile.Here(), Text(reason), name_);
+  }
+  /// What is wrong with the packed bytes themselves is so at every attempt.
+  [[nodiscard]] Error Refused(std::string_view reason) const {
+    return {Error::kIllegalArgument, kPackedFile.Here(), Text(reason), name_};
   }
 
   /// Exactly what is packed, once: a packed file in the packed file stays one.
@@ -68,7 +74,7 @@ class PackedFile final : public Counted<ReadArchive> {
     if (!end)
       return end.GetError().Url().IsEmpty() ? Failed(end.GetError().Text()) : end.GetError();
     if (end->damage.empty()) return {};
-    if (size == 0) return Failed(end->damage);
+    if (size == 0) return Refused(end->damage);
     const auto damage = MakeFile(tree, kPackedDamage);
     return damage ? Write(damage->Get(), end->damage) : damage.GetError();
   }
@@ -81,7 +87,7 @@ class PackedFile final : public Counted<ReadArchive> {
   }
 
   [[nodiscard]] Error TooLarge() const {
-    return Failed(Format(
+    return Refused(Format(
         "it holds more than @ bytes (kMaximumUnpackedBytes, g_archiveMaximumBytes)", limit_));
   }
 

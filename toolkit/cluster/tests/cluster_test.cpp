@@ -28,7 +28,9 @@ std::vector<ListedReport> List(const std::vector<std::size_t>& counts) {
     const auto builds = std::make_shared<const Builds>(Builds{"B" + std::to_string(build)});
     for (std::size_t i = 0; i < counts[build]; ++i) {
       const std::size_t n = list.size();
-      list.push_back({{Url::FromSystemPath(String("r" + std::to_string(n))), builds, n % 2 == 0},
+      list.push_back({{.file = Url::FromSystemPath(String("r" + std::to_string(n))),
+                       .builds = builds,
+                       .needsCopy = n % 2 == 0},
                       1000,
                       Hash(n)});
     }
