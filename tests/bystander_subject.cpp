@@ -132,15 +132,19 @@ EXPORTED void BystanderOnASmallStack() {
   for (;;) pause();
 }
 
+/// Each on a larger one, from 4 to 15 KiB: where the kernel's frame for a handler finds room, the
+/// handler may not.
 void OnASmallStack() {
-  static ucontext_t small;
-  static ucontext_t back;
-  static char* stack = static_cast<char*>(
-      mmap(nullptr, 3 * 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  constexpr std::size_t kLargest = 16 << 10;
+  static std::atomic<std::size_t> next{0};
+  thread_local ucontext_t small;
+  thread_local ucontext_t back;
+  auto* stack = static_cast<char*>(
+      mmap(nullptr, 4096 + kLargest, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   mprotect(stack, 4096, PROT_NONE);
   getcontext(&small);
   small.uc_stack.ss_sp = stack + 4096;
-  small.uc_stack.ss_size = 4096;
+  small.uc_stack.ss_size = 4096 + next++ % 12 * 1024;
   makecontext(&small, BystanderOnASmallStack, 0);
   swapcontext(&back, &small);
 }

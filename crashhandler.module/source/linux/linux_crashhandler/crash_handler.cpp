@@ -33,9 +33,10 @@ constexpr long kModules = 1'000'000;
 /// A crash beside the one that is captured. The thread may have been asked for its stack when it
 /// crashed, and its handler for that may not have had room on its stack: here is room.
 [[noreturn]] void JoinCrash(pid_t self, int signal, const siginfo_t* info, void* context) {
+  const SignalFrame frame = FindSignalFrame(signal, info, context);
+  if (frame.context != nullptr) AnswerWithRoom(self, *frame.context);
   ThreadEntry* thread = g_threadTable.Find(self);
   if (thread != nullptr) LeaveGuardedStep(thread->guard);
-  const SignalFrame frame = FindSignalFrame(signal, info, context);
   if (frame.context != nullptr) AnswerRequest(self, frame.context);
   Park();
 }

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/types.h>
+#include <ucontext.h>
 
 namespace tarvo::crashhandler {
 
@@ -14,5 +15,10 @@ void StackHandler(int signal, siginfo_t* info, void* context);
 /// Answers a request for the stack of the calling thread `self`, which was interrupted where
 /// `context` says, if there is one that it has not answered. Signalled thread.
 void AnswerRequest(pid_t self, const void* context);
+
+/// Answers once more, from the start, where `fault` says that the handler that was to answer has
+/// come to the end of the stack that it was called on. The calling one has another stack. Signalled
+/// thread, handler of a fault.
+void AnswerWithRoom(pid_t self, const ucontext_t& fault);
 
 }  // namespace tarvo::crashhandler

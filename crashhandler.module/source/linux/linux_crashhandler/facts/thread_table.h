@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <ucontext.h>
 
 #include <atomic>
 #include <cstddef>
@@ -46,6 +47,8 @@ struct ThreadEntry {
 
   std::atomic<RequestState> request{RequestState::None};
   FaultGuard guard;  ///< of its walk, when it is asked
+  /// Where the request has interrupted it; null once its handler for that has run out of stack.
+  const ucontext_t* interrupted = nullptr;
 
   Stack stack;
   bool isHeldUp = false;  ///< its walk is to be tried again
