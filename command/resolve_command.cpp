@@ -4,25 +4,22 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "command/adjustment_option.h"
 #include "command/subcommand.h"
+#include "command/symbol_options.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/cluster/report_list_file.h"
 #include "toolkit/cluster/shard_work.h"
 #include "toolkit/debug_files/debug_file_source.h"
 #include "toolkit/resolve/freshness.h"
-#include "toolkit/resolve/progress.h"
 #include "toolkit/resolve/report_list.h"
-#include "toolkit/resolve/report_work.h"
 #include "toolkit/resolve/results_file.h"
 #include "toolkit/resolve/run.h"
 #include "toolkit/resolve/summary.h"
-#include "toolkit/resolve/user_cache.h"
 #include "toolkit/store/archive_cache.h"
 
 namespace tarvo::command {
@@ -84,69 +81,16 @@ struct ResolveOptions {
   std::string writeList;
   std::string list;
   std::string shard;
-  std::vector<std::string> archives;
-  std::string build;
-  std::string cache;
-  std::vector<std::string> debugDirectories;
-  bool archivesOnly = false;
+  SymbolOptions symbols;
   std::string summary;
-  std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
   std::string results;
   std::string output;
   bool missingOnly = false;
   bool replacesBetter = false;
-  bool isStrict = false;
   bool isQuiet = false;
-  report::ReturnAddressAdjustment adjustment = report::ReturnAddressAdjustment::OwnReports;
 };
 
-/// The directory of an option or, without it, of a configuration entry; empty where neither is set.
-Result<Url> Directory(const Host& host, const std::string& option, std::string_view entryName) {
-  if (!option.empty()) return Url::FromSystemPath(option);
-  for (const ConfigurationEntry& entry : host.ConfigurationEntries())
-    if (entry.name == entryName) return Url::FromText(entry.value);
-  return Url();
-}
-
-/// The directories of archives, the first of which the crash handler's module looks into itself.
-std::vector<Url> ArchiveDirectories(const Host& host, const ResolveOptions& options) {
-  std::vector<Url> directories;
-  for (const std::string& directory : options.archives)
-    directories.push_back(Url::FromSystemPath(directory));
-  const Result<Url> entry = Directory(host, {}, "g_symbolArchiveDirectory");
-  if (directories.empty() && entry && !entry->IsEmpty()) directories.push_back(*entry);
-  return directories;
-}
-
-Result<report::ResolveOptions> Settings(Host& host, const ResolveOptions& options) {
-  const std::string first = options.archives.empty() ? "" : options.archives.front();
-  const Result<Url> archives = Directory(host, first, "g_symbolArchiveDirectory");
-  if (!archives) return archives.GetError();
-  for (const Url& directory : ArchiveDirectories(host, options)) {
-    const auto prepared =
-        report::PrepareDirectories(host.Services().Files(), {.archives = directory});
-    if (!prepared) return prepared.GetError();
-  }
-  const Result<Url> cache = Directory(host, options.cache, "g_symbolTemporaryDirectory");
-  if (!cache) return cache.GetError();
-  const Result<UserCache> own = MakeUserCache(archives->IsEmpty(), cache->IsEmpty());
-  if (!own) return own.GetError();
-  const report::ResolveOptions settings{archives->IsEmpty() ? own->noArchives : *archives,
-                                        cache->IsEmpty() ? own->builds : *cache, options.adjustment,
-                                        !options.isStrict};
-  if (auto prepared = report::PrepareDirectories(host.Services().Files(), settings); !prepared)
-    return prepared.GetError();
-  return settings;
-}
-
-DebugFileOptions DebugFiles(const ResolveOptions& options) {
-  DebugFileOptions files{.build = options.build, .archivesOnly = options.archivesOnly};
-  if (!options.debugDirectories.empty()) files.directories = options.debugDirectories;
-  files.onActivity = ShowActivity;
-  return files;
-}
-
-std::string Places(const Host& host, const ResolveOptions& options) {
+std::string Places(const Host& host, const SymbolOptions& options) {
   std::string archives;
   for (const Url& directory : ArchiveDirectories(host, options))
     archives += "  " + SafeText(directory.SystemPath()) + ", archives of builds\n";
@@ -176,10 +120,10 @@ void DropUpToDate(std::vector<Report>& reports, ArchiveTree& archives, bool trie
 Result<void> ResolveInto(Framework& framework, report::ReportResolver& resolver,
                          const std::vector<Report>& reports, const ResolveOptions& options,
                          ArchiveTree& archives, Summary& summary) {
-  RunOptions run{.threads = options.jobs,
+  RunOptions run{.threads = options.symbols.jobs,
                  .isQuiet = options.isQuiet,
                  .replacesBetter = options.replacesBetter,
-                 .notesBad = !options.isStrict};
+                 .notesBad = !options.symbols.isStrict};
   if (options.results.empty()) {
     ResolveAll(framework, resolver, reports, archives, run, summary);
     return {};
@@ -205,7 +149,7 @@ Result<void> ResolveShard(Framework& framework, report::ReportResolver& resolver
   }
   summary.upToDate = (*work)->takenUp;
   const RunOptions run{
-      .threads = options.jobs, .isQuiet = options.isQuiet, .results = &(*work)->results};
+      .threads = options.symbols.jobs, .isQuiet = options.isQuiet, .results = &(*work)->results};
   ResolveAll(framework, resolver, (*work)->reports, archives, run, summary);
   return summary.untouched == 0 ? FinishShard(**work) : Result<void>();
 }
@@ -219,7 +163,7 @@ Result<void> ResolveNamed(Framework& framework, report::ReportResolver& resolver
     return ResolveShard(framework, resolver, *listed, options, archives, summary);
   }
   ReportList list = ListReports(framework, options.paths,
-                                {.threads = options.jobs,
+                                {.threads = options.symbols.jobs,
                                  .mirror = Url::FromSystemPath(options.output),
                                  .hasPlaces = options.results.empty()});
   summary.failures = std::move(list.failures);
@@ -229,8 +173,8 @@ Result<void> ResolveNamed(Framework& framework, report::ReportResolver& resolver
 
 int WriteList(Host& host, const ResolveOptions& options) {
   ReportList list =
-      ListReports(host.Services(), options.paths, {.threads = options.jobs, .hasPlaces = false});
-  const auto listed = IdentifyReports(list, options.jobs);
+      ListReports(host.Services(), options.paths, {.threads = options.symbols.jobs, .hasPlaces = false});
+  const auto listed = IdentifyReports(list, options.symbols.jobs);
   for (const Failure& failure : list.failures)
     Fail(Error::Plain({}, Format("@: @", failure.file, failure.reason)));
   const auto written =
@@ -250,7 +194,7 @@ void KeepFreedMemory() {
 int Resolve(Host& host, const ResolveOptions& options) {
   KeepFreedMemory();
   Framework& framework = host.Services();
-  const auto settings = Settings(host, options);
+  const auto settings = ResolverSettings(host, options.symbols);
   if (!settings) return Fail(settings.GetError(), kWrongUsage);
   const Url output = Url::FromSystemPath(options.output);
   if (!output.IsEmpty())
@@ -262,14 +206,13 @@ int Resolve(Host& host, const ResolveOptions& options) {
   if (!resolver) return Fail(resolver.GetError());
 
   Summary summary;
-  ArchiveCache cache(ArchiveDirectories(host, options), settings->cache);
-  LookIntoArchives(framework, &cache);
-  RetireOutdatedIn(&cache);
-  const auto run = ResolveNamed(framework, *resolver, options, cache.Archives(), summary);
-  RetireOutdatedIn(nullptr);
-  LookIntoArchives(framework, nullptr);
-  if (!run) return Fail(run.GetError());
-  summary.places = Places(host, options);
+  ArchiveCache cache(ArchiveDirectories(host, options.symbols), settings->cache);
+  {
+    const ArchivesInUse inUse(framework, cache);
+    const auto run = ResolveNamed(framework, *resolver, options, cache.Archives(), summary);
+    if (!run) return Fail(run.GetError());
+  }
+  summary.places = Places(host, options.symbols);
   summary.refused = RefusedDebugFiles();
 
   if (!options.isQuiet) std::fputs(SummaryText(summary).c_str(), stdout);
@@ -283,15 +226,6 @@ int Resolve(Host& host, const ResolveOptions& options) {
   }
   if (summary.untouched != 0) return kInterruptedStatus;
   return summary.failures.empty() ? kDone : kFailed;
-}
-
-/// The host, with the frames counted and with the module's own lines off unless they are asked for:
-/// the summary says the same in fewer words.
-HostOptions ResolvingHost(HostOptions options, const ResolveOptions& resolve) {
-  options.components.push_back(ReportWorkComponent());
-  options.components.push_back(DebugFileComponent(DebugFiles(resolve)));
-  options.arguments.insert(options.arguments.begin(), "--g_crashlogResolveDiagnosticOutput=0");
-  return options;
 }
 
 /// What cannot be asked for together, or is missing; empty: all is well.
@@ -330,35 +264,7 @@ void AddListOptions(Command& resolve, ResolveOptions& options) {
 void AddOptions(Command& resolve, ResolveOptions& options) {
   resolve.AddOption("PATH", options.paths, "Crash reports, and directories of them");
   AddListOptions(resolve, options);
-  resolve
-      .AddOption(
-          "--archives", options.archives,
-          "Symbol archives, in this directory and below; may\nbe given several times, searched "
-          "in this order.\nDefault: the entry g_symbolArchiveDirectory, else\nnone")
-      .Named("DIR")
-      .OneValueEachTime();
-  resolve.AddOption("--build", options.build, "The build of reports that state none")
-      .Named("BUILD");
-  resolve
-      .AddOption("--cache", options.cache,
-                 "Unpacked archives; made where missing.\nDefault: the entry "
-                 "g_symbolTemporaryDirectory,\nelse tarvo/builds in the user's cache directory")
-      .Named("DIR");
-  const Option directories = resolve.AddOption(
-      "--debug-directory", options.debugDirectories,
-      "Debug files of the system, as distributions\nlay them out; may be given several "
-      "times.\nDefault: /usr/lib/debug");
-  directories.Named("DIR").OneValueEachTime();
-  resolve
-      .AddFlag(
-          "--archives-only", options.archivesOnly,
-          "Take symbols from the archives and from\nnowhere else: what comes of a report is the "
-          "same\non every machine")
-      .Excludes(directories);
-  resolve
-      .AddOption("--jobs", options.jobs, "Reports to resolve at once. Default: one\nfor each core")
-      .Named("N")
-      .Within(1, 256);
+  AddSymbolOptions(resolve, options.symbols);
   const Option missing = resolve.AddFlag(
       "--missing-only", options.missingOnly,
       "Leave reports alone that have not changed since\nthey were resolved, nor have the archives "
@@ -380,11 +286,11 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
       .Excludes(output);
   resolve.AddOption("--summary", options.summary, "Write the summary to FILE, as JSON")
       .Named("FILE");
-  resolve.AddFlag("--strict", options.isStrict,
+  resolve.AddFlag("--strict", options.symbols.isStrict,
                   "Let a report fail at the first thing that\ncannot be read, as the job of `tarvo "
                   "run` does");
   resolve.AddFlag("--quiet", options.isQuiet, "Print failures only");
-  AddAdjustmentOptions(resolve, options.adjustment);
+  AddAdjustmentOptions(resolve, options.symbols.adjustment);
 }
 
 }  // namespace
@@ -400,7 +306,7 @@ void AddResolveCommand(Program& program, Context& context) {
         context.action = [&context, options] {
           if (!options->writeList.empty())
             return WithHost(context, [options](Host& host) { return WriteList(host, *options); });
-          context.host = ResolvingHost(std::move(context.host), *options);
+          context.host = ResolvingHost(std::move(context.host), options->symbols);
           return WithHost(context, [options](Host& host) { return Resolve(host, *options); });
         };
       },
