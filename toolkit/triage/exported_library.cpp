@@ -5,5 +5,5 @@
 #include "toolkit/triage/triage_library.h"
 
 extern "C" [[gnu::visibility("default")]] const tarvo::toolkit::TriageLibrary tarvoTriageLibrary = {
-    tarvo::toolkit::RunTriage, tarvo::toolkit::TriageTable, tarvo::toolkit::TriageDocument,
-    tarvo::toolkit::TriagePage};
+    tarvo::toolkit::RunTriage, tarvo::toolkit::AddLogs, tarvo::toolkit::TriageTable,
+    tarvo::toolkit::TriageDocument, tarvo::toolkit::TriagePage};

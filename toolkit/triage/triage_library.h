@@ -5,6 +5,7 @@
 
 #include "tarvo/data_dictionary.h"
 #include "tarvo/result.h"
+#include "toolkit/triage/model/added_logs.h"
 #include "toolkit/triage/model/triage_options.h"
 #include "toolkit/triage/model/triage_result.h"
 
@@ -16,6 +17,7 @@ namespace tarvo::toolkit {
 struct TriageLibrary {
   /// triage.h
   Result<TriageResult> (*run)(const TriageOptions& options);
+  Result<AddedLogs> (*add)(const TriageOptions& options);
   /// result/triage_table.h
   std::string (*table)(const TriageResult& result, const TableOptions& options);
   /// result/triage_document.h

@@ -84,19 +84,20 @@ void CrashStore::RegroupVariant(const StoredVariant& variant, const StoredGroup&
   AddAlias(variant.group, print.group);
 }
 
-Result<std::set<std::string>> CrashStore::Add(const Draft& draft) {
+Result<Addition> CrashStore::Add(const Draft& draft) {
   database_.Run("BEGIN IMMEDIATE;");
   const std::set<std::string> known =
       Texts(database_, "SELECT id FROM groups UNION SELECT old_id FROM aliases");
   for (const auto& [id, variant] : draft.Variants()) AddVariant(variant, draft.Texts());
-  for (const auto& report : draft.Reports()) AddReport(*report);
+  Addition added;
+  for (const auto& report : draft.Reports())
+    if (AddReport(*report)) added.reports.insert(report->hash);
   RemoveEmpty();
-  std::set<std::string> added;
   for (const std::string& id : Texts(database_, "SELECT id FROM groups"))
-    if (!known.contains(id)) added.insert(id);
+    if (!known.contains(id)) added.groups.insert(id);
   SqliteStatement aliases = database_.Prepare("SELECT old_id, group_id FROM aliases");
   while (aliases.Step())
-    if (known.contains(aliases.Text(0))) added.erase(aliases.Text(1));
+    if (known.contains(aliases.Text(0))) added.groups.erase(aliases.Text(1));
   database_.Run("COMMIT;");
   if (auto outcome = database_.Outcome(); !outcome) return outcome.GetError();
   return added;
@@ -147,7 +148,7 @@ void CrashStore::AddVariant(const DraftVariant& variant, const TextPool& texts) 
         .Run();
 }
 
-void CrashStore::AddReport(const DraftReport& report) {
+bool CrashStore::AddReport(const DraftReport& report) {
   SqliteStatement stored = database_.Prepare(
       "SELECT r.named_frames, v.group_id FROM reports r JOIN variants v ON v.id = r.variant_id "
       "WHERE r.hash = ?");
@@ -171,6 +172,7 @@ void CrashStore::AddReport(const DraftReport& report) {
   SqliteStatement logs = database_.Prepare("INSERT OR IGNORE INTO logs VALUES (?, ?)");
   for (const std::string& path : report.paths) logs.With(path, report.hash).Run();
   if (isThere && isBetter) AddAlias(oldGroup, report.variant->group);
+  return isBetter;
 }
 
 void CrashStore::AddAlias(const std::string& oldGroup, const std::string& group) {

@@ -10,6 +10,13 @@
 
 namespace tarvo::toolkit {
 
+/// What a run has changed.
+struct Addition {
+  std::set<std::string> groups{};  ///< ids of those that were not there, by these or former ids
+  std::set<std::string>
+      reports{};  ///< hashes of those that are new, or whose frames have names now
+};
+
 /// All crashes that are known: a database that grows from run to run, or one in memory. What a run
 /// adds is one transaction: killed before its end it leaves the database as it was.
 class CrashStore {
@@ -20,9 +27,8 @@ class CrashStore {
   static Result<CrashStore> Open(const std::string& path);
 
   /// Adds reports. One that is there stays as it is, unless more of its frames have names now: then
-  /// it moves to its new group, whose alias the old one becomes. Gives the ids of the groups that
-  /// were not there, by these ids or by former ones.
-  Result<std::set<std::string>> Add(const Draft& draft);
+  /// it moves to its new group, whose alias the old one becomes.
+  Result<Addition> Add(const Draft& draft);
 
   /// Everything, for showing.
   Result<StoredCrashes> Read();
@@ -35,7 +41,8 @@ class CrashStore {
   void RegroupVariant(const StoredVariant& variant, const StoredGroup& group, CrashStack stack);
   void AddVariant(const DraftVariant& variant, const TextPool& texts);
   std::int64_t TextId(const std::string& text);
-  void AddReport(const DraftReport& report);
+  /// Whether it was taken.
+  bool AddReport(const DraftReport& report);
   void AddAlias(const std::string& oldGroup, const std::string& group);
   void RemoveEmpty();
   std::int64_t IdOf(const char* table, const std::string& name);

@@ -45,7 +45,7 @@ class CrashStoreTest : public testing::Test {
       groups.insert(text);
     }
     reports_ = crashes->reports.size();
-    return {added->size(), groups};
+    return {added->groups.size(), groups};
   }
   void Execute(const char* statement) {
     sqlite3* database = nullptr;
