@@ -44,6 +44,7 @@ void AddResolveCommand(Program& program, Context& context);
 void AddRunCommand(Program& program, Context& context);
 void AddShowCommand(Program& program, Context& context);
 void AddTriageCommand(Program& program, Context& context);
+void AddWatchCommand(Program& program, Context& context);
 
 /// Starts the host with the shared options and calls `work`, whose exit status it returns; where
 /// the host cannot start it prints why and returns kWrongUsage.

@@ -60,6 +60,8 @@ BORDERS = [
      ["toolkit/show/printer.h", "tarvo/report/normalize.h", "toolkit/command_line/command_line.h"]),
     ("toolkit/resolve/run.cpp", "tarvo/report/resolve.h",
      ["toolkit/show/printer.h", "toolkit/pack/pack.h", "command/subcommand.h"]),
+    ("toolkit/watch/watch.cpp", "toolkit/resolve/run.h",
+     ["toolkit/triage/store/sqlite.h", "command/subcommand.h", "host/host_framework.h"]),
     ("toolkit/show/printer.cpp", "toolkit/report/handler_frames.h",
      ["toolkit/resolve/run.h", "crashlog/crash_log.h"]),
     # Grouping is made of pure functions, and knows neither files nor the database.

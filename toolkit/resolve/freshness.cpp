@@ -63,13 +63,6 @@ MadeOf Parse(const DataDictionary& outcome) {
   return made;
 }
 
-std::vector<std::string> IdentitiesOf(ArchiveTree& archives, const std::string& build) {
-  std::vector<std::string> identities;
-  for (const ArchiveState& archive : archives.Of(build)) identities.push_back(archive.identity);
-  std::ranges::sort(identities);
-  return identities;
-}
-
 }  // namespace
 
 std::optional<MadeOf> ReadMadeOf(const Url& place) {
@@ -80,6 +73,13 @@ std::optional<MadeOf> ReadMadeOf(const Url& place) {
   if (!rest) return std::nullopt;
   const auto outcome = ReadJsonObject(*rest, BehindJson::Anything);
   return outcome ? std::optional(Parse(*outcome)) : std::nullopt;
+}
+
+std::vector<std::string> IdentitiesOf(ArchiveTree& archives, const std::string& build) {
+  std::vector<std::string> identities;
+  for (const ArchiveState& archive : archives.Of(build)) identities.push_back(archive.identity);
+  std::ranges::sort(identities);
+  return identities;
 }
 
 std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives) {

@@ -26,6 +26,10 @@ struct MadeOf {
 /// there is no such document, or it does not say.
 [[nodiscard]] std::optional<MadeOf> ReadMadeOf(const Url& place);
 
+/// The identities of the archives of `build`, sorted.
+[[nodiscard]] std::vector<std::string> IdentitiesOf(ArchiveTree& archives,
+                                                    const std::string& build);
+
 /// What the document beside the report's place was made of, where resolving `report` again would
 /// give the same: it has the same content, and the archives of its builds are the same, there or
 /// not there. Whatever times the files have.

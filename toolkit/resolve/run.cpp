@@ -37,7 +37,6 @@ volatile std::sig_atomic_t g_isInterrupted = 0;
 class Interruptible {
  public:
   Interruptible() {
-    g_isInterrupted = 0;
     struct sigaction action{};
     action.sa_handler = [](int) { g_isInterrupted = 1; };
     action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
@@ -93,6 +92,7 @@ class Run {
     for (std::size_t i = 0; i < count; ++i) threads.emplace_back([this] { Work(); });
     std::unique_lock lock(mutex_);
     while (!ended_.wait_for(lock, kBetweenLooks, [&] { return working_ == 0; })) {
+      if (options_.isEnding && options_.isEnding()) schedule_.Stop();
       if (g_isInterrupted != 0) Stop();
       progress.Show({done_, reports_.size(), clock.Now() - start});
     }
@@ -123,6 +123,7 @@ class Run {
       schedule_.Done(*report);
       const std::scoped_lock lock(mutex_);
       Note(reports_[*report], resolved, work.tally);
+      if (options_.onDone) options_.onDone(*report, resolved, work.tally);
     }
     const std::scoped_lock lock(mutex_);
     if (--working_ == 0) ended_.notify_one();
@@ -221,7 +222,9 @@ class Run {
 void ResolveAll(Framework& framework, report::ReportResolver& resolver,
                 const std::vector<Report>& reports, ArchiveTree& archives,
                 const RunOptions& options, Summary& summary) {
-  const Interruptible interruptible;
+  g_isInterrupted = 0;
+  std::optional<Interruptible> interruptible;
+  if (!options.isEnding) interruptible.emplace();
   Progress progress(options.isQuiet);
   Run(framework, resolver, reports, archives, options, summary)
       .InThreads(std::clamp<std::size_t>(reports.size(), 1, options.threads), progress);
