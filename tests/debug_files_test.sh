@@ -69,6 +69,31 @@ resolve by_symbol
 [[ $document =~ \"FunctionName\":\"Fault\"[^}]*\"SymbolOffset\":[0-9]+ ]] || fail "no symbol"
 expect_no_line by_symbol
 
+# Split debug information and what dwz has made: they come when the index is made already, the first one cut off.
+late() {
+  local name=$1 part=$2 wrong=$3
+  mv "$part" part
+  resolve "$name"
+  expect_no_chain "$name"
+  [[ -z $wrong ]] || head -c 300 part >"$wrong"
+  resolve "$name"
+  expect_no_chain "$name"
+  mv part "$part"
+  resolve "$name"
+  expect_chain "$name"
+  [[ $(find cache/tarvo/symbols -newer "$part" -name "$(build_id "$name/$name")*") ]] || fail "$name: no new index"
+}
+expect_chain() { [[ $document =~ \"FunctionName\":\"Fault\"[^}]*\"InlinedInto\":.[^]]*\"FunctionName\":\"main\" ]] ||
+  fail "$1: the inlined function is not named"; }
+expect_no_chain() { [[ $document != *'"FunctionName":"Fault"'* && $document == *'"FunctionName":"main"'* ]] ||
+  fail "$1: named without its part"; }
+crash split -gsplit-dwarf -O2
+late split split/split.dwo split/split.dwo
+crash shared -O2
+cp shared/shared shared/twin
+dwz -m shared/common shared/shared shared/twin
+late shared shared/common shared/common
+
 # Another build in the same place, in the debug directory and in the archive: never used, and said.
 crash replaced
 id=$(build_id replaced/replaced)

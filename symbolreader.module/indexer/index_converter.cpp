@@ -2,7 +2,10 @@
 
 #include <llvm/DebugInfo/DWARF/DWARFContext.h>
 
+#include <set>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "files/debug_file_contents.h"
 #include "indexer/dwarf/companion_files.h"
@@ -61,6 +64,7 @@ Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
   const auto sections = DebugSections::Read(object, threads);
   if (!sections) return sections.GetError();
   llvm::DWARFContext& context = sections->Context();
+  const auto shared = LookAt(SupplementaryPlaces(object), file.Facts().path);
   const auto supplementary = OpenSupplementary(file, threads);
   std::vector<llvm::DWARFUnit*> units;
   for (const auto& unit : context.compile_units()) units.push_back(unit.get());
@@ -82,6 +86,9 @@ Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
     sections->LetGo(BytesOf(*unit));
     progress.Add(BytesOf(*unit).size());
   });
+  std::set<MissingFile> missing = split.Missing();
+  if (supplementary == nullptr) missing.insert(shared.begin(), shared.end());
+  writer.SetMissing(std::move(missing));
   return writer.Finish(key, threads);
 }
 

@@ -50,7 +50,9 @@ class IndexOpener {
   FoundIndex Open() const;
 
  private:
-  [[nodiscard]] FoundIndex Find() const { return OpenIndex(store_.IndexPath(), store_.Key()); }
+  [[nodiscard]] FoundIndex Find() const {
+    return OpenIndex(store_.IndexPath(), store_.Key(), facts_.path);
+  }
   FoundIndex Make() const;
   /// Tells the ResolveObserver, if there is one, how far it is.
   [[nodiscard]] std::optional<IndexFailure> RunInto(const std::string& output) const;

@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
+#include <system_error>
 
 #include "files/debug_file_contents.h"
 #include "indexer/dwarf/byte_cursor.h"
@@ -143,20 +145,25 @@ std::optional<SupplementaryLink> SupplementaryLinkIn(const ObjectFile& object) {
   return SupplementaryLink{path, llvm::toHex(bytes.substr(offset, size), /*LowerCase=*/true)};
 }
 
-std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file, unsigned threads) {
-  const auto link = SupplementaryLinkIn(*file.Inside().object);
+std::vector<std::string> SupplementaryPlaces(const ObjectFile& object) {
+  const auto link = SupplementaryLinkIn(object);
   constexpr std::size_t kShortestId = 4;
-  if (!link || link->id.size() < kShortestId) return nullptr;
+  if (!link || link->id.size() < kShortestId) return {};
+  return {link->path, link->path.filename(),
+          fs::path(kBuildIdDirectory) / link->id.substr(0, 2) / (link->id.substr(2) + ".debug")};
+}
+
+std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file, unsigned threads) {
+  const ObjectFile& object = *file.Inside().object;
   const fs::path directory = fs::path(file.Facts().path).parent_path();
-  const std::array places = {
-      directory / link->path, directory / link->path.filename(),
-      fs::path(kBuildIdDirectory) / link->id.substr(0, 2) / (link->id.substr(2) + ".debug")};
-  for (const fs::path& place : places) {
-    auto found = Open(place, DebugSections::Kind::Whole, threads);
-    if (found == nullptr || !HasId(*found->object, link->id)) continue;
+  for (const std::string& place : SupplementaryPlaces(object)) {
+    auto found = Open(directory / place, DebugSections::Kind::Whole, threads);
+    if (found == nullptr || !HasId(*found->object, SupplementaryLinkIn(object)->id)) continue;
     llvm::DWARFContext& context = found->sections->Context();
+    const llvm::DWARFObject& sections = context.getDWARFObj();
     found->units = std::make_unique<UnitDirectory>(ListOf(context.compile_units()),
-                                                   context.getDWARFObj().getAbbrevSection());
+                                                   sections.getAbbrevSection(), nullptr,
+                                                   sections.getStrSection());
     for (llvm::DWARFUnit* unit : found->units->Units()) (void)unit->getUnitDIE();
     return found;
   }
@@ -166,9 +173,8 @@ std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file, unsigned
 std::shared_ptr<CompanionFile> SplitUnits::Package() {
   if (isPackageKnown_) return package_;
   isPackageKnown_ = true;
-  package_ = OpenSplit(path_ + ".dwp");
-  if (package_ == nullptr && fs::path(path_).extension() == ".debug")
-    package_ = OpenSplit(fs::path(path_).replace_extension(".dwp"));
+  for (const std::string& place : PackagesBeside(path_))
+    if (package_ == nullptr) package_ = OpenSplit(place);
   return package_;
 }
 
@@ -177,14 +183,24 @@ std::optional<SplitUnits::Found> SplitUnits::Find(llvm::DWARFUnit& skeleton) {
   const fs::path name = AttributeText(skeleton, {DW_AT_dwo_name, DW_AT_GNU_dwo_name});
   const auto id = name.empty() ? std::nullopt : skeleton.getDWOId();
   if (!id) return std::nullopt;
+  // A directory of no fixed place counts from the one that this process was started in.
+  std::error_code ignored;
+  const fs::path compiled =
+      fs::absolute(fs::path(AttributeText(skeleton, {DW_AT_comp_dir})) / name, ignored);
+  const std::array<std::string, 4> places = {std::string(kPackages), compiled, name,
+                                             name.filename()};
+  // What comes while it is being looked for counts as having come.
+  const std::vector<MissingFile> before = LookAt(places, path_);
   {
     const std::scoped_lock lock(mutex_);
     if (auto found = FindIn(Package(), skeleton, *id)) return found;
   }
-  const fs::path compiled = fs::path(AttributeText(skeleton, {DW_AT_comp_dir})) / name;
   const fs::path directory = fs::path(path_).parent_path();
   for (const fs::path& place : {compiled, directory / name, directory / name.filename()})
     if (auto found = FindIn(OpenSplit(place), skeleton, *id)) return found;
+  const std::scoped_lock lock(mutex_);
+  missing_.insert(before.begin(), before.end());
+  while (missing_.size() > kMostMissingFiles) missing_.erase(std::prev(missing_.end()));
   return std::nullopt;
 }
 

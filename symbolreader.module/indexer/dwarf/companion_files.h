@@ -10,10 +10,12 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "files/debug_file.h"
+#include "index/missing_files.h"
 #include "indexer/dwarf/debug_sections.h"
 #include "indexer/dwarf/unit_entries.h"
 
@@ -40,6 +42,10 @@ struct SupplementaryLink {
 /// Nothing where the file names none.
 [[nodiscard]] std::optional<SupplementaryLink> SupplementaryLinkIn(
     const llvm::object::ObjectFile& object);
+
+/// The places where the supplementary file is looked for, as in MissingFile; none where the file
+/// names none.
+[[nodiscard]] std::vector<std::string> SupplementaryPlaces(const llvm::object::ObjectFile& object);
 
 /// The file with what several debug files share (dwz: .gnu_debugaltlink; DWARF 5: .debug_sup), its
 /// first entries extracted. Looked for under the path that the file gives, from its own directory
@@ -68,13 +74,21 @@ class SplitUnits {
   };
   [[nodiscard]] std::optional<Found> Find(llvm::DWARFUnit& skeleton);
 
+  /// The places where a part was missed, as they were then; the first kMostMissingFiles.
+  [[nodiscard]] std::set<MissingFile> Missing() const {
+    const std::scoped_lock lock(mutex_);
+    return missing_;
+  }
+
  private:
   [[nodiscard]] std::shared_ptr<CompanionFile> Package();
 
   std::string path_;
-  std::mutex mutex_;  ///< guards the package, whose units are parsed when they are asked for
+  /// Guards what follows; the package's units are parsed when they are asked for.
+  mutable std::mutex mutex_;
   bool isPackageKnown_ = false;
   std::shared_ptr<CompanionFile> package_;
+  std::set<MissingFile> missing_;
 };
 
 }  // namespace tarvo::symbolreader

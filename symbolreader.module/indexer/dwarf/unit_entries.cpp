@@ -141,8 +141,7 @@ llvm::StringRef UnitEntries::TextOf(const RawValue& value) const {
     case DW_FORM_GNU_strp_alt:
     case DW_FORM_strp_sup: {
       const UnitDirectory* other = directory->Supplementary();
-      if (other == nullptr || other->Units().empty()) return {};
-      return TextAt(other->Units().front()->getStringSection(), value.number);
+      return other == nullptr ? llvm::StringRef() : TextAt(other->Strings(), value.number);
     }
     case DW_FORM_strx:
     case DW_FORM_strx1:
@@ -195,8 +194,11 @@ std::optional<std::uint64_t> UnitEntries::ConstantOf(const RawValue& value) {
 }
 
 UnitDirectory::UnitDirectory(std::vector<llvm::DWARFUnit*> units, llvm::StringRef abbreviations,
-                             UnitDirectory* supplementary)
-    : section_(abbreviations), supplementary_(supplementary), units_(std::move(units)) {
+                             UnitDirectory* supplementary, llvm::StringRef strings)
+    : section_(abbreviations),
+      strings_(strings),
+      supplementary_(supplementary),
+      units_(std::move(units)) {
   for (const llvm::DWARFUnit* unit : units_) ++users_[KeyOf<Key>(*unit)];
   std::ranges::sort(units_, {}, [](const llvm::DWARFUnit* unit) { return unit->getOffset(); });
 }

@@ -79,12 +79,15 @@ struct UnitEntries {
 class UnitDirectory {
  public:
   /// `abbreviations` is the section of the units' tables; `supplementary` the units of the file
-  /// with what this one shares with others, or null. Both live as long as the directory.
+  /// with what this one shares with others, or null; `strings`, of a supplementary file, the
+  /// section of the texts that others name: it may hold nothing else. All live as long as the
+  /// directory.
   UnitDirectory(std::vector<llvm::DWARFUnit*> units, llvm::StringRef abbreviations,
-                UnitDirectory* supplementary = nullptr);
+                UnitDirectory* supplementary = nullptr, llvm::StringRef strings = {});
 
   [[nodiscard]] const std::vector<llvm::DWARFUnit*>& Units() const { return units_; }
   [[nodiscard]] UnitDirectory* Supplementary() const { return supplementary_; }
+  [[nodiscard]] llvm::StringRef Strings() const { return strings_; }
 
   /// The unit to be walked: its table is kept only where others use it too.
   [[nodiscard]] UnitEntries Open(llvm::DWARFUnit& unit);
@@ -98,6 +101,7 @@ class UnitDirectory {
   [[nodiscard]] std::shared_ptr<const AbbreviationTable> Share(const llvm::DWARFUnit& unit);
 
   llvm::StringRef section_;
+  llvm::StringRef strings_;
   UnitDirectory* supplementary_;
   std::vector<llvm::DWARFUnit*> units_;  ///< ascending by offset
   std::map<Key, unsigned> users_;

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "index/index_format.h"
+#include "index/varint.h"
 #include "indexer/demangle.h"
 #include "indexer/in_parallel.h"
 #include "source.h"
@@ -146,6 +147,15 @@ void IndexWriter::WriteStrings(unsigned threads) {
   size_ = size;
 }
 
+void IndexWriter::WriteMissing() {
+  std::string bytes;
+  for (const MissingFile& file : missing_) {
+    AppendText(bytes, file.place);
+    AppendVarint(bytes, file.state);
+  }
+  Write(bytes.data(), bytes.size());
+}
+
 Result<void> IndexWriter::Finish(const std::string& key, unsigned threads) {
   if (blocks_.empty())
     return Error::IllegalState(kSource.Here(), "The debug file knows nothing of any address.");
@@ -155,6 +165,9 @@ Result<void> IndexWriter::Finish(const std::string& key, unsigned threads) {
   trailer.strings = strings_->Texts().size();
   trailer.stringsPlace = size_;
   WriteStrings(threads);
+  trailer.missing = missing_.size();
+  trailer.missingPlace = size_;
+  WriteMissing();
   Align();
   trailer.fileSize = size_ + sizeof trailer;
   trailer.imageStart = image_.start;

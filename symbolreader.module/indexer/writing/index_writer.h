@@ -4,10 +4,13 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "files/image_range.h"
+#include "index/missing_files.h"
 #include "indexer/writing/part_builder.h"
 #include "tarvo/result.h"
 
@@ -31,6 +34,9 @@ class IndexWriter {
   /// Notes where the image lies, for a file that does not tell at once.
   void SetImage(const ImageRange& image) { image_ = image; }
 
+  /// Notes which files were missed, as an index made with them would tell more.
+  void SetMissing(std::set<MissingFile> files) { missing_ = std::move(files); }
+
   /// Writes what is left, with `threads` threads that demangle, and the trailer for `key`. All
   /// parts from 0 on have come. A file error when a write failed, an illegal-state error when
   /// nothing is known of any address.
@@ -44,12 +50,14 @@ class IndexWriter {
   void Align();
   void WriteBlocks();
   void WriteStrings(unsigned threads);
+  void WriteMissing();
 
   std::mutex mutex_;
   std::vector<std::unique_ptr<Part>> waiting_;  ///< from number next_ on, null where not come yet
   std::size_t next_ = 0;
 
   ImageRange image_;
+  std::set<MissingFile> missing_;
   std::string path_;
   std::FILE* file_ = nullptr;
   std::uint64_t size_ = 0;  ///< of what was written

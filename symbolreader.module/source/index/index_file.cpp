@@ -10,9 +10,12 @@
 #include <cstddef>
 #include <cstring>
 #include <span>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "index/index_format.h"
+#include "index/missing_files.h"
 #include "index/varint.h"
 
 namespace tarvo::symbolreader {
@@ -76,11 +79,21 @@ std::optional<IndexTrailer> CheckedTrailer(Bytes bytes, const std::string& key) 
   const bool isWhole = trailer.magic == IndexTrailer::kMagic && trailer.version == kIndexVersion &&
                        trailer.size == sizeof trailer && trailer.fileSize == bytes.size() &&
                        trailer.key == llvm::xxh3_64bits(key) && trailer.blocks <= bytes.size() &&
-                       trailer.strings > 0 &&
+                       trailer.missing <= bytes.size() && trailer.strings > 0 &&
                        Holds(place, trailer.blocksPlace, 2 * trailer.blocks) &&
                        Holds(place, trailer.stringsPlace, trailer.strings) &&
                        trailer.checksum == llvm::xxh3_64bits({covered.data(), covered.size()});
   return isWhole ? std::optional(trailer) : std::nullopt;
+}
+
+std::vector<MissingFile> MissingIn(Bytes bytes, const IndexTrailer& trailer) {
+  std::vector<MissingFile> files;
+  VarintReader reader(bytes.subspan(std::min<std::uint64_t>(trailer.missingPlace, bytes.size())));
+  for (std::uint64_t i = 0; i < trailer.missing; ++i) {
+    std::string place = reader.ReadText();
+    files.push_back({std::move(place), reader.Read()});
+  }
+  return files;
 }
 
 /// A row of a block, with what the next one counts from.
@@ -186,7 +199,8 @@ std::optional<AddressChain> IndexSource::Find(std::uint64_t address) const {
 
 }  // namespace
 
-FoundIndex OpenIndex(const std::string& path, const std::string& key) {
+FoundIndex OpenIndex(const std::string& path, const std::string& key,
+                     const std::string& debugFile) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (file.Get() < 0) return {};
   struct stat status{};
@@ -195,6 +209,8 @@ FoundIndex OpenIndex(const std::string& path, const std::string& key) {
   Mapping mapping(file.Get(), static_cast<std::size_t>(status.st_size));
   const auto trailer = CheckedTrailer(mapping.Get(), key);
   if (!trailer) return {.state = IndexState::Damaged};
+  if (HasOneCome(MissingIn(mapping.Get(), *trailer), debugFile))
+    return {.state = IndexState::Outdated};
   return {.state = IndexState::Usable,
           .source = std::make_unique<IndexSource>(std::move(mapping), *trailer),
           .imageStart = trailer->imageStart,

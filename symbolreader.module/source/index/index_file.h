@@ -9,7 +9,7 @@
 
 namespace tarvo::symbolreader {
 
-enum class IndexState { Usable, Missing, Damaged };
+enum class IndexState { Usable, Missing, Damaged, Outdated };
 
 /// An index as it was found. `source` is there when it is usable.
 struct FoundIndex {
@@ -20,9 +20,10 @@ struct FoundIndex {
   std::uint64_t imageEnd = 0;
 };
 
-/// Maps the index at `path`, made for `key`. Damaged is every file whose size, trailer, key or
+/// Maps the index at `path`, made for `key`, of the debug file at `debugFile`. Outdated is one of
+/// which a file that was missed has come. Damaged is every file whose size, trailer, key or
 /// checksum is not as it should be; all bytes are read for that once, so that no look-up meets a
 /// broken one later. Look-ups neither lock nor change anything.
-FoundIndex OpenIndex(const std::string& path, const std::string& key);
+FoundIndex OpenIndex(const std::string& path, const std::string& key, const std::string& debugFile);
 
 }  // namespace tarvo::symbolreader

@@ -17,6 +17,8 @@
 ///     string ends     u64 each: where in the string bytes the string ends; it begins where the one
 ///                     before does
 ///     string bytes    functions, demangled, and paths; string 0 is the empty one
+///     missing files   for each a varint, the size of its place, the place and a varint, its state
+///                     (missing_files.h)
 ///     padding         zeros, so that the trailer is aligned
 ///     IndexTrailer    the last bytes of the file
 ///
@@ -55,7 +57,7 @@
 namespace tarvo::symbolreader {
 
 /// Changes whenever the index of the same debug file would.
-inline constexpr std::uint32_t kIndexVersion = 2;
+inline constexpr std::uint32_t kIndexVersion = 3;
 inline constexpr std::uint32_t kRowsPerBlock = 32;
 
 struct IndexTrailer {
@@ -69,12 +71,14 @@ struct IndexTrailer {
   std::uint64_t blocksPlace = 0;   ///< of the block starts in the file; multiple of 8
   std::uint64_t strings = 0;       ///< how many
   std::uint64_t stringsPlace = 0;  ///< of the string ends in the file; multiple of 8
+  std::uint64_t missing = 0;       ///< how many files
+  std::uint64_t missingPlace = 0;  ///< of these in the file
   std::uint64_t imageStart =
       0;                       ///< where the image lies, of a file that does not tell at once; ...
   std::uint64_t imageEnd = 0;  ///< ... else both are 0
   std::uint64_t key = 0;       ///< XXH3 of the index's name: an index under a wrong name is damaged
   std::uint64_t checksum = 0;  ///< XXH3 of all bytes before this field
 };
-static_assert(sizeof(IndexTrailer) == 88);
+static_assert(sizeof(IndexTrailer) == 104);
 
 }  // namespace tarvo::symbolreader

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -17,6 +18,11 @@ inline void AppendSignedVarint(std::string& bytes, std::int64_t number) {
   AppendVarint(bytes, (bits << 1) ^ static_cast<std::uint64_t>(number >> 63));
 }
 
+inline void AppendText(std::string& bytes, const std::string& text) {
+  AppendVarint(bytes, text.size());
+  bytes += text;
+}
+
 /// Reads numbers one after the other; behind the end all are 0.
 class VarintReader {
  public:
@@ -32,6 +38,14 @@ class VarintReader {
       if (byte < 0x80) break;
     }
     return number;
+  }
+
+  /// A number, and so many bytes behind it, as far as there are any.
+  std::string ReadText() {
+    const std::uint64_t size = std::min(Read(), static_cast<std::uint64_t>(end_ - at_));
+    std::string text(at_, at_ + size);
+    at_ += size;
+    return text;
   }
 
   std::int64_t ReadSigned() {

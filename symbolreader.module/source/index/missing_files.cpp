@@ -1,0 +1,53 @@
+#include "index/missing_files.h"
+
+#include <llvm/Support/xxhash.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+namespace tarvo::symbolreader {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::uint64_t FileState(const fs::path& path) {
+  struct stat status{};
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  const std::array facts = {static_cast<std::uint64_t>(status.st_size),
+                            static_cast<std::uint64_t>(status.st_ino),
+                            static_cast<std::uint64_t>(status.st_mtim.tv_sec),
+                            static_cast<std::uint64_t>(status.st_mtim.tv_nsec)};
+  return llvm::xxh3_64bits({reinterpret_cast<const std::uint8_t*>(facts.data()), sizeof facts}) | 1;
+}
+
+std::uint64_t StateAt(const std::string& place, const std::string& debugFile) {
+  if (place != kPackages) return FileState(fs::path(debugFile).parent_path() / place);
+  std::uint64_t state = 0;
+  for (const std::string& package : PackagesBeside(debugFile))
+    state = state * 31 + FileState(package);
+  return state;
+}
+
+}  // namespace
+
+std::vector<std::string> PackagesBeside(const std::string& debugFile) {
+  std::vector<std::string> packages = {debugFile + ".dwp"};
+  if (fs::path(debugFile).extension() == ".debug")
+    packages.push_back(fs::path(debugFile).replace_extension(".dwp"));
+  return packages;
+}
+
+std::vector<MissingFile> LookAt(std::span<const std::string> places, const std::string& debugFile) {
+  std::vector<MissingFile> files;
+  for (const std::string& place : places) files.push_back({place, StateAt(place, debugFile)});
+  return files;
+}
+
+bool HasOneCome(std::span<const MissingFile> files, const std::string& debugFile) {
+  return std::ranges::any_of(
+      files, [&](const MissingFile& file) { return StateAt(file.place, debugFile) != file.state; });
+}
+
+}  // namespace tarvo::symbolreader
