@@ -61,8 +61,10 @@ Reports of tarvo's own capture are first brought into the form of the others, in
 copy; `tarvo normalize` shows it.
 
 The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate, KnownBad,
-Kept, NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what would help most:
-Reason, Build, Module, Frames, Error), "Failures" and "KnownBad" (Report, Error),
+Kept, NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what to ask
+for, a row for each module: Reason, Platform, Build, Archive and Bundle in which it is
+expected, Module, Reports and Frames that want it, Found instead, Owner where that is the
+System or the CrashHandler, Error; up-to-date reports count too), "Failures" and "KnownBad" (Report, Error),
 "Refused" (symbols that were there and were not used: File, Reason).
 
 Exit status:
@@ -106,6 +108,7 @@ void DropUpToDate(std::vector<Report>& reports, ArchiveTree& archives, bool trie
     if (!made) return false;
     if (made->error.empty()) {
       ++summary.upToDate;
+      summary.lacks.AddReport(made->lacks.value_or(Lacks()));
     } else if (triesBadAgain) {
       return false;
     } else {
@@ -213,6 +216,7 @@ int Resolve(Host& host, const ResolveOptions& options) {
     if (!run) return Fail(run.GetError());
   }
   summary.places = Places(host, options.symbols);
+  summary.missing = FindMissing(summary.lacks, cache);
   summary.refused = RefusedDebugFiles();
 
   if (!options.isQuiet) std::fputs(SummaryText(summary).c_str(), stdout);

@@ -266,7 +266,7 @@ TEST_F(ResolveOriginsTest, ResultsAreOneLineForEachReport) {
   static const std::regex kTime(R"("Time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ")");
   const std::pair<std::string, std::string> failures[] = {
       {R"(bad_bugreport.txt","Size":20)", "Wrong type of report: Some"},
-      {R"(cut_bugreport.txt","Size":0)", "Expected identifier"},
+      {R"(cut_bugreport.txt","Size":0)", "The file is empty."},
       {R"(cut_bugreport.txt.gz","Size":3)",
        R"(Could not unpack \"reports/cut_bugreport.txt.gz\": it is cut off)"}};
   for (const auto& [report, error] : failures) {
@@ -318,15 +318,23 @@ Frames:  12, 1 resolved (8.3 %)
           4  module not listed in the report
           3  no build in the report
           1  address outside what the symbols cover
-What would help most, in frames:
-          1  entry of ? in the list of modules
-          1  entry of KERNEL32.DLL in the list of modules
-          1  entry of libc.so.6 in the list of modules
-          1  entry of libstdc++.so.6 in the list of modules
-          1  build of kernel_app
-          1  build of libc.so.6
-          1  build of my plug-in 2.dll
-          1  debug information of crashdemo, build R15.6-4213
+Symbols to ask for, those that most reports want first:
+  R15.6-4213, linux: 1 report, 1 frame
+    wanted: R15.6-4213_dsym.zip with
+      application.app.dsym (crashdemo): 1 report, 1 frame; address outside what the symbols cover
+    there is: archives/r15/x3/builds/R15.6-4213_dsym.zip
+  no build stated, linux: 1 report, 1 frame
+    wanted: the build of these modules (--build names that of reports)
+      kernel_app: 1 report, 1 frame
+  no build stated, windows: 1 report, 1 frame
+    wanted: the build of these modules (--build names that of reports)
+      my plug-in 2.dll: 1 report, 1 frame
+Not to be asked for: of the system, of the crash handler, or not listed in its report:
+  libc.so.6, linux: 1 report, 1 frame: module not listed in the report
+  libc.so.6, linux: 1 report, 1 frame: no build in the report
+  libstdc++.so.6, linux: 1 report, 1 frame: module not listed in the report
+  ?, windows: 1 report, 1 frame: module not listed in the report
+  KERNEL32.DLL, windows: 1 report, 1 frame: module not listed in the report
 Symbols were looked for in:
   archives, archives of builds
 Failed:
@@ -361,49 +369,75 @@ Failed:
   },
   "Missing": [
     {
-      "Reason": "ModuleNotListed",
-      "Module": "?",
-      "Frames": 1
-    },
-    {
-      "Reason": "ModuleNotListed",
-      "Module": "KERNEL32.DLL",
-      "Frames": 1
-    },
-    {
-      "Reason": "ModuleNotListed",
-      "Module": "libc.so.6",
-      "Frames": 1
-    },
-    {
-      "Reason": "ModuleNotListed",
-      "Module": "libstdc++.so.6",
-      "Frames": 1
-    },
-    {
-      "Reason": "NoBuild",
-      "Module": "kernel_app",
-      "Frames": 1,
-      "Error": "There is no value of key Build"
-    },
-    {
-      "Reason": "NoBuild",
-      "Module": "libc.so.6",
-      "Frames": 1,
-      "Error": "There is no value of key Build"
-    },
-    {
-      "Reason": "NoBuild",
-      "Module": "my plug-in 2.dll",
-      "Frames": 1,
-      "Error": "There is no value of key Build"
-    },
-    {
       "Reason": "AddressOutside",
+      "Platform": "linux",
       "Build": "R15.6-4213",
+      "Archive": "R15.6-4213_dsym.zip",
       "Module": "crashdemo",
+      "Bundle": "application.app.dsym",
+      "Reports": 1,
       "Frames": 1,
+      "Found": "archives/r15/x3/builds/R15.6-4213_dsym.zip",
       "Error": "no such address"
+    },
+    {
+      "Reason": "NoBuild",
+      "Platform": "linux",
+      "Module": "kernel_app",
+      "Bundle": "kernel_app.app.dsym",
+      "Reports": 1,
+      "Frames": 1,
+      "Error": "There is no value of key Build"
+    },
+    {
+      "Reason": "NoBuild",
+      "Platform": "windows",
+      "Module": "my plug-in 2.dll",
+      "Bundle": "my plug-in 2.dll.dsym",
+      "Reports": 1,
+      "Frames": 1,
+      "Error": "There is no value of key Build"
+    },
+    {
+      "Reason": "ModuleNotListed",
+      "Platform": "linux",
+      "Module": "libc.so.6",
+      "Reports": 1,
+      "Frames": 1,
+      "Owner": "System"
+    },
+    {
+      "Reason": "NoBuild",
+      "Platform": "linux",
+      "Module": "libc.so.6",
+      "Bundle": "libc.so.6.dsym",
+      "Reports": 1,
+      "Frames": 1,
+      "Owner": "System",
+      "Error": "There is no value of key Build"
+    },
+    {
+      "Reason": "ModuleNotListed",
+      "Platform": "linux",
+      "Module": "libstdc++.so.6",
+      "Reports": 1,
+      "Frames": 1,
+      "Owner": "System"
+    },
+    {
+      "Reason": "ModuleNotListed",
+      "Platform": "windows",
+      "Module": "?",
+      "Reports": 1,
+      "Frames": 1
+    },
+    {
+      "Reason": "ModuleNotListed",
+      "Platform": "windows",
+      "Module": "KERNEL32.DLL",
+      "Reports": 1,
+      "Frames": 1,
+      "Owner": "System"
     }
   ],
   "Failures": [
@@ -549,13 +583,21 @@ TEST_F(ResolveOriginsTest, LeavesAloneWhatIsUpToDate) {
                         fs::file_time_type::clock::now() - std::chrono::hours(hours));
   };
   const auto counts = [&] {
-    const std::string output = WithoutCalls(Resolve({"reports", "--missing-only"}).output);
+    const std::string output =
+        WithoutCalls(Resolve({"reports", "--missing-only", "--summary", "summary"}).output);
     return output.substr(0, output.find('\n'));
+  };
+  const auto missing = [&] {
+    const std::string summary = ReadFile(folder_ / "summary");
+    return summary.substr(std::min(summary.size(), summary.find("\"Missing\": [\n")));
   };
   const std::string archive = "archives/r15/y/builds/R15.5-400_dsym.zip";  // of the macOS report
   const std::string whole = ReadFile(folder_ / archive);
   EXPECT_EQ(counts(), "Reports: 4 read, 4 resolved, 0 failed");
+  const std::string first = missing();
+  EXPECT_NE(first, "");
   EXPECT_EQ(counts(), "Reports: 0 read, 0 resolved, 0 failed, 4 up to date");
+  EXPECT_EQ(missing(), first) << "what is left alone is asked for all the same";
   // Times say nothing: `cp -p` and `rsync -t` keep them, others change them.
   age("reports/linux_bugreport.resolved.json", 10);
   age(archive, -1);

@@ -6,6 +6,7 @@
 
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
+#include "toolkit/report/platform.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -56,28 +57,11 @@ bool IsProgram(const DataDictionary& module) {
   return isExecutable != nullptr && *isExecutable;
 }
 
-/// A report without an entry for the system is one of Linux, and read as if it had one.
-std::string Platform(const DataDictionary& crashLog) {
-  struct Word {
-    std::string_view word;
-    std::string_view platform;
-  };
-  constexpr std::array kWords = {Word{"windows", "windows"}, Word{"linux", "linux"},
-                                 Word{"mac", "macos"}, Word{"os x", "macos"},
-                                 Word{"darwin", "macos"}};
-  const auto* computer = crashLog.FindAs<DataDictionary>(property::kComputerInfo);
-  if (computer == nullptr) return {};
-  const String system(TextIn(*computer, property::kOsType));
-  const auto word = std::ranges::find_if(
-      kWords, [&](const Word& known) { return system.ContainsIgnoringCase(known.word); });
-  return std::string(word == kWords.end() ? std::string_view() : word->platform);
-}
-
 }  // namespace
 
 ModuleIdentity Identify(const ModuleQuery& query) {
   ModuleIdentity identity;
-  identity.platform = Platform(query.crashLog);
+  identity.platform = report::PlatformOf(query.crashLog);
   identity.isExecutable = IsProgram(query.module);
   identity.name = TextIn(query.module, property::kModuleName);
   identity.path = Path(TextIn(query.module, crash_report::key::kExecutable));

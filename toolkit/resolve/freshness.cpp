@@ -9,6 +9,7 @@
 #include "tarvo/report/resolve.h"
 #include "toolkit/base/json_reader.h"
 #include "toolkit/base/regular_file.h"
+#include "toolkit/resolve/lacks_document.h"
 #include "toolkit/resolve/report_identity.h"
 
 namespace tarvo::toolkit {
@@ -50,6 +51,8 @@ MadeOf Parse(const DataDictionary& outcome) {
               .archives = {},
               .resolved = NumberOf(outcome, property::kOutcomeResolved),
               .error = TextOf(outcome, property::kOutcomeError)};
+  if (const auto* lacks = outcome.FindAs<DataArray>(property::kOutcomeLacks))
+    made.lacks = ReadLacks(*lacks);
   const auto* archives = outcome.FindAs<DataArray>(property::kOutcomeArchives);
   if (archives == nullptr) return made;
   for (const DataValue& element : *archives) {
@@ -86,7 +89,8 @@ std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives) 
   std::error_code missing;
   auto made = ReadMadeOf(report.place);
   if (!made || made->hash.empty()) return std::nullopt;
-  // Of a report that could not be resolved there is no copy.
+  // Of a report that could not be resolved there is neither.
+  if (made->error.empty() && !made->lacks) return std::nullopt;
   if (made->error.empty() &&
       !std::filesystem::exists(report::CopyOf(report.place).SystemPath().ToStdString(), missing))
     return std::nullopt;

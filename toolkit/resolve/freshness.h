@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tarvo/framework.h"
+#include "toolkit/resolve/lacks.h"
 #include "toolkit/resolve/report_list.h"
 #include "toolkit/store/archive_tree.h"
 
@@ -20,6 +21,7 @@ struct MadeOf {
   std::map<std::string, std::vector<std::string>> archives;
   std::optional<std::uint64_t> resolved;  ///< frames that were resolved
   std::string error;                      ///< why the report could not be; else empty
+  std::optional<Lacks> lacks{};           ///< what it lacks; nothing: it does not say
 };
 
 /// Reads what the document beside `place`, a report's, was made of, from its start; nothing where

@@ -49,11 +49,12 @@ class ReportWorker final : public Counted<ResolveObserver> {
   bool Salvages() override { return report::SalvagesReading(); }
   void ReportRead(DataDictionary& crashLog) override {
     report::CompleteReading(crashLog);
+    if (t_work != nullptr) t_work->modules = ModuleFacts(crashLog);
     if (g_cache != nullptr) RetireOutdated(crashLog);
   }
   void FrameDone(const FrameReport& report) override {
     if (t_work == nullptr) return;
-    t_work->tally.Add(report);
+    t_work->tally.Add(report, t_work->modules);
     if (!report.build.IsEmpty()) t_work->builds.insert(report.build);
   }
   bool ReportResolved(DataDictionary& crashLog) override {

@@ -6,6 +6,7 @@
 #include "tarvo/data_dictionary.h"
 #include "tarvo/registration.h"
 #include "tarvo/string.h"
+#include "toolkit/resolve/module_facts.h"
 #include "toolkit/resolve/tally.h"
 #include "toolkit/store/archive_cache.h"
 
@@ -14,6 +15,7 @@ namespace tarvo::toolkit {
 /// What a thread learns of the report that it resolves, and what it does with the outcome.
 struct ReportWork {
   Tally tally;
+  ModuleFacts modules;      ///< of the report
   std::set<String> builds;  ///< whose symbols frames asked for
   String module;            ///< that they ask for now
 

@@ -18,6 +18,7 @@
 #include "tarvo/report/resolve.h"
 #include "toolkit/resolve/address_texts.h"
 #include "toolkit/resolve/freshness.h"
+#include "toolkit/resolve/lacks_document.h"
 #include "toolkit/resolve/outcome.h"
 #include "toolkit/resolve/progress.h"
 #include "toolkit/resolve/report_identity.h"
@@ -134,10 +135,14 @@ class Run {
     const Report& report = reports_[index];
     const Result<ReportIdentity> identity = IdentifyReport(report.file);
     if (!identity) return Failed(index, {}, identity.GetError());
+    if (identity->size == 0)
+      return Failed(index, *identity, Error::Plain(kRun.Here(), "The file is empty."));
     work.onResolved = [&](DataDictionary& crashLog) {
       DataDictionary outcome = OutcomeOf(report.file, *identity, work.builds, archives_);
       const std::uint64_t resolved = work.tally.Frames(FrameOutcome::Resolved);
       outcome.Set(String(crash_report::property::kOutcomeResolved), resolved);
+      outcome.Set(String(crash_report::property::kOutcomeLacks),
+                  LacksDocument(work.tally.ReportLacks()));
       AddAddressTexts(crashLog);
       crashLog = WithOutcome(std::move(outcome), crashLog);
       if (results_ != nullptr) results_->Add(index, JsonLine(crashLog));
@@ -196,7 +201,8 @@ class Run {
     if (resolved) {
       ++summary_.resolved;
       summary_.damaged += *resolved;
-      summary_.tally.Merge(tally);
+      summary_.tally.AddFrames(tally);
+      summary_.lacks.AddReport(tally.ReportLacks());
     } else {
       summary_.failures.push_back({report.file, resolved.GetError().Text()});
     }

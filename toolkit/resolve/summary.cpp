@@ -10,21 +10,8 @@ namespace tarvo::toolkit {
 namespace {
 
 constexpr std::size_t kShownFailures = 20;
-constexpr std::size_t kShownLacks = 10;
-constexpr std::size_t kDocumentedLacks = 1000;
 constexpr std::size_t kShownColumns = 200;
 constexpr std::size_t kShownReasonColumns = 2000;  // names a file at its start, says why at its end
-
-using LackAndCount = std::pair<Tally::Lack, Tally::Count>;
-
-/// Those that concern most frames first.
-std::vector<LackAndCount> LargestLacks(const Tally& tally, std::size_t limit) {
-  std::vector<LackAndCount> lacks(tally.Lacks().begin(), tally.Lacks().end());
-  std::ranges::stable_sort(lacks, std::ranges::greater{},
-                           [](const LackAndCount& lack) { return lack.second.frames; });
-  lacks.resize(std::min(lacks.size(), limit));
-  return lacks;
-}
 
 /// A stranger's text for a line of a few: names have any length.
 std::string Shown(std::string_view text) { return Shortened(SafeText(text), kShownColumns); }
@@ -69,41 +56,6 @@ std::string FramesText(const Tally& tally) {
   return text;
 }
 
-/// What one has to get: "symbol archive of build 2209-city".
-std::string Help(const Tally::Lack& lack) {
-  const std::string module = Shown(lack.module);
-  const std::string build = Shown(lack.build);
-  switch (lack.outcome) {
-    case FrameOutcome::NoArchive:
-      return "symbol archive of build " + build;
-    case FrameOutcome::UnreadableArchive:
-      return "readable symbol archive of build " + build;
-    case FrameOutcome::NoBundle:
-      return "symbols of " + module + " in the archive of build " + build;
-    case FrameOutcome::ModuleIncomplete:
-      return "build of " + module;
-    case FrameOutcome::WrongSymbols:
-      return "the right symbols of " + module + (build.empty() ? "" : ", build " + build);
-    case FrameOutcome::ModuleNotListed:
-      return "entry of " + module + " in the list of modules";
-    default:
-      return "debug information of " + module + (build.empty() ? "" : ", build " + build);
-  }
-}
-
-std::string LacksText(const Tally& tally) {
-  const auto lacks = LargestLacks(tally, kShownLacks);
-  std::string text = lacks.empty() ? "" : "What would help most, in frames:\n";
-  for (const auto& [lack, count] : lacks) {
-    text += Number(count.frames, 11) + "  " + Help(lack) + "\n";
-    const bool isExplained = lack.outcome == FrameOutcome::UnreadableArchive ||
-                             lack.outcome == FrameOutcome::UnreadableBundle ||
-                             lack.outcome == FrameOutcome::WrongSymbols;
-    if (isExplained) text += std::string(13, ' ') + "(" + Shown(count.reason) + ")\n";
-  }
-  return text;
-}
-
 std::string FailuresText(const std::vector<Failure>& failures) {
   std::string text = failures.empty() ? "" : "Failed:\n";
   for (std::size_t i = 0; i < std::min(failures.size(), kShownFailures); ++i)
@@ -127,22 +79,13 @@ std::string RefusedText(const std::map<std::string, std::string>& refused) {
 
 /// Where nothing was found for some module.
 std::string PlacesText(const Summary& summary) {
-  const bool isMissing = std::ranges::any_of(summary.tally.Lacks(), [](const auto& lack) {
-    return lack.first.outcome != FrameOutcome::ModuleNotListed;
-  });
+  const bool isMissing =
+      !summary.missing.builds.empty() ||
+      std::ranges::any_of(summary.missing.others, [](const MissingModule& module) {
+        return module.first.outcome != FrameOutcome::ModuleNotListed;
+      });
   return isMissing && !summary.places.empty() ? "Symbols were looked for in:\n" + summary.places
                                               : "";
-}
-
-DataDictionary LackDocument(const LackAndCount& lackAndCount) {
-  const auto& [lack, count] = lackAndCount;
-  DataDictionary document;
-  document.Set("Reason", String(OutcomeName(lack.outcome)));
-  if (!lack.build.IsEmpty()) document.Set("Build", lack.build);
-  if (!lack.module.IsEmpty()) document.Set("Module", lack.module);
-  document.Set("Frames", count.frames);
-  if (!count.reason.IsEmpty()) document.Set("Error", count.reason);
-  return document;
 }
 
 DataArray FailuresDocument(const std::vector<Failure>& failures) {
@@ -169,7 +112,7 @@ DataDictionary FramesDocument(const Tally& tally) {
 }  // namespace
 
 std::string SummaryText(const Summary& summary) {
-  return ReportsLine(summary) + FramesText(summary.tally) + LacksText(summary.tally) +
+  return ReportsLine(summary) + FramesText(summary.tally) + MissingText(summary.missing) +
          RefusedText(summary.refused) + PlacesText(summary) + FailuresText(summary.failures);
 }
 
@@ -183,13 +126,10 @@ DataDictionary SummaryDocument(const Summary& summary) {
   reports.Set("KnownBad", std::uint64_t{summary.knownBad.size()});
   reports.Set("Kept", std::uint64_t{summary.kept});
   reports.Set("NotComeTo", std::uint64_t{summary.untouched});
-  DataArray lacks;
-  for (const LackAndCount& lack : LargestLacks(summary.tally, kDocumentedLacks))
-    lacks.Append(LackDocument(lack));
   DataDictionary document;
   document.Set("Reports", std::move(reports));
   document.Set("Frames", FramesDocument(summary.tally));
-  document.Set("Missing", std::move(lacks));
+  document.Set("Missing", MissingDocument(summary.missing));
   document.Set("Failures", FailuresDocument(summary.failures));
   document.Set("KnownBad", FailuresDocument(summary.knownBad));
   DataArray refused;

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "tarvo/data_dictionary.h"
+#include "toolkit/resolve/lacks.h"
+#include "toolkit/resolve/missing_symbols.h"
 #include "toolkit/resolve/report_list.h"
 #include "toolkit/resolve/tally.h"
 
@@ -21,7 +23,9 @@ struct Summary {
   std::size_t kept = 0;           ///< resolved worse than before, so that the older outcome stays
   std::size_t untouched = 0;      ///< not come to, because the run was interrupted
   std::vector<Failure> failures;
-  Tally tally;
+  Tally tally;                                 ///< of frames
+  Lacks lacks;                                 ///< of all reports, those that were left alone too
+  MissingSymbols missing;                      ///< what these come to
   std::string places;                          ///< where symbols were looked for, a line each
   std::map<std::string, std::string> refused;  ///< files of symbols that were not used, and why
 };

@@ -1,8 +1,10 @@
 #include "toolkit/resolve/tally.h"
 
+#include <algorithm>
 #include <numeric>
 
 #include "tarvo/crash_report.h"
+
 namespace tarvo::toolkit {
 namespace {
 
@@ -25,36 +27,23 @@ constexpr std::array<Words, kFrameOutcomes> kWords = {
     Words{"SymbolsWrong", "symbols of another build, system or module"},
 };
 
-/// What would have to be there for the frame to be resolved.
-Tally::Lack LackOf(const FrameReport& report) {
-  const auto* module = report.frame.FindAs<String>(crash_report::property::kModuleName);
-  const bool isOfWholeBuild = report.outcome == FrameOutcome::NoArchive ||
-                              report.outcome == FrameOutcome::UnreadableArchive;
-  return {report.outcome, report.build, module == nullptr || isOfWholeBuild ? String() : *module};
-}
-
-String OwnCopy(const String& text) { return String(text.View()); }
-
 }  // namespace
 
-void Tally::Add(const FrameReport& report) {
+void Tally::Add(const FrameReport& report, ModuleFacts& facts) {
   ++frames_[static_cast<std::size_t>(report.outcome)];
   if (report.outcome == FrameOutcome::Resolved || report.outcome == FrameOutcome::NoModule) return;
-  Count& count = lacks_[LackOf(report)];
-  if (++count.frames == 1 && report.error != nullptr) count.reason = report.error->Text();
+  const auto* module = report.frame.FindAs<String>(crash_report::property::kModuleName);
+  const String name = module == nullptr ? String() : *module;
+  Lacks::Count& count = lacks_.Add({facts.Platform(), report.build, name, report.outcome}, 1);
+  if (count.frames != 1) return;
+  const ModuleFacts::Fact fact = facts.Of(name);
+  count.bundle = fact.bundle;
+  count.owner = fact.owner;
+  if (report.error != nullptr) count.reason = report.error->Text();
 }
 
-void Tally::Merge(const Tally& other) {
+void Tally::AddFrames(const Tally& other) {
   for (std::size_t i = 0; i < kFrameOutcomes; ++i) frames_[i] += other.frames_[i];
-  for (const auto& [lack, count] : other.lacks_) {
-    auto own = lacks_.find(lack);
-    if (own == lacks_.end()) {
-      if (lacks_.size() >= kMaximumLacks) continue;
-      const Lack copy{lack.outcome, OwnCopy(lack.build), OwnCopy(lack.module)};
-      own = lacks_.emplace(copy, Count{0, OwnCopy(count.reason)}).first;
-    }
-    own->second.frames += count.frames;
-  }
 }
 
 std::uint64_t Tally::AllFrames() const noexcept {
@@ -66,6 +55,12 @@ std::string_view OutcomeName(FrameOutcome outcome) noexcept {
 }
 std::string_view OutcomeText(FrameOutcome outcome) noexcept {
   return kWords[static_cast<std::size_t>(outcome)].text;
+}
+
+std::optional<FrameOutcome> OutcomeOfName(std::string_view name) noexcept {
+  const auto* const words = std::ranges::find(kWords, name, &Words::name);
+  if (words == kWords.end()) return std::nullopt;
+  return static_cast<FrameOutcome>(words - kWords.begin());
 }
 
 }  // namespace tarvo::toolkit

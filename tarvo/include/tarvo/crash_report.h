@@ -100,11 +100,13 @@
 ///     Documents          array of { DocumentName, DocumentPath }, the opened scenes
 ///     CriticalLog        array of texts
 ///
-///     Outcome            { Report, Size, Time, Hash, Archives, Resolved }: which file this was
-///     made of, and
-///                        which archives were there for it, as an array of { Build, File, Identity
-///                        } and { Build, Missing }; first, and only in what `tarvo resolve` makes.
-///                        In a file of results a report that failed has only this, with an Error
+///     Outcome            { Report, Size, Time, Hash, Archives, Resolved, Lacks }: which file this
+///                        was made of, and which archives were there for it, as an array of {
+///                        Build, File, Identity } and { Build, Missing }; how many frames were
+///                        resolved and what the others want, as an array of { Reason, Platform,
+///                        Build, Module, Bundle, Frames, Owner, Error }. First, and only in what
+///                        `tarvo resolve` makes. A report that could not be resolved has only this,
+///                        with an Error
 ///     Crashed            true on the thread that crashed and on its frame to look at: the one that
 ///                        was interrupted or, of an abort, the one that asked for it. Only in what
 ///                        `tarvo resolve` makes; where no thread is marked the first one counts
@@ -316,7 +318,14 @@ inline constexpr std::string_view kOutcomeFile = "File";          ///< ... its p
 inline constexpr std::string_view kOutcomeIdentity = "Identity";  ///< ... what tells its content,
 inline constexpr std::string_view kOutcomeMissing = "Missing";    ///< or that there is none
 inline constexpr std::string_view kOutcomeResolved = "Resolved";  ///< how many frames were
-inline constexpr std::string_view kOutcomeError = "Error";        ///< why it was not resolved
+inline constexpr std::string_view kOutcomeLacks = "Lacks";     ///< what the others want, each with
+inline constexpr std::string_view kLackReason = "Reason";      ///< a word of `tarvo resolve --help`
+inline constexpr std::string_view kLackPlatform = "Platform";  ///< "linux", "macos", "windows"
+inline constexpr std::string_view kLackModule = "Module";
+inline constexpr std::string_view kLackBundle = "Bundle";   ///< that would help
+inline constexpr std::string_view kLackFrames = "Frames";   ///< how many
+inline constexpr std::string_view kLackOwner = "Owner";     ///< "System" or "CrashHandler", or none
+inline constexpr std::string_view kOutcomeError = "Error";  ///< why it was not resolved
 }  // namespace property
 
 }  // namespace tarvo::crash_report

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <ranges>
 #include <string>
@@ -41,6 +42,21 @@ inline constexpr std::string_view kManifestName = "tarvo-symbols.json";
 inline constexpr std::string_view kApplicationName = "application.app";
 inline constexpr std::string_view kKernelName = "kernel_app";
 inline constexpr std::string_view kKernelApplicationName = "kernel_app.app";
+
+/// The version of the application from which on that is so; before, the name depends on the edition
+/// that the program is of.
+inline constexpr double kApplicationNameVersion = 15.6;
+
+/// The module name under which the bundle of an application's program stands.
+[[nodiscard]] inline std::string_view ProgramName(const String& program, double version) {
+  constexpr std::array<std::string_view, 5> kEditions = {"SCHOLAR", "PEBBLE", "TIMBER",
+                                                         "HARBOR NODE", "FEATHER"};
+  if (version >= kApplicationNameVersion)
+    return program == kKernelName ? kKernelApplicationName : kApplicationName;
+  const bool isEdition = std::ranges::any_of(
+      kEditions, [&](std::string_view word) { return program.ContainsIgnoringCase(word); });
+  return isEdition ? "Pallado Pebble.app" : "Pallado.app";
+}
 
 /// What the name of a hierarchy's second-level directory must contain to be searched for `build`:
 /// the build's digits, less what this rule takes away. From the last character to the first, each

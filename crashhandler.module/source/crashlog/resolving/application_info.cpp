@@ -1,7 +1,5 @@
 #include "crashlog/resolving/application_info.h"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
 #include <optional>
 
@@ -13,11 +11,7 @@
 namespace tarvo::crashhandler {
 namespace {
 
-constexpr double kBundleVersion = 15.6;  ///< also what a report without a version is taken for
 constexpr std::uint64_t kPreferredLoadAddress = 0x100000000;
-
-constexpr std::array<std::string_view, 5> kEditions = {"SCHOLAR", "PEBBLE", "TIMBER", "HARBOR NODE",
-                                                       "FEATHER"};
 
 std::string_view InfoText(const DataDictionary& crashLog, std::string_view key) {
   const auto* info = crashLog.FindAs<DataDictionary>(property::kApplicationInfo);
@@ -38,7 +32,7 @@ std::optional<double> ToFloat(std::string_view text) {
 
 double ApplicationVersion(const DataDictionary& crashLog) {
   const double version = ToFloat(InfoText(crashLog, crash_report::key::kVersion)).value_or(0);
-  return version == 0 ? kBundleVersion : version;
+  return version == 0 ? symbol_archive::kApplicationNameVersion : version;
 }
 
 String StatedArchitecture(const DataDictionary& crashLog) {
@@ -52,17 +46,10 @@ String ApplicationArchitecture(const DataDictionary& crashLog) {
 
 void ApplicationBundleName(const DataDictionary& crashLog, String& moduleName,
                            std::uint64_t& baseAddress) {
-  if (ApplicationVersion(crashLog) >= kBundleVersion) {
-    moduleName = String::Literal(moduleName == symbol_archive::kKernelName
-                                     ? symbol_archive::kKernelApplicationName
-                                     : symbol_archive::kApplicationName);
-    baseAddress -= kPreferredLoadAddress;
-    return;
-  }
-  const bool isEdition = std::ranges::any_of(
-      kEditions, [&](std::string_view word) { return moduleName.ContainsIgnoringCase(word); });
-  moduleName = isEdition ? "Pallado Pebble.app"_text : "Pallado.app"_text;
-  baseAddress = 0;
+  const double version = ApplicationVersion(crashLog);
+  const bool isSlid = version >= symbol_archive::kApplicationNameVersion;
+  baseAddress = isSlid ? baseAddress - kPreferredLoadAddress : 0;
+  moduleName = String::Literal(symbol_archive::ProgramName(moduleName, version));
 }
 
 }  // namespace tarvo::crashhandler
