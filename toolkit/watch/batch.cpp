@@ -52,15 +52,18 @@ class Batch {
   std::vector<Report> List() {
     std::vector<std::string> paths;
     for (const BatchReport& report : reports_) paths.push_back(report.path);
-    ReportList list = ListReports(tools_.framework, paths, tools_.threads);
+    ReportList list = ListReports(tools_.framework, paths, {.threads = tools_.threads});
     for (const Failure& failure : list.failures) {
       if (tools_.framework.Files().Detect(failure.file) == FileKind::Nothing) continue;
       Fail(PlaceOf(failure.file), failure.reason, true);
     }
     std::erase_if(list.reports, [&](const Report& report) {
       const std::size_t place = PlaceOf(report.file);
-      told_[place].isResolved = !reports_[place].isRepeated && IsUpToDate(report, tools_.archives);
-      return told_[place].isResolved;
+      if (reports_[place].isRepeated) return false;
+      const auto made = FindUpToDate(report, tools_.archives);
+      told_[place].isResolved = made && made->error.empty();
+      if (made && !made->error.empty()) Fail(place, String(made->error), false);
+      return made.has_value();
     });
     return std::move(list.reports);
   }
