@@ -175,8 +175,8 @@ Result<void> ResolveNamed(Framework& framework, report::ReportResolver& resolver
 }
 
 int WriteList(Host& host, const ResolveOptions& options) {
-  ReportList list =
-      ListReports(host.Services(), options.paths, {.threads = options.symbols.jobs, .hasPlaces = false});
+  ReportList list = ListReports(host.Services(), options.paths,
+                                {.threads = options.symbols.jobs, .hasPlaces = false});
   const auto listed = IdentifyReports(list, options.symbols.jobs);
   for (const Failure& failure : list.failures)
     Fail(Error::Plain({}, Format("@: @", failure.file, failure.reason)));
