@@ -22,7 +22,7 @@ struct MissingFile {
 
   friend auto operator<=>(const MissingFile&, const MissingFile&) = default;
 };
-inline constexpr std::string_view kPackages = "";
+inline constexpr std::string_view kPackages{};
 
 /// No index remembers more.
 inline constexpr std::size_t kMostMissingFiles = 10'000;
