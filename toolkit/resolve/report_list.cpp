@@ -42,7 +42,7 @@ fs::path Canonical(const Url& directory) {
 
 /// What both paths begin with.
 fs::path CommonStart(const fs::path& a, const fs::path& b) {
-  const auto end = std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first;
+  const auto end = std::ranges::mismatch(a, b).in1;
   fs::path common;
   for (auto part = a.begin(); part != end; ++part) common /= *part;
   return common;
