@@ -1,34 +1,32 @@
-#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "command/subcommand.h"
-#include "tarvo/crash_report.h"
 #include "tarvo/format.h"
-#include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/debug_files/module_identity.h"
+#include "toolkit/debug_files/served_modules.h"
 #include "toolkit/report/report_resolver.h"
 #include "toolkit/report/scratch.h"
 #include "toolkit/resolve/report_list.h"
 #include "toolkit/resolve/report_work.h"
+#include "toolkit/store/archive_tree.h"
 #include "toolkit/store/bundle_check.h"
-#include "toolkit/store/bundle_choice.h"
 #include "toolkit/store/json_text.h"
 
 namespace tarvo::command {
 namespace {
-
-namespace property = crash_report::property;
 
 constexpr const char* kCheckFooter =
     R"(Of each ARCHIVE every bundle is read as a resolve reads it, and shown with its format,
 system, processor and id, with the functions, lines and inlined functions in it, and
 what is wrong: no debug information, parts that are missing, another id than the
 archive's own list says. Of each REPORT every module that has frames is shown, with the
-bundle that serves it, or "no".
+bundle that serves it, or the reason why none does. An archive serves the modules of
+the build that its name says. Of folders all archives and reports below are taken.
 
 Exit status:
   0  all bundles serve, and all modules of the build of an archive
@@ -42,13 +40,6 @@ Example:
 struct CheckOptions {
   std::vector<std::string> files;
   bool isJson = false;
-};
-
-/// What is served of one report's module.
-struct ServedModule {
-  std::string module;
-  std::string build;
-  std::string bundle;  ///< empty: none serves
 };
 
 std::string Count(const char* name, const std::optional<std::uint64_t>& count) {
@@ -91,30 +82,18 @@ DataDictionary DocumentOf(const CheckedBundle& bundle) {
   return document;
 }
 
-/// The modules that the frames of a crash log are in.
-std::vector<DataDictionary> UsedModules(const DataDictionary& crashLog) {
-  std::vector<std::string> names;
-  const auto* threads = crashLog.FindAs<DataArray>(property::kThreads);
-  for (std::size_t i = 0; threads != nullptr && i < threads->Size(); ++i) {
-    const auto* thread = (*threads)[i].As<DataDictionary>();
-    const auto* frames =
-        thread == nullptr ? nullptr : thread->FindAs<DataArray>(property::kCallstack);
-    for (std::size_t k = 0; frames != nullptr && k < frames->Size(); ++k) {
-      const auto* frame = (*frames)[k].As<DataDictionary>();
-      const auto* name = frame == nullptr ? nullptr : frame->FindAs<String>(property::kModuleName);
-      if (name != nullptr && std::ranges::find(names, name->ToStdString()) == names.end())
-        names.push_back(name->ToStdString());
-    }
+DataDictionary DocumentOf(const ServedModule& served) {
+  DataDictionary document;
+  document.Set("Module", String(served.module));
+  document.Set("Build", String(served.build));
+  document.Set("IsServed", !served.bundle.empty());
+  if (served.bundle.empty()) {
+    document.Set("Reason", String(served.reason));
+    return document;
   }
-  std::vector<DataDictionary> used;
-  const auto* modules = crashLog.FindAs<DataArray>(property::kLoadedModules);
-  for (std::size_t i = 0; modules != nullptr && i < modules->Size(); ++i) {
-    const auto* module = (*modules)[i].As<DataDictionary>();
-    const auto* name = module == nullptr ? nullptr : module->FindAs<String>(property::kModuleName);
-    if (name != nullptr && std::ranges::find(names, name->ToStdString()) != names.end())
-      used.push_back(*module);
-  }
-  return used;
+  document.Set("Archive", String(served.archive));
+  document.Set("Bundle", String(served.bundle));
+  return document;
 }
 
 class Checker {
@@ -124,40 +103,55 @@ class Checker {
   int Run() {
     std::vector<std::string> reports;
     for (const std::string& file : options_.files) {
-      if (file.ends_with(".zip")) {
+      std::error_code error;
+      const bool isFolder = std::filesystem::is_directory(file, error);
+      if (isFolder) CheckBelow(file);
+      if (file.ends_with(".zip") && !isFolder)
         Check(file);
-      } else {
+      else
         reports.push_back(file);
-      }
     }
-    if (!reports.empty()) CheckReports(reports);
+    CheckReports(reports);
+    if (isGood_ && offered_.empty() && reports_.IsEmpty())
+      Failed({}, Error::Plain({},
+                              "Nothing to check: found neither archives (*_dsym.zip) nor "
+                              "reports (*_bugreport.txt)."));
     if (options_.isJson) PrintDocument();
     return isGood_ ? kDone : kFailed;
   }
 
  private:
+  void CheckBelow(const std::string& folder) {
+    ArchiveTree tree({Url::FromSystemPath(folder)});
+    for (const std::string& build : tree.Builds())
+      for (const std::string& file : tree.FilesOf(build)) Check(file);
+  }
+
   void Check(const std::string& file) {
     const Result<report::Scratch> scratch = report::Scratch::Make();
     const auto archive = scratch
                              ? CheckArchive(host_.Services(), file, scratch->Path() + "/archive")
                              : Result<CheckedArchive>(scratch.GetError());
-    if (!archive) {
-      isGood_ = false;
-      Fail(archive.GetError());
-      return;
-    }
-    archives_.push_back(*archive);
+    if (!archive) return Failed(file, archive.GetError());
+    offered_.push_back({file, archive->manifest, archive->isTold});
     if (!options_.isJson)
-      std::printf("%s: %zu bundles\n", SafeText(file).c_str(), archive->bundles.size());
+      std::printf("%s: %zu bundle%s\n", SafeText(file).c_str(), archive->bundles.size(),
+                  archive->bundles.size() == 1 ? "" : "s");
+    DataArray bundles;
     for (const CheckedBundle& bundle : archive->bundles) {
       isGood_ = isGood_ && bundle.problems.empty();
       if (!options_.isJson) Print(bundle);
+      bundles.Append(DocumentOf(bundle));
     }
+    DataDictionary document;
+    document.Set("Archive", String(file));
+    document.Set("Bundles", std::move(bundles));
+    archives_.Append(std::move(document));
   }
 
   static void Print(const CheckedBundle& bundle) {
-    std::printf("  %s: %s\n", SafeText(bundle.name).c_str(),
-                bundle.description ? SafeText(Describe(*bundle.description)).c_str() : "");
+    std::printf("  %s%s\n", SafeText(bundle.name).c_str(),
+                bundle.description ? (": " + SafeText(Describe(*bundle.description))).c_str() : "");
     for (const std::string& problem : bundle.problems)
       std::printf("    wrong: %s\n", SafeText(problem).c_str());
   }
@@ -169,15 +163,9 @@ class Checker {
                                                            {.archives = nothing, .cache = nothing},
                                                            report::Documents::Left)
                             : Result<report::ReportResolver>(scratch.GetError());
-    if (!resolver) {
-      isGood_ = Fail(resolver.GetError()) == kDone;
-      return;
-    }
+    if (!resolver) return Failed({}, resolver.GetError());
     ReportList list = ListReports(host_.Services(), paths, {.hasPlaces = false});
-    for (const Failure& failure : list.failures) {
-      isGood_ = false;
-      Fail(Error::Plain({}, Format("@: @", failure.file, failure.reason)));
-    }
+    for (const Failure& failure : list.failures) Failed(failure.file, failure.reason);
     for (const Report& report : list.reports) CheckReport(*resolver, report);
   }
 
@@ -190,31 +178,16 @@ class Checker {
     };
     const ReportWorkScope scope(work);
     const Result<bool> read = resolver.Resolve(report.file, report.place, report.needsCopy);
-    if (read) return;
-    isGood_ = false;
-    Fail(Error::Plain({}, Format("@: @", report.file, read.GetError())));
+    if (!read) Failed(report.file, read.GetError().Text());
   }
 
   void Serve(const Report& report, const DataDictionary& crashLog) {
-    std::vector<ServedModule> served;
-    for (const DataDictionary& module : UsedModules(crashLog))
-      served.push_back(Served(Identify({crashLog, module}), module));
     if (!options_.isJson) std::printf("%s:\n", SafeText(report.file.SystemPath()).c_str());
     DataArray modules;
-    for (const ServedModule& module : served) {
-      const bool isAsked = std::ranges::any_of(archives_, [&](const CheckedArchive& archive) {
-        return archive.file.ends_with(module.build + std::string(symbol_archive::kSuffix));
-      });
-      if (module.bundle.empty() && !module.build.empty() && isAsked) isGood_ = false;
-      if (!options_.isJson)
-        std::printf("  %s: %s\n", SafeText(module.module).c_str(),
-                    module.bundle.empty() ? "no" : ("yes, " + SafeText(module.bundle)).c_str());
-      DataDictionary entry;
-      entry.Set("Module", String(module.module));
-      entry.Set("Build", String(module.build));
-      entry.Set("IsServed", !module.bundle.empty());
-      if (!module.bundle.empty()) entry.Set("Bundle", String(module.bundle));
-      modules.Append(std::move(entry));
+    for (const ServedModule& served : ModulesServed(crashLog, offered_)) {
+      isGood_ = isGood_ && (!served.bundle.empty() || !served.isExpected);
+      if (!options_.isJson) Print(served);
+      modules.Append(DocumentOf(served));
     }
     DataDictionary document;
     document.Set("Report", report.file.Text());
@@ -222,43 +195,43 @@ class Checker {
     reports_.Append(std::move(document));
   }
 
-  [[nodiscard]] ServedModule Served(const ModuleIdentity& identity,
-                                    const DataDictionary& module) const {
-    const auto* build = module.FindAs<String>(property::kBuild);
-    ServedModule served{identity.name, build == nullptr ? "" : build->ToStdString(), {}};
-    for (const CheckedArchive& archive : archives_) {
-      const auto entries = EntriesFor({.name = identity.name,
-                                       .path = identity.path,
-                                       .platform = identity.platform,
-                                       .id = identity.id,
-                                       .isExecutable = identity.isExecutable},
-                                      archive.manifest);
-      if (served.bundle.empty() && !entries.empty()) served.bundle = entries.front()->bundle;
+  void Print(const ServedModule& served) const {
+    std::string answer = "no: " + served.reason;
+    if (!served.bundle.empty()) {
+      answer = "yes, " + served.bundle;
+      if (offered_.size() > 1) answer += " in " + served.archive;
     }
-    return served;
+    std::printf("  %s: %s\n", SafeText(served.module).c_str(), SafeText(answer).c_str());
+  }
+
+  /// One of them ends nothing: what else there is is looked at.
+  void Failed(const Url& file, const String& reason) {
+    Failed(file.SystemPath().ToStdString(), Error::Plain({}, Format("@: @", file, reason)));
+  }
+  void Failed(const std::string& file, const Error& error) {
+    isGood_ = false;
+    Fail(error);
+    DataDictionary document;
+    document.Set("File", String(file));
+    document.Set("Error", error.Text());
+    failures_.Append(std::move(document));
   }
 
   void PrintDocument() {
-    DataArray archives;
-    for (const CheckedArchive& archive : archives_) {
-      DataDictionary document;
-      document.Set("Archive", String(archive.file));
-      DataArray bundles;
-      for (const CheckedBundle& bundle : archive.bundles) bundles.Append(DocumentOf(bundle));
-      document.Set("Bundles", std::move(bundles));
-      archives.Append(std::move(document));
-    }
     DataDictionary document;
     document.Set("IsGood", isGood_);
-    document.Set("Archives", std::move(archives));
+    document.Set("Archives", std::move(archives_));
     document.Set("Reports", std::move(reports_));
+    document.Set("Failures", std::move(failures_));
     std::fputs(JsonText(document).c_str(), stdout);
   }
 
   Host& host_;
   const CheckOptions& options_;
-  std::vector<CheckedArchive> archives_;
+  DataArray archives_;
+  std::vector<OfferedArchive> offered_;
   DataArray reports_;
+  DataArray failures_;
   bool isGood_ = true;
 };
 
@@ -270,7 +243,8 @@ void AddCheckCommand(Program& program, Context& context) {
   check.SetFooter(kCheckFooter);
   auto options = std::make_shared<CheckOptions>();
   check.AddFlag("--json", options->isJson, "Print a document for programs");
-  check.AddOption("FILE", options->files, "Archives (*.zip) and crash reports").Required();
+  check.AddOption("FILE", options->files, "Archives (*.zip), crash reports; folders of them")
+      .Required();
   check.OnNamed([&context, options] {
     context.action = [&context, options] {
       context.host.components.push_back(ReportWorkComponent());

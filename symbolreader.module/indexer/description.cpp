@@ -136,7 +136,7 @@ class DwarfDescription {
     UnitDirectory directory(units, context.getDWARFObj().getAbbrevSection(),
                             supplementary_ == nullptr ? nullptr : supplementary_->units.get());
     for (llvm::DWARFUnit* unit : units) (void)unit->getUnitDIE();
-    SplitUnits split(file_);
+    SplitUnits split(file_, Places());
     for (llvm::DWARFUnit* unit : units) AddUnit(*unit, directory, split);
     if (depth_ != DescriptionDepth::Contents) return;
     description_.Add("functions", std::to_string(functions_));
@@ -145,12 +145,16 @@ class DwarfDescription {
   }
 
  private:
+  [[nodiscard]] CompanionPlaces Places() const {
+    return depth_ == DescriptionDepth::Contents ? CompanionPlaces::Beside : CompanionPlaces::All;
+  }
+
   void AddSupplementary() {
     const auto link = SupplementaryLinkIn(*file_.Inside().object);
     if (!link) return;
     description_.Add("shared", link->path.native());
     description_.Add("sharedid", link->id);
-    supplementary_ = OpenSupplementary(file_, 1);
+    supplementary_ = OpenSupplementary(file_, 1, Places());
     if (supplementary_ != nullptr)
       description_.Add("sharedfound", supplementary_->buffer->getBufferIdentifier().str());
   }

@@ -7,7 +7,10 @@
 namespace tarvo::symbolreader {
 
 /// How much of a file is described.
-enum class DescriptionDepth { Identity, Contents };
+enum class DescriptionDepth {
+  Identity,  ///< with its parts wherever they are
+  Contents,  ///< with those parts that stand beside it, as who has but its bundle finds it
+};
 
 /// What the file at `path` says of itself, for programs: texts "KEY=VALUE", each ended by a zero
 /// byte, some of them several times.

@@ -42,16 +42,6 @@ WantedModule Wanted(const ModuleIdentity& module) {
           .isExecutable = module.isExecutable};
 }
 
-/// The names that a bundle without a manifest may have.
-std::vector<std::string> NamesFor(const ModuleIdentity& module) {
-  std::vector<std::string> names = {module.name};
-  if (module.isExecutable)
-    names.emplace_back(module.name == symbol_archive::kKernelName
-                           ? symbol_archive::kKernelApplicationName
-                           : symbol_archive::kApplicationName);
-  return names;
-}
-
 bool IsPlainFileName(const std::string& name) {
   return !name.empty() && name.find_first_of(std::string("/\0", 2)) == std::string::npos;
 }
@@ -61,7 +51,7 @@ std::vector<std::string> BundlesIn(const UnpackedArchive& archive, const ModuleI
   for (const ManifestEntry* entry : EntriesFor(Wanted(module), archive.manifest))
     bundles.push_back(archive.directory + '/' + entry->bundle);
   if (!archive.manifest.empty()) return bundles;
-  for (const std::string& name : NamesFor(module))
+  for (const std::string& name : BundleNamesFor(module))
     for (const auto suffix : {symbol_archive::kBundleSuffix, symbol_archive::kAppleBundleSuffix})
       if (IsPlainFileName(name))
         bundles.push_back(archive.directory + '/' + name + std::string(suffix));
@@ -87,6 +77,15 @@ std::vector<std::string> BuildsFor(const ModuleQuery& query, const std::string& 
   return builds;
 }
 
+std::vector<std::string> BundleNamesFor(const ModuleIdentity& module) {
+  std::vector<std::string> names = {module.name};
+  if (module.isExecutable)
+    names.emplace_back(module.name == symbol_archive::kKernelName
+                           ? symbol_archive::kKernelApplicationName
+                           : symbol_archive::kApplicationName);
+  return names;
+}
+
 std::vector<SymbolFileRequest> FindArchived(Framework& framework, ArchiveCache& archives,
                                             const ModuleIdentity& module,
                                             const std::vector<std::string>& builds) {
@@ -105,8 +104,16 @@ std::vector<SymbolFileRequest> FindArchived(Framework& framework, ArchiveCache& 
   return found;
 }
 
-Result<void> CheckArchived(ArchiveCache& archives, const ModuleIdentity& module,
-                           const SymbolFileRequest& request) {
+namespace {
+
+/// What the manifest beside a bundle says of it, and of the module that it was looked up for.
+struct Told {
+  const ManifestEntry* own = nullptr;  ///< null where it says nothing
+  std::vector<const ManifestEntry*> serving;
+};
+
+Told ToldOf(ArchiveCache& archives, const ModuleIdentity& module,
+            const SymbolFileRequest& request) {
   const std::string bundle = request.file.SystemPath().ToStdString();
   const fs::path cache = archives.Directory().SystemPath().ToStdString();
   const fs::path inside = fs::path(bundle).lexically_relative(cache);
@@ -117,17 +124,35 @@ Result<void> CheckArchived(ArchiveCache& archives, const ModuleIdentity& module,
     return (directory / entry.bundle).native() == bundle;
   });
   if (own == manifest.end()) return {};
-  const auto entries = EntriesFor(Wanted(module), manifest);
-  if (std::ranges::find(entries, &*own) != entries.end()) return {};
-  const std::string& id = own->slices.empty() ? std::string() : own->slices.front().id;
+  return {&*own, EntriesFor(Wanted(module), manifest)};
+}
+
+bool Serves(const Told& told) {
+  return told.own == nullptr || std::ranges::find(told.serving, told.own) != told.serving.end();
+}
+
+}  // namespace
+
+Result<void> CheckArchived(ArchiveCache& archives, const ModuleIdentity& module,
+                           const SymbolFileRequest& request) {
+  const Told told = ToldOf(archives, module, request);
+  if (Serves(told)) return {};
+  const ManifestEntry& own = *told.own;
+  const std::string& id = own.slices.empty() ? std::string() : own.slices.front().id;
   return Error::IllegalArgument(
       kArchivedFiles.Here(),
       Format("The bundle @ is of another module or build: found @ for @, id @, expected @ for @, "
              "id @.",
-             SafeText(own->bundle), SafeText(own->module), SafeText(own->platform),
+             SafeText(own.bundle), SafeText(own.module), SafeText(own.platform),
              id.empty() ? "none" : SafeText(id), SafeText(module.name),
              module.platform.empty() ? "any system" : SafeText(module.platform),
              module.id.empty() ? "not known" : SafeText(module.id)));
+}
+
+bool IsBesideTheRightOne(ArchiveCache& archives, const ModuleIdentity& module,
+                         const SymbolFileRequest& request) {
+  const Told told = ToldOf(archives, module, request);
+  return !Serves(told) && !told.serving.empty();
 }
 
 }  // namespace tarvo::toolkit

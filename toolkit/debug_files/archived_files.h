@@ -16,6 +16,9 @@ namespace tarvo::toolkit {
 [[nodiscard]] std::vector<std::string> BuildsFor(const ModuleQuery& query,
                                                  const std::string& given);
 
+/// The modules by whose names the look-up finds a bundle for `module`, where there is no manifest.
+[[nodiscard]] std::vector<std::string> BundleNamesFor(const ModuleIdentity& module);
+
 /// The bundles for `module` in the archives of `builds`, which are unpacked first where need be: by
 /// their manifests, and in archives without one under the module's name.
 [[nodiscard]] std::vector<SymbolFileRequest> FindArchived(Framework& framework,
@@ -27,5 +30,9 @@ namespace tarvo::toolkit {
 /// another module, and another bundle there serves, or that it is of another id or platform.
 [[nodiscard]] Result<void> CheckArchived(ArchiveCache& archives, const ModuleIdentity& module,
                                          const SymbolFileRequest& request);
+
+/// Whether the bundle `request` is another module's, and the archive holds one for `module` too.
+[[nodiscard]] bool IsBesideTheRightOne(ArchiveCache& archives, const ModuleIdentity& module,
+                                       const SymbolFileRequest& request);
 
 }  // namespace tarvo::toolkit

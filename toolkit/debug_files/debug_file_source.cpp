@@ -177,8 +177,12 @@ class DebugFileSource final : public Counted<SymbolFileSource> {
   void Refused(const ModuleQuery& query, const SymbolFileRequest& request,
                const Error& reason) override {
     // A file without debug information is asked again for its symbol table: nothing is wrong.
+    const ModuleIdentity module = Identify(query);
     const std::string path = request.file.SystemPath().ToStdString();
-    if (path == Identify(query).path && !request.takesSymbolTable) return;
+    if (path == module.path && !request.takesSymbolTable) return;
+    // One program has the name by which all are looked up.
+    if (g_state->archives != nullptr && IsBesideTheRightOne(*g_state->archives, module, request))
+      return;
     g_state->Note(path, reason);
   }
 

@@ -84,6 +84,16 @@ CheckedBundle Check(const fs::path& path, const std::string& name, const Manifes
   return bundle;
 }
 
+/// What a bundle that can be read is for.
+ManifestEntry EntryOf(const CheckedBundle& bundle) {
+  if (bundle.told) return *bundle.told;
+  return {.bundle = bundle.name,
+          .module = fs::path(bundle.name).stem().native(),
+          .platform = bundle.description->platform,
+          .isExecutable = bundle.description->kind == FileDescription::Kind::Program,
+          .slices = bundle.description->slices};
+}
+
 }  // namespace
 
 Result<CheckedArchive> CheckArchive(Framework& framework, const std::string& file,
@@ -93,18 +103,11 @@ Result<CheckedArchive> CheckArchive(Framework& framework, const std::string& fil
   if (auto opened = (*reader)->Open(Url::FromSystemPath(file)); !opened) return opened.GetError();
   if (auto extracted = (*reader)->Extract(Url::FromSystemPath(scratch)); !extracted)
     return extracted.GetError();
-  CheckedArchive archive{.file = file, .bundles = {}, .manifest = ManifestIn(scratch)};
-  const Manifest told = archive.manifest;
+  const Manifest told = ManifestIn(scratch);
+  CheckedArchive archive{.file = file, .bundles = {}, .manifest = {}, .isTold = !told.empty()};
   for (const fs::path& path : BundlesBelow(scratch)) {
-    const std::string name = path.lexically_relative(scratch).native();
-    CheckedBundle bundle = Check(path, name, told);
-    if (!bundle.told && bundle.description)
-      archive.manifest.push_back(
-          {.bundle = name,
-           .module = path.filename().stem().native(),
-           .platform = bundle.description->platform,
-           .isExecutable = bundle.description->kind == FileDescription::Kind::Program,
-           .slices = bundle.description->slices});
+    CheckedBundle bundle = Check(path, path.lexically_relative(scratch).native(), told);
+    if (bundle.description) archive.manifest.push_back(EntryOf(bundle));
     archive.bundles.push_back(std::move(bundle));
   }
   for (const ManifestEntry& entry : told)

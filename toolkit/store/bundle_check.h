@@ -21,7 +21,9 @@ struct CheckedBundle {
 struct CheckedArchive {
   std::string file;
   std::vector<CheckedBundle> bundles;
-  Manifest manifest;  ///< as told, and of bundles that it does not tell as their files do
+  /// The bundles that can be read, as the archive tells them, or else as their files do.
+  Manifest manifest;
+  bool isTold = false;  ///< whether it has a manifest
 };
 
 /// Unpacks the archive `file` into the new directory `scratch` and looks at each bundle: whether it

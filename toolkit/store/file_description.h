@@ -39,7 +39,10 @@ struct FileDescription {
   std::optional<std::uint64_t> lines;      ///< rows of line tables
 };
 
-enum class DescriptionDepth { Identity, Contents };
+enum class DescriptionDepth {
+  Identity,  ///< with its companions wherever they are
+  Contents,  ///< with what is in it, and the companions that stand beside it
+};
 
 /// Looks at a debug file in a process of its own, the symbol reader's program, for files that come
 /// from outside may end who reads them. A file error when it is none, or the limits (4 GB of

@@ -10,6 +10,7 @@
 #include <array>
 #include <filesystem>
 #include <iterator>
+#include <span>
 #include <string_view>
 #include <system_error>
 
@@ -61,6 +62,12 @@ bool HasId(const ObjectFile& object, const std::string& id) {
   const std::uint64_t size = cursor.ReadLeb();
   return !cursor.HasFailed() && size <= bytes.size() - cursor.Offset() &&
          llvm::toHex(bytes.substr(cursor.Offset(), size), /*LowerCase=*/true) == id;
+}
+
+/// A path that stays in the directory it counts from.
+bool IsInside(const fs::path& path) {
+  return path.is_relative() &&
+         std::ranges::none_of(path, [](const fs::path& part) { return part == ".."; });
 }
 
 /// Opens a file with its debug sections. Null where that fails.
@@ -153,10 +160,12 @@ std::vector<std::string> SupplementaryPlaces(const ObjectFile& object) {
           fs::path(kBuildIdDirectory) / link->id.substr(0, 2) / (link->id.substr(2) + ".debug")};
 }
 
-std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file, unsigned threads) {
+std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file, unsigned threads,
+                                                 CompanionPlaces places) {
   const ObjectFile& object = *file.Inside().object;
   const fs::path directory = fs::path(file.Facts().path).parent_path();
   for (const std::string& place : SupplementaryPlaces(object)) {
+    if (places == CompanionPlaces::Beside && !IsInside(place)) continue;
     auto found = Open(directory / place, DebugSections::Kind::Whole, threads);
     if (found == nullptr || !HasId(*found->object, SupplementaryLinkIn(object)->id)) continue;
     llvm::DWARFContext& context = found->sections->Context();
@@ -196,8 +205,10 @@ std::optional<SplitUnits::Found> SplitUnits::Find(llvm::DWARFUnit& skeleton) {
     if (auto found = FindIn(Package(), skeleton, *id)) return found;
   }
   const fs::path directory = fs::path(path_).parent_path();
-  for (const fs::path& place : {compiled, directory / name, directory / name.filename()})
-    if (auto found = FindIn(OpenSplit(place), skeleton, *id)) return found;
+  for (const fs::path place : std::span(places).subspan(1)) {
+    if (places_ == CompanionPlaces::Beside && !IsInside(place)) continue;
+    if (auto found = FindIn(OpenSplit(directory / place), skeleton, *id)) return found;
+  }
   const std::scoped_lock lock(mutex_);
   missing_.insert(before.begin(), before.end());
   while (missing_.size() > kMostMissingFiles) missing_.erase(std::prev(missing_.end()));

@@ -34,6 +34,12 @@ struct CompanionFile {
   std::unique_ptr<UnitDirectory> units;
 };
 
+/// Where files beside are looked for.
+enum class CompanionPlaces {
+  All,     ///< also where they were when the debug file was made, and below /usr/lib/debug
+  Beside,  ///< in the debug file's directory and below alone
+};
+
 /// What a file says of its supplementary one.
 struct SupplementaryLink {
   std::filesystem::path path;
@@ -51,8 +57,8 @@ struct SupplementaryLink {
 /// first entries extracted. Looked for under the path that the file gives, from its own directory
 /// where it is relative, then below /usr/lib/debug by build id. Null where the file names none, or
 /// it is not there.
-[[nodiscard]] std::unique_ptr<CompanionFile> OpenSupplementary(const DebugFile& file,
-                                                               unsigned threads);
+[[nodiscard]] std::unique_ptr<CompanionFile> OpenSupplementary(
+    const DebugFile& file, unsigned threads, CompanionPlaces places = CompanionPlaces::All);
 
 /// The first of these attributes that the unit's first entry, which is extracted, has as a text.
 [[nodiscard]] std::string AttributeText(llvm::DWARFUnit& unit,
@@ -62,7 +68,8 @@ struct SupplementaryLink {
 /// may ask.
 class SplitUnits {
  public:
-  explicit SplitUnits(const DebugFile& file) : path_(file.Facts().path) {}
+  explicit SplitUnits(const DebugFile& file, CompanionPlaces places = CompanionPlaces::All)
+      : path_(file.Facts().path), places_(places) {}
 
   /// The unit that `skeleton`, whose first entry is extracted, stands for. Nothing where it stands
   /// for none, or that is not there. A .dwo is looked for under its path, then beside the debug
@@ -84,6 +91,7 @@ class SplitUnits {
   [[nodiscard]] std::shared_ptr<CompanionFile> Package();
 
   std::string path_;
+  CompanionPlaces places_;
   /// Guards what follows; the package's units are parsed when they are asked for.
   mutable std::mutex mutex_;
   bool isPackageKnown_ = false;
