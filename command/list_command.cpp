@@ -3,14 +3,18 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "command/subcommand.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
+#include "toolkit/base/size_text.h"
 #include "toolkit/pack/pack_library.h"
 #include "toolkit/store/archive_tree.h"
 #include "toolkit/store/json_text.h"
@@ -19,9 +23,9 @@ namespace tarvo::command {
 namespace {
 
 constexpr const char* kListFooter =
-    R"(Below each DIR every archive of a build is listed with its size, the day of its last
-change, the systems and processors that it serves (by its own list; "?" where it has
-none), and its bundles.
+    R"(Below each DIR every archive of a build is listed: the build, the day of its last
+change, its size, the systems and processors that it serves (by its own list; "?" where
+it has none), and its file. The document has the bundles too.
 
 The exit statuses are those of `tarvo --help`; 1 also where an archive is not whole.
 )";
@@ -58,7 +62,7 @@ ListedArchive Look(const PackLibrary& library, const std::string& build, const s
   }
   for (const ManifestEntry& entry : *manifest) {
     listed.bundles.push_back(entry.bundle);
-    if (entry.platform.empty()) listed.systems.insert("?");
+    if (entry.slices.empty()) listed.systems.insert(entry.platform.empty() ? "?" : entry.platform);
     for (const SymbolSlice& slice : entry.slices)
       listed.systems.insert(entry.platform + ' ' + slice.architecture);
   }
@@ -71,13 +75,23 @@ std::string Joined(const auto& texts) {
   return text;
 }
 
-void Print(const ListedArchive& listed) {
-  constexpr double kMegabyte = 1e6;
-  std::printf(
-      "%s  %10.1f MB  %s  %s  %s\n", listed.day.c_str(),
-      static_cast<double>(listed.bytes) / kMegabyte, SafeText(listed.build).c_str(),
-      listed.problem.empty() ? SafeText(Joined(listed.systems)).c_str() : listed.problem.c_str(),
-      SafeText(listed.file).c_str());
+/// One line an archive, in columns, and how many these are.
+void Print(const std::vector<ListedArchive>& archives) {
+  std::size_t width = 0;
+  std::uint64_t bytes = 0;
+  for (const ListedArchive& listed : archives) {
+    width = std::max(width, TextWidth(SafeText(listed.build)));
+    bytes += listed.bytes;
+  }
+  for (const ListedArchive& listed : archives) {
+    const std::string build = SafeText(listed.build);
+    std::printf("%s%*s  %s  %8s  %s  %s\n", build.c_str(),
+                static_cast<int>(width - TextWidth(build)), "", listed.day.c_str(),
+                SizeText(listed.bytes).c_str(),
+                SafeText(listed.problem.empty() ? Joined(listed.systems) : listed.problem).c_str(),
+                SafeText(listed.file).c_str());
+  }
+  std::printf("Archives: %zu, %s\n", archives.size(), SizeText(bytes).c_str());
 }
 
 DataDictionary DocumentOf(const ListedArchive& listed) {
@@ -101,28 +115,31 @@ int List(const ListOptions& options) {
   const auto library = PackLibrary::Load();
   if (!library) return Fail(library.GetError());
   std::vector<Url> directories;
-  for (const std::string& directory : options.directories)
+  for (const std::string& directory : options.directories) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(directory, error))
+      return Fail(Error::Plain({}, Format("The archive directory \"@\" is no directory.",
+                                          SafeText(directory))),
+                  kWrongUsage);
     directories.push_back(Url::FromSystemPath(directory));
+  }
   ArchiveTree tree(std::move(directories));
-  int status = kDone;
-  DataArray archives;
-  for (const std::string& build : tree.Builds()) {
-    for (const std::string& file : tree.FilesOf(build)) {
-      const ListedArchive listed = Look(**library, build, file);
-      if (!listed.problem.empty()) status = kFailed;
-      if (options.isJson) {
-        archives.Append(DocumentOf(listed));
-      } else {
-        Print(listed);
-      }
-    }
-  }
+  std::vector<ListedArchive> archives;
+  for (const std::string& build : tree.Builds())
+    for (const std::string& file : tree.FilesOf(build))
+      archives.push_back(Look(**library, build, file));
   if (options.isJson) {
+    DataArray documents;
+    for (const ListedArchive& listed : archives) documents.Append(DocumentOf(listed));
     DataDictionary document;
-    document.Set("Archives", std::move(archives));
+    document.Set("Archives", std::move(documents));
     std::fputs(JsonText(document).c_str(), stdout);
+  } else {
+    Print(archives);
   }
-  return status;
+  const bool isWhole = std::ranges::all_of(
+      archives, [](const ListedArchive& listed) { return listed.problem.empty(); });
+  return isWhole ? kDone : kFailed;
 }
 
 }  // namespace

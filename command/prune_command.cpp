@@ -8,6 +8,7 @@
 #include "command/subcommand.h"
 #include "tarvo/url.h"
 #include "toolkit/base/safe_text.h"
+#include "toolkit/base/size_text.h"
 #include "toolkit/resolve/user_cache.h"
 #include "toolkit/store/prune.h"
 
@@ -37,8 +38,6 @@ struct PruneCommandOptions {
   bool isDryRun = false;
 };
 
-constexpr double kMegabyte = 1e6;
-
 /// The directory of indices of the user's cache, beside that of unpacked archives.
 std::string IndicesBeside(const Url& builds) {
   return builds.IsEmpty() ? std::string()
@@ -59,16 +58,16 @@ int PruneDirectories(const PruneCommandOptions& options) {
                                             : std::nullopt,
              .isDryRun = options.isDryRun});
   int status = kDone;
-  double bytes = 0;
+  std::uint64_t bytes = 0;
   for (const PrunedItem& item : pruned.items) {
-    std::printf("%10.1f MB  %s: %s%s\n", static_cast<double>(item.bytes) / kMegabyte,
-                SafeText(item.path).c_str(), item.reason.c_str(),
+    std::printf("%8s  %s: %s%s\n", SizeText(item.bytes).c_str(), SafeText(item.path).c_str(),
+                item.reason.c_str(),
                 item.error.empty() ? "" : (", but it stays: " + item.error).c_str());
     if (!item.error.empty()) status = kFailed;
-    if (item.error.empty()) bytes += static_cast<double>(item.bytes);
+    if (item.error.empty()) bytes += item.bytes;
   }
-  std::printf("%s: %.1f MB; kept: %.1f MB\n", options.isDryRun ? "Would clear" : "Cleared",
-              bytes / kMegabyte, static_cast<double>(pruned.keptBytes) / kMegabyte);
+  std::printf("%s: %s; kept: %s\n", options.isDryRun ? "Would clear" : "Cleared",
+              SizeText(bytes).c_str(), SizeText(pruned.keptBytes).c_str());
   return status;
 }
 

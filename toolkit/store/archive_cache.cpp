@@ -90,8 +90,9 @@ std::vector<UnpackedArchive> ArchiveCache::Unpack(Framework& framework, const st
     const std::string name =
         unpacked.empty() ? build : build + '~' + archive.identity.substr(0, kShownIdentity);
     const std::string directory = (cache / name).native();
-    if (!fs::is_directory(directory, missing) && !Extract(framework, archive.file, directory))
-      continue;
+    const bool isThere = fs::is_directory(directory, missing);
+    if (!isThere && !Extract(framework, archive.file, directory)) continue;
+    if (isThere) utimensat(AT_FDCWD, directory.c_str(), nullptr, 0);
     unpacked.push_back({directory, ManifestOf(directory)});
   }
   // One whose archive is gone still serves.

@@ -24,12 +24,23 @@ struct Item {
   bool isLeftOver = false;
 };
 
-/// The later of the times of access and of change: a file system that notes accesses once a day is
-/// exact enough.
+/// Of a file the later of the times of access and of change; of a directory that of its change, for
+/// looking into it counts as an access.
 system_clock::time_point UsedAt(const fs::path& path) {
   struct stat status{};
   if (lstat(path.c_str(), &status) != 0) return {};
-  return system_clock::from_time_t(std::max(status.st_atim.tv_sec, status.st_mtim.tv_sec));
+  const auto changed = status.st_mtim.tv_sec;
+  return system_clock::from_time_t(
+      S_ISDIR(status.st_mode) ? changed : std::max(status.st_atim.tv_sec, changed));
+}
+
+fs::path IdentityOf(const fs::path& unpacked) {
+  return unpacked.parent_path() / (std::string(kPrunedIdentityName) + unpacked.filename().native());
+}
+
+/// Of an unpacked archive the file of its identity, or it itself, is touched when it is used.
+system_clock::time_point LastUsed(const fs::path& path) {
+  return std::max(UsedAt(path), UsedAt(IdentityOf(path)));
 }
 
 std::uint64_t BytesOf(const fs::path& path) {
@@ -79,15 +90,14 @@ class Pruner {
                       isLeftOver});
   }
 
-  /// A directory with the file of its identity, which is touched when it is used.
+  /// A directory with the file of its identity.
   void AddUnpacked(const fs::path& path, const std::string& name) {
     std::error_code error;
-    const fs::path identity = path.parent_path() / (std::string(kPrunedIdentityName) + name);
     const bool isDirectory = fs::is_directory(fs::symlink_status(path, error));
     const bool isUnpacked =
-        isDirectory && (fs::exists(identity, error) || name.find('~') != std::string::npos);
+        isDirectory && (fs::exists(IdentityOf(path), error) || name.find('~') != std::string::npos);
     if (name.starts_with(kPrunedRetiredName)) return Take(path, UsedAt(path), true);
-    if (isUnpacked) Take(path, std::max(UsedAt(path), UsedAt(identity)), false);
+    if (isUnpacked) Take(path, LastUsed(path), false);
   }
 
   void AddIndex(const fs::path& path, const std::string& name) {
@@ -104,12 +114,17 @@ class Pruner {
     if (item.isLeftOver) {
       item.shown.reason = "left over";
     } else if (now_ - item.used > options_.unused) {
+      const auto hours = item.shown.unused.count();
+      constexpr auto kDay = 24;
       item.shown.reason =
-          "not used for " + std::to_string(item.shown.unused.count() / 24) + " days";
+          "not used for " + (hours < 2 * kDay ? std::to_string(hours) + " hours"
+                                              : std::to_string(hours / kDay) + " days");
     } else if (isOver) {
       item.shown.reason = "over the size";
     }
-    if (isInUse || item.shown.reason.empty()) {
+    // Somebody may have begun to use it since it was listed.
+    const bool isNeeded = isInUse || LastUsed(item.shown.path) != item.used;
+    if (isNeeded || item.shown.reason.empty()) {
       pruned_.keptBytes += item.shown.bytes;
       return;
     }
@@ -130,8 +145,7 @@ class Pruner {
       fs::rename(path, moved, error);
       if (!error) fs::remove_all(moved, error);
       std::error_code ignored;
-      fs::remove(path.parent_path() / (std::string(kPrunedIdentityName) + path.filename().native()),
-                 ignored);
+      fs::remove(IdentityOf(path), ignored);
     }
     if (error) item.error = error.message();
   }

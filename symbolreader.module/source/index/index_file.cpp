@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <span>
@@ -211,6 +212,9 @@ FoundIndex OpenIndex(const std::string& path, const std::string& key,
   if (!trailer) return {.state = IndexState::Damaged};
   if (HasOneCome(MissingIn(mapping.Get(), *trailer), debugFile))
     return {.state = IndexState::Outdated};
+  // Notes the use, for who clears away what is not used: not all file systems do.
+  constexpr std::array<timespec, 2> kNow = {timespec{0, UTIME_NOW}, timespec{0, UTIME_OMIT}};
+  (void)futimens(file.Get(), kNow.data());
   return {.state = IndexState::Usable,
           .source = std::make_unique<IndexSource>(std::move(mapping), *trailer),
           .imageStart = trailer->imageStart,
