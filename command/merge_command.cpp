@@ -103,8 +103,11 @@ Result<void> Feed(const std::vector<Url>& results, const MergeOptions& options) 
   const auto library = TriageLibrary::Load();
   if (!library) return library.GetError();
   TriageOptions triage{.paths = {}, .database = options.database, .threads = options.jobs};
+  // In the order of the list, where they stand so: then the database is the same whoever resolved
+  // what.
+  const std::vector<Url> inOrder = {Url::FromSystemPath(options.results)};
   std::error_code error;
-  for (const Url& file : results)
+  for (const Url& file : options.results.empty() ? results : inOrder)
     if (std::string path = file.SystemPath().ToStdString(); std::filesystem::exists(path, error))
       triage.paths.push_back(std::move(path));
   const Result<TriageResult> fed = (*library)->run(triage);
