@@ -172,7 +172,7 @@ std::function<int(int)> make_handler(int base) {
     int* q = bad<int>();
     return q[n] + base;
   };
-}                                                                   // 19
+}  // 19
 void get_optional(std::optional<int> o) { sink += o.value(); }      // 20
 void bad_any(const std::any& a) { sink += std::any_cast<int>(a); }  // 21
 struct Stream {
