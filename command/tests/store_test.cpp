@@ -307,7 +307,7 @@ for round in {1..12}; do
   for i in 1 2 3; do tarvo prune --cache cache --indices index >>pruned; done
   wait
 done | uniq -c
-[ $(grep -c cache/whole: pruned) -gt 6 ] && ls -A cache)sh");
+[ $(grep -c cache/whole: pruned) -gt 0 ] && ls -A cache)sh");
   const std::string kFrames = "Frames:  6, 2 resolved (33.3 %)\n";
   EXPECT_EQ(end.output, kFrames + "     12 " + kFrames + ".tarvo-archive-whole\nwhole\n");
 }

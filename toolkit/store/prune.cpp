@@ -7,6 +7,7 @@
 #include <array>
 #include <filesystem>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 namespace tarvo::toolkit {
@@ -32,6 +33,15 @@ system_clock::time_point UsedAt(const fs::path& path) {
   const auto changed = status.st_mtim.tv_sec;
   return system_clock::from_time_t(
       S_ISDIR(status.st_mode) ? changed : std::max(status.st_atim.tv_sec, changed));
+}
+
+/// By which a file is known again that was replaced or touched meanwhile; alike where there is none.
+using FileStamp = std::tuple<ino_t, time_t, long>;
+
+FileStamp StampOf(const fs::path& path) {
+  struct stat status{};
+  if (lstat(path.c_str(), &status) != 0) return {};
+  return {status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
 fs::path IdentityOf(const fs::path& unpacked) {
@@ -132,10 +142,12 @@ class Pruner {
     pruned_.items.push_back(std::move(item.shown));
   }
 
-  /// A directory is moved away first: nobody shall find half of it.
+  /// A directory is moved away first: nobody shall find half of it. Who misses it may have unpacked
+  /// it again before its identity is removed, which is the new one's then, and stays.
   void Remove(PrunedItem& item) {
     std::error_code error;
     const fs::path path = item.path;
+    const FileStamp identity = StampOf(IdentityOf(path));
     if (!fs::is_directory(fs::symlink_status(path, error))) {
       fs::remove(path, error);
     } else {
@@ -145,7 +157,7 @@ class Pruner {
       fs::rename(path, moved, error);
       if (!error) fs::remove_all(moved, error);
       std::error_code ignored;
-      fs::remove(IdentityOf(path), ignored);
+      if (StampOf(IdentityOf(path)) == identity) fs::remove(IdentityOf(path), ignored);
     }
     if (error) item.error = error.message();
   }
