@@ -35,7 +35,8 @@ system_clock::time_point UsedAt(const fs::path& path) {
       S_ISDIR(status.st_mode) ? changed : std::max(status.st_atim.tv_sec, changed));
 }
 
-/// By which a file is known again that was replaced or touched meanwhile; alike where there is none.
+/// By which a file is known again that was replaced or touched meanwhile; alike where there is
+/// none.
 using FileStamp = std::tuple<ino_t, time_t, long>;
 
 FileStamp StampOf(const fs::path& path) {
