@@ -177,7 +177,7 @@ class Checker {
       return false;
     };
     const ReportWorkScope scope(work);
-    const Result<bool> read = resolver.Resolve(report.file, report.place, report.needsCopy);
+    const auto read = resolver.Resolve(report.file, report.place, report.needsCopy);
     if (!read) Failed(report.file, read.GetError().Text());
   }
 

@@ -41,7 +41,8 @@ this alone, and an Error: --missing-only counts it as known to be bad, until its
 changes. With --results that is its line; an interrupted run leaves no file.
 
 Of a damaged or cut report what can be read is resolved; its document says under
-"Damage" what was left out: the line, and what was expected there.
+"Damage" what was left out: the line, and what was expected there, and of the last one
+whether the report is cut off there.
 
 Symbols of a module are looked for, in this order, in
   1. the archive of its build, BUILD_dsym.zip (`tarvo pack` makes them), and that of the
@@ -60,12 +61,12 @@ files is kept as an index, by default in tarvo/symbols in the user's cache direc
 Reports of tarvo's own capture are first brought into the form of the others, in a
 copy; `tarvo normalize` shows it.
 
-The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, UpToDate, KnownBad,
-Kept, NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what to ask
+The summary as JSON: "Reports" (Read, Resolved, Failed, Damaged, CutOff, UpToDate,
+KnownBad, Kept, NotComeTo), "Frames" (All, and a count for each reason), "Missing" (what to ask
 for, a row for each module: Reason, Platform, Build, Archive and Bundle in which it is
 expected, Module, Reports and Frames that want it, Found instead, Owner where that is the
 System or the CrashHandler, Error; up-to-date reports count too), "Failures" and "KnownBad" (Report, Error),
-"Refused" (symbols that were there and were not used: File, Reason).
+"Damaged" (Report, Line, Expected, and Cut where the report ends there), "Refused" (symbols that were there and were not used: File, Reason).
 
 Exit status:
   0  every report is resolved, as far as there are symbols

@@ -34,7 +34,7 @@ Lines fit the terminal, or COLUMNS; into a pipe or a file nothing is cut. Colour
 are for terminals, unless NO_COLOR is set.
 
 Of an abort the arrow stands at the frame that called for it, not in the C library.
-What a damaged or cut report did not give stands under "Damaged".
+What a damaged report did not give stands under "Damaged", or "Cut off" where it ends.
 
 The shared options are those of `tarvo --help`.
 

@@ -46,7 +46,7 @@ Texts Frames(const DataDictionary& tree) {
   return frames;
 }
 
-/// "LINE: EXPECTED" of each place.
+/// "LINE: EXPECTED" of each place, and ", cut" behind that where the report ends there.
 Texts Damage(const DataDictionary& tree) {
   Texts notes;
   const auto* damage = tree.FindAs<DataArray>("Damage");
@@ -54,7 +54,8 @@ Texts Damage(const DataDictionary& tree) {
   for (const auto& element : *damage) {
     const auto& note = *element.As<DataDictionary>();
     notes.push_back(std::to_string(*note.FindAs<std::uint64_t>("Line")) + ": " +
-                    note.FindAs<String>("Expected")->ToStdString());
+                    note.FindAs<String>("Expected")->ToStdString() +
+                    (note.Find("Cut") == nullptr ? "" : ", cut"));
   }
   return notes;
 }
@@ -126,7 +127,10 @@ TEST_P(Salvage, CutAnywhereGivesTheFramesBeforeTheCut) {
       }
     }
     // Between two sections of another origin's report nothing shows.
-    EXPECT_TRUE(!Damage(*tree).empty() || std::string(GetParam()) != "tarvo") << "cut at " << size;
+    const Texts damage = Damage(*tree);
+    EXPECT_TRUE(damage.empty() ? std::string(GetParam()) != "tarvo"
+                               : damage.back().ends_with(", cut"))
+        << "cut at " << size;
   }
   std::printf("%s: %.1f %% of all cuts give something, %.1f %% of those behind the first frame\n",
               GetParam(), 100.0 * static_cast<double>(any) / static_cast<double>(end),
@@ -173,10 +177,10 @@ TEST(SalvageTest, SaysWhatWasLost) {
       {"TARVO_Crash_Report\n{\n Call_Stacks\n {\n  Call_Stack_Thread_1\n  {\n"
        "a:\tf (SP: 0x1, PC: 0x10)\nb:\tg (SP: 0x1, PC: 0x2",
        {"a|f|16"},
-       {"8: Expected the end of line 8, found end of file"}},
+       {"8: Expected the end of line 8, found end of file, cut"}},
       {"TARVO_Crash_Report\n{\n Exception\n {\n  Address = 0x1\n",
        {},
-       {"6: Expected } in line 6, found end of file"}},
+       {"6: Expected } in line 6, found end of file, cut"}},
       {"TARVO_Crash_Report\n{\n exception\n {\n  Address = 0x1\n }\n Call_Stacks\n {\n"
        "  Call_Stack_Thread_1\n  {\na:\tf (SP: 0x1, PC: 0x10)\n  }\n }\n}\n",
        {"a|f|16"},

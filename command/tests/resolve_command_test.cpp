@@ -349,6 +349,7 @@ Failed:
     "Resolved": 4,
     "Failed": 4,
     "Damaged": 0,
+    "CutOff": 0,
     "UpToDate": 0,
     "KnownBad": 0,
     "Kept": 0,
@@ -458,6 +459,7 @@ Failed:
       "Error": "Its outcome would have the same name as that of reports/macos_bugreport.log."
     }
   ],
+  "Damaged": [],
   "KnownBad": [],
   "Refused": []
 }
@@ -480,8 +482,18 @@ TEST_F(ResolveOriginsTest, ReadsDamagedReportsAsFarAsTheyGo) {
   EXPECT_EQ(end.exitStatus, 1) << "of one report nothing could be read";
   EXPECT_TRUE(WithoutCalls(end.output)
                   .starts_with("Reports: 3 read, 2 resolved, 1 failed, 2 damaged and resolved in "
-                               "part\n"))
+                               "part (1 cut off)\n"))
       << end.output;
+  const std::string cutLine = std::to_string(
+      std::ranges::count(whole.substr(0, whole.find("Call_Stack_Thread_4712") + 60), '\n') + 1);
+  EXPECT_NE(end.output.find("Damaged or cut off, and resolved as far as they go:\n"
+                            "  cut/a_bugreport.txt: cut off in line " +
+                            cutLine + "\n  cut/b_bugreport.txt: line "),
+            std::string::npos)
+      << end.output;
+  EXPECT_NE(Tarvo({"show", "cut/a_bugreport.resolved.json"})
+                .output.find("  Cut off      line " + cutLine + ": "),
+            std::string::npos);
   EXPECT_NE(ReadFile(folder_ / "summary.json").find("\"Damaged\": 2,"), std::string::npos);
   auto files = Files("cut");
   const std::string cut = files.at("a_bugreport.resolved.json");

@@ -13,7 +13,7 @@
 
 namespace tarvo::toolkit {
 
-using crash_report::property::kOutcomeError;
+using crash_report::property::kOutcomeReport;
 
 namespace {
 
@@ -63,7 +63,7 @@ Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::strin
   // The parser takes a NUL for the end.
   if (const std::size_t end = text.find('\0'); end != std::string_view::npos)
     return JsonError(text, name, {rapidjson::kParseErrorDocumentRootNotSingular, end});
-  if (!handler.HasThreads() && FindText(document.outcome, kOutcomeError).empty())
+  if (!handler.HasThreads() && FindText(document.outcome, kOutcomeReport).empty())
     return NotShown(kCrashDocument.Here(), name,
                     "found JSON without an array \"Threads\", expected a resolved crash log.");
   return document;

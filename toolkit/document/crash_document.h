@@ -62,6 +62,7 @@ struct DocumentModule {
 struct DocumentDamage {
   std::uint64_t line = 0;
   std::string_view expected{};
+  bool isCut = false;  ///< the report ends here
 };
 
 /// All texts live as long as `storage`, and are raw: not to be printed but through SafeText.
@@ -80,7 +81,7 @@ struct CrashDocument {
 
 /// Reads a document. `name` is what errors call it. An illegal-argument error with the line and
 /// column when the text is no JSON in UTF-8, and one that says what was found when it is no
-/// resolved crash log: no object with an array "Threads" or an error of resolution, or a report
+/// resolved crash log: no object with an array "Threads" or an outcome of resolution, or a report
 /// that is not resolved yet.
 /// Takes some three times the size of the text in memory; nesting costs nothing.
 Result<CrashDocument> ParseCrashDocument(std::string_view text, const std::string& name);

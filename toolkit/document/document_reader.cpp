@@ -101,6 +101,8 @@ constexpr std::array kNumbers = {
                   [](CrashDocument& d, Number number) { d.modules.back().size = number; }}};
 
 constexpr std::array kTruths = {
+    Field<bool>{Place::Damage, property::kDamageCut,
+                [](CrashDocument& d, bool value) { d.damage.back().isCut = value; }},
     Field<bool>{Place::Module, property::kIsExecutable,
                 [](CrashDocument& d, bool value) { d.modules.back().isExecutable = value; }},
     Field<bool>{Place::Thread, property::kCrashed,

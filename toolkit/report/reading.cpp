@@ -45,8 +45,22 @@ void NotePackedDamage(DataDictionary& crashLog, const String& damage) {
   DataArray notes = before == nullptr ? DataArray() : *before;
   DataDictionary note;
   note.Set(String(property::kDamageExpected), damage);
+  note.Set(String(property::kDamageCut), true);
   notes.Append(std::move(note));
   crashLog.Set(String(property::kDamage), std::move(notes));
+}
+
+ReportDamage DamageOf(const DataDictionary& crashLog) {
+  const auto* notes = crashLog.FindAs<DataArray>(property::kDamage);
+  if (notes == nullptr || notes->IsEmpty()) return {};
+  const auto* first = (*notes)[0].As<DataDictionary>();
+  const auto* last = (*notes)[notes->Size() - 1].As<DataDictionary>();
+  ReportDamage damage{.isDamaged = true, .isCut = last->Find(property::kDamageCut) != nullptr};
+  const DataDictionary& told = damage.isCut ? *last : *first;
+  if (const auto* line = told.FindAs<std::uint64_t>(property::kDamageLine)) damage.line = *line;
+  if (const auto* expected = told.FindAs<String>(property::kDamageExpected))
+    damage.expected = String(expected->View());
+  return damage;
 }
 
 class ReadingObserver final : public Counted<ResolveObserver> {
@@ -67,9 +81,9 @@ bool SalvagesReading() noexcept { return t_reading != nullptr && t_reading->salv
 void CompleteReading(DataDictionary& crashLog) {
   if (t_reading == nullptr) return;
   if (!t_reading->packedDamage.IsEmpty()) NotePackedDamage(crashLog, t_reading->packedDamage);
-  t_reading->isDamaged = crashLog.Find(property::kDamage) != nullptr;
   if (t_reading->isOwn) RestoreSpelled(crashLog);
   if (t_reading->addedLine != 0) CorrectLines(crashLog, t_reading->addedLine);
+  t_reading->damage = DamageOf(crashLog);
   MarkCrash(crashLog);
 }
 

@@ -1,10 +1,21 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "tarvo/data_dictionary.h"
 
 namespace tarvo::report {
+
+/// What was left out of a report that could not all be read.
+struct ReportDamage {
+  bool isDamaged = false;
+  bool isCut = false;      ///< the report ends within itself
+  std::uint64_t line = 0;  ///< where it is cut, else of the first place; 0 where that is not known
+  String expected{};       ///< and found there
+
+  [[nodiscard]] explicit operator bool() const noexcept { return isDamaged; }
+};
 
 /// What the reading of a report is to do, and what it found. The module that reads asks the
 /// program's ResolveObserver; that answers by the two functions below for what the calling thread
@@ -14,7 +25,7 @@ struct Reading {
   bool isOwn = false;    ///< a normalized report of this project's own capture: texts are spelled
   std::size_t addedLine = 0;  ///< see NormalizedReport
   String packedDamage{};      ///< why what was packed is not all there; else empty
-  bool isDamaged = false;     ///< found: something was left out
+  ReportDamage damage{};      ///< found
 };
 
 /// Makes `reading` the calling thread's for as long as this lives.

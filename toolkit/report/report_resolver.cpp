@@ -52,20 +52,20 @@ ReportResolver::ReportResolver(Framework& framework, ResolveOptions options, Doc
       handler_(std::move(handler)),
       scratch_(std::move(scratch)) {}
 
-Result<bool> ReportResolver::Resolve(const Url& report, const Url& place, bool needsCopy) {
+Result<ReportDamage> ReportResolver::Resolve(const Url& report, const Url& place, bool needsCopy) {
   Reading reading{.salvages = options_.salvages};
   const ReadingScope scope(reading);
   needsCopy |= options_.adjustment == ReturnAddressAdjustment::AllReports;
   if (!needsCopy && place == report) {
     const auto resolved = handler_->ResolveBugReport(report, options_.archives, options_.cache);
-    return resolved ? Result<bool>(reading.isDamaged) : resolved.GetError();
+    return resolved ? Result<ReportDamage>(reading.damage) : resolved.GetError();
   }
   const std::string name = std::to_string((*copies_)++) + std::string(crash_report::kNameEnd);
   const Url copy = Url::FromSystemPath(scratch_.Path()).Append(name);
   Result<void> resolved = needsCopy ? MakeCopy(report, copy, reading) : LinkTo(report, copy);
   if (resolved) resolved = ResolveCopy(copy, place);
   for (const Url& file : {copy, DocumentOf(copy), CopyOf(copy)}) Remove(file);
-  return resolved ? Result<bool>(reading.isDamaged) : resolved.GetError();
+  return resolved ? Result<ReportDamage>(reading.damage) : resolved.GetError();
 }
 
 Result<void> ReportResolver::MakeCopy(const Url& report, const Url& copy, Reading& reading) {

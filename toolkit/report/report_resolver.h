@@ -27,11 +27,11 @@ class ReportResolver {
   static Result<ReportResolver> Make(Framework& framework, ResolveOptions options,
                                      Documents documents = Documents::Written);
 
-  /// Whether the report was damaged, and what could be read of it is resolved. `needsCopy`: it is
-  /// of this project's own capture, or not what its file's bytes are (report_text.h). What comes of
-  /// it is put beside `place`, the report itself or where it would be; that directory is made where
-  /// it is missing.
-  [[nodiscard]] Result<bool> Resolve(const Url& report, const Url& place, bool needsCopy);
+  /// How the report was damaged, if it was, and what could be read of it is resolved. `needsCopy`:
+  /// it is of this project's own capture, or not what its file's bytes are (report_text.h). What
+  /// comes of it is put beside `place`, the report itself or where it would be; that directory is
+  /// made where it is missing.
+  [[nodiscard]] Result<ReportDamage> Resolve(const Url& report, const Url& place, bool needsCopy);
 
  private:
   ReportResolver(Framework& framework, ResolveOptions options, Documents documents,

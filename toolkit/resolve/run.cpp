@@ -32,6 +32,8 @@ constexpr SourceFile kRun{"command/resolve/run"};
 constexpr std::chrono::milliseconds kBetweenLooks{100};
 constexpr std::chrono::milliseconds kPatience{700};
 
+using report::ReportDamage;
+
 volatile std::sig_atomic_t g_isInterrupted = 0;
 
 /// Takes the signals that ask a program to end, for as long as it lives.
@@ -120,7 +122,7 @@ class Run {
   void Work() {
     while (const auto report = schedule_.Take()) {
       ReportWork work;
-      const Result<bool> resolved = Resolve(*report, work);
+      const Result<ReportDamage> resolved = Resolve(*report, work);
       schedule_.Done(*report);
       const std::scoped_lock lock(mutex_);
       Note(reports_[*report], resolved, work.tally);
@@ -130,8 +132,8 @@ class Run {
     if (--working_ == 0) ended_.notify_one();
   }
 
-  /// Whether the report was damaged.
-  Result<bool> Resolve(std::size_t index, ReportWork& work) {
+  /// How the report was damaged, if it was.
+  Result<ReportDamage> Resolve(std::size_t index, ReportWork& work) {
     const Report& report = reports_[index];
     const Result<ReportIdentity> identity = IdentifyReport(report.file);
     if (!identity) return Failed(index, {}, identity.GetError());
@@ -148,7 +150,7 @@ class Run {
       if (results_ != nullptr) results_->Add(index, JsonLine(crashLog));
       return results_ == nullptr && !KeepsBetter(report, *identity, resolved);
     };
-    const Result<bool> resolved = Resolved(report, work);
+    const Result<ReportDamage> resolved = Resolved(report, work);
     return resolved ? resolved : Failed(index, *identity, resolved.GetError());
   }
 
@@ -164,7 +166,7 @@ class Run {
     return true;
   }
 
-  Result<bool> Resolved(const Report& report, ReportWork& work) try {
+  Result<ReportDamage> Resolved(const Report& report, ReportWork& work) try {
     const ReportWorkScope scope(work);
     return resolver_.Resolve(report.file, report.place, report.needsCopy);
   } catch (const std::bad_alloc&) {
@@ -173,7 +175,7 @@ class Run {
     return Error::IllegalState(kRun.Here(), exception.what());
   }
 
-  Result<bool> Failed(std::size_t index, const ReportIdentity& identity, Error error) {
+  Result<ReportDamage> Failed(std::size_t index, const ReportIdentity& identity, Error error) {
     const DataDictionary document =
         WithOutcome(FailedOutcome(reports_[index].file, identity, error.Text()), {});
     if (results_ != nullptr) {
@@ -195,12 +197,12 @@ class Run {
     if (made) std::filesystem::remove(report::CopyOf(place).SystemPath().ToStdString(), missing);
   }
 
-  void Note(const Report& report, const Result<bool>& resolved, const Tally& tally) {
+  void Note(const Report& report, const Result<ReportDamage>& resolved, const Tally& tally) {
     ++done_;
     ++summary_.read;
     if (resolved) {
       ++summary_.resolved;
-      summary_.damaged += *resolved;
+      if (*resolved) summary_.damaged.push_back({report.file, *resolved});
       summary_.tally.AddFrames(tally);
       summary_.lacks.AddReport(tally.ReportLacks());
     } else {
@@ -236,6 +238,8 @@ void ResolveAll(Framework& framework, report::ReportResolver& resolver,
       .InThreads(std::clamp<std::size_t>(reports.size(), 1, options.threads), progress);
   std::ranges::stable_sort(summary.failures, {},
                            [](const Failure& failure) { return failure.file.Text(); });
+  std::ranges::stable_sort(summary.damaged, {},
+                           [](const DamagedReport& report) { return report.file.Text(); });
 }
 
 }  // namespace tarvo::toolkit

@@ -28,11 +28,18 @@ std::string Share(std::uint64_t part, std::uint64_t whole) {
   return text;
 }
 
+std::size_t CutOff(const std::vector<DamagedReport>& reports) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      reports, [](const DamagedReport& report) { return report.damage.isCut; }));
+}
+
 std::string ReportsLine(const Summary& summary) {
   std::string line = "Reports: " + Number(summary.read) + " read, " + Number(summary.resolved) +
                      " resolved, " + Number(summary.failures.size()) + " failed";
-  if (summary.damaged != 0)
-    line += ", " + Number(summary.damaged) + " damaged and resolved in part";
+  if (!summary.damaged.empty())
+    line += ", " + Number(summary.damaged.size()) + " damaged and resolved in part";
+  if (const std::size_t cut = CutOff(summary.damaged); cut != 0)
+    line += " (" + Number(cut) + " cut off)";
   if (summary.kept != 0)
     line += ", " + Number(summary.kept) + " left as before, which knew more (--force replaces it)";
   if (summary.upToDate != 0) line += ", " + Number(summary.upToDate) + " up to date";
@@ -63,6 +70,22 @@ std::string FailuresText(const std::vector<Failure>& failures) {
             Shortened(SafeText(failures[i].reason), kShownReasonColumns) + "\n";
   if (failures.size() > kShownFailures)
     text += "  and " + Number(failures.size() - kShownFailures) + " more\n";
+  return text;
+}
+
+std::string DamageText(const report::ReportDamage& damage) {
+  const std::string line = damage.line == 0 ? "" : "line " + Number(damage.line);
+  const std::string expected = Shown(damage.expected);
+  if (!damage.isCut) return line + (line.empty() ? "" : ": ") + expected;
+  return "cut off" + (line.empty() ? ": " + expected : " in " + line);
+}
+
+std::string DamagedText(const std::vector<DamagedReport>& reports) {
+  std::string text = reports.empty() ? "" : "Damaged or cut off, and resolved as far as they go:\n";
+  for (std::size_t i = 0; i < std::min(reports.size(), kShownFailures); ++i)
+    text += "  " + Shown(reports[i].file.Text()) + ": " + DamageText(reports[i].damage) + "\n";
+  if (reports.size() > kShownFailures)
+    text += "  and " + Number(reports.size() - kShownFailures) + " more\n";
   return text;
 }
 
@@ -99,6 +122,19 @@ DataArray FailuresDocument(const std::vector<Failure>& failures) {
   return entries;
 }
 
+DataArray DamagedDocument(const std::vector<DamagedReport>& reports) {
+  DataArray entries;
+  for (const auto& [file, damage] : reports) {
+    DataDictionary entry;
+    entry.Set("Report", file.Text());
+    if (damage.line != 0) entry.Set("Line", damage.line);
+    entry.Set("Expected", damage.expected);
+    if (damage.isCut) entry.Set("Cut", true);
+    entries.Append(std::move(entry));
+  }
+  return entries;
+}
+
 DataDictionary FramesDocument(const Tally& tally) {
   DataDictionary frames;
   frames.Set("All", tally.AllFrames());
@@ -113,7 +149,8 @@ DataDictionary FramesDocument(const Tally& tally) {
 
 std::string SummaryText(const Summary& summary) {
   return ReportsLine(summary) + FramesText(summary.tally) + MissingText(summary.missing) +
-         RefusedText(summary.refused) + PlacesText(summary) + FailuresText(summary.failures);
+         RefusedText(summary.refused) + PlacesText(summary) + DamagedText(summary.damaged) +
+         FailuresText(summary.failures);
 }
 
 DataDictionary SummaryDocument(const Summary& summary) {
@@ -121,7 +158,8 @@ DataDictionary SummaryDocument(const Summary& summary) {
   reports.Set("Read", std::uint64_t{summary.read});
   reports.Set("Resolved", std::uint64_t{summary.resolved});
   reports.Set("Failed", std::uint64_t{summary.failures.size()});
-  reports.Set("Damaged", std::uint64_t{summary.damaged});
+  reports.Set("Damaged", std::uint64_t{summary.damaged.size()});
+  reports.Set("CutOff", std::uint64_t{CutOff(summary.damaged)});
   reports.Set("UpToDate", std::uint64_t{summary.upToDate});
   reports.Set("KnownBad", std::uint64_t{summary.knownBad.size()});
   reports.Set("Kept", std::uint64_t{summary.kept});
@@ -131,6 +169,7 @@ DataDictionary SummaryDocument(const Summary& summary) {
   document.Set("Frames", FramesDocument(summary.tally));
   document.Set("Missing", MissingDocument(summary.missing));
   document.Set("Failures", FailuresDocument(summary.failures));
+  document.Set("Damaged", DamagedDocument(summary.damaged));
   document.Set("KnownBad", FailuresDocument(summary.knownBad));
   DataArray refused;
   for (const auto& [file, reason] : summary.refused) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tarvo/data_dictionary.h"
+#include "toolkit/report/reading.h"
 #include "toolkit/resolve/lacks.h"
 #include "toolkit/resolve/missing_symbols.h"
 #include "toolkit/resolve/report_list.h"
@@ -13,15 +14,21 @@
 
 namespace tarvo::toolkit {
 
+/// A report that was resolved as far as it could be read.
+struct DamagedReport {
+  Url file;
+  report::ReportDamage damage;
+};
+
 /// What a run has done.
 struct Summary {
   std::size_t read = 0;
   std::size_t resolved = 0;
-  std::size_t damaged = 0;        ///< of these, in part
-  std::size_t upToDate = 0;       ///< left alone
-  std::vector<Failure> knownBad;  ///< left alone: they failed before, with the same content
-  std::size_t kept = 0;           ///< resolved worse than before, so that the older outcome stays
-  std::size_t untouched = 0;      ///< not come to, because the run was interrupted
+  std::vector<DamagedReport> damaged;  ///< of these, in part
+  std::size_t upToDate = 0;            ///< left alone
+  std::vector<Failure> knownBad;       ///< left alone: they failed before, with the same content
+  std::size_t kept = 0;       ///< resolved worse than before, so that the older outcome stays
+  std::size_t untouched = 0;  ///< not come to, because the run was interrupted
   std::vector<Failure> failures;
   Tally tally;                                 ///< of frames
   Lacks lacks;                                 ///< of all reports, those that were left alone too

@@ -171,9 +171,16 @@ class Printer {
     PrintFact("Application", ApplicationText(document_));
     PrintFact("System", SystemText(document_));
     PrintFact("Exception", ExceptionText(document_, Signal()));
+    const std::string_view error =
+        FindText(document_.outcome, crash_report::property::kOutcomeError);
+    PrintFact("Report", error.empty() ? ""
+                                      : Plain(FindText(document_.outcome,
+                                                       crash_report::property::kOutcomeReport)));
+    PrintFact("Unreadable", Plain(error));
     for (const DocumentDamage& damage : document_.damage)
-      PrintFact("Damaged", (damage.line == 0 ? "" : "line " + std::to_string(damage.line) + ": ") +
-                               SafeText(damage.expected));
+      PrintFact(damage.isCut ? "Cut off" : "Damaged",
+                (damage.line == 0 ? "" : "line " + std::to_string(damage.line) + ": ") +
+                    SafeText(damage.expected));
   }
 
   [[nodiscard]] std::string_view Signal() const {

@@ -110,9 +110,10 @@
 ///     Crashed            true on the thread that crashed and on its frame to look at: the one that
 ///                        was interrupted or, of an abort, the one that asked for it. Only in what
 ///                        `tarvo resolve` makes; where no thread is marked the first one counts
-///     Damage             array of { Line, Expected }, what could not be read; only in documents of
-///                        a reading that goes on behind what it cannot read. Without a line: the
-///                        report came packed, and that is damaged
+///     Damage             array of { Line, Expected, Cut }, what could not be read; only in
+///                        documents of a reading that goes on behind what it cannot read. Without a
+///                        line: the report came packed, and that is damaged. Cut is true on the
+///                        last one where the report ends there: it was cut off
 ///
 /// A key is there only when the report carried it. Addresses, sizes and numbers of threads and
 /// lines are numbers of 64 bits, IsExecutable is a truth value, everything else is text as written.
@@ -307,6 +308,7 @@ inline constexpr std::string_view kCriticalLog = "CriticalLog";
 inline constexpr std::string_view kDamage = "Damage";
 inline constexpr std::string_view kDamageLine = "Line";          ///< from 1, or none
 inline constexpr std::string_view kDamageExpected = "Expected";  ///< and what was found
+inline constexpr std::string_view kDamageCut = "Cut";            ///< the report ends here
 
 inline constexpr std::string_view kOutcome = "Outcome";
 inline constexpr std::string_view kOutcomeReport = "Report";      ///< its path, as it was named

@@ -41,6 +41,7 @@ inline constexpr String kCriticalLog = String::Literal(crash_report::property::k
 
 inline constexpr String kDamage = String::Literal(crash_report::property::kDamage);
 inline constexpr String kDamageLine = String::Literal(crash_report::property::kDamageLine);
+inline constexpr String kDamageCut = String::Literal(crash_report::property::kDamageCut);
 inline constexpr String kDamageExpected = String::Literal(crash_report::property::kDamageExpected);
 
 }  // namespace tarvo::crashhandler::property

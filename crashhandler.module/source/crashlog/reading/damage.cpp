@@ -7,11 +7,16 @@
 namespace tarvo::crashhandler {
 
 void Damage::Note(std::size_t line, const String& expected) {
+  lastLine_ = line;
   if (notes_.Size() == kMaximumNotes) return;
   DataDictionary note;
   note.Set(property::kDamageLine, std::uint64_t{line});
   note.Set(property::kDamageExpected, expected);
   notes_.Append(std::move(note));
+}
+
+void Damage::MarkCut() {
+  notes_.Mutable(notes_.Size() - 1).As<DataDictionary>()->Set(property::kDamageCut, true);
 }
 
 String Damage::First() const {

@@ -21,15 +21,20 @@ class Damage {
   static constexpr std::size_t kMaximumNotes = 100;
 
   void Note(std::size_t line, const String& expected);
+  /// Notes that the report ends at the last place; there must be one.
+  void MarkCut();
 
   [[nodiscard]] bool IsEmpty() const noexcept { return notes_.IsEmpty(); }
   /// What was expected at the first place; there must be one.
   [[nodiscard]] String First() const;
+  /// The line of the last one, 0 where there is none.
+  [[nodiscard]] std::size_t LastLine() const noexcept { return lastLine_; }
   /// As the crash log has it.
   [[nodiscard]] const DataArray& Notes() const noexcept { return notes_; }
 
  private:
   DataArray notes_;
+  std::size_t lastLine_ = 0;
 };
 
 /// What a line starts.
@@ -51,6 +56,7 @@ struct Recovery {
   Opener pending = Opener::None;  ///< what the reading has moved to and no block has taken yet
   bool isOwn = false;             ///< the report is of this project's own capture
   bool isEndNoted = false;        ///< that the text ends early
+  bool isEndMissed = false;       ///< a "}" was, at the end of the text
   bool lacksOnlyItsEnd = false;   ///< and nothing was noted before: no error without salvage
 };
 

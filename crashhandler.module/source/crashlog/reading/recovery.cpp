@@ -155,6 +155,7 @@ Result<void> EndWithoutBrace(Tokenizer& tokens, BlockKind block) {
   const bool isMissed = block != BlockKind::Body || tokens.State().isOwn;
   if (tokens.Salvages() && isMissed && !std::exchange(tokens.State().isEndNoted, true)) {
     tokens.State().lacksOnlyItsEnd = tokens.State().damage.IsEmpty();
+    tokens.State().isEndMissed = true;
     Note(tokens, Format("Expected @ in line @, found @", KindName(TokenKind::CloseBrace),
                         tokens.Line(), KindName(TokenKind::EndOfFile)));
   }

@@ -99,22 +99,31 @@ Result<bool> ReadBody(Tokenizer& tokens, DataDictionary& report) {
   return isWhole;
 }
 
+/// Whether `text` ends within the report: nothing stands behind the last place of damage, and it
+/// does not end as reports do.
+bool IsCut(std::string_view text, const Recovery& state) {
+  text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+  const auto lines = static_cast<std::size_t>(std::ranges::count(text, '\n')) + 1;
+  return state.damage.LastLine() >= lines && (state.isEndMissed || !text.ends_with('}'));
+}
+
 }  // namespace
 
 Result<DataDictionary> ParseReport(String text, OnDamage onDamage) {
-  Tokenizer tokens(std::move(text), onDamage);
+  Tokenizer tokens(text, onDamage);
   if (Result<void> magic = ReadMagic(tokens); !magic) return magic.GetError();
   tokens.State().isOwn = tokens.IsIdentifier(crash_report::kTarvoMagic);
   DataDictionary report;
   const Result<bool> isWhole = ReadBody(tokens, report);
   if (!isWhole) return isWhole.GetError();
-  const Damage& damage = tokens.State().damage;
+  Damage& damage = tokens.State().damage;
   if (report.IsEmpty() && !*isWhole) return Error::Plain(kSource.Here(), damage.First());
   if (report.Find(property::kComputerInfo) == nullptr) {
     DataDictionary computer;
     computer.Set(property::kOsType, String::Literal(crash_report::kLinuxMagic));
     report.Set(property::kComputerInfo, std::move(computer));
   }
+  if (!damage.IsEmpty() && IsCut(text, tokens.State())) damage.MarkCut();
   if (!damage.IsEmpty()) report.Set(property::kDamage, damage.Notes());
   return report;
 }
