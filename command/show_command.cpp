@@ -28,7 +28,8 @@ constexpr const char* kShowFooter =
 The thread that crashed comes first and as a whole, an arrow at the frame that
 crashed; what stands above it is the crash handler at work. Equal frames in a row
 are one line with their number behind it. Below the frame that crashed stand the
-lines of its source, where that file is on this machine.
+lines of its source, where that file is on this machine and has not been changed
+since the crash, nor since the module was built where that is here too.
 
 Lines fit the terminal, or COLUMNS; into a pipe or a file nothing is cut. Colours
 are for terminals, unless NO_COLOR is set.
@@ -54,6 +55,7 @@ struct Options {
   std::string colour = "auto";
   bool passesJson = false;
   bool hidesSource = false;
+  bool takesAnySource = false;
   bool showsAll = false;
   bool showsCrashOnly = false;
   std::optional<std::uint64_t> thread{};
@@ -118,6 +120,7 @@ int ShowFiles(const Options& options) {
   ShowOptions show{.isColoured = IsColoured(options.colour),
                    .showsAll = options.showsAll,
                    .showsSource = !options.hidesSource,
+                   .takesAnySource = options.takesAnySource,
                    .thread = options.thread,
                    .showsCrashOnly = options.showsCrashOnly};
   const std::optional<std::size_t> width = OutputWidth();
@@ -160,7 +163,11 @@ void AddShowCommand(Program& program, Context& context) {
   show.AddFlag("--json", options->passesJson, "Print the file as it is, once it is checked")
       .Excludes(thread)
       .Excludes(all);
-  show.AddFlag("--no-source", options->hidesSource, "No lines of source files");
+  const Option none = show.AddFlag("--no-source", options->hidesSource, "No lines of source files");
+  show.AddFlag("--any-source", options->takesAnySource,
+               "Lines of source files that were changed since,\ntoo: a checkout is newer than "
+               "what it holds")
+      .Excludes(none);
   show.AddOption("--color", options->colour, "auto (the default), always or never")
       .Named("WHEN")
       .OneOf({"auto", "always", "never"});

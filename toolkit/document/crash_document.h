@@ -53,6 +53,7 @@ struct DocumentThread {
 struct DocumentModule {
   std::string_view name{};
   std::string_view build{};
+  std::string_view path{};  ///< on the machine of the crash
   std::uint64_t baseAddress = 0;
   std::uint64_t size = 0;
   bool isExecutable = false;

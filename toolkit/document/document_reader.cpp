@@ -70,6 +70,8 @@ constexpr std::array kTexts = {
                 [](CrashDocument& d, Text text) { LastCaller(d).sourceFile = text; }},
     Field<Text>{Place::Module, property::kModuleName,
                 [](CrashDocument& d, Text text) { d.modules.back().name = text; }},
+    Field<Text>{Place::Module, crash_report::key::kExecutable,
+                [](CrashDocument& d, Text text) { d.modules.back().path = text; }},
     Field<Text>{Place::Module, property::kBuild,
                 [](CrashDocument& d, Text text) { d.modules.back().build = text; }},
     Field<Text>{Place::Scene, property::kDocumentName,

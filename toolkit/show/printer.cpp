@@ -8,6 +8,7 @@
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/document/crash.h"
+#include "toolkit/show/compile_time.h"
 #include "toolkit/show/frame_line.h"
 #include "toolkit/show/frame_table.h"
 #include "toolkit/show/source_excerpt.h"
@@ -258,12 +259,27 @@ class Printer {
         line.function.insert(0, "(guess) ");
   }
 
+  /// Why the file of the last excerpt may not be the one that was compiled; else empty.
+  [[nodiscard]] std::string SourceDoubt(const DocumentFrame& frame) const {
+    if (options_.takesAnySource) return {};
+    const auto bound = FindCompileBound(document_, frame);
+    if (bound && sources_.Time() <= bound->time) return {};
+    const std::string name = SafeText(frame.sourceFile.substr(frame.sourceFile.rfind('/') + 1));
+    const std::string why = bound ? " was changed after " + std::string(bound->event)
+                                  : " may be another than was compiled";
+    return name + why + ": not shown (--any-source shows it)";
+  }
+
   void PrintExcerpt(const DocumentFrame& frame, std::size_t indent) {
     const std::pair place(frame.sourceFile, frame.sourceLine);
     if (!options_.showsSource || place == excerpt_) return;
     const auto lines = sources_.Excerpt(frame.sourceFile, frame.sourceLine);
     if (lines.empty()) return;
     excerpt_ = place;
+    if (const std::string doubt = SourceDoubt(frame); !doubt.empty()) {
+      text_ += std::string(indent, ' ') + paint_(Style::Quiet, Fitted(doubt, indent)) + '\n';
+      return;
+    }
     const std::size_t width = std::to_string(lines.back().number).size();
     for (const SourceLine& line : lines) {
       const bool isMarked = line.number == frame.sourceLine;

@@ -9,11 +9,12 @@
 namespace tarvo::toolkit {
 
 struct ShowOptions {
-  std::size_t width = 100;  ///< columns that lines are fitted to
-  bool cuts = true;         ///< shortens what is wider; else it stands further to the right
-  bool isColoured = false;  ///< with escape sequences for colours
-  bool showsAll = false;    ///< every frame, text and section, nothing folded or shortened
-  bool showsSource = true;  ///< excerpts of source files that are on this machine
+  std::size_t width = 100;      ///< columns that lines are fitted to
+  bool cuts = true;             ///< shortens what is wider; else it stands further to the right
+  bool isColoured = false;      ///< with escape sequences for colours
+  bool showsAll = false;        ///< every frame, text and section, nothing folded or shortened
+  bool showsSource = true;      ///< excerpts of source files that are on this machine, ...
+  bool takesAnySource = false;  ///< ... also of those that may not be what was compiled
   std::optional<std::uint64_t> thread{};  ///< only the threads of this number
   bool showsCrashOnly = false;  ///< no other thread than the one that crashed, where it is known
 

@@ -1,6 +1,9 @@
 #include "toolkit/show/source_excerpt.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cstdio>
 
 #include "toolkit/base/regular_file.h"
 #include "toolkit/base/safe_text.h"
@@ -32,6 +35,9 @@ void SourceReader::Load(std::string_view path) {
   if (path.find('\0') != std::string_view::npos) return;
   const auto opened = OpenRegularFile(path_);
   if (!opened || opened->size > kMaximumSourceBytes) return;
+  struct stat file{};
+  if (fstat(fileno(opened->file.get()), &file) != 0) return;
+  time_ = file.st_mtim.tv_sec;
   content_.resize(opened->size);
   content_.resize(std::fread(content_.data(), 1, content_.size(), opened->file.get()));
 }

@@ -29,11 +29,15 @@ class SourceReader {
   /// file or line.
   std::vector<SourceLine> Excerpt(std::string_view path, std::uint64_t line);
 
+  /// When the file of the last excerpt was changed last, in seconds since 1970.
+  [[nodiscard]] std::int64_t Time() const noexcept { return time_; }
+
  private:
   void Load(std::string_view path);
 
   std::string path_;
   std::string content_;
+  std::int64_t time_ = 0;
   std::uint64_t work_ = 0;  ///< bytes looked through
 };
 

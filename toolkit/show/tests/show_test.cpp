@@ -146,6 +146,50 @@ Thread 1  a
 )");
 }
 
+// Lines that were changed since would mislead: they are left out, which is said.
+TEST(ShowTest, SourceIsShownWhereItMayBeWhatWasCompiled) {
+  const TemporaryDirectory folder;
+  const std::string source = (folder / "s.cpp").string();
+  const std::string module = (folder / "m").string();
+  const struct {
+    int source;  ///< minutes behind 2026-01-01 10:00 UTC
+    int module;  ///< 0: it is not on this machine
+    const char* facts;
+    bool takesAny;
+    const char* expected;
+  } kCases[] = {
+      {5, 0, R"("Outcome": {"Report": "r", "Time": "2026-01-01T10:05:00Z"},)", false, "> 1 │ here"},
+      {6, 0, R"("Outcome": {"Report": "r", "Time": "2026-01-01T10:05:00Z"},)", false,
+       "s.cpp was changed after the crash: not shown (--any-source shows it)"},
+      {6, 0, R"("Outcome": {"Report": "r", "Time": "2026-01-01T10:05:00Z"},)", true, "> 1 │ here"},
+      {3, 2, R"("Outcome": {"Report": "r", "Time": "2026-01-01T10:05:00Z"},)", false,
+       "s.cpp was changed after the module was built: not shown (--any-source shows it)"},
+      {2, 3, "", false, "> 1 │ here"},
+      {7, 8, R"("Outcome": {"Report": "r", "Time": "2026-01-01T10:05:00Z"},)", false,
+       "s.cpp was changed after the crash: not shown (--any-source shows it)"},
+      {1, 0, "", false,
+       "s.cpp may be another than was compiled: not shown (--any-source shows it)"},
+  };
+  for (const auto& [sourceTime, moduleTime, facts, takesAny, expected] : kCases) {
+    const auto write = [](const std::string& file, int minutes) {
+      std::ofstream(file) << "here\n";
+      Shell("touch -d '2026-01-01 10:0" + std::to_string(minutes) + " UTC' " + file);
+    };
+    write(source, sourceTime);
+    if (moduleTime != 0) write(module, moduleTime);
+    const auto document = ParseCrashDocument(
+        "{"s + facts + R"("Exception": {"Thread": "1"}, "Threads": [{"ThreadNumber": 1, "Callstack":
+        [{"ModuleName": "m", "SourceFileName": ")" +
+            source + R"(", "SourceLine": 1}]}],
+        "LoadedModules": [{"ModuleName": "m", "Executable": ")" +
+            (moduleTime == 0 ? "" : module) + "\"}]}",
+        "x");
+    ASSERT_TRUE(document) << document.GetError().Text().View();
+    const std::string text = Printed(*document, {.takesAnySource = takesAny});
+    EXPECT_NE(text.find("      "s + expected + '\n'), std::string::npos) << text << expected;
+  }
+}
+
 TEST(ShowTest, HostileDocuments) {
   constexpr const char* kNoThreads =
       "\"x\": found JSON without an array \"Threads\", expected a resolved crash log.";
