@@ -24,9 +24,10 @@ struct RunOptions {
   /// Whether a report that cannot be resolved for what is in it gets a document that says so, for
   /// later runs.
   bool notesBad = true;
-  /// Told of each report that is done: its place, whether it was damaged, and its frames. By the
-  /// thread that resolved it, one at a time.
-  std::function<void(std::size_t report, const Result<bool>& isDamaged, const Tally& tally)>
+  /// Told of each report that is done: its place, its damage, and its frames. By the thread that
+  /// resolved it, one at a time.
+  std::function<void(std::size_t report, const Result<report::ReportDamage>& damage,
+                     const Tally& tally)>
       onDone{};
   /// Asked ten times a second: once it says so no further report is begun, and those that are being
   /// resolved are done to their end. Empty: the run ends by signals, see below.

@@ -70,8 +70,9 @@ class Batch {
 
   void Resolve(const std::vector<Report>& reports) {
     Summary summary;
-    const auto note = [&](std::size_t report, const Result<bool>& isDamaged, const Tally& tally) {
-      Note(PlaceOf(reports[report].file), isDamaged, tally);
+    const auto note = [&](std::size_t report, const Result<report::ReportDamage>& damage,
+                          const Tally& tally) {
+      Note(PlaceOf(reports[report].file), damage, tally);
       tools_.tell("");
     };
     if (reports.empty()) return;
@@ -80,15 +81,15 @@ class Batch {
                summary);
   }
 
-  void Note(std::size_t place, const Result<bool>& isDamaged, const Tally& tally) {
-    if (!isDamaged) return Fail(place, isDamaged.GetError().Text(), MayPass(isDamaged.GetError()));
+  void Note(std::size_t place, const Result<report::ReportDamage>& damage, const Tally& tally) {
+    if (!damage) return Fail(place, damage.GetError().Text(), MayPass(damage.GetError()));
     Told& told = told_[place];
     told.isResolved = told.isNews = true;
     // An archive may be damaged for good, but a full disk keeps it from being unpacked, too.
     told.isTroubled = tally.Frames(FrameOutcome::UnreadableArchive) != 0;
     told.news.Set(news::kFrames, tally.AllFrames());
     told.news.Set(news::kResolved, tally.Frames(FrameOutcome::Resolved));
-    if (*isDamaged) told.news.Set(news::kDamaged, true);
+    if (*damage) told.news.Set(news::kDamaged, true);
   }
 
   void Fail(std::size_t place, const String& reason, bool mayPass) {
