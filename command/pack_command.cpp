@@ -1,12 +1,12 @@
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "command/pack_progress.h"
 #include "command/subcommand.h"
 #include "tarvo/format.h"
 #include "toolkit/base/build_name.h"
@@ -54,6 +54,7 @@ Layouts:
 The shared options and the exit statuses are those of `tarvo --help`.
 
 Examples:
+  tarvo pack --archives archives viewer
   tarvo pack --build R15.6-4213 --archives archives bin/scene lib/libscene.so.1
   tarvo pack --build R15.6-4213 --archives archives out/Release --debug-directory symbols
 )";
@@ -80,37 +81,37 @@ std::string CheckBuild(const std::string& build) {
 
 /// The bundles of all files; the reasons why there are not, and what is left out, go to standard
 /// error.
-Result<std::vector<Bundle>> FindAll(const PackLibrary& library, const PackOptions& options) {
-  FoundBundles found = library.findBundles(options.files, options.debugDirectories);
+Result<std::vector<Bundle>> FindAll(const PackLibrary& library, const PackOptions& options,
+                                    PackProgress& progress) {
+  FoundBundles found =
+      library.findBundles(options.files, options.debugDirectories,
+                          [&](const std::string& path) { progress.Show("Looking at " + path); });
+  progress.Hide();
   for (const std::string& note : found.notes) std::fprintf(stderr, "tarvo: %s\n", note.c_str());
   for (const Error& error : found.errors) Fail(error);
   if (found.errors.empty() && !found.bundles.empty()) return std::move(found.bundles);
   return Error::Plain(kPackCommand.Here(),
-                      Format("Nothing was packed for \"@\".", SafeText(options.build)));
+                      options.build.empty()
+                          ? String("Nothing was packed.")
+                          : Format("Nothing was packed for \"@\".", SafeText(options.build)));
 }
 
-/// A line that is written over and over, where there is a terminal.
-class PackProgress {
- public:
-  explicit PackProgress(std::string path) : path_(std::move(path)) {}
-  ~PackProgress() {
-    if (isShown_) std::fputs("\r\x1b[K", stderr);
-  }
-  PackProgress(const PackProgress&) = delete;
-  PackProgress& operator=(const PackProgress&) = delete;
-
-  void Show(double part) {
-    if (!isTerminal_) return;
-    isShown_ = true;
-    std::fprintf(stderr, "\r%s: %3.0f %%", SafeText(path_).c_str(), 100 * part);
-    std::fflush(stderr);
-  }
-
- private:
-  std::string path_;
-  bool isTerminal_ = isatty(STDERR_FILENO) == 1;
-  bool isShown_ = false;
-};
+/// The build that is named, else the GNU build id of the one program that is packed: that is what
+/// reports state of a program that names none.
+Result<std::string> BuildFor(const PackOptions& options, const std::vector<Bundle>& bundles) {
+  if (!options.build.empty()) return options.build;
+  std::set<std::string> ids;
+  for (const Bundle& bundle : bundles)
+    if (bundle.facts.isExecutable && bundle.facts.platform == "linux")
+      for (const SymbolSlice& slice : bundle.facts.slices) ids.insert(slice.id);
+  if (ids.size() == 1 && !ids.begin()->empty()) return *ids.begin();
+  return Error::Plain(kPackCommand.Here(),
+                      Format("--build is required: found @ among the files, expected one, whose "
+                             "GNU build id could be the build.",
+                             ids.empty()       ? "no program for Linux"
+                             : ids.size() == 1 ? "a program without a GNU build id"
+                                               : "several programs for Linux"));
+}
 
 void PrintPacked(const std::string& path, const PackedArchive& packed) {
   for (const PackedBundle& bundle : packed.bundles) {
@@ -136,20 +137,31 @@ void PrintPacked(const std::string& path, const PackedArchive& packed) {
               kept.c_str());
 }
 
+std::string Percents(const std::string& path, double part) {
+  constexpr int kAll = 100;
+  return path + ": " + std::to_string(static_cast<int>(kAll * part)) + " %";
+}
+
 int Pack(const PackOptions& options) {
   const auto library = PackLibrary::Load();
   if (!library) return Fail(library.GetError());
-  auto bundles = FindAll(**library, options);
+  PackProgress progress;
+  auto bundles = FindAll(**library, options, progress);
   if (!bundles) return Fail(bundles.GetError());
+  const auto build = BuildFor(options, *bundles);
+  if (!build) return Fail(build.GetError(), kWrongUsage);
   const std::string path = (*library)->archivePath(
-      options.archives, options.build,
+      options.archives, *build,
       options.layout == kHierarchy ? ArchiveLayout::Hierarchy : ArchiveLayout::Flat);
-  PackProgress progress(path);
-  auto packed = (*library)->writeArchive(path, *std::move(bundles),
-                                         {.replaces = options.replaces,
-                                          .application = options.application,
-                                          .onProgress = [&](double part) { progress.Show(part); }});
+  auto packed = (*library)->writeArchive(
+      path, *std::move(bundles),
+      {.replaces = options.replaces,
+       .application = options.application,
+       .onProgress = [&](double part) { progress.Show(Percents(path, part)); }});
+  progress.Hide();
   if (!packed) return Fail(packed.GetError());
+  if (options.build.empty())
+    std::printf("Build: %s, the GNU build id of the program\n", build->c_str());
   PrintPacked(path, *packed);
   return kDone;
 }
@@ -160,8 +172,10 @@ void AddPackCommand(Program& program, Context& context) {
   Command pack = program.AddSubcommand("pack", "Add symbols to the archive of a build");
   pack.SetFooter(kPackFooter);
   auto options = std::make_shared<PackOptions>();
-  pack.AddOption("--build", options->build, "The build, as crash reports name it")
-      .Required()
+  pack.AddOption("--build", options->build,
+                 "The build, as crash reports name it. Default: the\n"
+                 "GNU build id of the program, as reports name it\n"
+                 "that `tarvo exec` writes without --build")
       .Named("BUILD")
       .Check(CheckBuild);
   pack.AddOption("--archives", options->archives, "The directory of archives; made where need be")

@@ -94,6 +94,14 @@ cp shared/shared shared/twin
 dwz -m shared/common shared/shared shared/twin
 late shared shared/common shared/common
 
+# Two commands that nobody has told of a build fit together.
+crash packed
+"$tarvo" pack --archives newcomer packed/packed >output || fail "packed: pack"
+expect_said "^Build: $(build_id packed/packed), the GNU build id of the program$"
+strip packed/packed
+resolve packed --archives newcomer --archives-only
+expect_line packed
+
 # Another build in the same place, in the debug directory and in the archive: never used, and said.
 crash replaced
 id=$(build_id replaced/replaced)

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "support/program.h"
 
@@ -381,12 +382,20 @@ TEST_F(PackTest, WrongUsage) {
       {"--build $(printf %0300d 7) app", build(std::string(299, '0') + '7', std::string(199, '0'))},
       {"--build b --layout deep app", "--layout: deep not in {flat,hierarchy}"},
       {"--build b", "FILE is required"},
-      {"app", "--build is required"},
   };
   for (const auto& [arguments, error] : kCases) {
     const auto end = Shell(std::string("tarvo pack --archives archives ") + arguments);
     EXPECT_EQ(end.errors,
               std::string("tarvo: ") + error + "\nRun `tarvo --help` for more information.\n");
+    EXPECT_EQ(end.exitStatus, 2);
+  }
+  for (const auto& [files, found] : {std::pair("app kernel_app", "several programs for Linux"),
+                                     std::pair("libid.so", "no program for Linux")}) {
+    const auto end =
+        Shell(std::string("tarvo pack --debug-directory debug --archives archives ") + files);
+    EXPECT_EQ(end.errors, std::string("tarvo: --build is required: found ") + found +
+                              " among the files, expected one, whose GNU build id could be the "
+                              "build.\n");
     EXPECT_EQ(end.exitStatus, 2);
   }
 }

@@ -116,8 +116,9 @@ bool IsSame(const ManifestEntry& a, const ManifestEntry& b) {
 
 class BundleFinder {
  public:
-  BundleFinder(const std::vector<Input>& inputs, DebugPlaces places, FoundBundles& found)
-      : inputs_(inputs), places_(std::move(places)), found_(found) {}
+  BundleFinder(const std::vector<Input>& inputs, DebugPlaces places,
+               const std::function<void(const std::string& path)>& onFile, FoundBundles& found)
+      : inputs_(inputs), places_(std::move(places)), onFile_(onFile), found_(found) {}
 
   void Find() {
     // First what parts may belong to, then the parts that nobody asked for.
@@ -141,6 +142,7 @@ class BundleFinder {
   }
 
   void Take(const Input& input) {
+    onFile_(input.path);
     auto bundle = FindBundle(input, places_);
     if (!bundle && input.isNamed) return found_.errors.push_back(bundle.GetError());
     if (!bundle) return found_.notes.push_back(bundle.GetError().Text().ToStdString());
@@ -153,6 +155,7 @@ class BundleFinder {
 
   const std::vector<Input>& inputs_;
   const DebugPlaces places_;
+  const std::function<void(const std::string& path)>& onFile_;
   FoundBundles& found_;
 };
 
@@ -166,13 +169,14 @@ Error PackError(SourceLocation where, const std::string& path, const std::string
 }
 
 FoundBundles FindBundles(const std::vector<std::string>& paths,
-                         const std::vector<std::string>& debugDirectories) {
+                         const std::vector<std::string>& debugDirectories,
+                         const std::function<void(const std::string& path)>& onFile) {
   FoundBundles found;
   Inputs inputs(found);
   for (const std::string& path : paths) inputs.Add(path);
   DebugPlaces places{.directories = debugDirectories, .given = {}};
   for (const Input& input : inputs.All()) places.given.push_back(input.path);
-  BundleFinder(inputs.All(), std::move(places), found).Find();
+  BundleFinder(inputs.All(), std::move(places), onFile, found).Find();
   return found;
 }
 

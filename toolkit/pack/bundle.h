@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,8 +51,10 @@ struct FoundBundles {
 /// that is below; patterns (glob(7)) where there is no such file. Parts of split debug information
 /// (.dwo, .dwp), supplementary and separate debug files serve the files that they belong to. One
 /// file under several names and copies of one are packed once.
+/// `onFile` is told of each file that is looked at.
 FoundBundles FindBundles(const std::vector<std::string>& paths,
-                         const std::vector<std::string>& debugDirectories);
+                         const std::vector<std::string>& debugDirectories,
+                         const std::function<void(const std::string& path)>& onFile);
 
 /// The separate debug file of the ELF file `path`, by its build id and its debug link, in
 /// `debugDirectories` and beside it; empty when there is none. An error when `path` cannot be read.
