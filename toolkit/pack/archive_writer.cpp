@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <zip.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -98,13 +99,22 @@ std::string ArchiveReader::Read(std::size_t index, std::uint64_t limit) const {
   return isWhole ? text : std::string();
 }
 
+void ArchiveWriter::Reading::Add(std::uint64_t bytes) {
+  done = std::min(done + bytes, all);
+  if (onProgress && all != 0) onProgress(static_cast<double>(done) / static_cast<double>(all));
+}
+
 /// A content as the zip library asks for it.
 struct ArchiveWriter::Source {
   EntryContent content;
+  Reading& reading;
   ContentReader reader{content};
   zip_error_t error{};
 
-  explicit Source(EntryContent c) : content(std::move(c)) { zip_error_init(&error); }
+  Source(EntryContent c, Reading& r) : content(std::move(c)), reading(r) {
+    zip_error_init(&error);
+    reading.all += content.Size();
+  }
   Source(const Source&) = delete;
   Source& operator=(const Source&) = delete;
   ~Source() { zip_error_fini(&error); }
@@ -127,7 +137,9 @@ struct ArchiveWriter::Source {
         return source.reader.Open() ? 0 : source.Fail(ZIP_ER_OPEN);
       case ZIP_SOURCE_READ: {
         const std::int64_t count = source.reader.Read(static_cast<char*>(data), size);
-        return count < 0 ? source.Fail(ZIP_ER_READ) : count;
+        if (count < 0) return source.Fail(ZIP_ER_READ);
+        source.reading.Add(static_cast<std::uint64_t>(count));
+        return count;
       }
       case ZIP_SOURCE_STAT:
         return source.Tell(data);
@@ -185,7 +197,7 @@ Result<void> ArchiveWriter::AddDirectory(const std::string& name) {
 }
 
 Result<void> ArchiveWriter::AddFile(const std::string& name, EntryContent content) {
-  Source& state = sources_.emplace_back(std::move(content));
+  Source& state = sources_.emplace_back(std::move(content), reading_);
   zip_source_t* source = zip_source_function(archive_, &Source::Answer, &state);
   if (source == nullptr) return Failure(kArchiveWriter.Here());
   const zip_int64_t index = zip_file_add(archive_, name.c_str(), source, ZIP_FL_ENC_GUESS);
@@ -204,14 +216,8 @@ Result<void> ArchiveWriter::Copy(const ArchiveReader& from, std::size_t index,
 }
 
 Result<std::uint64_t> ArchiveWriter::Finish(const OnProgress& onProgress) {
-  constexpr double kStep = 0.01;
-  zip_register_progress_callback_with_state(
-      archive_, kStep,
-      [](zip_t*, double part, void* state) {
-        const auto& tell = *static_cast<const OnProgress*>(state);
-        if (tell) tell(part);
-      },
-      nullptr, const_cast<OnProgress*>(&onProgress));
+  // The library's own progress counts entries, whatever their sizes.
+  reading_.onProgress = onProgress;
   const std::string made = Scratch() + "/archive.zip";
   if (zip_close(archive_) != 0) return Failure(kArchiveWriter.Here());
   archive_ = nullptr;

@@ -70,6 +70,14 @@ class ArchiveWriter {
 
  private:
   struct Source;
+  /// How much of the new contents was read.
+  struct Reading {
+    std::uint64_t all = 0;
+    std::uint64_t done = 0;
+    OnProgress onProgress{};
+
+    void Add(std::uint64_t bytes);
+  };
   ArchiveWriter(std::string path, PackDirectory directory);
   Result<void> Complete(std::int64_t index, bool isDirectory);
   Error Failure(SourceLocation where) const;
@@ -77,6 +85,7 @@ class ArchiveWriter {
   std::string path_;
   PackDirectory directory_;
   zip* archive_ = nullptr;
+  Reading reading_;
   std::list<Source> sources_;
 };
 
