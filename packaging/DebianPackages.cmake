@@ -1,5 +1,5 @@
 # Three Debian packages, one for each component of cmake/Install.cmake; scripts/package makes them.
-set(TARVO_MAINTAINER "The authors of tarvo <root@localhost>" CACHE STRING
+set(TARVO_MAINTAINER "The authors of tarvo <tarvo@localhost>" CACHE STRING
     "Who answers for the packages: NAME <ADDRESS>")
 
 set(CPACK_GENERATOR DEB)
