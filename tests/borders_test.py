@@ -71,7 +71,7 @@ BORDERS = [
      ["crashlog/base/configuration.h", "host/host_framework.h", "files/file_error.h"]),
     # What packs is behind the door of its library.
     ("command/pack_command.cpp", "toolkit/pack/pack_library.h",
-     ["toolkit/pack/archive_writer.h", "toolkit/pack/elf_file.h"]),
+     ["toolkit/pack/archive/archive_writer.h", "toolkit/pack/debug_information/elf_file.h"]),
 ]
 
 

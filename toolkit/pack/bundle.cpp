@@ -9,7 +9,7 @@
 
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/input_kind.h"
+#include "toolkit/pack/inputs/input_kind.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -7,11 +7,11 @@
 #include "tarvo/format.h"
 #include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/archive_manifest.h"
-#include "toolkit/pack/archive_plan.h"
-#include "toolkit/pack/archive_writer.h"
-#include "toolkit/pack/elf_file.h"
-#include "toolkit/pack/entry_content.h"
+#include "toolkit/pack/archive/archive_manifest.h"
+#include "toolkit/pack/archive/archive_plan.h"
+#include "toolkit/pack/archive/archive_writer.h"
+#include "toolkit/pack/archive/entry_content.h"
+#include "toolkit/pack/debug_information/elf_file.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tarvo/result.h"
-#include "toolkit/pack/archive_plan.h"
+#include "toolkit/pack/archive/archive_plan.h"
 #include "toolkit/pack/bundle.h"
 
 namespace tarvo::toolkit {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "tarvo/result.h"
+#include "toolkit/pack/archive/listing.h"
 #include "toolkit/pack/bundle.h"
-#include "toolkit/pack/listing.h"
 #include "toolkit/pack/pack.h"
 
 namespace tarvo::toolkit {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "tarvo/result.h"
-#include "toolkit/pack/entry_content.h"
+#include "toolkit/pack/archive/entry_content.h"
 
 /// What is read from and written of ELF files, by LLVM. Where the build had no LLVM every operation
 /// is an illegal-state error that says so (elf_file_without_llvm.cpp).

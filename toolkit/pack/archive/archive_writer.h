@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "tarvo/result.h"
-#include "toolkit/pack/entry_content.h"
-#include "toolkit/pack/pack_lock.h"
+#include "toolkit/pack/archive/entry_content.h"
+#include "toolkit/pack/archive/pack_lock.h"
 
 struct zip;
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "toolkit/pack/archive_writer.h"
+#include "toolkit/pack/archive/archive_writer.h"
 #include "toolkit/store/manifest.h"
 
 namespace tarvo::toolkit {

@@ -1,4 +1,4 @@
-#include "toolkit/pack/archive_writer.h"
+#include "toolkit/pack/archive/archive_writer.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

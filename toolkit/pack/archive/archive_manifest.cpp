@@ -1,4 +1,4 @@
-#include "toolkit/pack/archive_manifest.h"
+#include "toolkit/pack/archive/archive_manifest.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -6,7 +6,7 @@
 #include <set>
 
 #include "tarvo/symbol_archive.h"
-#include "toolkit/pack/listing.h"
+#include "toolkit/pack/archive/listing.h"
 #include "toolkit/store/file_description.h"
 
 namespace tarvo::toolkit {

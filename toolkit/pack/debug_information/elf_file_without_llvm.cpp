@@ -1,4 +1,4 @@
-#include "toolkit/pack/elf_file.h"
+#include "toolkit/pack/debug_information/elf_file.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -1,11 +1,11 @@
-#include "toolkit/pack/companions.h"
+#include "toolkit/pack/debug_information/companions.h"
 
 #include <algorithm>
 #include <filesystem>
 
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/debug_file_search.h"
-#include "toolkit/pack/elf_file.h"
+#include "toolkit/pack/debug_information/debug_file_search.h"
+#include "toolkit/pack/debug_information/elf_file.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -4,9 +4,9 @@
 #include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/pack/bundle.h"
-#include "toolkit/pack/companions.h"
-#include "toolkit/pack/elf_file.h"
-#include "toolkit/pack/separate_debug_file.h"
+#include "toolkit/pack/debug_information/companions.h"
+#include "toolkit/pack/debug_information/elf_file.h"
+#include "toolkit/pack/debug_information/separate_debug_file.h"
 
 namespace tarvo::toolkit {
 namespace {

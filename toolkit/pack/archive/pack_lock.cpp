@@ -1,4 +1,4 @@
-#include "toolkit/pack/pack_lock.h"
+#include "toolkit/pack/archive/pack_lock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,9 +1,9 @@
-#include "toolkit/pack/separate_debug_file.h"
+#include "toolkit/pack/debug_information/separate_debug_file.h"
 
 #include <filesystem>
 
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/debug_file_search.h"
+#include "toolkit/pack/debug_information/debug_file_search.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "toolkit/pack/bundle.h"
-#include "toolkit/pack/elf_file.h"
+#include "toolkit/pack/debug_information/elf_file.h"
 
 namespace tarvo::toolkit {
 

@@ -1,4 +1,4 @@
-#include "toolkit/pack/debug_file_search.h"
+#include "toolkit/pack/debug_information/debug_file_search.h"
 
 #include <algorithm>
 #include <filesystem>

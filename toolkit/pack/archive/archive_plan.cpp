@@ -1,4 +1,4 @@
-#include "toolkit/pack/archive_plan.h"
+#include "toolkit/pack/archive/archive_plan.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "toolkit/pack/input_kind.h"
+#include "toolkit/pack/inputs/input_kind.h"
 
 #include <algorithm>
 #include <array>

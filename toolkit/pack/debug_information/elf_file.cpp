@@ -1,4 +1,4 @@
-#include "toolkit/pack/elf_file.h"
+#include "toolkit/pack/debug_information/elf_file.h"
 
 #include <llvm/ADT/StringExtras.h>
 #include <llvm/Object/BuildID.h>
@@ -14,7 +14,7 @@
 #include "tarvo/format.h"
 #include "toolkit/base/regular_file.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/elf_debug_sections.h"
+#include "toolkit/pack/debug_information/elf_debug_sections.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "toolkit/pack/entry_content.h"
+#include "toolkit/pack/archive/entry_content.h"
 
 namespace tarvo::toolkit {
 

@@ -1,4 +1,4 @@
-#include "toolkit/pack/entry_content.h"
+#include "toolkit/pack/archive/entry_content.h"
 
 #include <fcntl.h>
 #include <unistd.h>
