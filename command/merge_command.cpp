@@ -12,7 +12,7 @@
 #include "command/subcommand.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/cluster/merge.h"
-#include "toolkit/resolve/results_file.h"
+#include "toolkit/resolve/outcome/results_file.h"
 #include "toolkit/triage/triage_library.h"
 
 namespace tarvo::command {

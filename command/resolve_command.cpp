@@ -15,11 +15,11 @@
 #include "toolkit/cluster/report_list_file.h"
 #include "toolkit/cluster/shard_work.h"
 #include "toolkit/debug_files/debug_file_source.h"
-#include "toolkit/resolve/freshness.h"
-#include "toolkit/resolve/report_list.h"
-#include "toolkit/resolve/results_file.h"
+#include "toolkit/resolve/listing/freshness.h"
+#include "toolkit/resolve/listing/report_list.h"
+#include "toolkit/resolve/outcome/results_file.h"
 #include "toolkit/resolve/run.h"
-#include "toolkit/resolve/summary.h"
+#include "toolkit/resolve/summary/summary.h"
 #include "toolkit/store/archive_cache.h"
 
 namespace tarvo::command {

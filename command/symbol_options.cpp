@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "toolkit/report/report_resolver.h"
-#include "toolkit/resolve/progress.h"
-#include "toolkit/resolve/report_work.h"
+#include "toolkit/resolve/running/progress.h"
+#include "toolkit/resolve/running/report_work.h"
 #include "toolkit/resolve/user_cache.h"
 
 namespace tarvo::command {

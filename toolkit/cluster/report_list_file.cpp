@@ -14,7 +14,7 @@
 #include "tarvo/format.h"
 #include "toolkit/base/json_reader.h"
 #include "toolkit/cluster/outcome_lines.h"
-#include "toolkit/resolve/report_identity.h"
+#include "toolkit/resolve/listing/report_identity.h"
 
 namespace tarvo::toolkit {
 namespace {

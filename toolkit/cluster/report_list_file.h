@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/listing/report_list.h"
 
 /// A list of reports as a file, which many machines read and agree on: a line of JSON for each,
 ///

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "toolkit/cluster/shard.h"
-#include "toolkit/resolve/results_file.h"
+#include "toolkit/resolve/outcome/results_file.h"
 
 namespace tarvo::toolkit {
 

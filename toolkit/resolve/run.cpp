@@ -16,14 +16,14 @@
 #include "json/json_writer.h"
 #include "tarvo/crash_report.h"
 #include "tarvo/report/resolve.h"
-#include "toolkit/resolve/address_texts.h"
-#include "toolkit/resolve/freshness.h"
-#include "toolkit/resolve/lacks_document.h"
-#include "toolkit/resolve/outcome.h"
-#include "toolkit/resolve/progress.h"
-#include "toolkit/resolve/report_identity.h"
-#include "toolkit/resolve/report_work.h"
-#include "toolkit/resolve/schedule.h"
+#include "toolkit/resolve/listing/freshness.h"
+#include "toolkit/resolve/listing/report_identity.h"
+#include "toolkit/resolve/outcome/address_texts.h"
+#include "toolkit/resolve/outcome/outcome.h"
+#include "toolkit/resolve/running/progress.h"
+#include "toolkit/resolve/running/report_work.h"
+#include "toolkit/resolve/running/schedule.h"
+#include "toolkit/resolve/summary/lacks_document.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "toolkit/report/report_resolver.h"
-#include "toolkit/resolve/report_list.h"
-#include "toolkit/resolve/results_file.h"
-#include "toolkit/resolve/summary.h"
+#include "toolkit/resolve/listing/report_list.h"
+#include "toolkit/resolve/outcome/results_file.h"
+#include "toolkit/resolve/summary/summary.h"
 #include "toolkit/store/archive_tree.h"
 
 namespace tarvo::toolkit {

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "tarvo/report/resolve.h"
-#include "toolkit/resolve/freshness.h"
-#include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/listing/freshness.h"
+#include "toolkit/resolve/listing/report_list.h"
 #include "toolkit/resolve/run.h"
 #include "toolkit/watch/batch_record.h"
 #include "toolkit/watch/news_text.h"

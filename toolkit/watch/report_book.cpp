@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "toolkit/resolve/freshness.h"
+#include "toolkit/resolve/listing/freshness.h"
 #include "toolkit/watch/news_text.h"
 
 namespace tarvo::toolkit {

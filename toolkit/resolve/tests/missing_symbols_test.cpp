@@ -7,8 +7,8 @@
 #include <string>
 
 #include "support/files.h"
-#include "toolkit/resolve/lacks_document.h"
-#include "toolkit/resolve/missing_symbols.h"
+#include "toolkit/resolve/summary/lacks_document.h"
+#include "toolkit/resolve/summary/missing_symbols.h"
 
 namespace tarvo::toolkit {
 namespace {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "toolkit/base/safe_text.h"
-#include "toolkit/resolve/progress.h"
-#include "toolkit/resolve/report_list.h"
-#include "toolkit/resolve/schedule.h"
+#include "toolkit/resolve/listing/report_list.h"
+#include "toolkit/resolve/running/progress.h"
+#include "toolkit/resolve/running/schedule.h"
 
 namespace tarvo::toolkit {
 namespace {

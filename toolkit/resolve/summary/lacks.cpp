@@ -1,4 +1,4 @@
-#include "toolkit/resolve/lacks.h"
+#include "toolkit/resolve/summary/lacks.h"
 
 #include <set>
 

@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "tarvo/resolve_observer.h"
-#include "toolkit/resolve/module_facts.h"
+#include "toolkit/resolve/summary/module_facts.h"
 
 namespace tarvo::toolkit {
 

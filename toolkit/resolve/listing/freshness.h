@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "tarvo/framework.h"
-#include "toolkit/resolve/lacks.h"
-#include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/listing/report_list.h"
+#include "toolkit/resolve/summary/lacks.h"
 #include "toolkit/store/archive_tree.h"
 
 namespace tarvo::toolkit {

@@ -1,4 +1,4 @@
-#include "toolkit/resolve/lacks_document.h"
+#include "toolkit/resolve/summary/lacks_document.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tarvo/crash_report.h"
-#include "toolkit/resolve/tally.h"
+#include "toolkit/resolve/summary/tally.h"
 
 namespace tarvo::toolkit {
 namespace {

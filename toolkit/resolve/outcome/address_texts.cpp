@@ -1,4 +1,4 @@
-#include "toolkit/resolve/address_texts.h"
+#include "toolkit/resolve/outcome/address_texts.h"
 
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "tarvo/data_dictionary.h"
-#include "toolkit/resolve/report_identity.h"
+#include "toolkit/resolve/listing/report_identity.h"
 #include "toolkit/store/archive_tree.h"
 
 /// What `tarvo resolve` says of its own work in what it leaves of a report: the entry "Outcome"

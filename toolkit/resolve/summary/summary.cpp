@@ -1,4 +1,4 @@
-#include "toolkit/resolve/summary.h"
+#include "toolkit/resolve/summary/summary.h"
 
 #include <algorithm>
 #include <cstdio>

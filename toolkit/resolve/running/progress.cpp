@@ -1,4 +1,4 @@
-#include "toolkit/resolve/progress.h"
+#include "toolkit/resolve/running/progress.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>

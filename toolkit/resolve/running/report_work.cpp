@@ -1,4 +1,4 @@
-#include "toolkit/resolve/report_work.h"
+#include "toolkit/resolve/running/report_work.h"
 
 #include <cstdio>
 #include <string>
@@ -6,7 +6,7 @@
 #include "tarvo/crash_report.h"
 #include "tarvo/resolve_observer.h"
 #include "toolkit/report/reading.h"
-#include "toolkit/resolve/progress.h"
+#include "toolkit/resolve/running/progress.h"
 
 namespace tarvo::toolkit {
 namespace {

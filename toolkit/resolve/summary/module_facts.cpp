@@ -1,4 +1,4 @@
-#include "toolkit/resolve/module_facts.h"
+#include "toolkit/resolve/summary/module_facts.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tarvo/data_dictionary.h"
-#include "toolkit/resolve/lacks.h"
+#include "toolkit/resolve/summary/lacks.h"
 
 /// What one report lacks, in its document: an entry of "Outcome" (tarvo/crash_report.h), so that
 /// later runs that leave the report alone can still ask for its symbols.

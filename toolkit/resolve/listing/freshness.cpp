@@ -1,4 +1,4 @@
-#include "toolkit/resolve/freshness.h"
+#include "toolkit/resolve/listing/freshness.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -9,8 +9,8 @@
 #include "tarvo/report/resolve.h"
 #include "toolkit/base/json_reader.h"
 #include "toolkit/base/regular_file.h"
-#include "toolkit/resolve/lacks_document.h"
-#include "toolkit/resolve/report_identity.h"
+#include "toolkit/resolve/listing/report_identity.h"
+#include "toolkit/resolve/summary/lacks_document.h"
 
 namespace tarvo::toolkit {
 namespace {

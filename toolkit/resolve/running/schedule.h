@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/listing/report_list.h"
 
 namespace tarvo::toolkit {
 

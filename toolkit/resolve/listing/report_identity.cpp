@@ -1,4 +1,4 @@
-#include "toolkit/resolve/report_identity.h"
+#include "toolkit/resolve/listing/report_identity.h"
 
 #include <sys/stat.h>
 

@@ -6,8 +6,8 @@
 #include "tarvo/data_dictionary.h"
 #include "tarvo/registration.h"
 #include "tarvo/string.h"
-#include "toolkit/resolve/module_facts.h"
-#include "toolkit/resolve/tally.h"
+#include "toolkit/resolve/summary/module_facts.h"
+#include "toolkit/resolve/summary/tally.h"
 #include "toolkit/store/archive_cache.h"
 
 namespace tarvo::toolkit {

@@ -1,4 +1,4 @@
-#include "toolkit/resolve/outcome.h"
+#include "toolkit/resolve/outcome/outcome.h"
 
 #include <utility>
 

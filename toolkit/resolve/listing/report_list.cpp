@@ -1,4 +1,4 @@
-#include "toolkit/resolve/report_list.h"
+#include "toolkit/resolve/listing/report_list.h"
 
 #include <algorithm>
 #include <atomic>

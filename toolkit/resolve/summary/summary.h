@@ -7,10 +7,10 @@
 
 #include "tarvo/data_dictionary.h"
 #include "toolkit/report/reading.h"
-#include "toolkit/resolve/lacks.h"
-#include "toolkit/resolve/missing_symbols.h"
-#include "toolkit/resolve/report_list.h"
-#include "toolkit/resolve/tally.h"
+#include "toolkit/resolve/listing/report_list.h"
+#include "toolkit/resolve/summary/lacks.h"
+#include "toolkit/resolve/summary/missing_symbols.h"
+#include "toolkit/resolve/summary/tally.h"
 
 namespace tarvo::toolkit {
 

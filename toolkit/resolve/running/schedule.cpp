@@ -1,4 +1,4 @@
-#include "toolkit/resolve/schedule.h"
+#include "toolkit/resolve/running/schedule.h"
 
 #include <utility>
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tarvo/data_dictionary.h"
-#include "toolkit/resolve/lacks.h"
+#include "toolkit/resolve/summary/lacks.h"
 #include "toolkit/store/archive_cache.h"
 
 /// The list of symbols that are to be asked for: who gets it has seen neither reports nor archives.

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "tarvo/resolve_observer.h"
-#include "toolkit/resolve/lacks.h"
-#include "toolkit/resolve/module_facts.h"
+#include "toolkit/resolve/summary/lacks.h"
+#include "toolkit/resolve/summary/module_facts.h"
 
 namespace tarvo::toolkit {
 

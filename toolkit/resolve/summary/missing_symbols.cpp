@@ -1,4 +1,4 @@
-#include "toolkit/resolve/missing_symbols.h"
+#include "toolkit/resolve/summary/missing_symbols.h"
 
 #include <algorithm>
 #include <functional>
@@ -8,7 +8,7 @@
 
 #include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/resolve/tally.h"
+#include "toolkit/resolve/summary/tally.h"
 
 namespace tarvo::toolkit {
 namespace {

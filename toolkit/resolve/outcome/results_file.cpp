@@ -1,4 +1,4 @@
-#include "toolkit/resolve/results_file.h"
+#include "toolkit/resolve/outcome/results_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>

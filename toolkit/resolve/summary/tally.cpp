@@ -1,4 +1,4 @@
-#include "toolkit/resolve/tally.h"
+#include "toolkit/resolve/summary/tally.h"
 
 #include <algorithm>
 #include <numeric>
