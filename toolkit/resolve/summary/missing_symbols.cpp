@@ -39,6 +39,16 @@ std::string AndMore(std::size_t all, std::size_t shown, const char* indent) {
   return all <= shown ? "" : indent + ("and " + std::to_string(all - shown) + " more\n");
 }
 
+template <typename Item, typename Counts>
+void SortByCounts(std::vector<Item>& items, Counts counts) {
+  std::ranges::stable_sort(items, std::ranges::greater{}, [&](const Item& item) {
+    const auto& of = counts(item);
+    return std::pair(of.reports, of.frames);
+  });
+}
+
+const Lacks::Count& MissingCountOf(const MissingModule& missing) { return missing.second; }
+
 // --- What there is -------------------------------------------------------------------------------
 
 std::size_t CommonStart(std::string_view a, std::string_view b) {
@@ -137,6 +147,23 @@ std::string BuildText(const MissingBuild& missing) {
          ModulesText(missing.modules) + "    there is: " + missing.found + '\n';
 }
 
+/// One row for a module, whatever builds it is of and why it has no symbols: the reason of most.
+std::vector<MissingModule> ByModule(const std::vector<MissingModule>& missing) {
+  std::vector<MissingModule> merged;
+  std::map<std::pair<String, String>, std::size_t> places;
+  for (const auto& [lack, count] : missing) {
+    const auto [at, isNew] = places.try_emplace({lack.platform, lack.module}, merged.size());
+    if (isNew) {
+      merged.emplace_back(lack, count);
+    } else {
+      merged[at->second].second.reports += count.reports;
+      merged[at->second].second.frames += count.frames;
+    }
+  }
+  SortByCounts(merged, MissingCountOf);
+  return merged;
+}
+
 std::string OtherText(const MissingModule& missing) {
   const auto& [lack, count] = missing;
   std::string text = "  " + ShownName(lack.module);
@@ -167,16 +194,6 @@ DataDictionary RowOf(const MissingModule& missing, const MissingBuild* build) {
   SetRowText(row, "Error", count.reason);
   return row;
 }
-
-template <typename Item, typename Counts>
-void SortByCounts(std::vector<Item>& items, Counts counts) {
-  std::ranges::stable_sort(items, std::ranges::greater{}, [&](const Item& item) {
-    const auto& of = counts(item);
-    return std::pair(of.reports, of.frames);
-  });
-}
-
-const Lacks::Count& MissingCountOf(const MissingModule& missing) { return missing.second; }
 
 }  // namespace
 
@@ -218,12 +235,13 @@ std::string MissingText(const MissingSymbols& missing) {
   for (std::size_t i = 0; i < std::min(missing.builds.size(), kShownBuilds); ++i)
     text += BuildText(missing.builds[i]);
   text += AndMore(missing.builds.size(), kShownBuilds, "  ");
-  if (!missing.others.empty())
+  const std::vector<MissingModule> others = ByModule(missing.others);
+  if (!others.empty())
     text +=
         "Not to be asked for: of the system, of the crash handler, or not listed in its report:\n";
-  for (std::size_t i = 0; i < std::min(missing.others.size(), kShownOthers); ++i)
-    text += OtherText(missing.others[i]);
-  return text + AndMore(missing.others.size(), kShownOthers, "  ");
+  for (std::size_t i = 0; i < std::min(others.size(), kShownOthers); ++i)
+    text += OtherText(others[i]);
+  return text + AndMore(others.size(), kShownOthers, "  ");
 }
 
 DataArray MissingDocument(const MissingSymbols& missing) {

@@ -63,11 +63,19 @@ std::string FramesText(const Tally& tally) {
   return text;
 }
 
+/// Without the file's name, which stands in front of it.
+std::string ReasonText(const Failure& failure) {
+  std::string reason = failure.reason.ToStdString();
+  const std::string name = " \"" + failure.file.Text().ToStdString() + '"';
+  if (const std::size_t at = reason.find(name); at != std::string::npos)
+    reason.erase(at, name.size());
+  return Shortened(SafeText(reason), kShownReasonColumns);
+}
+
 std::string FailuresText(const std::vector<Failure>& failures) {
   std::string text = failures.empty() ? "" : "Failed:\n";
   for (std::size_t i = 0; i < std::min(failures.size(), kShownFailures); ++i)
-    text += "  " + Shown(failures[i].file.Text()) + ": " +
-            Shortened(SafeText(failures[i].reason), kShownReasonColumns) + "\n";
+    text += "  " + Shown(failures[i].file.Text()) + ": " + ReasonText(failures[i]) + "\n";
   if (failures.size() > kShownFailures)
     text += "  and " + Number(failures.size() - kShownFailures) + " more\n";
   return text;

@@ -68,6 +68,8 @@ TEST_F(MissingSymbolsTest, IsAListForAMail) {
                      {.frames = 1, .bundle = "crashhandler.so.dsym", .owner = kHandler}},
                     {{"", "", "?", FrameOutcome::ModuleNotListed}, {.frames = 1}},
                     {{"linux", "", "plug-in", FrameOutcome::ModuleIncomplete}, {.frames = 1}}}));
+  AddReports(1, Of({{{"linux", "R16-2", "crashhandler.so", FrameOutcome::NoArchive},
+                     {.frames = 80, .bundle = "crashhandler.so.dsym", .owner = kHandler}}}));
   ArchiveCache archives({Place("archives")}, Place("cache"));
   const std::string folder = (folder_ / "archives").string();
   EXPECT_EQ(MissingText(FindMissing(lacks_, archives)),
@@ -92,9 +94,9 @@ TEST_F(MissingSymbolsTest, IsAListForAMail) {
     wanted: the build of these modules (--build names that of reports)
       plug-in: 9 reports, 9 frames
 Not to be asked for: of the system, of the crash handler, or not listed in its report:
+  crashhandler.so, linux: 10 reports, 89 frames: symbols missing in the archive
   libc.so.6, linux: 9 reports, 81 frames: no build in the report
   ?: 9 reports, 9 frames: module not listed in the report
-  crashhandler.so, linux: 9 reports, 9 frames: symbols missing in the archive
 )");
 }
 
