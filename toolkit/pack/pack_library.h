@@ -2,7 +2,8 @@
 
 #include "tarvo/result.h"
 #include "toolkit/pack/archive/listing.h"
-#include "toolkit/pack/bundle.h"
+#include "toolkit/pack/debug_information/find_debug_file.h"
+#include "toolkit/pack/inputs/find_bundles.h"
 #include "toolkit/pack/pack.h"
 
 namespace tarvo::toolkit {

@@ -92,11 +92,4 @@ SeparateDebugFile FindSeparateDebugFile(const std::string& path, const ElfFacts&
   return Finder(path, facts, places).Find();
 }
 
-Result<std::string> FindDebugFile(const std::string& path,
-                                  const std::vector<std::string>& debugDirectories) {
-  const Result<ElfFacts> facts = ReadElfFacts(path);
-  if (!facts) return facts.GetError();
-  return FindSeparateDebugFile(path, *facts, {.directories = debugDirectories, .given = {}}).path;
-}
-
 }  // namespace tarvo::toolkit

@@ -2,7 +2,7 @@
 #include <filesystem>
 
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/bundle.h"
+#include "toolkit/pack/inputs/find_bundles.h"
 #include "toolkit/store/file_description.h"
 
 namespace tarvo::toolkit {

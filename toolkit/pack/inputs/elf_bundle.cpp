@@ -3,10 +3,10 @@
 #include "tarvo/format.h"
 #include "tarvo/symbol_archive.h"
 #include "toolkit/base/safe_text.h"
-#include "toolkit/pack/bundle.h"
 #include "toolkit/pack/debug_information/companions.h"
 #include "toolkit/pack/debug_information/elf_file.h"
 #include "toolkit/pack/debug_information/separate_debug_file.h"
+#include "toolkit/pack/inputs/find_bundles.h"
 
 namespace tarvo::toolkit {
 namespace {
