@@ -110,7 +110,8 @@ bool IsCut(std::string_view text, const Recovery& state) {
 }  // namespace
 
 Result<DataDictionary> ParseReport(String text, OnDamage onDamage) {
-  Tokenizer tokens(text, onDamage);
+  const String whole = text;
+  Tokenizer tokens(std::move(text), onDamage);
   if (Result<void> magic = ReadMagic(tokens); !magic) return magic.GetError();
   tokens.State().isOwn = tokens.IsIdentifier(crash_report::kTarvoMagic);
   DataDictionary report;
@@ -123,7 +124,7 @@ Result<DataDictionary> ParseReport(String text, OnDamage onDamage) {
     computer.Set(property::kOsType, String::Literal(crash_report::kLinuxMagic));
     report.Set(property::kComputerInfo, std::move(computer));
   }
-  if (!damage.IsEmpty() && IsCut(text, tokens.State())) damage.MarkCut();
+  if (!damage.IsEmpty() && IsCut(whole, tokens.State())) damage.MarkCut();
   if (!damage.IsEmpty()) report.Set(property::kDamage, damage.Notes());
   return report;
 }
