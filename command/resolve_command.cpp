@@ -184,7 +184,7 @@ int WriteList(Host& host, const ResolveOptions& options) {
   const auto written =
       WriteReportList(host.Services().Files(), listed, Url::FromSystemPath(options.writeList));
   if (!written) return Fail(written.GetError());
-  if (!options.isQuiet) std::printf("%zu reports listed\n", listed.size());
+  if (!options.isQuiet) std::printf("reports listed: %zu\n", listed.size());
   return list.failures.empty() ? kDone : kFailed;
 }
 
@@ -241,6 +241,8 @@ std::string Check(const ResolveOptions& options) {
     return "--shard requires --list, which it is a part of";
   if (!options.list.empty() && !options.output.empty())
     return "--list excludes --output: --results takes all outcomes";
+  if (!options.writeList.empty() && !options.output.empty())
+    return "--write-list excludes --output: nothing is resolved";
   if (!options.list.empty() && options.results.empty())
     return "--list requires --results, which takes all outcomes";
   return {};
