@@ -12,9 +12,9 @@ namespace tarvo::command {
 namespace {
 
 constexpr std::array kSubcommands{
-    AddResolveCommand,   AddShowCommand,   AddPackCommand,   AddExecCommand,  AddCheckCommand,
-    AddListCommand,      AddPruneCommand,  AddTriageCommand, AddMergeCommand, AddRunCommand,
-    AddNormalizeCommand, AddConfigCommand, AddWatchCommand,
+    AddResolveCommand, AddShowCommand,      AddPackCommand,   AddExecCommand,  AddCheckCommand,
+    AddListCommand,    AddPruneCommand,     AddTriageCommand, AddWatchCommand, AddMergeCommand,
+    AddRunCommand,     AddNormalizeCommand, AddConfigCommand,
 };
 
 constexpr const char* kProgramFooter =
