@@ -65,7 +65,8 @@ constexpr Scene kScenes[] = {
     {"polls", 1, "BystanderPolls", "no-ptrace", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "no-wait", "CrashNullWrite"}};
 
-/// A handler does not fit on a stack of 4 KiB. With the guard the thread has another one for that.
+/// Twelve stacks from 4 KiB on: a handler fits on none of the first, its walk on few. With the
+/// guard the threads have others for that.
 constexpr Scene kSmallStack{"small-stack", 12, "BystanderOnASmallStack", "null-write",
                             "CrashNullWrite"};
 constexpr Scene kSmallStackAsked{"small-stack",
