@@ -31,6 +31,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -367,6 +368,29 @@ EXPORTED void CrashBetweenStops() {
   CrashNullWrite();
 }
 
+/// While somebody kills the first process that the crash starts.
+EXPORTED void CrashWithoutItsTracer() {
+  const std::string children = "/proc/self/task/" + std::to_string(getpid()) + "/children";
+  const int list = open(children.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fork() == 0) {
+    for (pid_t child = 0; child == 0 && getppid() != 1;) {
+      char text[64] = {};
+      if (pread(list, text, sizeof(text) - 1, 0) < 0) _exit(6);
+      std::istringstream numbers(text);
+      for (pid_t next = 0; numbers >> next;)
+        if (next != getpid()) child = next;
+      if (child != 0) kill(child, SIGKILL);
+    }
+    _exit(0);
+  }
+  CrashNullWrite();
+}
+
+EXPORTED void CrashWithoutItsTracerAndWait() {
+  if (!InstallSeccompFilter(SYS_wait4, SECCOMP_RET_ERRNO | EPERM)) _exit(5);
+  CrashWithoutItsTracer();
+}
+
 /// With thousands of copies of a small library.
 EXPORTED void CrashWithManyModules() {
   std::ifstream original(std::string(program_invocation_name)
@@ -454,6 +478,8 @@ const std::map<std::string, void (*)()> kCrashes = {
     {"another-user", CrashAsAnotherUser},
     {"tracer", CrashUnderATracer},
     {"stops", CrashBetweenStops},
+    {"no-tracer", CrashWithoutItsTracer},
+    {"no-tracer-no-wait", CrashWithoutItsTracerAndWait},
     {"many-modules", CrashWithManyModules},
     {"no-clone", CrashInASandbox<SYS_clone, EPERM>},
     {"no-ptrace", CrashInASandbox<SYS_ptrace, ENOSYS>},

@@ -63,7 +63,9 @@ constexpr Scene kScenes[] = {
     {"polls", 1, "BystanderPolls", "no-tgkill", "CrashNullWrite", "it could not be asked"},
     {"polls", 1, "BystanderPolls", "no-clone", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "no-ptrace", "CrashNullWrite"},
-    {"polls", 1, "BystanderPolls", "no-wait", "CrashNullWrite"}};
+    {"polls", 1, "BystanderPolls", "no-wait", "CrashNullWrite"},
+    {"polls", 20, "BystanderPolls", "no-tracer", "CrashNullWrite"},
+    {"polls", 20, "BystanderPolls", "no-tracer-no-wait", "CrashNullWrite"}};
 
 /// Twelve stacks from 4 KiB on: a handler fits on none of the first, its walk on few. With the
 /// guard the threads have others for that.

@@ -5,7 +5,9 @@
 #include <string.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
+#include <sys/user.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "crash_context/text_buffer.h"
@@ -13,12 +15,14 @@
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/signals.h"
+#include "linux/linux_crashhandler/stopping/tracer.h"
 
 namespace tarvo::crashhandler {
 namespace {
 
-/// Signals that may be taken from a thread in front of its SIGSTOP. There are 64.
-constexpr int kMaximumPassedSignals = 64;
+/// How long a thread is looked at where waiting for it is refused, in looks and nanoseconds.
+constexpr int kMaximumLooks = 500;
+constexpr long kPause = 1'000'000;
 
 void Print(const char* text) {
   // Nothing can be done about a standard output that takes no text.
@@ -39,24 +43,34 @@ void PrintWaitError(int status) {
   }
 }
 
-/// Stops the thread. A signal that was on its way may stop it before SIGSTOP does; detaching then
-/// would leave the SIGSTOP behind and stop the whole process for good, so each such signal is
-/// passed on until SIGSTOP is there.
-void Attach(pid_t tid) {
-  ptrace(PTRACE_ATTACH, tid, nullptr, nullptr);
-  for (int passed = 0; passed <= kMaximumPassedSignals; ++passed) {
-    int status = 0;
-    pid_t stopped = 0;
-    do {
-      stopped = waitpid(-1, &status, __WALL);
-    } while (stopped < 0 && errno == EINTR);
-    if (stopped != tid) {
-      PrintWaitError(status);
-      return;
-    }
-    if (!WIFSTOPPED(status) || WSTOPSIG(status) == SIGSTOP) return;
-    ptrace(PTRACE_CONT, tid, nullptr, WSTOPSIG(status));
+pid_t Wait(int& status) {
+  pid_t stopped = 0;
+  do {
+    stopped = waitpid(-1, &status, __WALL);
+  } while (stopped < 0 && errno == EINTR);
+  return stopped;
+}
+
+/// Looks whether the thread stands still: its registers can be read then.
+void AwaitStop(pid_t tid) {
+  user_regs_struct registers{};
+  for (int looks = 0; looks < kMaximumLooks; ++looks) {
+    if (ptrace(PTRACE_GETREGS, tid, nullptr, &registers) == 0) return;
+    const timespec pause{0, kPause};
+    nanosleep(&pause, nullptr);
   }
+}
+
+/// Stops the thread, by the interrupt or by a signal that was on its way before. Not by
+/// PTRACE_ATTACH: its SIGSTOP would stay behind when this process may not wait, or is killed at
+/// that, and stop the whole process in mid-report.
+void Stop(pid_t tid) {
+  const bool isSeized = ptrace(PTRACE_SEIZE, tid, nullptr, nullptr) == 0;
+  if (isSeized) ptrace(PTRACE_INTERRUPT, tid, nullptr, nullptr);
+  int status = 0;
+  if (Wait(status) == tid) return;
+  PrintWaitError(status);
+  if (isSeized) AwaitStop(tid);
 }
 
 void CopyRegisters(pid_t tid) {
@@ -69,7 +83,7 @@ void CopyRegisters(pid_t tid) {
     Diagnose(kCaptureSource.Here(), "ptrace(PTRACE_GETFPREGS,...) returned error:@",
              ErrorText(errno));
   errno = 0;
-  if (ptrace(PTRACE_DETACH, tid, nullptr, nullptr) != 0)
+  if (ptrace(PTRACE_DETACH, tid, nullptr, DeliveredSignal(tid)) != 0)
     Diagnose(kCaptureSource.Here(), "detach error: @", ErrorText(errno));
 }
 
@@ -85,7 +99,7 @@ void RunCrashChild(pid_t crashedProcess) {
     pthread_mutex_lock(&sharedRegisterPage->registersConsumed);
     // What cannot be read stays empty.
     memset(&sharedRegisterPage->registers, 0, sizeof(sharedRegisterPage->registers));
-    Attach(thread.tid);
+    Stop(thread.tid);
     CopyRegisters(thread.tid);
     pthread_mutex_unlock(&sharedRegisterPage->registersReady);
   }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "linux/linux_crashhandler/asking/crash_child.h"
+#include "linux/linux_crashhandler/base/patience.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/stopping/thread_stop.h"
@@ -32,27 +33,30 @@ bool LockWithin(pthread_mutex_t& mutex, long nanoseconds) {
   return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &until) == 0;
 }
 
-/// How often the child's answer is looked for, in intervals of kLivenessCheckInterval: 2 seconds
-/// for all threads together.
-constexpr int kPatience = 100;
+/// For the child's next answer and for all of them, and for its end, in nanoseconds.
+constexpr std::int64_t kPatience = 2'000'000'000;
+constexpr std::int64_t kBudget = 4'000'000'000;
+constexpr std::int64_t kEnd = 200'000'000;
 
-/// Whether `child` is there and running. Reaps it when it has ended.
+/// Whether `child` is there and running, for all that is known: a sandbox may refuse the question.
+/// Reaps it when it has ended.
 bool IsRunning(pid_t child) {
   if (child <= 0) return false;
   const pid_t ended = waitpid(child, nullptr, WNOHANG | __WALL);
-  return ended == 0 || (ended < 0 && errno == EINTR);
+  return ended == 0 || (ended < 0 && errno != ECHILD);
 }
 
 /// Waits for the child to have filled the page; false when it never will.
-bool AwaitRegisters(pid_t child, int& patience) {
+bool AwaitRegisters(pid_t child, Patience& patience) {
   while (!LockWithin(sharedRegisterPage->registersReady, kLivenessCheckInterval))
-    if (!IsRunning(child) || --patience < 0) return false;
+    if (!IsRunning(child) || patience.IsOver()) return false;
+  patience.NoteSign();
   return true;
 }
 
 /// Waits for the end of this child only: the program may have others, which may run for long.
 void AwaitEnd(pid_t child) {
-  for (int patience = kPatience; IsRunning(child) && patience > 0; --patience) {
+  for (const Patience patience(kEnd, kEnd); IsRunning(child) && !patience.IsOver();) {
     timespec pause{0, kLivenessCheckInterval / 10};
     nanosleep(&pause, nullptr);
   }
@@ -108,7 +112,7 @@ void ReadRegisters() {
   const pid_t child = _Fork();
   if (child == 0) RunCrashChild(ownPid);
   if (child < 0) Diagnose(kCaptureSource.Here(), "fork failed: @", ErrorText(errno));
-  int patience = kPatience;
+  Patience patience(kPatience, kBudget);
   bool isFilling = child > 0;
   for (ThreadEntry& thread : g_threadTable) {
     if (!thread.isForChild || !isFilling) continue;

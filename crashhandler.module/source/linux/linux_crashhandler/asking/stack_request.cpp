@@ -8,10 +8,12 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <utility>
 
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
 #include "crash_context/readable_memory.h"
+#include "linux/linux_crashhandler/base/patience.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/thread_names.h"
 #include "linux/linux_crashhandler/facts/thread_place.h"
@@ -22,15 +24,18 @@
 namespace tarvo::crashhandler {
 namespace {
 
-/// Of all requests together, in milliseconds, and how often it is looked after those that wait.
-constexpr int kBudget = 2000;
-constexpr int kInterval = 2;
-constexpr int kStatusEvery = 10;  ///< intervals
-/// What a thread that has begun to answer gets to come to an end.
-constexpr int kGrace = 200;
+/// Of all requests together, in nanoseconds, since the last answer and in all. A machine that is
+/// busy takes its time for hundreds of threads.
+constexpr std::int64_t kPatience = 2'000'000'000;
+constexpr std::int64_t kBudget = 8'000'000'000;
+/// What threads that have begun to answer get to come to an end, likewise.
+constexpr std::int64_t kGrace = 200'000'000;
+constexpr std::int64_t kGraceOfAll = 1'000'000'000;
 /// When those that have begun are told to do without the unwinder, whose lock may be held by one
 /// that does not go on.
-constexpr int kHurryAfter = 1000;
+constexpr std::int64_t kHurryAfter = 1'000'000'000;
+constexpr long kInterval = 2'000'000;
+constexpr int kStatusEvery = 10;  ///< intervals
 
 /// Signals that no program blocks: the C library keeps them for itself and takes them out of every
 /// mask it is given (glibc 2.36 nptl/pthread_sigmask.c). Blocked together with SIGHUP they show a
@@ -38,8 +43,8 @@ constexpr int kHurryAfter = 1000;
 constexpr std::uint64_t kReservedSignals = std::uint64_t{1} << (32 - 1) | std::uint64_t{1}
                                                                               << (33 - 1);
 
-void Sleep(int milliseconds) {
-  const timespec time{milliseconds / 1000, milliseconds % 1000 * 1'000'000};
+void SleepAnInterval() {
+  const timespec time{0, kInterval};
   RawSystemCall(SYS_nanosleep, &time, nullptr);
 }
 
@@ -111,16 +116,16 @@ bool IsPending(const ThreadEntry& thread) {
   return state == RequestState::Asked || state == RequestState::Claimed;
 }
 
-bool AnyPending() {
-  for (const ThreadEntry& thread : g_threadTable)
-    if (IsPending(thread)) return true;
-  return false;
+int CountPending() {
+  int pending = 0;
+  for (const ThreadEntry& thread : g_threadTable) pending += IsPending(thread) ? 1 : 0;
+  return pending;
 }
 
-/// See StackHandler.
+/// See StackHandler. Each thread once: the second time would cut its guesses short.
 void HurryThoseThatAnswer() {
-  for (const ThreadEntry& thread : g_threadTable)
-    if (thread.request.load() == RequestState::Claimed)
+  for (ThreadEntry& thread : g_threadTable)
+    if (thread.request.load() == RequestState::Claimed && !std::exchange(thread.isHurried, true))
       RawSystemCall(SYS_tgkill, ownPid, thread.tid, SIGHUP);
 }
 
@@ -131,6 +136,24 @@ void DropEnded() {
     const ThreadStatus status = ReadThreadStatus(thread.tid);
     if ((TaskDirectory() >= 0 && !status.exists) || status.ended)
       TakeBack(thread, "the thread has ended");
+  }
+}
+
+/// Waits until all have answered, or nobody does any more.
+void AwaitAnswers(Patience patience) {
+  std::int64_t hurryAfter = kHurryAfter;
+  int pending = CountPending();
+  for (int round = 1; pending != 0 && !patience.IsOver(); ++round) {
+    SleepAnInterval();
+    if (round % kStatusEvery == 0) DropEnded();
+    const int before = std::exchange(pending, CountPending());
+    if (pending != before) {
+      patience.NoteSign();
+      hurryAfter = kHurryAfter;
+    } else if (patience.SinceSign() > hurryAfter) {
+      HurryThoseThatAnswer();
+      hurryAfter += kHurryAfter;
+    }
   }
 }
 
@@ -145,14 +168,10 @@ void RequestStacks(pid_t self) {
     Ask(thread);
   }
   if (!isAsked) return;
-  for (int spent = 0, round = 0; spent < kBudget && AnyPending(); spent += kInterval) {
-    Sleep(kInterval);
-    if (++round % kStatusEvery == 0) DropEnded();
-    if (spent == kHurryAfter) HurryThoseThatAnswer();
-  }
+  AwaitAnswers(Patience(kPatience, kBudget));
   for (ThreadEntry& thread : g_threadTable)
     if (TakeBack(thread, "it did not answer in time")) StepAside(thread.tid);
-  for (int spent = 0; spent < kGrace && AnyPending(); spent += kInterval) Sleep(kInterval);
+  AwaitAnswers(Patience(kGrace, kGraceOfAll));
 }
 
 }  // namespace tarvo::crashhandler

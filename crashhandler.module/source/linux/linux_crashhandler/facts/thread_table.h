@@ -46,7 +46,8 @@ struct ThreadEntry {
   bool isForChild = false;  ///< its registers are read by the crash child
 
   std::atomic<RequestState> request{RequestState::None};
-  FaultGuard guard;  ///< of its walk, when it is asked
+  bool isHurried = false;  ///< it was told to do without the unwinder
+  FaultGuard guard;        ///< of its walk, when it is asked
   /// Where the request has interrupted it; null once its handler for that has run out of stack.
   const ucontext_t* interrupted = nullptr;
 

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "crash_context/raw_system_call.h"
+#include "linux/linux_crashhandler/base/patience.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/stopping/tracer.h"
@@ -26,12 +27,6 @@ constexpr long kLivenessInterval = 5'000'000;
 
 char* g_stack = nullptr;
 
-std::int64_t Now() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
-}
-
 void Wake(std::atomic<std::uint32_t>& word) {
   RawSystemCall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1);
 }
@@ -45,11 +40,11 @@ void Command(TracerCommand command) {
 /// Waits until a command is carried out, when `before` were; false when it was not in time, or the
 /// tracer has ended.
 bool AwaitDone(std::uint32_t before) {
-  std::int64_t end = Now() + kPatience;
+  Patience patience(kPatience, kStopLimit + kPatience);
   for (std::uint32_t stops = g_tracer.stops.load(); g_tracer.done.load() == before;) {
-    if (g_tracer.stops.load() != stops) end = Now() + kPatience;
+    if (g_tracer.stops.load() != stops) patience.NoteSign();
     stops = g_tracer.stops.load();
-    if (!IsTracerAlive() || Now() > end) return g_tracer.done.load() != before;
+    if (!IsTracerAlive() || patience.IsOver()) return g_tracer.done.load() != before;
     const timespec interval{0, kLivenessInterval};
     RawSystemCall(SYS_futex, &g_tracer.done, FUTEX_WAIT_PRIVATE, before, &interval);
   }
@@ -61,7 +56,8 @@ void KillTracer() {
   const pid_t tracer = g_tracer.tid.load();
   if (tracer <= 0) return;
   RawSystemCall(SYS_kill, tracer, SIGKILL);
-  for (const std::int64_t end = Now() + kPatience / 2; IsTracerAlive() && Now() < end;) {
+  for (const std::int64_t end = MonotonicTime() + kPatience / 2;
+       IsTracerAlive() && MonotonicTime() < end;) {
     const timespec pause{0, 1'000'000};
     RawSystemCall(SYS_nanosleep, &pause, nullptr);
   }

@@ -14,6 +14,7 @@
 
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
+#include "linux/linux_crashhandler/base/patience.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 
 namespace tarvo::crashhandler {
@@ -29,12 +30,6 @@ constexpr long kLongestPause = 1'000'000;
 
 [[noreturn]] void End() {
   for (;;) RawSystemCall(SYS_exit, 0);
-}
-
-std::int64_t Now() {
-  timespec now{};
-  RawSystemCall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
-  return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
 }
 
 void Sleep(long nanoseconds) {
@@ -136,7 +131,7 @@ bool IsAnyOnItsWay() {
 /// Looks at the threads that were told to stop until all do, or none has for too long, or `end`.
 void AwaitStops(std::int64_t end) {
   long pause = kFirstPause;
-  std::int64_t lastStop = Now();
+  std::int64_t lastStop = MonotonicTime();
   for (std::uint32_t before = g_tracer.stops.load();;) {
     bool isComplete = true;
     for (ThreadEntry& thread : g_threadTable) {
@@ -144,7 +139,7 @@ void AwaitStops(std::int64_t end) {
       Look(thread);
       isComplete = isComplete && thread.stop.load() != StopState::Interrupted;
     }
-    const std::int64_t now = Now();
+    const std::int64_t now = MonotonicTime();
     if (g_tracer.stops.load() != before) lastStop = now;
     before = g_tracer.stops.load();
     if (isComplete || now > end || (now > lastStop + kStopBudget && !IsAnyOnItsWay())) return;
@@ -170,15 +165,6 @@ bool FindThreads() {
   return g_threadTable.count.load() != before;
 }
 
-/// The signal whose delivery the thread was stopped at; 0 when it was stopped by the interrupt
-/// (linux-6.1 kernel/signal.c, ptrace_do_notify: an event stop has its event above SIGTRAP).
-long SignalOf(pid_t tid) {
-  siginfo_t info{};
-  if (Ptrace(PTRACE_GETSIGINFO, tid, 0, &info) != 0 || info.si_code >> 8 == PTRACE_EVENT_STOP)
-    return 0;
-  return info.si_signo;
-}
-
 /// Stops the crashing thread for as long as it takes to read its registers: it waits for this. No
 /// limit of time: it must be let go again, and when it has waited too long it kills this process.
 void ReadCrashThread() {
@@ -190,18 +176,18 @@ void ReadCrashThread() {
     if (thread->stop.load() == StopState::Interrupted) Sleep(kFirstPause);
   }
   if (thread->stop.load() == StopState::Stopped)
-    Ptrace(PTRACE_DETACH, thread->tid, 0, SignalOf(thread->tid));
+    Ptrace(PTRACE_DETACH, thread->tid, 0, DeliveredSignal(thread->tid));
 }
 
 void StopAll() {
-  const std::int64_t end = Now() + kStopLimit;
+  const std::int64_t end = MonotonicTime() + kStopLimit;
   for (int pass = 0; pass < kMaximumPasses; ++pass) {
     for (ThreadEntry& thread : g_threadTable)
       if (thread.stop.load() == StopState::Listed && thread.tid != g_tracer.crashThread)
         Seize(thread);
     AwaitStops(end);
     // Threads that were still running may have started others.
-    if (!FindThreads() || Now() > end) break;
+    if (!FindThreads() || MonotonicTime() > end) break;
   }
   ReadCrashThread();
 }
@@ -210,15 +196,22 @@ void Yield() {
   for (ThreadEntry& thread : g_threadTable) {
     if (thread.stop.load() != StopState::Stopped || thread.tid == g_tracer.crashThread) continue;
     thread.stop.store(StopState::Interrupted);
-    Ptrace(PTRACE_CONT, thread.tid, 0, SignalOf(thread.tid));
+    Ptrace(PTRACE_CONT, thread.tid, 0, DeliveredSignal(thread.tid));
   }
   Sleep(kYield);
   for (ThreadEntry& thread : g_threadTable)
     if (thread.stop.load() == StopState::Interrupted) Ptrace(PTRACE_INTERRUPT, thread.tid);
-  AwaitStops(Now() + kStopLimit);
+  AwaitStops(MonotonicTime() + kYieldLimit);
 }
 
 }  // namespace
+
+long DeliveredSignal(pid_t tid) {
+  siginfo_t info{};
+  if (Ptrace(PTRACE_GETSIGINFO, tid, 0, &info) != 0 || info.si_code >> 8 == PTRACE_EVENT_STOP)
+    return 0;
+  return info.si_signo;
+}
 
 int RunTracer(void*) {
   Prepare();

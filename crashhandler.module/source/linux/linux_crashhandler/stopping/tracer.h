@@ -44,10 +44,17 @@ inline constexpr std::int64_t kStopBudget = 250'000'000;
 inline constexpr std::int64_t kStopLimit = 5'000'000'000;
 /// How long threads go on at TracerCommand::Yield, in nanoseconds.
 inline constexpr std::int64_t kYield = 2'000'000;
+/// How long it tries to stop them again after that: there may be several yields.
+inline constexpr std::int64_t kYieldLimit = 1'000'000'000;
 /// After so many seconds the kernel kills the tracer, should the crashed process not end.
 inline constexpr std::int64_t kTracerLife = 600;
 
 /// The tracer's function. Tracer; never returns.
 int RunTracer(void*);
+
+/// The signal whose delivery a seized thread was stopped at, to be passed on when it goes on; 0
+/// when it was stopped by the interrupt (linux-6.1 kernel/signal.c, ptrace_do_notify: an event stop
+/// has its event above SIGTRAP). Raw system calls only; the caller is the thread's tracer.
+long DeliveredSignal(pid_t tid);
 
 }  // namespace tarvo::crashhandler

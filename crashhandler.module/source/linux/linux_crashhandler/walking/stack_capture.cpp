@@ -1,10 +1,10 @@
 #include "linux/linux_crashhandler/walking/stack_capture.h"
 
 #include <errno.h>
-#include <time.h>
 
 #include <new>
 
+#include "linux/linux_crashhandler/base/patience.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/thread_names.h"
 #include "linux/linux_crashhandler/facts/thread_place.h"
@@ -14,17 +14,12 @@
 namespace tarvo::crashhandler {
 namespace {
 
-/// For one walk and for all of them, in microseconds. A walk takes some ten.
+/// For one walk, in microseconds, and for all of them, in nanoseconds. A walk takes some ten
+/// microseconds.
 constexpr long kWalk = 20'000;
-constexpr std::int64_t kAllWalks = 500'000;
+constexpr std::int64_t kAllWalks = 500'000'000;
 /// How often, while walks are held up. The one that holds the lock is another one each time.
 constexpr int kTries = 6;
-
-std::int64_t Microseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * std::int64_t{1'000'000} + now.tv_nsec / 1000;
-}
 
 bool IsStopped(const ThreadEntry& thread, pid_t self) {
   return thread.tid != self && thread.stop.load() == StopState::Stopped && !thread.isKernelWorker;
@@ -46,10 +41,10 @@ bool Walk(ThreadEntry& thread, bool withUnwinder) {
 
 /// Walks those that were not walked yet; false at the first one that is held up.
 bool WalkAll(pid_t self, bool withUnwinder) {
-  const std::int64_t end = Microseconds() + kAllWalks;
+  const std::int64_t end = MonotonicTime() + kAllWalks;
   for (ThreadEntry& thread : g_threadTable) {
     if (!IsStopped(thread, self) || (thread.stack.count != 0 && !thread.isHeldUp)) continue;
-    if (Microseconds() > end) return true;
+    if (MonotonicTime() > end) return true;
     if (!Walk(thread, withUnwinder)) return false;
   }
   return true;
