@@ -21,8 +21,7 @@ inline std::int64_t MonotonicTime() {
 /// sleep of two milliseconds takes a hundred. Any thread.
 class Patience {
  public:
-  Patience(std::int64_t sinceSign, std::int64_t inAll)
-      : sinceSign_(sinceSign), inAll_(inAll) {}
+  Patience(std::int64_t sinceSign, std::int64_t inAll) : sinceSign_(sinceSign), inAll_(inAll) {}
 
   void NoteSign() { sign_ = MonotonicTime(); }
   [[nodiscard]] std::int64_t SinceSign() const { return MonotonicTime() - sign_; }

@@ -37,12 +37,18 @@ void Command(TracerCommand command) {
   Wake(g_tracer.command);
 }
 
+/// Whether the tracer has only not had the processor.
+bool IsTracerOnItsWay() {
+  return g_tracer.taskDirectory >= 0 && IsRunnable("../../", g_tracer.tid.load());
+}
+
 /// Waits until a command is carried out, when `before` were; false when it was not in time, or the
 /// tracer has ended.
 bool AwaitDone(std::uint32_t before) {
   Patience patience(kPatience, kStopLimit + kPatience);
   for (std::uint32_t stops = g_tracer.stops.load(); g_tracer.done.load() == before;) {
-    if (g_tracer.stops.load() != stops) patience.NoteSign();
+    const bool isSlow = patience.SinceSign() > kPatience / 2;
+    if (g_tracer.stops.load() != stops || (isSlow && IsTracerOnItsWay())) patience.NoteSign();
     stops = g_tracer.stops.load();
     if (!IsTracerAlive() || patience.IsOver()) return g_tracer.done.load() != before;
     const timespec interval{0, kLivenessInterval};

@@ -100,28 +100,11 @@ void Look(ThreadEntry& thread) {
   }
 }
 
-/// Whether the thread would go on, and stop, if the processor came to it; one that waits in the
-/// kernel for good would not.
-bool IsRunnable(pid_t tid) {
-  TextBuffer<32> path;
-  path.AppendDecimal(tid);
-  path.Append("/stat");
-  const long file =
-      RawSystemCall(SYS_openat, g_tracer.taskDirectory, path.Text(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
-  char buffer[64];
-  const long size = RawSystemCall(SYS_read, file, buffer, sizeof(buffer));
-  RawSystemCall(SYS_close, file);
-  const std::string_view text(buffer, static_cast<std::size_t>(size > 0 ? size : 0));
-  const std::size_t nameEnd = text.rfind(')');
-  return nameEnd != std::string_view::npos && text.substr(nameEnd).starts_with(") R");
-}
-
 /// Whether waiting longer is of use: on a machine that is busy enough a thread is not even woken up
 /// in kStopBudget.
 bool IsAnyOnItsWay() {
   for (const ThreadEntry& thread : g_threadTable) {
-    if (thread.stop.load() != StopState::Interrupted || !IsRunnable(thread.tid)) continue;
+    if (thread.stop.load() != StopState::Interrupted || !IsRunnable("", thread.tid)) continue;
     g_tracer.stops.fetch_add(1);
     return true;
   }
@@ -205,6 +188,22 @@ void Yield() {
 }
 
 }  // namespace
+
+bool IsRunnable(const char* folder, pid_t tid) {
+  TextBuffer<32> path;
+  path.Append(folder);
+  path.AppendDecimal(tid);
+  path.Append("/stat");
+  const long file =
+      RawSystemCall(SYS_openat, g_tracer.taskDirectory, path.Text(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  char buffer[64];
+  const long size = RawSystemCall(SYS_read, file, buffer, sizeof(buffer));
+  RawSystemCall(SYS_close, file);
+  const std::string_view text(buffer, static_cast<std::size_t>(size > 0 ? size : 0));
+  const std::size_t nameEnd = text.rfind(')');
+  return nameEnd != std::string_view::npos && text.substr(nameEnd).starts_with(") R");
+}
 
 long DeliveredSignal(pid_t tid) {
   siginfo_t info{};

@@ -52,6 +52,11 @@ inline constexpr std::int64_t kTracerLife = 600;
 /// The tracer's function. Tracer; never returns.
 int RunTracer(void*);
 
+/// Whether `tid` would go on if the processor came to it; one that waits in the kernel for good
+/// would not. `folder` leads from the task directory of the crashed process to that of `tid`. Raw
+/// system calls only. Crashed process, tracer.
+bool IsRunnable(const char* folder, pid_t tid);
+
 /// The signal whose delivery a seized thread was stopped at, to be passed on when it goes on; 0
 /// when it was stopped by the interrupt (linux-6.1 kernel/signal.c, ptrace_do_notify: an event stop
 /// has its event above SIGTRAP). Raw system calls only; the caller is the thread's tracer.
