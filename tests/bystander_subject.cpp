@@ -325,6 +325,21 @@ EXPORTED void CrashInGeneratedCode() {
   asm volatile("");
 }
 
+/// Beside the first crash, which is held up.
+EXPORTED void BystanderCrashesToo() {
+  ++g_running;
+  while (g_running.load() < 1000) usleep(1000);
+  usleep(200'000);
+  CrashInGeneratedCode();
+}
+
+/// The modules cannot be listed for a second.
+EXPORTED void CrashHeldUp() {
+  std::thread(BystanderListsModules).detach();
+  while (g_running.load() == 1000) usleep(1000);
+  CrashNullWrite();
+}
+
 /// First in a vfork child, which has this process's memory, then in the process.
 EXPORTED void CrashAfterAVforkChild() {
   const pid_t child = vfork();
@@ -457,6 +472,7 @@ const std::map<std::string, void (*)()> kBystanders = {
     {"calls-wildly", BystanderCallsWildly},
     {"lists-modules", BystanderListsModules},
     {"registers-frames", BystanderRegistersFrames},
+    {"crashes-too", BystanderCrashesToo},
     {"kernel-worker", BystanderWithAKernelWorker}};
 
 /// For others to look at.
@@ -471,6 +487,7 @@ const std::map<std::string, void (*)()> kCrashes = {
     {"alternate-stack-above", CrashBelowItsAlternateStack},
     {"return", CrashAtItsReturn},
     {"generated-code", CrashInGeneratedCode},
+    {"held-up", CrashHeldUp},
     {"vfork", CrashAfterAVforkChild},
     {"no-descriptors", CrashWithoutDescriptors},
     {"no-proc", CrashWithoutProc},

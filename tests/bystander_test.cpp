@@ -54,6 +54,8 @@ constexpr Scene kScenes[] = {
      "[0x123000]"},
     {"lists-modules", 1, "BystanderListsModules", "null-write", "CrashNullWrite"},
     {"registers-frames", 3, "BystanderRegistersFrames", "null-write", "CrashNullWrite"},
+    {"crashes-too", 3, "BystanderCrashesToo", "held-up", "CrashHeldUp", nullptr,
+     "CrashInGeneratedCode"},
     {"polls", 1, "BystanderPolls", "one-argument", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "return", "[0x123000]"},
     {"polls", 1, "BystanderPolls", "generated-code", "CrashInGeneratedCode"},
