@@ -48,11 +48,14 @@ std::string Encode(const AddressChain& chain) {
   for (const SourceFrame& frame : frames) {
     const std::string_view function = frame.function.View().substr(0, kMostAnswerText);
     const std::string_view file = frame.sourceFile.View().substr(0, kMostAnswerText);
+    const std::string_view checksum = frame.sourceFileChecksum.View().substr(0, kMostAnswerText);
     Append(bytes, AnswerFrame{.functionSize = static_cast<std::uint32_t>(function.size()),
                               .fileSize = static_cast<std::uint32_t>(file.size()),
-                              .line = frame.line});
+                              .checksumSize = static_cast<std::uint32_t>(checksum.size()),
+                              .line = static_cast<std::uint32_t>(frame.line)});
     bytes += function;
     bytes += file;
+    bytes += checksum;
   }
   return bytes;
 }

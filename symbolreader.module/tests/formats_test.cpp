@@ -9,6 +9,7 @@
 #include "debug_files.h"
 #include "files/image_range.h"
 #include "support/files.h"
+#include "support/program.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -22,6 +23,14 @@ std::int64_t MarkedLine(std::string_view name) {
   for (std::string line; std::getline(source, line); ++number)
     if (line.ends_with("// mark: " + std::string(name))) return number;
   return 0;
+}
+
+/// What hexadecimal digits stand for.
+std::string Bytes(const std::string& digits) {
+  std::string bytes;
+  for (std::size_t i = 0; i < digits.size(); i += 2)
+    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  return bytes;
 }
 
 class Formats : public testing::TestWithParam<Recipe> {};
@@ -115,6 +124,60 @@ TEST_P(Formats, FitTheModuleThatTheyAreLoadedFor) {
       {.file = file, .architecture = GetParam().architecture, .id = "0123456789abcdef"});
   ASSERT_FALSE(other);
   EXPECT_TRUE(other.GetError().Message().View().contains("of another build"));
+}
+
+/// The checksums that frames in the sample have, of functions and of those that they are inlined
+/// into.
+std::set<std::string> SampleChecksums(const fs::path& indices, const Recipe& recipe,
+                                      const fs::path& bundle,
+                                      const std::map<std::uint64_t, Answer>& addresses) {
+  const auto host = StartHost(indices);
+  const auto reader = BindReader(*host).chains;
+  EXPECT_TRUE(reader->Load(
+      {.file = Url::FromSystemPath(bundle.string()), .architecture = recipe.architecture}));
+  std::set<std::string> checksums;
+  for (const auto& [address, ignored] : addresses) {
+    const auto chain = reader->Resolve(address);
+    for (const SourceFrame& frame : chain ? chain->frames : std::vector<SourceFrame>{})
+      if (frame.sourceFile.View().ends_with("sample.cpp"))
+        checksums.insert(frame.sourceFileChecksum.ToStdString());
+  }
+  return checksums;
+}
+
+// GCC 12 notes none, nor does clang in DWARF 4, as for Apple and MinGW; zeros, and a kind of
+// another length, are none.
+TEST_P(Formats, TellTheSourcesChecksum) {
+  TARVO_MAKE_OR_SKIP(directory, GetParam());
+  const bool isNoted = !GetParam().script.starts_with("g++") &&
+                       !GetParam().name.starts_with("MachO") && GetParam().name != "PeDwarf";
+  const std::string digits =
+      RunProgram({"/usr/bin/md5sum", TEST_DATA "/sample.cpp"}).output.substr(0, 32);
+  const std::set<std::string> expected = {isNoted ? "md5:" + digits : ""};
+  const auto addresses = SymbolizerAnswers(directory, GetParam().file);
+  const TemporaryDirectory scratch;
+  const auto checksums = [&](const char* indices, const fs::path& folder) {
+    return SampleChecksums(scratch / indices, GetParam(), folder / GetParam().bundle, addresses);
+  };
+  WriteFile(scratch / "file", "");
+  for (const char* indices : {"indices", "indices", "file/below"})
+    EXPECT_EQ(checksums(indices, directory), expected) << indices;
+  if (!isNoted) return;
+  const fs::path spoilt = scratch / "spoilt";
+  fs::copy(directory, spoilt, fs::copy_options::recursive);
+  for (const auto& entry : fs::recursive_directory_iterator(spoilt)) {
+    if (!entry.is_regular_file()) continue;
+    std::string bytes = ReadFile(entry.path());
+    const std::string raw = Bytes(digits);
+    for (auto at = bytes.find(raw); at != std::string::npos; at = bytes.find(raw, at + 1)) {
+      if (GetParam().name.starts_with("PePdb"))
+        bytes[at - 1] = 2;
+      else
+        bytes.replace(at, raw.size(), raw.size(), '\0');
+    }
+    WriteFile(entry.path(), bytes);
+  }
+  EXPECT_EQ(checksums("others", spoilt), std::set<std::string>{""});
 }
 
 // A damaged file may be refused, or be resolved as far as it goes; nothing else may happen.

@@ -2,9 +2,12 @@
 #include <llvm/DebugInfo/DWARF/DWARFContext.h>
 #include <llvm/DebugInfo/Symbolize/SymbolizableObjectFile.h>
 
+#include <optional>
+
 #include "files/debug_file_contents.h"
 #include "indexer/address_reader.h"
 #include "indexer/demangle.h"
+#include "indexer/dwarf/source_files.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -30,6 +33,7 @@ class DwarfReader final : public AddressReader {
     const auto ignore = [](llvm::Error error) { llvm::consumeError(std::move(error)); };
     auto context = llvm::DWARFContext::create(
         object, llvm::DWARFContext::ProcessDebugRelocations::Process, nullptr, "", ignore, ignore);
+    checksums_.emplace(*context);
     auto made =
         SymbolizableObjectFile::create(&object, std::move(context), /*UntagAddresses=*/false);
     if (made)
@@ -43,6 +47,7 @@ class DwarfReader final : public AddressReader {
  private:
   std::shared_ptr<const DebugFile> file_;
   std::unique_ptr<SymbolizableObjectFile> object_;  ///< null when the symbol table is broken
+  std::optional<SourceChecksums> checksums_;        ///< of the object's context
 };
 
 std::optional<AddressChain> DwarfReader::Find(std::uint64_t address) {
@@ -54,8 +59,10 @@ std::optional<AddressChain> DwarfReader::Find(std::uint64_t address) {
       {address, llvm::object::SectionedAddress::UndefSection}, wanted, /*UseSymbolTable=*/true);
   if (frames.getNumberOfFrames() == 0) return std::nullopt;
   AddressChain chain;
-  for (std::uint32_t i = 0; i < frames.getNumberOfFrames(); ++i)
-    chain.frames.push_back(FrameOf(frames.getFrame(i)));
+  for (std::uint32_t i = 0; i < frames.getNumberOfFrames(); ++i) {
+    SourceFrame& frame = chain.frames.emplace_back(FrameOf(frames.getFrame(i)));
+    frame.sourceFileChecksum = checksums_->Find(address, frame.sourceFile.ToStdString());
+  }
   if (chain.frames.size() == 1 && chain.frames.front() == SourceFrame{}) return std::nullopt;
   return chain;
 }

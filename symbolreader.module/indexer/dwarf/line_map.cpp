@@ -1,5 +1,7 @@
 #include "indexer/dwarf/line_map.h"
 
+#include "indexer/dwarf/source_files.h"
+
 namespace tarvo::symbolreader {
 namespace {
 
@@ -68,11 +70,9 @@ void UnitLines::Add(std::uint64_t start, std::uint64_t end, const DWARFDebugLine
 std::uint32_t UnitLines::File(std::uint64_t index) {
   if (!isThere_) return 0;
   const auto [entry, isNew] = files_.try_emplace(index, 0);
-  std::string path;
-  if (isNew &&
-      table_.getFileNameByIndex(
-          index, directory_, llvm::DILineInfoSpecifier::FileLineInfoKind::AbsoluteFilePath, path))
-    entry->second = part_.NumberPath(path);
+  if (!isNew) return entry->second;
+  if (const auto path = SourcePath(table_.Prologue, index, directory_))
+    entry->second = part_.NumberFile(*path, SourceChecksum(table_.Prologue, index));
   return entry->second;
 }
 

@@ -23,13 +23,15 @@ class ChainNodes {
     std::size_t depth = 0;
     SourceFrame call;
     for (const SourceFrame& frame : std::views::reverse(chain.frames)) {
-      caller = NodeOf(depth++, {frame.function, call.sourceFile, call.line}, caller);
+      call.function = frame.function;
+      caller = NodeOf(depth++, call, caller);
       call = frame;
     }
     const SourceFrame& innermost = chain.frames.front();
-    return {.node = caller,
-            .file = part_.NumberPath(innermost.sourceFile.View()),
-            .line = static_cast<std::uint32_t>(innermost.line)};
+    return {
+        .node = caller,
+        .file = part_.NumberFile(innermost.sourceFile.View(), innermost.sourceFileChecksum.View()),
+        .line = static_cast<std::uint32_t>(innermost.line)};
   }
 
  private:
@@ -47,7 +49,8 @@ class ChainNodes {
     made = {frame, caller,
             part_.AddNode({.name = part_.NumberPath(frame.function.View()),
                            .caller = caller,
-                           .callFile = part_.NumberPath(frame.sourceFile.View()),
+                           .callFile = part_.NumberFile(frame.sourceFile.View(),
+                                                        frame.sourceFileChecksum.View()),
                            .callLine = static_cast<std::uint32_t>(frame.line)})};
     return made.node;
   }

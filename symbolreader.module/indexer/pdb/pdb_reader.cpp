@@ -10,6 +10,7 @@
 
 #include "files/debug_file_contents.h"
 #include "indexer/address_reader.h"
+#include "indexer/checksum_text.h"
 #include "indexer/demangle.h"
 #include "source.h"
 #include "tarvo/format.h"
@@ -59,13 +60,30 @@ std::string PdbReader::FunctionName(std::uint64_t address, const PDBSymbolFunc* 
   return function != nullptr ? function->getName() : std::string();
 }
 
+/// None where there is no checksum, or one of a kind that is not known.
+std::string_view AlgorithmOf(PDB_Checksum kind) {
+  switch (kind) {
+    case PDB_Checksum::MD5:
+      return kMd5;
+    case PDB_Checksum::SHA1:
+      return kSha1;
+    case PDB_Checksum::SHA256:
+      return kSha256;
+    default:
+      return {};
+  }
+}
+
 /// Takes file and line of the first of `lines`, if there is one.
 bool PdbReader::Place(std::unique_ptr<IPDBEnumLineNumbers> lines, SourceFrame& frame) const {
   const auto line = lines == nullptr ? nullptr : lines->getNext();
   if (line == nullptr) return false;
   frame.line = line->getLineNumber();
-  if (const auto file = session_->getSourceFileById(line->getSourceFileId()))
+  if (const auto file = session_->getSourceFileById(line->getSourceFileId())) {
     frame.sourceFile = file->getFileName();
+    frame.sourceFileChecksum =
+        ChecksumText(AlgorithmOf(file->getChecksumType()), file->getChecksum());
+  }
   return true;
 }
 

@@ -37,6 +37,14 @@ std::uint32_t PartBuilder::NumberPath(llvm::StringRef path) {
   return Number(paths_, path, {.text = kEmpty});
 }
 
+std::uint32_t PartBuilder::NumberFile(llvm::StringRef path, llvm::StringRef checksum) {
+  if (path.empty() || checksum.empty()) return NumberPath(path);
+  std::string file = path.str();
+  file += kChecksumMark;
+  file += checksum;
+  return NumberPath(file);
+}
+
 std::uint64_t PartBuilder::AddNode(const PartNode& node) {
   const std::uint64_t place = part_.body.size() + 1;
   AppendVarint(part_.body, node.name);

@@ -60,6 +60,8 @@ class PartBuilder {
   /// Numbers of strings within the part; the empty one's is 0.
   std::uint32_t NumberName(llvm::StringRef name);
   std::uint32_t NumberPath(llvm::StringRef path);
+  /// That of a source file with its checksum, as SourceFrame has it; empty where none is known.
+  std::uint32_t NumberFile(llvm::StringRef path, llvm::StringRef checksum);
 
   /// Adds a function, and gives what rows and inlined functions name it by.
   std::uint64_t AddNode(const PartNode& node);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -128,7 +129,8 @@ class IndexSource final : public SymbolSource {
     return VarintReader(bytes_.subspan(std::min<std::uint64_t>(place, bytes_.size())));
   }
   [[nodiscard]] std::optional<Row> FindRow(std::uint64_t address) const;
-  [[nodiscard]] String Name(std::uint64_t body, std::uint64_t place) const;
+  [[nodiscard]] std::string_view Text(std::uint64_t body, std::uint64_t place) const;
+  void SetFile(std::uint64_t body, std::uint64_t place, SourceFrame& frame) const;
   void AddNodes(const Row& row, std::uint64_t address, AddressChain& chain) const;
 
   Mapping mapping_;
@@ -160,7 +162,7 @@ std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
   return std::nullopt;
 }
 
-String IndexSource::Name(std::uint64_t body, std::uint64_t place) const {
+std::string_view IndexSource::Text(std::uint64_t body, std::uint64_t place) const {
   const auto count = ReadAt<std::uint32_t>(bytes_, body - sizeof(std::uint32_t));
   if (place >= count || (std::uint64_t{count} + 1) * sizeof(std::uint32_t) > body) return {};
   const auto number =
@@ -169,22 +171,28 @@ String IndexSource::Name(std::uint64_t body, std::uint64_t place) const {
   const std::uint64_t start = stringEnds_[number - 1];
   const std::uint64_t end = stringEnds_[number];
   if (start > end || end > strings_.size()) return {};
-  return String(
-      std::string_view(reinterpret_cast<const char*>(strings_.data()) + start, end - start));
+  return {reinterpret_cast<const char*>(strings_.data()) + start, end - start};
+}
+
+void IndexSource::SetFile(std::uint64_t body, std::uint64_t place, SourceFrame& frame) const {
+  const std::string_view text = Text(body, place);
+  const std::size_t mark = text.find(kChecksumMark);
+  frame.sourceFile = text.substr(0, mark);
+  if (mark != std::string_view::npos) frame.sourceFileChecksum = text.substr(mark + 1);
 }
 
 /// Fills in the name of the chain's only frame, and adds the frames around it.
 void IndexSource::AddNodes(const Row& row, std::uint64_t address, AddressChain& chain) const {
   for (std::uint64_t place = row.node - 1; chain.frames.size() < kLongestChain;) {
     VarintReader reader = ReaderAt(row.body + place);
-    chain.frames.back().function = Name(row.body, reader.Read());
+    chain.frames.back().function = Text(row.body, reader.Read());
     const std::uint64_t head = reader.Read();
     if (head & 1) chain.symbolOffset = address - reader.Read();
     const std::uint64_t distance = head >> 1;
     if (distance == 0 || distance > place) return;
     place -= distance;
     SourceFrame& caller = chain.frames.emplace_back();
-    caller.sourceFile = Name(row.body, reader.Read());
+    SetFile(row.body, reader.Read(), caller);
     caller.line = static_cast<std::int64_t>(reader.Read());
   }
 }
@@ -192,7 +200,8 @@ void IndexSource::AddNodes(const Row& row, std::uint64_t address, AddressChain& 
 std::optional<AddressChain> IndexSource::Find(std::uint64_t address) const {
   const auto row = FindRow(address);
   if (!row) return std::nullopt;
-  AddressChain chain{.frames = {{.sourceFile = Name(row->body, row->file), .line = row->line}}};
+  AddressChain chain{.frames = {{.line = row->line}}};
+  SetFile(row->body, row->file, chain.frames.front());
   if (row->node != 0) AddNodes(*row, address, chain);
   if (chain.frames.size() == 1 && chain.frames.front() == SourceFrame{}) return std::nullopt;
   return chain;

@@ -16,7 +16,8 @@
 ///     block places    u64 each, in the same order: where in the file the block is
 ///     string ends     u64 each: where in the string bytes the string ends; it begins where the one
 ///                     before does
-///     string bytes    functions, demangled, and paths; string 0 is the empty one
+///     string bytes    functions, demangled, and paths; string 0 is the empty one. Behind a path
+///                     come a zero byte and the checksum of its file, where one is known
 ///     missing files   for each a varint, the size of its place, the place and a varint, its state
 ///                     (missing_files.h)
 ///     padding         zeros, so that the trailer is aligned
@@ -57,8 +58,10 @@
 namespace tarvo::symbolreader {
 
 /// Changes whenever the index of the same debug file would.
-inline constexpr std::uint32_t kIndexVersion = 3;
+inline constexpr std::uint32_t kIndexVersion = 4;
 inline constexpr std::uint32_t kRowsPerBlock = 32;
+/// Between a path and its file's checksum: no path has one.
+inline constexpr char kChecksumMark = '\0';
 
 struct IndexTrailer {
   static constexpr std::array<char, 8> kMagic = {'T', 'A', 'R', 'V', 'O', 'S', 'Y', 'M'};

@@ -22,9 +22,9 @@ static_assert(sizeof(IndexProgress) == 16);
 /// How the module asks tarvo-symbol-indexer for single addresses, over a stream socket, in the
 /// machine's byte order. The program starts with an AnswerGreeting, with the bytes of the error
 /// text behind it where the file cannot be read. Then the question is the address, 8 bytes; the
-/// answer an AnswerHeader, and behind it for each frame an AnswerFrame with the bytes of function
-/// and file behind it. Questions are answered one by one; the program ends when the socket is
-/// closed.
+/// answer an AnswerHeader, and behind it for each frame an AnswerFrame with the bytes of function,
+/// file and the file's checksum behind it. Questions are answered one by one; the program ends when
+/// the socket is closed.
 namespace tarvo::symbolreader {
 
 /// More than this of a function's name or a file's path is cut off.
@@ -48,7 +48,8 @@ static_assert(sizeof(AnswerHeader) == 16);
 struct AnswerFrame {
   std::uint32_t functionSize = 0;
   std::uint32_t fileSize = 0;
-  std::int64_t line = 0;
+  std::uint32_t checksumSize = 0;
+  std::uint32_t line = 0;
 };
 static_assert(sizeof(AnswerFrame) == 16);
 

@@ -113,7 +113,8 @@ bool IndexerConnection::ReceiveFrame(SourceFrame& frame) {
   if (!Receive({reinterpret_cast<char*>(&header), sizeof header})) return false;
   frame.line = header.line;
   return ReceiveText(header.functionSize, frame.function) &&
-         ReceiveText(header.fileSize, frame.sourceFile);
+         ReceiveText(header.fileSize, frame.sourceFile) &&
+         ReceiveText(header.checksumSize, frame.sourceFileChecksum);
 }
 
 bool IndexerConnection::Ask(std::uint64_t address, std::optional<AddressChain>& chain) {

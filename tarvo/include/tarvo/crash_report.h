@@ -90,9 +90,10 @@
 ///     ApplicationInfo, ComputerInfo, Exception   dictionaries of texts, one entry a line
 ///     Threads            array of { ThreadNumber, Registers, Properties, Callstack }
 ///       Callstack        array of { ModuleName, FunctionName, Address }, innermost frame first;
-///                        resolution adds SourceFileName and SourceLine and, where the function is
-///                        inlined, InlinedInto: an array from the inside out of { FunctionName,
-///                        SourceFileName, SourceLine }, last the one that has code of its own
+///                        resolution adds SourceFileName, SourceLine, where the compiler has noted
+///                        it SourceFileChecksum and, where the function is inlined, InlinedInto: an
+///                        array from the inside out of { FunctionName, SourceFileName, SourceLine,
+///                        SourceFileChecksum }, last the one that has code of its own
 ///                        `tarvo resolve` adds AddressText, the address as hexadecimal text
 ///       Registers        dictionary, name to value as written ("0x…")
 ///       Properties       dictionary of texts, the thread's variables; ThreadName is one of them
@@ -289,6 +290,8 @@ inline constexpr std::string_view kAddress = "Address";
 inline constexpr std::string_view kAddressText = "AddressText";  ///< the same as text, "0x7f2a"
 inline constexpr std::string_view kSourceFileName = "SourceFileName";
 inline constexpr std::string_view kSourceLine = "SourceLine";
+/// Of the source file when it was compiled, "md5:", "sha1:" or "sha256:" and hexadecimal digits.
+inline constexpr std::string_view kSourceFileChecksum = "SourceFileChecksum";
 inline constexpr std::string_view kInlinedInto = "InlinedInto";
 /// Only a symbol table knew the function: how many bytes the address lies behind its symbol.
 inline constexpr std::string_view kSymbolOffset = "SymbolOffset";

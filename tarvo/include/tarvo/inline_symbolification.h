@@ -17,6 +17,9 @@ struct SourceFrame {
   String function{};
   String sourceFile{};
   std::int64_t line = 0;
+  /// Of the file's bytes when it was compiled, where the compiler has noted it: the algorithm,
+  /// "md5", "sha1" or "sha256", a colon and the lower-case hexadecimal digits.
+  String sourceFileChecksum{};
 
   friend bool operator==(const SourceFrame&, const SourceFrame&) = default;
 };

@@ -25,6 +25,8 @@ inline constexpr String kFunctionName = String::Literal(crash_report::property::
 inline constexpr String kAddress = String::Literal(crash_report::property::kAddress);
 inline constexpr String kSourceFileName = String::Literal(crash_report::property::kSourceFileName);
 inline constexpr String kSourceLine = String::Literal(crash_report::property::kSourceLine);
+inline constexpr String kSourceFileChecksum =
+    String::Literal(crash_report::property::kSourceFileChecksum);
 inline constexpr String kInlinedInto = String::Literal(crash_report::property::kInlinedInto);
 inline constexpr String kSymbolOffset = String::Literal(crash_report::property::kSymbolOffset);
 

@@ -18,7 +18,16 @@ namespace {
 
 /// What a frame may get here, with room for the mark and the text that a user of the tree adds to
 /// it: a frame grows once.
-constexpr std::size_t kSymbolProperties = 6;
+constexpr std::size_t kSymbolProperties = 7;
+
+/// Sets what is known of a function and of the place in it.
+void SetPlace(const SourceFrame& place, DataDictionary& entry) {
+  entry.Set(property::kFunctionName, place.function);
+  entry.Set(property::kSourceFileName, place.sourceFile);
+  entry.Set(property::kSourceLine, place.line);
+  if (!place.sourceFileChecksum.IsEmpty())
+    entry.Set(property::kSourceFileChecksum, place.sourceFileChecksum);
+}
 
 /// The functions around the innermost one.
 DataArray Callers(const AddressChain& chain) {
@@ -26,10 +35,8 @@ DataArray Callers(const AddressChain& chain) {
   callers.Reserve(chain.frames.size() - 1);
   for (const SourceFrame& caller : std::span(chain.frames).subspan(1)) {
     DataDictionary entry;
-    entry.Reserve(3);
-    entry.Set(property::kFunctionName, caller.function);
-    entry.Set(property::kSourceFileName, caller.sourceFile);
-    entry.Set(property::kSourceLine, caller.line);
+    entry.Reserve(caller.sourceFileChecksum.IsEmpty() ? 3 : 4);
+    SetPlace(caller, entry);
     callers.Append(std::move(entry));
   }
   return callers;
@@ -75,11 +82,8 @@ class FrameResolver {
       ShowUnresolvedFrame(frame);
       return Tell(outcome, frame, module.build, &chain.GetError());
     }
-    const SourceFrame& innermost = chain->frames.front();
     frame.Reserve(frame.Size() + kSymbolProperties);
-    frame.Set(property::kFunctionName, innermost.function);
-    frame.Set(property::kSourceFileName, innermost.sourceFile);
-    frame.Set(property::kSourceLine, innermost.line);
+    SetPlace(chain->frames.front(), frame);
     if (chain->symbolOffset) frame.Set(property::kSymbolOffset, *chain->symbolOffset);
     if (chain->frames.size() > 1) frame.Set(property::kInlinedInto, Callers(*chain));
     ShowResolvedFrame(frame);

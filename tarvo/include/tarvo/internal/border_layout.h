@@ -227,7 +227,8 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&Observable::Initialise, &Observable::Deactivate, &Observable::Name,
                 &Observable::Add, &Observable::Remove, &Observable::Notify)
         .Record(&Symbolification::Load, &Symbolification::Resolve)
-        .Record(&SourceFrame::function, &SourceFrame::sourceFile, &SourceFrame::line)
+        .Record(&SourceFrame::function, &SourceFrame::sourceFile, &SourceFrame::line,
+                &SourceFrame::sourceFileChecksum)
         .Record(&AddressChain::frames, &AddressChain::symbolOffset)
         .Record(&SymbolFileRequest::file, &SymbolFileRequest::architecture, &SymbolFileRequest::id,
                 &SymbolFileRequest::takesSymbolTable, &SymbolFileRequest::platform)
