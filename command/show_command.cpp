@@ -28,8 +28,10 @@ constexpr const char* kShowFooter =
 The thread that crashed comes first and as a whole, an arrow at the frame that
 crashed; what stands above it is the crash handler at work. Equal frames in a row
 are one line with their number behind it. Below the frame that crashed stand the
-lines of its source, where that file is on this machine and has not been changed
-since the crash, nor since the module was built where that is here too.
+lines of its source, where that file is on this machine and is the one that was
+compiled: it has the checksum that the debug information tells (DWARF 5 of clang,
+PDBs) or, where that tells none, has not been changed since the crash, nor since the
+module was built where that is here too.
 
 Lines fit the terminal, or COLUMNS; into a pipe or a file nothing is cut. Colours
 are for terminals, unless NO_COLOR is set.
@@ -165,8 +167,8 @@ void AddShowCommand(Program& program, Context& context) {
       .Excludes(all);
   const Option none = show.AddFlag("--no-source", options->hidesSource, "No lines of source files");
   show.AddFlag("--any-source", options->takesAnySource,
-               "Lines of source files that were changed since,\ntoo: a checkout is newer than "
-               "what it holds")
+               "Lines of source files that are not, or may not\nbe, those that were compiled, too: "
+               "without a\nchecksum a checkout seems newer than what it holds")
       .Excludes(none);
   show.AddOption("--color", options->colour, "auto (the default), always or never")
       .Named("WHEN")

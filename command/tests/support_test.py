@@ -4,6 +4,7 @@ reports do not state, outcomes that are worse than those before, interruption.
 
     support_test.py TARVO CXX"""
 
+import hashlib
 import json
 import os
 import pathlib
@@ -74,6 +75,34 @@ class SupportTest(unittest.TestCase):
         document = json.loads((self.folder / "r_bugreport.resolved.json").read_text())
         return [pathlib.Path(frame.get("SourceFileName", "none")).stem
                 for frame in document["Threads"][0]["Callstack"]]
+
+    def test_source_lines_are_those_that_were_compiled(self):
+        text = ("[[gnu::always_inline]] static inline int Get(int* p) { return *p; }\n"
+                'extern "C" int Render(int* p) { return Get(p); }\nint main() { return 0; }\n')
+        source = self.folder / "scene.cpp"
+        shown, hour = "│ [[gnu::always_inline]]", 3600
+        for compiler, change, age, expected in (
+                ("clang++-19 -gdwarf-5", "", -hour, shown),
+                ("clang++-19 -gdwarf-5", "// else\n", hour, "scene.cpp is not the file that was compiled: not shown"),
+                (f"{CXX} -gdwarf-5", "", -hour, "scene.cpp was changed after the crash: not shown"),
+                (f"{CXX} -gdwarf-5", "", hour, shown)):
+            with self.subTest(compiler=compiler, change=change):
+                source.write_text(text)
+                subprocess.run([*compiler.split(), "-O1", "-no-pie", source, "-o", "scene"], cwd=self.folder, check=True)
+                symbols = subprocess.check_output(["nm", self.folder / "scene"], text=True)
+                render = next(int(line.split()[0], 16) for line in symbols.splitlines() if line.endswith(" Render"))
+                self.run_tarvo("pack", "--build", "B1", "--archives", "a", "--replace", "scene")
+                path = self.folder / "r_bugreport.txt"
+                path.write_text(report({"scene": "B1"}, [("scene", render)]))
+                source.write_text(change + text)
+                time_then = path.stat().st_mtime - age
+                os.utime(source, (time_then, time_then))
+                self.run_tarvo("resolve", path, "--archives", "a", "--force")
+                self.assertIn(expected, self.run_tarvo("show", "r_bugreport.resolved.json"))
+                frame = json.loads((self.folder / "r_bugreport.resolved.json").read_text())["Threads"][0]["Callstack"][0]
+                noted = ["md5:" + hashlib.md5(text.encode()).hexdigest()] * 2 if "clang" in compiler else []
+                self.assertEqual([place["SourceFileChecksum"] for place in [frame, *frame.get("InlinedInto", [])]
+                                  if "SourceFileChecksum" in place], noted)
 
     def test_archives_are_searched_in_their_order_and_by_all_builds_that_may_serve(self):
         self.pack("one", "a")

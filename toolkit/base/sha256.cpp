@@ -3,6 +3,7 @@
 #include <array>
 
 #include "files/bound_library.h"
+#include "toolkit/base/hexadecimal.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -40,15 +41,9 @@ void Sha256::Add(std::string_view bytes) noexcept {
 }
 
 std::string Sha256::TakeHexadecimal() {
-  constexpr std::string_view kDigits = "0123456789abcdef";
   std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest;
   Library().digest(&state_, digest.size(), digest.data());
-  std::string text;
-  for (const unsigned byte : digest) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  return text;
+  return Hexadecimal(digest);
 }
 
 }  // namespace tarvo::toolkit

@@ -28,6 +28,7 @@ struct DocumentCaller {
   std::string_view function{};
   std::string_view sourceFile{};
   std::uint64_t sourceLine = 0;
+  std::string_view sourceFileChecksum{};
   friend bool operator==(const DocumentCaller&, const DocumentCaller&) = default;
 };
 
@@ -35,7 +36,8 @@ struct DocumentFrame {
   std::string_view module{};
   std::string_view function{};  ///< demangled by resolution, or as the report has it
   std::string_view sourceFile{};
-  std::uint64_t sourceLine = 0;  ///< 0: not known
+  std::uint64_t sourceLine = 0;           ///< 0: not known
+  std::string_view sourceFileChecksum{};  ///< when it was compiled: "md5:…"
   std::optional<std::uint64_t> address{};
   std::optional<std::uint64_t> symbolOffset{};  ///< bytes behind its symbol: no line is known
   std::vector<DocumentCaller> inlinedInto{};    ///< from the inside out

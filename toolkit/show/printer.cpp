@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <optional>
 
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
@@ -259,27 +260,35 @@ class Printer {
         line.function.insert(0, "(guess) ");
   }
 
-  /// Why the file of the last excerpt may not be the one that was compiled; else empty.
-  [[nodiscard]] std::string SourceDoubt(const DocumentFrame& frame) const {
-    if (options_.takesAnySource) return {};
+  /// Why the file of the last excerpt is not, or may not be, the one that was compiled; else empty.
+  /// Its age counts where there is no checksum.
+  [[nodiscard]] std::string SourceDoubt(const DocumentFrame& frame, std::optional<bool> isEqual) {
+    if (isEqual) return *isEqual ? "" : " is not the file that was compiled";
     const auto bound = FindCompileBound(document_, frame);
     if (bound && sources_.Time() <= bound->time) return {};
+    return bound ? " was changed after " + std::string(bound->event)
+                 : " may be another than was compiled";
+  }
+
+  /// A line that says why there is no excerpt.
+  void PrintDoubt(const DocumentFrame& frame, const std::string& doubt, std::size_t indent) {
     const std::string name = SafeText(frame.sourceFile.substr(frame.sourceFile.rfind('/') + 1));
-    const std::string why = bound ? " was changed after " + std::string(bound->event)
-                                  : " may be another than was compiled";
-    return name + why + ": not shown (--any-source shows it)";
+    const std::string text = name + doubt + ": not shown (--any-source shows it)";
+    text_ += std::string(indent, ' ') + paint_(Style::Quiet, Fitted(text, indent)) + '\n';
   }
 
   void PrintExcerpt(const DocumentFrame& frame, std::size_t indent) {
     const std::pair place(frame.sourceFile, frame.sourceLine);
     if (!options_.showsSource || place == excerpt_) return;
     const auto lines = sources_.Excerpt(frame.sourceFile, frame.sourceLine);
-    if (lines.empty()) return;
+    const auto isEqual = options_.takesAnySource
+                             ? std::optional(true)
+                             : sources_.Matches(frame.sourceFile, frame.sourceFileChecksum);
+    // Of a file that is another one it is said also where it ends before the line.
+    if (lines.empty() && isEqual.value_or(true)) return;
     excerpt_ = place;
-    if (const std::string doubt = SourceDoubt(frame); !doubt.empty()) {
-      text_ += std::string(indent, ' ') + paint_(Style::Quiet, Fitted(doubt, indent)) + '\n';
-      return;
-    }
+    if (const std::string doubt = SourceDoubt(frame, isEqual); !doubt.empty())
+      return PrintDoubt(frame, doubt, indent);
     const std::size_t width = std::to_string(lines.back().number).size();
     for (const SourceLine& line : lines) {
       const bool isMarked = line.number == frame.sourceLine;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "toolkit/base/checksum.h"
 #include "toolkit/base/regular_file.h"
 #include "toolkit/base/safe_text.h"
 
@@ -31,6 +32,7 @@ void SourceReader::Load(std::string_view path) {
   if (path == path_) return;
   path_ = path;
   content_.clear();
+  isRead_ = false;
   // The path is a text of the document: a NUL in it would end it early.
   if (path.find('\0') != std::string_view::npos) return;
   const auto opened = OpenRegularFile(path_);
@@ -40,6 +42,13 @@ void SourceReader::Load(std::string_view path) {
   time_ = file.st_mtim.tv_sec;
   content_.resize(opened->size);
   content_.resize(std::fread(content_.data(), 1, content_.size(), opened->file.get()));
+  isRead_ = content_.size() == opened->size;
+}
+
+std::optional<bool> SourceReader::Matches(std::string_view path, std::string_view checksum) {
+  if (!isRead_ || path != path_ || checksum.empty()) return std::nullopt;
+  work_ += content_.size();
+  return HasChecksum(content_, checksum);
 }
 
 std::vector<SourceLine> SourceReader::Excerpt(std::string_view path, std::uint64_t line) {

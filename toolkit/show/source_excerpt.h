@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,11 +33,16 @@ class SourceReader {
   /// When the file of the last excerpt was changed last, in seconds since 1970.
   [[nodiscard]] std::int64_t Time() const noexcept { return time_; }
 
+  /// Whether the file of the last excerpt, `path`, has this checksum (see HasChecksum). Nothing
+  /// where it could not be read.
+  std::optional<bool> Matches(std::string_view path, std::string_view checksum);
+
  private:
   void Load(std::string_view path);
 
   std::string path_;
   std::string content_;
+  bool isRead_ = false;  ///< whether `content_` is all that the file holds
   std::int64_t time_ = 0;
   std::uint64_t work_ = 0;  ///< bytes looked through
 };

@@ -157,6 +157,7 @@ TEST(ShowTest, SourceIsShownWhereItMayBeWhatWasCompiled) {
     const char* facts;
     bool takesAny;
     const char* expected;
+    const char* checksum = "";
   } kCases[] = {
       {5, 0, R"("Outcome": {"Report": "r", "Time": "2026-01-01T10:05:00Z"},)", false, "> 1 │ here"},
       {6, 0, R"("Outcome": {"Report": "r", "Time": "2026-01-01T10:05:00Z"},)", false,
@@ -169,8 +170,20 @@ TEST(ShowTest, SourceIsShownWhereItMayBeWhatWasCompiled) {
        "s.cpp was changed after the crash: not shown (--any-source shows it)"},
       {1, 0, "", false,
        "s.cpp may be another than was compiled: not shown (--any-source shows it)"},
+      // A checksum tells for sure, whatever the times say; what is none is as if it were not there.
+      {1, 0, "", false, "> 1 │ here", "md5:bc98d84673286ce1447eca1766f28504"},
+      {1, 0, "", false, "> 1 │ here", "sha1:3b1626288afb32c53b9f9553dd4a14b96f233942"},
+      {1, 0, "", false, "> 1 │ here",
+       "sha256:"
+       "c6006557cc52f5ddab8cb3cf6e69feec1cce3350c8d4628cc240872ad13c3c97"},
+      {2, 3, "", false,
+       "s.cpp is not the file that was compiled: not shown (--any-source shows it)",
+       "md5:bc98d84673286ce1447eca1766f28500"},
+      {2, 3, "", true, "> 1 │ here", "md5:bc98d84673286ce1447eca1766f28500"},
+      {2, 3, "", false, "> 1 │ here", "md5:bc98d8"},
+      {2, 3, "", false, "> 1 │ here", "sm3:bc98d84673286ce1447eca1766f28500"},
   };
-  for (const auto& [sourceTime, moduleTime, facts, takesAny, expected] : kCases) {
+  for (const auto& [sourceTime, moduleTime, facts, takesAny, expected, checksum] : kCases) {
     const auto write = [](const std::string& file, int minutes) {
       std::ofstream(file) << "here\n";
       Shell("touch -d '2026-01-01 10:0" + std::to_string(minutes) + " UTC' " + file);
@@ -180,7 +193,7 @@ TEST(ShowTest, SourceIsShownWhereItMayBeWhatWasCompiled) {
     const auto document = ParseCrashDocument(
         "{"s + facts + R"("Exception": {"Thread": "1"}, "Threads": [{"ThreadNumber": 1, "Callstack":
         [{"ModuleName": "m", "SourceFileName": ")" +
-            source + R"(", "SourceLine": 1}]}],
+            source + R"(", "SourceFileChecksum": ")" + checksum + R"(", "SourceLine": 1}]}],
         "LoadedModules": [{"ModuleName": "m", "Executable": ")" +
             (moduleTime == 0 ? "" : module) + "\"}]}",
         "x");
