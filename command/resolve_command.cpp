@@ -145,17 +145,16 @@ Result<void> ResolveShard(Framework& framework, report::ReportResolver& resolver
                           const std::vector<ListedReport>& list, const ResolveOptions& options,
                           ArchiveTree& archives, Summary& summary) {
   const Shard shard = ShardFromText(options.shard).value_or(Shard());
-  auto work = TakeUpShard(framework.Files(), list, shard, Url::FromSystemPath(options.results));
-  if (!work) return work.GetError();
-  if (!*work) {
-    summary.upToDate = ReportsOf(shard, list).size();
-    return {};
-  }
-  summary.upToDate = (*work)->takenUp;
+  auto taken = TakeUpShard(framework.Files(), list, shard, Url::FromSystemPath(options.results));
+  if (!taken) return taken.GetError();
+  summary.upToDate = taken->reports;
+  summary.lacks = std::move(taken->lacks);
+  if (!taken->work) return {};
+  ShardWork& work = *taken->work;
   const RunOptions run{
-      .threads = options.symbols.jobs, .isQuiet = options.isQuiet, .results = &(*work)->results};
-  ResolveAll(framework, resolver, (*work)->reports, archives, run, summary);
-  return summary.untouched == 0 ? FinishShard(**work) : Result<void>();
+      .threads = options.symbols.jobs, .isQuiet = options.isQuiet, .results = &work.results};
+  ResolveAll(framework, resolver, work.reports, archives, run, summary);
+  return summary.untouched == 0 ? FinishShard(work) : Result<void>();
 }
 
 /// Resolves what the command line names: paths, or a list or a part of one.

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "tarvo/crash_report.h"
 #include "tarvo/format.h"
@@ -26,11 +27,12 @@ std::string TextOf(const DataDictionary& object, std::string_view key) {
 /// Reads the outcome alone, however long the line is. No report where there is none.
 OutcomeLine OutcomeOfLine(std::string_view line) {
   if (!line.starts_with(kLineStart)) return {};
-  const auto outcome = ReadJsonObject(line.substr(kLineStart.size()), BehindJson::Anything);
+  auto outcome = ReadJsonObject(line.substr(kLineStart.size()), BehindJson::Anything);
   if (!outcome) return {};
   return {.report = TextOf(*outcome, property::kOutcomeReport),
           .hash = TextOf(*outcome, property::kOutcomeHash),
           .isFailed = outcome->Find(property::kOutcomeError) != nullptr,
+          .outcome = *std::move(outcome),
           .line = {}};
 }
 

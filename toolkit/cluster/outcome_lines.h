@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "tarvo/data_dictionary.h"
 #include "tarvo/result.h"
 #include "tarvo/url.h"
 
@@ -15,7 +16,8 @@ struct OutcomeLine {
   std::string report;  ///< its path as it was listed
   std::string hash;    ///< empty where the report could not be read
   bool isFailed = false;
-  std::string_view line;  ///< the whole of it, with its end; until the next one
+  DataDictionary outcome{};  ///< all of it
+  std::string_view line;     ///< the whole of it, with its end; until the next one
 };
 
 /// What becomes of a file that ends within a line.

@@ -5,7 +5,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "tarvo/crash_report.h"
 #include "toolkit/cluster/outcome_lines.h"
+#include "toolkit/resolve/summary/lacks_document.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -47,11 +49,15 @@ class Awaited {
       return std::nullopt;
     isDone_[found->second] = true;
     ++done_;
+    if (const auto* lacks =
+            outcome.outcome.FindAs<DataArray>(crash_report::property::kOutcomeLacks))
+      lacks_.AddReport(ReadLacks(*lacks));
     return found->second;
   }
 
   [[nodiscard]] std::size_t All() const { return mine_.size(); }
   [[nodiscard]] std::size_t Done() const { return done_; }
+  [[nodiscard]] Lacks TakeLacks() { return std::move(lacks_); }
 
   /// The places that are left, and their reports.
   std::pair<std::vector<std::size_t>, std::vector<Report>> Left() const {
@@ -70,29 +76,30 @@ class Awaited {
   std::unordered_map<std::string, std::size_t> places_{};
   std::vector<bool> isDone_;
   std::size_t done_ = 0;
+  Lacks lacks_;  ///< of those that are done
 };
 
-/// Whether `file` is whole and has all lines of the shard.
-bool Ran(const std::vector<ListedReport>& list, const std::vector<std::size_t>& mine,
-         const Url& file) {
+/// What the reports lack, where `file` is whole and has all lines of the shard.
+std::optional<Lacks> LacksOfRun(const std::vector<ListedReport>& list,
+                                const std::vector<std::size_t>& mine, const Url& file) {
   Awaited awaited(list, mine);
   const auto read = ForEachOutcome(file, CutEnd::Refused, [&](const OutcomeLine& outcome) {
     (void)awaited.Take(outcome);
     return Result<void>();
   });
-  return read && awaited.Done() == awaited.All();
+  if (!read || awaited.Done() != awaited.All()) return std::nullopt;
+  return awaited.TakeLacks();
 }
 
 }  // namespace
 
-Result<std::optional<ShardWork>> TakeUpShard(FileService& files,
-                                             const std::vector<ListedReport>& list,
-                                             const Shard& shard, const Url& file) {
+Result<TakenUpShard> TakeUpShard(FileService& files, const std::vector<ListedReport>& list,
+                                 const Shard& shard, const Url& file) {
   const std::vector<std::size_t> mine = ReportsOf(shard, list);
   std::vector<Url> partial = PartialFiles(file);
-  if (Ran(list, mine, file)) {
+  if (auto lacks = LacksOfRun(list, mine, file)) {
     Remove(partial);
-    return std::optional<ShardWork>();
+    return TakenUpShard{.reports = mine.size(), .lacks = *std::move(lacks)};
   }
   Result<ResultsFile> results = ResultsFile::MakeKept(files, file, mine.size());
   if (!results) return results.GetError();
@@ -107,10 +114,11 @@ Result<std::optional<ShardWork>> TakeUpShard(FileService& files,
   }
   auto [places, reports] = awaited.Left();
   results->SetPlaces(std::move(places));
-  return std::optional(ShardWork{.reports = std::move(reports),
-                                 .takenUp = awaited.Done(),
-                                 .results = std::move(*results),
-                                 .partial = std::move(partial)});
+  return TakenUpShard{.reports = awaited.Done(),
+                      .lacks = awaited.TakeLacks(),
+                      .work = ShardWork{.reports = std::move(reports),
+                                        .results = std::move(*results),
+                                        .partial = std::move(partial)}};
 }
 
 Result<void> FinishShard(ShardWork& work) {

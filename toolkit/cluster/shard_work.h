@@ -6,6 +6,7 @@
 
 #include "toolkit/cluster/shard.h"
 #include "toolkit/resolve/outcome/results_file.h"
+#include "toolkit/resolve/summary/lacks.h"
 
 namespace tarvo::toolkit {
 
@@ -17,18 +18,24 @@ namespace tarvo::toolkit {
 /// dead and works on is in nobody's way, for both come to the same lines.
 struct ShardWork {
   std::vector<Report> reports;  ///< to be resolved
-  std::size_t takenUp = 0;      ///< reports with a line from an earlier task
-  ResultsFile results;          ///< holds these lines, and takes those of `reports`
+  ResultsFile results;          ///< holds the lines of earlier tasks, and takes those of `reports`
   std::vector<Url> partial;     ///< of earlier tasks; of no use once `results` is committed
 };
 
-/// Looks at what earlier tasks have left of the shard. Nothing when `file` has a line for each of
-/// its reports, as they are listed: the shard ran. A line counts when its report's hash is the
-/// list's, so results of another list are not mistaken for this one's. A file error when nothing
-/// can be written beside `file`.
-[[nodiscard]] Result<std::optional<ShardWork>> TakeUpShard(FileService& files,
-                                                           const std::vector<ListedReport>& list,
-                                                           const Shard& shard, const Url& file);
+/// How far a shard is.
+struct TakenUpShard {
+  std::size_t reports = 0;          ///< that have a line from an earlier task
+  Lacks lacks{};                    ///< what these lack, by their outcomes
+  std::optional<ShardWork> work{};  ///< nothing where the shard ran
+};
+
+/// Looks at what earlier tasks have left of the shard. It ran where `file` has a line for each of
+/// its reports, as they are listed. A line counts when its report's hash is the list's, so results
+/// of another list are not mistaken for this one's. A file error when nothing can be written beside
+/// `file`.
+[[nodiscard]] Result<TakenUpShard> TakeUpShard(FileService& files,
+                                               const std::vector<ListedReport>& list,
+                                               const Shard& shard, const Url& file);
 
 /// `file` appears, and what earlier tasks have left goes.
 [[nodiscard]] Result<void> FinishShard(ShardWork& work);

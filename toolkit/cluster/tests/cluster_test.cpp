@@ -126,24 +126,31 @@ TEST_F(ClusterTest, AKilledShardIsTakenUpAndOneThatRanIsNot) {
   ASSERT_TRUE(host_);
   const auto list = List({4});
   const std::string stale = "{\"Outcome\":{\"Report\":\"r2\",\"Hash\":\"" + Hash(99) + "\"}}\n";
-  Write("r.jsonl.partial-abc", Line(list[3]) + stale + Line(list[0]).substr(0, 30));
+  const std::string lacking =
+      R"(,"Lacks":[{"Reason":"ArchiveMissing","Platform":"linux","Build":"B0","Module":"m","Frames":5}])";
+  Write("r.jsonl.partial-abc", Line(list[3], lacking) + stale + Line(list[0]).substr(0, 30));
   Write("r.jsonl.partial-def", Line(list[1], ",\"Error\":\"broken\"") + Line(list[3]));
-  auto work = TakeUpShard((*host_)->Services().Files(), list, {0, 1}, File("r.jsonl"));
-  ASSERT_TRUE(work && *work);
-  ASSERT_EQ((*work)->reports.size(), 2U);
-  EXPECT_EQ((*work)->takenUp, 2U);
-  EXPECT_EQ((*work)->reports[0].file.Text(), list[0].report.file.Text());
-  (*work)->results.Add(1, Line(list[2]));
-  (*work)->results.Add(0, Line(list[0]));
-  ASSERT_TRUE(FinishShard(**work));
-  EXPECT_EQ(ReadFile(directory_ / "r.jsonl"),
-            Line(list[0]) + Line(list[1], ",\"Error\":\"broken\"") + Line(list[2]) + Line(list[3]));
+  auto taken = TakeUpShard((*host_)->Services().Files(), list, {0, 1}, File("r.jsonl"));
+  ASSERT_TRUE(taken && taken->work);
+  ShardWork& work = *taken->work;
+  ASSERT_EQ(work.reports.size(), 2U);
+  EXPECT_EQ(taken->reports, 2U);
+  const std::map<Lacks::Place, std::uint64_t> lack = {{{"linux", "B0"}, 1}};
+  EXPECT_EQ(taken->lacks.Reports(), lack) << "of the reports that are not resolved again";
+  EXPECT_EQ(work.reports[0].file.Text(), list[0].report.file.Text());
+  work.results.Add(1, Line(list[2], lacking));
+  work.results.Add(0, Line(list[0]));
+  ASSERT_TRUE(FinishShard(work));
+  EXPECT_EQ(ReadFile(directory_ / "r.jsonl"), Line(list[0]) +
+                                                  Line(list[1], ",\"Error\":\"broken\"") +
+                                                  Line(list[2], lacking) + Line(list[3], lacking));
   using Entries = std::filesystem::directory_iterator;
   EXPECT_EQ(std::distance(Entries(directory_.Path()), Entries()), 1);
   const auto again = TakeUpShard((*host_)->Services().Files(), list, {0, 1}, File("r.jsonl"));
   ASSERT_TRUE(again);
-  EXPECT_FALSE(*again) << "it ran";
-  EXPECT_TRUE(*TakeUpShard((*host_)->Services().Files(), List({5}), {0, 1}, File("r.jsonl")))
+  EXPECT_FALSE(again->work) << "it ran";
+  EXPECT_EQ(again->lacks.Reports().begin()->second, 2U) << "reports that lack it";
+  EXPECT_TRUE(TakeUpShard((*host_)->Services().Files(), List({5}), {0, 1}, File("r.jsonl"))->work)
       << "another list";
 }
 
