@@ -118,6 +118,12 @@ struct DataDictionary::Entry {
   DataValue value;
 };
 
+/// Texts and trees hold what they have by one pointer each.
+template <>
+inline constexpr bool data_internal::kMovesAsBytes<DataValue> = true;
+template <>
+inline constexpr bool data_internal::kMovesAsBytes<DataDictionary::Entry> = true;
+
 inline void DataDictionary::Set(String key, DataValue value) {
   const std::size_t at = IndexOf(key);
   if (at != data_internal::KeyIndex::kNone) {

@@ -148,7 +148,10 @@ class String {
       return new (::operator new(sizeof(Buffer) + capacity)) Buffer;
     }
     static void Drop(Buffer* buffer) noexcept {
-      if (buffer->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+      // Nobody can come to share what has one holder, so the last one need not lock the bus.
+      if (buffer->references.load(std::memory_order_acquire) != 1 &&
+          buffer->references.fetch_sub(1, std::memory_order_acq_rel) != 1)
+        return;
       buffer->~Buffer();
       ::operator delete(buffer);
     }

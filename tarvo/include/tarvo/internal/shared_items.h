@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
@@ -15,6 +16,11 @@ namespace tarvo::data_internal {
 
 /// The header of items that need none.
 struct NoHeader {};
+
+/// Whether an Item may be moved by copying its bytes, the place that it leaves being forgotten: no
+/// pointer leads into it, its own neither.
+template <typename Item>
+inline constexpr bool kMovesAsBytes = false;
 
 /// Items behind a header in one reference-counted allocation, which is copied when a holder that is
 /// not alone changes it. A null pointer stands for no items, so empty trees cost nothing.
@@ -31,7 +37,9 @@ class SharedItems {
     return *this;
   }
   ~SharedItems() {
-    if (block_ != nullptr && block_->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    // Nobody can come to share what has one holder, so the last one need not lock the bus.
+    if (block_ != nullptr &&
+        (IsAlone() || block_->references.fetch_sub(1, std::memory_order_acq_rel) == 1))
       Block::Destroy(block_);
   }
 
@@ -97,18 +105,30 @@ class SharedItems {
     return block_->references.load(std::memory_order_acquire) == 1;
   }
 
+  /// Leaves in `from` what is still to be destroyed.
+  static void MoveItems(Block& from, Block& to) noexcept {
+    if constexpr (kMovesAsBytes<Item>) {
+      std::memcpy(static_cast<void*>(to.Items()), static_cast<const void*>(from.Items()),
+                  from.size * sizeof(Item));
+      to.size = std::exchange(from.size, 0);
+    } else {
+      std::uninitialized_move_n(from.Items(), from.size, to.Items());
+      to.size = from.size;
+    }
+  }
+
   /// Puts the items into a block of their own: moves them when nobody shares them.
   void MoveTo(std::size_t capacity) {
     SharedItems fresh;
     fresh.block_ = Block::Create(capacity);
     if (block_ != nullptr && IsAlone()) {
-      std::uninitialized_move_n(block_->Items(), block_->size, fresh.block_->Items());
+      MoveItems(*block_, *fresh.block_);
       fresh.block_->header = std::move(block_->header);
     } else if (block_ != nullptr) {
       fresh.block_->header = block_->header;
       std::uninitialized_copy_n(block_->Items(), block_->size, fresh.block_->Items());
+      fresh.block_->size = block_->size;
     }
-    fresh.block_->size = Size();
     std::swap(block_, fresh.block_);
   }
 
