@@ -13,6 +13,7 @@
 #include "crash_context/proc_files.h"
 #include "crash_context/raw_system_call.h"
 #include "crash_context/readable_memory.h"
+#include "linux/linux_crashhandler/base/fault_guard.h"
 #include "linux/linux_crashhandler/base/patience.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/thread_names.h"
@@ -35,7 +36,8 @@ constexpr std::int64_t kGraceOfAll = 1'000'000'000;
 /// that does not go on.
 constexpr std::int64_t kHurryAfter = 1'000'000'000;
 constexpr long kInterval = 2'000'000;
-constexpr int kStatusEvery = 10;  ///< intervals
+constexpr int kStatusEvery = 10;      ///< intervals
+constexpr int kStepAsideAfter = 100;  ///< intervals; else all is done by then
 
 /// Signals that no program blocks: the C library keeps them for itself and takes them out of every
 /// mask it is given (glibc 2.36 nptl/pthread_sigmask.c). Blocked together with SIGHUP they show a
@@ -101,15 +103,11 @@ void Ask(ThreadEntry& thread) {
 }
 
 /// Takes the request back, unless the thread has begun to answer.
-bool TakeBack(ThreadEntry& thread, const char* reason) {
+void TakeBack(ThreadEntry& thread, const char* reason) {
   RequestState state = RequestState::Asked;
-  if (!thread.request.compare_exchange_strong(state, RequestState::TakenBack)) return false;
-  thread.framesMissing = reason;
-  return true;
+  if (thread.request.compare_exchange_strong(state, RequestState::TakenBack))
+    thread.framesMissing = reason;
 }
-
-/// A thread that goes on leaves the processor to the capture, as far as any process may ask for.
-void StepAside(pid_t tid) { RawSystemCall(SYS_setpriority, PRIO_PROCESS, tid, 19); }
 
 bool IsPending(const ThreadEntry& thread) {
   const RequestState state = thread.request.load();
@@ -129,6 +127,16 @@ void HurryThoseThatAnswer() {
       RawSystemCall(SYS_tgkill, ownPid, thread.tid, SIGHUP);
 }
 
+/// Those that have not answered leave the processor to the capture, as far as any process may ask
+/// for: among hundreds that compute it would wait for its turn each time. Where a sandbox sends
+/// SIGSYS for the call, no more than this is given up.
+void StepAside() {
+  RunGuarded(g_faultGuard, [] {
+    for (const ThreadEntry& thread : g_threadTable)
+      if (IsPending(thread)) RawSystemCall(SYS_setpriority, PRIO_PROCESS, thread.tid, 19);
+  });
+}
+
 /// Threads that have ended never answer, and have not lost anything.
 void DropEnded() {
   for (ThreadEntry& thread : g_threadTable) {
@@ -146,6 +154,7 @@ void AwaitAnswers(Patience patience) {
   for (int round = 1; pending != 0 && !patience.IsOver(); ++round) {
     SleepAnInterval();
     if (round % kStatusEvery == 0) DropEnded();
+    if (round == kStepAsideAfter) StepAside();
     const int before = std::exchange(pending, CountPending());
     if (pending != before) {
       patience.NoteSign();
@@ -169,8 +178,8 @@ void RequestStacks(pid_t self) {
   }
   if (!isAsked) return;
   AwaitAnswers(Patience(kPatience, kBudget));
-  for (ThreadEntry& thread : g_threadTable)
-    if (TakeBack(thread, "it did not answer in time")) StepAside(thread.tid);
+  StepAside();
+  for (ThreadEntry& thread : g_threadTable) TakeBack(thread, "it did not answer in time");
   AwaitAnswers(Patience(kGrace, kGraceOfAll));
 }
 
