@@ -3,6 +3,7 @@
 #include <llvm/DebugInfo/DWARF/DWARFContext.h>
 
 #include <set>
+#include <span>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "indexer/dwarf/debug_sections.h"
 #include "indexer/dwarf/unit_converter.h"
 #include "indexer/in_parallel.h"
+#include "indexer/looked_at_files.h"
 #include "indexer/progress_report.h"
 #include "indexer/writing/index_writer.h"
 #include "source.h"
@@ -64,14 +66,17 @@ Result<void> ConvertToIndex(const DebugFile& file, const std::string& key,
   const auto sections = DebugSections::Read(object, threads);
   if (!sections) return sections.GetError();
   llvm::DWARFContext& context = sections->Context();
+  LookedAtFiles lookedAt;
   const auto shared = LookAt(SupplementaryPlaces(object), file.Facts().path);
+  lookedAt.Add(shared);
   const auto supplementary = OpenSupplementary(file, threads);
   std::vector<llvm::DWARFUnit*> units;
   for (const auto& unit : context.compile_units()) units.push_back(unit.get());
   UnitDirectory directory(std::move(units), context.getDWARFObj().getAbbrevSection(),
                           supplementary == nullptr ? nullptr : supplementary->units.get());
   ExtractFirstEntries(directory);
-  SplitUnits split(file);
+  SplitUnits split(file, CompanionPlaces::All,
+                   [&](std::span<const MissingFile> files) { lookedAt.Add(files); });
   const auto symbols = ReadSymbols(object);
   ProgressReport progress(BytesOf(directory));
   const auto shares = ShareOut(DivideText(context, ReadTextSections(object)));

@@ -85,9 +85,9 @@ FoundIndex IndexOpener::Open() const {
   }
   // Who held the lock before may have made it.
   if (FoundIndex found = Find(); found.state == IndexState::Usable) return found;
-  if (const auto reason = store_.RememberedFailure(limits_.Text())) {
-    Warn(*reason);
-    return {};
+  if (auto failure = store_.RememberedFailure(limits_.Text(), facts_.path)) {
+    Warn(failure->reason);
+    return {.missing = std::move(failure->parts)};
   }
   store_.RemoveLeftovers();
   return Make();
@@ -117,12 +117,13 @@ FoundIndex IndexOpener::Make() const {
   auto failure = RunInto(output);
   if (!failure) {
     if (auto found = Publish(output); found.source != nullptr) return found;
-    failure = {.reason = "it could not be written"};
+    failure = IndexFailure{.reason = "it could not be written"};
   }
   unlink(output.c_str());
-  if (failure->isLasting) store_.RememberFailure(limits_.Text(), failure->reason);
+  if (failure->isLasting)
+    store_.RememberFailure(limits_.Text(), {.reason = failure->reason, .parts = failure->parts});
   Warn(failure->reason);
-  return {};
+  return {.missing = std::move(failure->parts)};
 }
 
 FoundIndex IndexOpener::Publish(const std::string& output) const {
@@ -151,6 +152,7 @@ Result<SymbolFileRef> OpenSymbolFile(const std::string& path, const DebugFileReq
   if (IsIndexable(facts)) {
     FoundIndex found = IndexOpener(facts, request.architecture).Open();
     opened->source = std::move(found.source);
+    opened->missing = std::move(found.missing);
     if (facts.image.Size() == 0) opened->image = {found.imageStart, found.imageEnd};
   }
   if (opened->source == nullptr) {

@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "files/debug_file.h"
+#include "index/missing_files.h"
 #include "index/symbol_source.h"
 #include "tarvo/result.h"
 
@@ -17,6 +19,7 @@ struct SymbolFile {
   ImageFormat format = ImageFormat::Elf;
   ImageRange image;
   std::unique_ptr<SymbolSource> source;
+  std::vector<MissingFile> missing;  ///< of its parts: opened anew it tells more when one has come
 };
 
 using SymbolFileRef = std::shared_ptr<const SymbolFile>;

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <optional>
 
 #include "files/bundle.h"
@@ -17,7 +18,22 @@ struct SymbolFileCache::Entry {
   std::optional<Result<SymbolFileRef>> outcome;
   std::size_t bytes = 0;
   bool isHeld = true;
+  std::chrono::steady_clock::time_point lookedAt{};  ///< when its missing parts were; by `mutex`
+
+  /// Whether a part that the open file lacks has come.
+  [[nodiscard]] bool HasPartCome();
 };
+
+/// Few parts are looked at each time, many once a second.
+bool SymbolFileCache::Entry::HasPartCome() {
+  constexpr std::size_t kFew = 100;
+  if (!outcome || !*outcome || (**outcome)->missing.empty()) return false;
+  const SymbolFile& file = ***outcome;
+  const auto now = std::chrono::steady_clock::now();
+  if (file.missing.size() > kFew && now - lookedAt < std::chrono::seconds(1)) return false;
+  lookedAt = now;
+  return HasOneCome(file.missing, file.path);
+}
 
 namespace {
 
@@ -46,7 +62,7 @@ Result<SymbolFileRef> SymbolFileCache::Open(const std::string& bundle,
   if (key.empty()) return OpenSymbolFile(*path, request);
   const std::shared_ptr<Entry> entry = Use(key);
   const std::scoped_lock lock(entry->mutex);
-  if (!entry->outcome) {
+  if (!entry->outcome || entry->HasPartCome()) {
     entry->outcome = OpenSymbolFile(*path, request);
     const bool isOpen = static_cast<bool>(*entry->outcome);
     Account(entry, isOpen ? (**entry->outcome)->source->Bytes() : 0);
@@ -71,8 +87,8 @@ std::shared_ptr<SymbolFileCache::Entry> SymbolFileCache::Use(const std::string& 
 void SymbolFileCache::Account(const std::shared_ptr<Entry>& entry, std::size_t bytes) {
   const std::scoped_lock lock(mutex_);
   if (!entry->isHeld) return;
+  bytes_ += bytes - entry->bytes;
   entry->bytes = bytes;
-  bytes_ += bytes;
   Drop();
 }
 

@@ -17,7 +17,8 @@ namespace tarvo::symbolreader {
 /// least recently used ones are let go when there are too many; who holds one keeps it.
 ///
 /// A file is known by its device, inode, size and time of change, so a file that was replaced is
-/// opened anew. Opening one holds up only those who want the same one.
+/// opened anew, as is one of which a part has come that was missing. Opening one holds up only
+/// those who want the same one.
 class SymbolFileCache {
  public:
   static constexpr std::size_t kMostFiles = 256;

@@ -9,6 +9,7 @@
 #include "debug_files.h"
 #include "index/index_format.h"
 #include "support/files.h"
+#include "support/program.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -165,6 +166,56 @@ TEST_F(Index, FailureIsRememberedUntilTheLimitsChange) {
   files = ListDirectory(indices_);
   EXPECT_TRUE(
       std::ranges::any_of(files, [](const auto& name) { return name.ends_with(".index"); }));
+}
+
+// A package of so many units that they do not fit into memory stands for all that break the
+// indexer.
+TEST_F(Index, FailureIsForgottenWhenAPartIsReplaced) {
+#ifdef TARVO_SANITIZED
+  GTEST_SKIP() << "a sanitized indexer has no memory limit";
+#endif
+  TARVO_MAKE_OR_SKIP(directory, RecipeNamed("ElfSplit"));
+  const fs::path package = scratch_ / "main.dwp";
+  std::string units;
+  for (int i = 0; i < 200'000; ++i)  // size, version 5, of a split unit, 8 bytes an address
+    units += std::string("\x11\0\0\0\5\0\5\x8", 8) + std::string(13, '\0');
+  WriteFile(scratch_ / "units", units);
+  ASSERT_EQ(RunProgram({"/usr/lib/llvm-19/bin/llvm-objcopy", "--update-section",
+                        ".debug_info.dwo=" + (scratch_ / "units").string(), directory / "main.dwo",
+                        package})
+                .errors,
+            "");
+  fs::copy(directory / "main", scratch_ / "main");
+  const auto resolve = [&] {
+    testing::internal::CaptureStderr();
+    const auto host = StartHost(indices_, {"--g_symbolIndexMemory=64"});
+    (void)Ask(BindReader(*host), scratch_ / "main", "x86_64", 0x1140);
+    return testing::internal::GetCapturedStderr();
+  };
+  EXPECT_TRUE(resolve().contains("No index for the debug file"));
+  const auto time = fs::last_write_time(IndexFile());
+  (void)resolve();
+  EXPECT_EQ(ListDirectory(indices_).size(), 1U);
+  EXPECT_EQ(fs::last_write_time(IndexFile()), time) << "not tried again for nothing";
+  fs::remove(package);
+  (void)resolve();
+  EXPECT_TRUE(std::ranges::any_of(ListDirectory(indices_),
+                                  [](const auto& name) { return name.ends_with(".index"); }));
+}
+
+// A program that runs for long has the file open.
+TEST(MissingPart, IsTakenUpByWhoHasTheFileOpen) {
+  const Recipe& split = RecipeNamed("ElfSplit");
+  TARVO_MAKE_OR_SKIP(directory, split);
+  const auto addresses = SymbolizerAnswers(directory, split.file);
+  const auto& [address, expected] = *std::ranges::find_if(
+      addresses, [](const auto& entry) { return !entry.second.callers.empty(); });
+  const TemporaryDirectory scratch;
+  const auto host = StartHost(scratch / "indices");
+  fs::rename(directory / "main.dwo", scratch / "aside");
+  EXPECT_EQ(Ask(BindReader(*host), directory / "main", "x86_64", address).callers, "");
+  fs::rename(scratch / "aside", directory / "main.dwo");
+  EXPECT_EQ(Ask(BindReader(*host), directory / "main", "x86_64", address), expected);
 }
 
 TEST_F(Index, MissingProgramIsNamed) {

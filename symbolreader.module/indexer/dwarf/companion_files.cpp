@@ -200,6 +200,7 @@ std::optional<SplitUnits::Found> SplitUnits::Find(llvm::DWARFUnit& skeleton) {
                                              name.filename()};
   // What comes while it is being looked for counts as having come.
   const std::vector<MissingFile> before = LookAt(places, path_);
+  if (onLook_) onLook_(before);
   {
     const std::scoped_lock lock(mutex_);
     if (auto found = FindIn(Package(), skeleton, *id)) return found;

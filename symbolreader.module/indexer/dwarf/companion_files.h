@@ -6,12 +6,15 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "files/debug_file.h"
@@ -68,8 +71,12 @@ struct SupplementaryLink {
 /// may ask.
 class SplitUnits {
  public:
-  explicit SplitUnits(const DebugFile& file, CompanionPlaces places = CompanionPlaces::All)
-      : path_(file.Facts().path), places_(places) {}
+  /// Told of the places of each part before they are looked at, by the thread that asks for it.
+  using OnLook = std::function<void(std::span<const MissingFile> files)>;
+
+  explicit SplitUnits(const DebugFile& file, CompanionPlaces places = CompanionPlaces::All,
+                      OnLook onLook = {})
+      : path_(file.Facts().path), places_(places), onLook_(std::move(onLook)) {}
 
   /// The unit that `skeleton`, whose first entry is extracted, stands for. Nothing where it stands
   /// for none, or that is not there. A .dwo is looked for under its path, then beside the debug
@@ -92,6 +99,7 @@ class SplitUnits {
 
   std::string path_;
   CompanionPlaces places_;
+  OnLook onLook_;
   /// Guards what follows; the package's units are parsed when they are asked for.
   mutable std::mutex mutex_;
   bool isPackageKnown_ = false;

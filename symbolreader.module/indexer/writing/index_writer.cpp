@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "index/index_format.h"
-#include "index/varint.h"
 #include "indexer/demangle.h"
 #include "indexer/in_parallel.h"
 #include "source.h"
@@ -149,10 +148,7 @@ void IndexWriter::WriteStrings(unsigned threads) {
 
 void IndexWriter::WriteMissing() {
   std::string bytes;
-  for (const MissingFile& file : missing_) {
-    AppendText(bytes, file.place);
-    AppendVarint(bytes, file.state);
-  }
+  for (const MissingFile& file : missing_) bytes += Encode(file);
   Write(bytes.data(), bytes.size());
 }
 

@@ -89,13 +89,8 @@ std::optional<IndexTrailer> CheckedTrailer(Bytes bytes, const std::string& key) 
 }
 
 std::vector<MissingFile> MissingIn(Bytes bytes, const IndexTrailer& trailer) {
-  std::vector<MissingFile> files;
-  VarintReader reader(bytes.subspan(std::min<std::uint64_t>(trailer.missingPlace, bytes.size())));
-  for (std::uint64_t i = 0; i < trailer.missing; ++i) {
-    std::string place = reader.ReadText();
-    files.push_back({std::move(place), reader.Read()});
-  }
-  return files;
+  const auto place = std::min<std::uint64_t>(trailer.missingPlace, bytes.size());
+  return DecodeFiles(bytes.subspan(place), trailer.missing);
 }
 
 /// A row of a block, with what the next one counts from.
@@ -219,15 +214,16 @@ FoundIndex OpenIndex(const std::string& path, const std::string& key,
   Mapping mapping(file.Get(), static_cast<std::size_t>(status.st_size));
   const auto trailer = CheckedTrailer(mapping.Get(), key);
   if (!trailer) return {.state = IndexState::Damaged};
-  if (HasOneCome(MissingIn(mapping.Get(), *trailer), debugFile))
-    return {.state = IndexState::Outdated};
+  auto missing = MissingIn(mapping.Get(), *trailer);
+  if (HasOneCome(missing, debugFile)) return {.state = IndexState::Outdated};
   // Notes the use, for who clears away what is not used: not all file systems do.
   constexpr std::array<timespec, 2> kNow = {timespec{0, UTIME_NOW}, timespec{0, UTIME_OMIT}};
   (void)futimens(file.Get(), kNow.data());
   return {.state = IndexState::Usable,
           .source = std::make_unique<IndexSource>(std::move(mapping), *trailer),
           .imageStart = trailer->imageStart,
-          .imageEnd = trailer->imageEnd};
+          .imageEnd = trailer->imageEnd,
+          .missing = std::move(missing)};
 }
 
 }  // namespace tarvo::symbolreader

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "index/missing_files.h"
 #include "index/symbol_source.h"
 #include "tarvo/result.h"
 
@@ -18,6 +20,8 @@ struct FoundIndex {
   /// First and last address + 1 of the image, where the index tells; else 0.
   std::uint64_t imageStart = 0;
   std::uint64_t imageEnd = 0;
+  /// When one of these comes, a new index may tell more, or can be made at all.
+  std::vector<MissingFile> missing{};
 };
 
 /// Maps the index at `path`, made for `key`, of the debug file at `debugFile`. Outdated is one of

@@ -86,20 +86,28 @@ bool IndexStore::Publish(const std::string& temporaryPath) const {
   return std::rename(temporaryPath.c_str(), IndexPath().c_str()) == 0;
 }
 
-void IndexStore::RememberFailure(const std::string& limits, const std::string& reason) const {
+void IndexStore::RememberFailure(const std::string& limits, const Failure& failure) const {
   const std::string temporary = TemporaryPath();
-  std::ofstream(temporary) << limits << '\n' << reason << '\n';
+  {
+    std::ofstream file(temporary);
+    file << limits << '\n' << failure.reason << '\n';
+    for (const MissingFile& part : failure.parts) file << Encode(part);
+  }
   if (std::rename(temporary.c_str(), Path(".failed").c_str()) != 0) unlink(temporary.c_str());
 }
 
-std::optional<std::string> IndexStore::RememberedFailure(const std::string& limits) const {
+std::optional<IndexStore::Failure> IndexStore::RememberedFailure(
+    const std::string& limits, const std::string& debugFile) const {
   std::ifstream file(Path(".failed"));
   std::string rememberedLimits;
-  std::string reason;
+  Failure failure;
   std::getline(file, rememberedLimits);
-  std::getline(file, reason);
+  std::getline(file, failure.reason);
   if (!file || rememberedLimits != limits) return std::nullopt;
-  return reason;
+  const std::string parts(std::istreambuf_iterator<char>(file), {});
+  failure.parts = DecodeFiles({reinterpret_cast<const std::uint8_t*>(parts.data()), parts.size()});
+  if (HasOneCome(failure.parts, debugFile)) return std::nullopt;
+  return failure;
 }
 
 IndexStore::Lock::Lock(Lock&& other) noexcept

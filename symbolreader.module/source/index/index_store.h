@@ -3,7 +3,9 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "index/missing_files.h"
 #include "tarvo/result.h"
 
 namespace tarvo::symbolreader {
@@ -35,11 +37,18 @@ class IndexStore {
   /// Publishes the file at `temporaryPath` as the index.
   [[nodiscard]] bool Publish(const std::string& temporaryPath) const;
 
-  /// Remembers that the index could not be made under `limits`, and why. Forgotten when the limits
-  /// change.
-  void RememberFailure(const std::string& limits, const std::string& reason) const;
-  /// Why the index could not be made before under these limits; nothing when it was not tried.
-  [[nodiscard]] std::optional<std::string> RememberedFailure(const std::string& limits) const;
+  /// Why the index could not be made, in one line, and the parts of the debug file that were looked
+  /// at.
+  struct Failure {
+    std::string reason;
+    std::vector<MissingFile> parts{};
+  };
+  /// Remembers that the index could not be made under `limits`. Forgotten when the limits change.
+  void RememberFailure(const std::string& limits, const Failure& failure) const;
+  /// Why the index could not be made before under these limits; nothing when it was not tried, or
+  /// one of the parts of `debugFile` has come or gone since.
+  [[nodiscard]] std::optional<Failure> RememberedFailure(const std::string& limits,
+                                                         const std::string& debugFile) const;
 
  private:
   [[nodiscard]] std::string Path(std::string_view suffix) const;

@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <utility>
+
+#include "index/varint.h"
 
 namespace tarvo::symbolreader {
 namespace {
@@ -42,6 +45,23 @@ std::vector<std::string> PackagesBeside(const std::string& debugFile) {
 std::vector<MissingFile> LookAt(std::span<const std::string> places, const std::string& debugFile) {
   std::vector<MissingFile> files;
   for (const std::string& place : places) files.push_back({place, StateAt(place, debugFile)});
+  return files;
+}
+
+std::string Encode(const MissingFile& file) {
+  std::string bytes;
+  AppendText(bytes, file.place);
+  AppendVarint(bytes, file.state);
+  return bytes;
+}
+
+std::vector<MissingFile> DecodeFiles(std::span<const std::uint8_t> bytes, std::uint64_t count) {
+  std::vector<MissingFile> files;
+  VarintReader reader(bytes);
+  for (std::uint64_t i = 0; i < count && !reader.IsAtEnd(); ++i) {
+    std::string place = reader.ReadText();
+    files.push_back({std::move(place), reader.Read()});
+  }
   return files;
 }
 

@@ -10,7 +10,8 @@
 
 /// Files that hold parts of a debug file's information (.dwo, .dwp, what dwz has made) and were not
 /// there, or were not the right ones, when its index was made. The index remembers them, so that it
-/// is made anew when one has come.
+/// is made anew when one has come. Of an index that could not be made all are remembered that were
+/// looked at: a damaged one may have been the reason.
 namespace tarvo::symbolreader {
 
 /// A place where such a file was looked for.
@@ -33,6 +34,13 @@ inline constexpr std::size_t kMostMissingFiles = 10'000;
 /// What stands at `places` now, as they are written in MissingFile.
 [[nodiscard]] std::vector<MissingFile> LookAt(std::span<const std::string> places,
                                               const std::string& debugFile);
+
+/// The bytes by which files are remembered: for each a varint, the size of its place, the place and
+/// a varint, its state.
+[[nodiscard]] std::string Encode(const MissingFile& file);
+/// Reads at most `count` of them back.
+[[nodiscard]] std::vector<MissingFile> DecodeFiles(std::span<const std::uint8_t> bytes,
+                                                   std::uint64_t count = kMostMissingFiles);
 
 /// Whether something else stands now at a place where one of `files` was missed.
 [[nodiscard]] bool HasOneCome(std::span<const MissingFile> files, const std::string& debugFile);

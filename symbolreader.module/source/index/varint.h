@@ -48,6 +48,8 @@ class VarintReader {
     return text;
   }
 
+  [[nodiscard]] bool IsAtEnd() const { return at_ == end_; }
+
   std::int64_t ReadSigned() {
     const std::uint64_t bits = Read();
     return static_cast<std::int64_t>((bits >> 1) ^ (0 - (bits & 1)));

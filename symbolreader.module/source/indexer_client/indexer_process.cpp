@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "connection.h"
 #include "indexer_client/indexer_protocol.h"
@@ -68,6 +70,18 @@ IndexProgress ReadProgress(int file) {
   IndexProgress progress;
   const bool isRead = pread(file, &progress, sizeof progress, 0) == sizeof progress;
   return isRead ? progress : IndexProgress{};
+}
+
+/// The parts of the debug file that the child has looked at, as it keeps them in `file`.
+std::vector<MissingFile> ReadParts(int file) {
+  constexpr std::size_t kMostBytes = std::size_t{64} << 20;
+  struct stat status{};
+  if (fstat(file, &status) != 0) return {};
+  const auto all = static_cast<std::size_t>(status.st_size);
+  std::vector<std::uint8_t> bytes(std::min(all, kMostBytes));
+  const ssize_t size = pread(file, bytes.data(), bytes.size(), sizeof(IndexProgress));
+  bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  return DecodeFiles(bytes);
 }
 
 /// Waits for all that the child writes, cut to its first line without the full stop. Meanwhile
@@ -150,10 +164,13 @@ std::optional<IndexFailure> RunIndexer(const IndexTask& task, const OnIndexing& 
   const std::string errors =
       failure == 0 ? ReadErrors(pipe[0], progress, onIndexing) : std::string();
   close(pipe[0]);
+  std::vector<MissingFile> parts = ReadParts(progress);
   if (progress >= 0) close(progress);
   if (failure != 0) return IndexFailure{IndexerProgram() + ": " + std::strerror(failure)};
   const auto status = AwaitIndexer(pid);
-  return status ? Outcome(*status, errors, task.limits) : std::nullopt;
+  auto outcome = status ? Outcome(*status, errors, task.limits) : std::nullopt;
+  if (outcome) outcome->parts = std::move(parts);
+  return outcome;
 }
 
 }  // namespace tarvo::symbolreader

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "index/missing_files.h"
+
 /// The program tarvo-symbol-indexer, which reads debug information for this module: LLVM's readers
 /// abort, crash or fill the memory on some broken files, and then it is that process which ends.
 namespace tarvo::symbolreader {
@@ -51,7 +53,8 @@ struct IndexTask {
 /// Why an index was not made, in one line.
 struct IndexFailure {
   std::string reason;
-  bool isLasting = false;  ///< it would fail again: the file or the limits are at fault
+  bool isLasting = false;            ///< it would fail again: the file or the limits are at fault
+  std::vector<MissingFile> parts{};  ///< of the debug file, that were looked at before
 };
 
 /// Told how far the index is, in bytes of debug information, several times a second.

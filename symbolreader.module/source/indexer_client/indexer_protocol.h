@@ -16,6 +16,8 @@ struct IndexProgress {
   std::uint64_t all = 0;
 };
 static_assert(sizeof(IndexProgress) == 16);
+/// Behind that it keeps the files with parts of the debug file, as missing_files.h encodes them,
+/// each before it is looked at: how it ends is not known.
 
 }  // namespace tarvo::symbolreader
 
