@@ -128,7 +128,7 @@ int MergeAll(Host& host, const MergeOptions& options) {
   }
   const std::vector<Url> results = ResultFiles(options.inputs);
   const auto merge = MergeResults(*list, results, [&](std::size_t place, std::string_view line) {
-    if (all) all->Add(place, line);
+    if (all) all->Add(place, std::string(line));
     return Result<void>();
   });
   if (!merge) return Fail(merge.GetError());

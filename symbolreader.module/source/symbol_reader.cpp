@@ -71,7 +71,8 @@ Result<void> BundleReader::Load(const SymbolFileRequest& request) {
       *bundle = std::move(opened);
     }
   }
-  loaded_ = bundle->file.ValueOr(nullptr);
+  // No count of holders: all threads would change the one of a file at each frame.
+  loaded_ = bundle->file ? bundle->file->get() : nullptr;
   if (!bundle->file) return bundle->file.GetError();
   return {};
 }

@@ -33,7 +33,7 @@ class BundleReader {
 
   std::vector<Bundle> bundles_;  ///< the oldest is replaced first
   std::size_t next_ = 0;         ///< the place of the next new one
-  SymbolFileRef loaded_;
+  const SymbolFile* loaded_ = nullptr;  ///< one of bundles_
 };
 
 /// Registers the component SymbolReader for Symbolification, which answers with the innermost

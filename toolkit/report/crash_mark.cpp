@@ -40,6 +40,7 @@ ThreadFacts FactsOf(const DataDictionary& thread) {
 std::vector<FrameName> FramesOf(const DataDictionary& thread) {
   std::vector<FrameName> names;
   const auto* frames = thread.FindAs<DataArray>(property::kCallstack);
+  names.reserve(frames == nullptr ? 0 : frames->Size());
   for (std::size_t i = 0; frames != nullptr && i < frames->Size(); ++i) {
     const DataDictionary& frame = DictionaryAt(*frames, i);
     const auto* address = frame.FindAs<std::uint64_t>(property::kAddress);

@@ -11,7 +11,8 @@
 namespace tarvo::report {
 namespace {
 
-constexpr std::size_t kStartBytes = 4096;
+/// Most reports are smaller, and are read at once.
+constexpr std::size_t kStartBytes = 64 * 1024;
 constexpr std::string_view kBigMark = "\xfe\xff";
 constexpr std::string_view kLittleMark = "\xff\xfe";
 
@@ -85,6 +86,21 @@ Result<ReportText> Unpacked(Framework& framework, const Url& file) {
   return ReportText{*std::move(text), true, *std::move(damage)};
 }
 
+/// The text of `file`, which starts with `start`: with nothing where it is no regular file.
+Result<ReportText> TextFrom(String start, Framework& framework, const Url& file) {
+  if (IsPacked(start)) {
+    Result<ReportText> unpacked = Unpacked(framework, file);
+    if (!unpacked) return unpacked.GetError();
+    if (const auto converted = FromUtf16(unpacked->text)) unpacked->text = String(*converted);
+    return unpacked;
+  }
+  const bool isWhole = !start.IsEmpty() && start.Size() < kStartBytes;
+  Result<String> text = isWhole ? std::move(start) : framework.Files().ReadText(file);
+  if (!text) return text.GetError();
+  if (const auto converted = FromUtf16(*text)) return ReportText{String(*converted), true, {}};
+  return ReportText{*std::move(text), false, {}};
+}
+
 /// Whether a text that starts so may be a report in some form.
 bool MayBeReport(std::string_view start) {
   if (IsPacked(start)) return true;
@@ -103,29 +119,16 @@ std::string_view PackedSuffix(std::string_view name) noexcept {
 }  // namespace
 
 Result<ReportText> ReadWholeText(Framework& framework, const Url& file) {
-  FileService& files = framework.Files();
-  const bool isRegular = files.Detect(file) == FileKind::File;
-  Result<String> start = isRegular ? files.ReadStart(file, kStartBytes) : String();
+  Result<String> start = framework.Files().ReadStart(file, kStartBytes);
   if (!start) return start.GetError();
-  if (IsPacked(*start)) {
-    Result<ReportText> unpacked = Unpacked(framework, file);
-    if (!unpacked) return unpacked.GetError();
-    if (const auto converted = FromUtf16(unpacked->text)) unpacked->text = String(*converted);
-    return unpacked;
-  }
-  Result<String> text = files.ReadText(file);
-  if (!text) return text.GetError();
-  if (const auto converted = FromUtf16(*text)) return ReportText{String(*converted), true, {}};
-  return ReportText{*std::move(text), false, {}};
+  return TextFrom(*std::move(start), framework, file);
 }
 
 Result<ReportText> ReadReportText(Framework& framework, const Url& file) {
-  if (framework.Files().Detect(file) == FileKind::File) {
-    Result<String> start = framework.Files().ReadStart(file, kStartBytes);
-    if (!start) return start.GetError();
-    if (!MayBeReport(*start)) return ReportText{*std::move(start), false, {}};
-  }
-  return ReadWholeText(framework, file);
+  Result<String> start = framework.Files().ReadStart(file, kStartBytes);
+  if (!start) return start.GetError();
+  if (!MayBeReport(*start)) return ReportText{*std::move(start), false, {}};
+  return TextFrom(*std::move(start), framework, file);
 }
 
 std::optional<std::string> FromUtf16(std::string_view text) {

@@ -58,15 +58,6 @@ class Interruptible {
   struct sigaction terminate_{};
 };
 
-std::string JsonLine(const DataDictionary& document) {
-  std::string line;
-  const auto append = [&](std::string_view bytes) {
-    line += bytes;
-    return Result<void>();
-  };
-  return WriteJson(document, append, JsonForm::Line) ? line : std::string();  // cannot fail
-}
-
 /// Whether another attempt would fail in the same way: for what is in the report, and not for want
 /// of memory, room or a file.
 bool IsOfContent(const Error& error) {
@@ -147,7 +138,7 @@ class Run {
                   LacksDocument(work.tally.ReportLacks()));
       AddAddressTexts(crashLog);
       crashLog = WithOutcome(std::move(outcome), crashLog);
-      if (results_ != nullptr) results_->Add(index, JsonLine(crashLog));
+      if (results_ != nullptr) results_->Add(index, JsonDocument(crashLog, JsonForm::Line));
       return results_ == nullptr && !KeepsBetter(report, *identity, resolved);
     };
     const Result<ReportDamage> resolved = Resolved(report, work);
@@ -179,7 +170,7 @@ class Run {
     const DataDictionary document =
         WithOutcome(FailedOutcome(reports_[index].file, identity, error.Text()), {});
     if (results_ != nullptr) {
-      results_->Add(index, JsonLine(document));
+      results_->Add(index, JsonDocument(document, JsonForm::Line));
     } else if (options_.notesBad && !identity.hash.empty() && IsOfContent(error)) {
       NoteBad(reports_[index].place, identity, document);
     }

@@ -4,13 +4,6 @@
 
 namespace tarvo::toolkit {
 
-std::string JsonText(const DataDictionary& tree) {
-  std::string text;
-  const auto append = [&](std::string_view bytes) {
-    text += bytes;
-    return Result<void>();
-  };
-  return WriteJson(tree, append) ? text : std::string();  // cannot fail
-}
+std::string JsonText(const DataDictionary& tree) { return JsonDocument(tree); }
 
 }  // namespace tarvo::toolkit

@@ -48,13 +48,6 @@ std::string NewsText(const DataDictionary& news) {
          GroupText(news) + "\n";
 }
 
-std::string NewsLine(const DataDictionary& news) {
-  std::string line;
-  const auto append = [&](std::string_view bytes) {
-    line += bytes;
-    return Result<void>();
-  };
-  return WriteJson(news, append, JsonForm::Line) ? line : std::string();  // cannot fail
-}
+std::string NewsLine(const DataDictionary& news) { return JsonDocument(news, JsonForm::Line); }
 
 }  // namespace tarvo::toolkit

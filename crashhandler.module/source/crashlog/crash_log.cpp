@@ -14,15 +14,17 @@ namespace tarvo::crashhandler {
 namespace {
 
 /// As much of a file as tells whether it is a report; of a larger one that is none no more is read.
-constexpr std::size_t kStartBytes = 4096;
+/// Most reports are smaller, and are read at once.
+constexpr std::size_t kStartBytes = 64 * 1024;
 
 Result<DataDictionary> ReadReport(const Url& report, OnDamage onDamage) try {
   FileService& files = g_tarvo.framework->Files();
-  if (files.Detect(report) == FileKind::File) {
-    const Result<String> start = files.ReadStart(report, kStartBytes);
-    if (!start) return start.GetError();
-    if (auto wrong = FindWrongStart(*start, start->Size() < kStartBytes)) return *wrong;
-  }
+  Result<String> start = files.ReadStart(report, kStartBytes);
+  if (!start) return start.GetError();
+  const bool isWhole = !start->IsEmpty() && start->Size() < kStartBytes;
+  if (isWhole) return ParseReport(*std::move(start), onDamage);
+  if (!start->IsEmpty())
+    if (auto wrong = FindWrongStart(*std::move(start), false)) return *wrong;
   Result<String> text = files.ReadText(report);
   if (!text) return text.GetError();
   return ParseReport(*std::move(text), onDamage);

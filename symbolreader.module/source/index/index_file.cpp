@@ -25,6 +25,9 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
+/// Most chains are no longer.
+constexpr std::size_t kUsualChain = 4;
+
 /// A descriptor that is closed at the end.
 class Descriptor {
  public:
@@ -99,7 +102,44 @@ struct Row {
   std::uint64_t node = 0;  ///< place in the part, plus 1
   std::uint64_t file = 0;  ///< place in the part's names
   std::int64_t line = 0;
+
+  /// Goes on to the next row, and returns how many bytes of code that covers. Nearly all numbers
+  /// are one byte, and a branch for each of them would be mistaken too often.
+  std::uint64_t ReadNext(VarintReader& reader) {
+    std::array<std::uint8_t, 4> small;
+    if (reader.ReadSmall(small)) {
+      Add(VarintReader::Signed(small[1]), VarintReader::Signed(small[2]),
+          VarintReader::Signed(small[3]));
+      return small[0];
+    }
+    const std::uint64_t size = reader.Read();
+    const std::int64_t nodes = reader.ReadSigned();
+    const std::int64_t files = reader.ReadSigned();
+    Add(nodes, files, reader.ReadSigned());
+    return size;
+  }
+
+ private:
+  void Add(std::int64_t nodes, std::int64_t files, std::int64_t lines) {
+    node += static_cast<std::uint64_t>(nodes);
+    file += static_cast<std::uint64_t>(files);
+    line += lines;
+  }
 };
+
+/// How many of `numbers`, which ascend, are not above `number`. Without a branch on what is
+/// compared: which way it goes cannot be told before.
+std::size_t CountUpTo(std::span<const std::uint64_t> numbers, std::uint64_t number) {
+  const std::uint64_t* first = numbers.data();
+  std::size_t left = numbers.size();
+  while (left > 1) {
+    const std::size_t half = left / 2;
+    first += static_cast<std::size_t>(first[half - 1] <= number) * half;
+    left -= half;
+  }
+  const auto before = static_cast<std::size_t>(first - numbers.data());
+  return before + static_cast<std::size_t>(left == 1 && *first <= number);
+}
 
 class IndexSource final : public SymbolSource {
  public:
@@ -137,9 +177,9 @@ class IndexSource final : public SymbolSource {
 };
 
 std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
-  const auto behind = std::ranges::upper_bound(starts_, address);
-  if (behind == starts_.begin()) return std::nullopt;
-  const auto number = static_cast<std::size_t>(behind - starts_.begin()) - 1;
+  const std::size_t behind = CountUpTo(starts_, address);
+  if (behind == 0) return std::nullopt;
+  const std::size_t number = behind - 1;
   VarintReader reader = ReaderAt(places_[number]);
   const std::uint64_t rows = std::min<std::uint64_t>(reader.Read(), kRowsPerBlock);
   const std::uint64_t distance = reader.Read();
@@ -147,10 +187,7 @@ std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
   Row row{.body = places_[number] - distance};
   std::uint64_t left = address - starts_[number];
   for (std::uint64_t i = 0; i < rows; ++i) {
-    const std::uint64_t size = reader.Read();
-    row.node += static_cast<std::uint64_t>(reader.ReadSigned());
-    row.file += static_cast<std::uint64_t>(reader.ReadSigned());
-    row.line += reader.ReadSigned();
+    const std::uint64_t size = row.ReadNext(reader);
     if (left < size) return row;
     left -= size;
   }
@@ -195,8 +232,11 @@ void IndexSource::AddNodes(const Row& row, std::uint64_t address, AddressChain& 
 std::optional<AddressChain> IndexSource::Find(std::uint64_t address) const {
   const auto row = FindRow(address);
   if (!row) return std::nullopt;
-  AddressChain chain{.frames = {{.line = row->line}}};
-  SetFile(row->body, row->file, chain.frames.front());
+  AddressChain chain;
+  chain.frames.reserve(kUsualChain);
+  SourceFrame& innermost = chain.frames.emplace_back();
+  SetFile(row->body, row->file, innermost);
+  innermost.line = row->line;
   if (row->node != 0) AddNodes(*row, address, chain);
   if (chain.frames.size() == 1 && chain.frames.front() == SourceFrame{}) return std::nullopt;
   return chain;

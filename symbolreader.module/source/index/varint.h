@@ -1,7 +1,10 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string>
 
@@ -40,6 +43,18 @@ class VarintReader {
     return number;
   }
 
+  /// Reads as many numbers as `numbers` takes, if each of them is one byte.
+  template <std::size_t kCount>
+  bool ReadSmall(std::array<std::uint8_t, kCount>& numbers) {
+    if (static_cast<std::size_t>(end_ - at_) < kCount) return false;
+    std::memcpy(numbers.data(), at_, kCount);
+    std::uint8_t all = 0;
+    for (const std::uint8_t number : numbers) all |= number;
+    if (all >= 0x80) return false;
+    at_ += kCount;
+    return true;
+  }
+
   /// A number, and so many bytes behind it, as far as there are any.
   std::string ReadText() {
     const std::uint64_t size = std::min(Read(), static_cast<std::uint64_t>(end_ - at_));
@@ -51,7 +66,11 @@ class VarintReader {
   [[nodiscard]] bool IsAtEnd() const { return at_ == end_; }
 
   std::int64_t ReadSigned() {
-    const std::uint64_t bits = Read();
+    return Signed(Read());
+  }
+
+  /// What AppendSignedVarint has written as `bits`.
+  static constexpr std::int64_t Signed(std::uint64_t bits) {
     return static_cast<std::int64_t>((bits >> 1) ^ (0 - (bits & 1)));
   }
 

@@ -46,18 +46,18 @@ Beginning BeginningOf(std::string_view text) noexcept {
   return {};
 }
 
-void AppendEscape(std::string& out, char c) {
+char* PutEscape(char* to, char c) noexcept {
   constexpr std::string_view kNamed = "\"\\\b\f\n\r\t";
   constexpr std::string_view kNames = "\"\\bfnrt";
   constexpr std::string_view kDigits = "0123456789abcdef";
-  out += '\\';
+  *to++ = '\\';
   if (const std::size_t at = kNamed.find(c); at != std::string_view::npos) {
-    out += kNames[at];
-    return;
+    *to++ = kNames[at];
+    return to;
   }
-  out += "u00";
-  out += kDigits[Byte(c) >> 4];
-  out += kDigits[Byte(c) & 0xF];
+  for (const char part : {'u', '0', '0', kDigits[Byte(c) >> 4], kDigits[Byte(c) & 0xF]})
+    *to++ = part;
+  return to;
 }
 
 constexpr bool StandsForItself(char c) noexcept {
@@ -79,33 +79,57 @@ bool EightStandForThemselves(const char* text) noexcept {
   return (high | control | ZeroBytes(word ^ '"' * kEach) | ZeroBytes(word ^ '\\' * kEach)) == 0;
 }
 
-/// How many characters at the start of `text` stand for themselves.
-std::size_t PlainStart(std::string_view text) noexcept {
+/// Copies the characters at the start of `text` that stand for themselves, and returns how many
+/// these are.
+std::size_t CopyPlainStart(std::string_view text, char* to) noexcept {
+  constexpr std::size_t kStep = 8;
   std::size_t size = 0;
-  while (text.size() - size >= 8 && EightStandForThemselves(text.data() + size)) size += 8;
-  while (size < text.size() && StandsForItself(text[size])) ++size;
+  while (text.size() - size >= kStep) {
+    if (!EightStandForThemselves(text.data() + size)) break;
+    std::memcpy(to + size, text.data() + size, kStep);
+    size += kStep;
+  }
+  const std::size_t left = text.size() - size;
+  // The last step may go over what was copied before.
+  if (left < kStep && size != 0 && EightStandForThemselves(text.data() + size - (kStep - left))) {
+    std::memcpy(to + size - (kStep - left), text.data() + size - (kStep - left), kStep);
+    return text.size();
+  }
+  for (; size < text.size() && StandsForItself(text[size]); ++size) to[size] = text[size];
   return size;
+}
+
+char* Append(char* to, std::string_view text) noexcept {
+  std::memcpy(to, text.data(), text.size());
+  return to + text.size();
 }
 
 }  // namespace
 
-void AppendJsonString(std::string& out, std::string_view text) {
-  out += '"';
+char* PutJsonCharacters(char* to, std::string_view text) noexcept {
   while (!text.empty()) {
-    std::size_t taken = PlainStart(text);
+    std::size_t taken = CopyPlainStart(text, to);
     if (taken != 0) {
-      out += text.substr(0, taken);
+      to += taken;
     } else if (Byte(text[0]) < 0x80) {
-      AppendEscape(out, text[0]);
+      to = PutEscape(to, text[0]);
       taken = 1;
     } else {
       const Beginning beginning = BeginningOf(text);
-      out += beginning.isCharacter ? text.substr(0, beginning.size) : kReplacement;
+      to = Append(to, beginning.isCharacter ? text.substr(0, beginning.size) : kReplacement);
       taken = beginning.size;
     }
     text.remove_prefix(taken);
   }
-  out += '"';
+  return to;
+}
+
+std::string_view FirstCharacters(std::string_view text, std::size_t most) noexcept {
+  if (text.size() <= most) return text;
+  // No character has more than three bytes behind its first one.
+  for (std::size_t size = most; size + 4 > most && size != 0; --size)
+    if ((Byte(text[size]) & 0xC0) != 0x80) return text.substr(0, size);
+  return text.substr(0, most);
 }
 
 }  // namespace tarvo

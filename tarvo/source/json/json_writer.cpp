@@ -1,7 +1,11 @@
 #include "json/json_writer.h"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
-#include <string>
+#include <cstring>
+#include <utility>
 
 #include "json/json_text.h"
 #include "tarvo/format.h"
@@ -10,84 +14,159 @@ namespace tarvo {
 namespace {
 
 constexpr std::size_t kBufferBytes = 16 * 1024;
+constexpr std::size_t kPieceBytes = 4 * 1024;
+constexpr std::size_t kMostNumberBytes = 64;
+
+/// The end of a document. It grows for what is put there, and is given away when it is full, if
+/// somebody takes it.
+class Buffer {
+ public:
+  explicit Buffer(const ByteSink* sink) : sink_(sink), bytes_(kBufferBytes, '\0') {}
+
+  /// Puts at most `most` bytes: `write(char*)` returns the end of what it writes.
+  template <typename Write>
+  void Put(std::size_t most, Write write) {
+    if (bytes_.size() - size_ < most) bytes_.resize(std::max(2 * bytes_.size(), size_ + most));
+    size_ = static_cast<std::size_t>(write(bytes_.data() + size_) - bytes_.data());
+  }
+  void Put(char c) {
+    Put(std::string_view(&c, 1));
+  }
+  void Put(std::string_view text) {
+    Put(text.size(), [&](char* to) {
+      std::memcpy(to, text.data(), text.size());
+      return to + text.size();
+    });
+  }
+  void PutBlanks(std::size_t count) {
+    Put(count, [&](char* to) { return std::fill_n(to, count, ' '); });
+  }
+
+  void FlushFull() {
+    if (sink_ != nullptr && size_ >= kBufferBytes) Flush();
+  }
+  void Flush() {
+    if (outcome_) outcome_ = (*sink_)({bytes_.data(), size_});
+    size_ = 0;
+  }
+  [[nodiscard]] const Result<void>& Outcome() const noexcept { return outcome_; }
+  std::string Take() {
+    bytes_.resize(size_);
+    return std::move(bytes_);
+  }
+
+ private:
+  const ByteSink* sink_;
+  std::string bytes_;  ///< the first size_ are of the document
+  std::size_t size_ = 0;
+  Result<void> outcome_;
+};
 
 /// Writes values one by one; after the sink's first error it writes no more.
 class Writer {
  public:
-  Writer(const ByteSink& sink, JsonForm form) : sink_(sink), isLine_(form == JsonForm::Line) {}
+  Writer(Buffer& buffer, JsonForm form) : buffer_(buffer), isLine_(form == JsonForm::Line) {}
 
-  void operator()(std::monostate) { buffer_ += "null"; }
-  void operator()(const String& text) { AppendJsonString(buffer_, text); }
-  void operator()(const Url& url) { AppendJsonString(buffer_, url.Text()); }
+  void operator()(std::monostate) { buffer_.Put("null"); }
+  void operator()(const String& text) { PutText(text); }
+  void operator()(const Url& url) { PutText(url.Text()); }
+  void operator()(bool value) { buffer_.Put(value ? "true" : "false"); }
   void operator()(double number) {
     if (!std::isfinite(number)) return (*this)(std::monostate());
-    AppendArgument(buffer_, number, false);
+    std::string text;
+    AppendArgument(text, number, false);
+    buffer_.Put(text);
   }
-  template <std::integral T>  // bool too
+  template <std::integral T>
   void operator()(T number) {
-    AppendArgument(buffer_, number, false);
+    buffer_.Put(kMostNumberBytes, [&](char* to) {
+      return std::to_chars(to, to + kMostNumberBytes, number).ptr;
+    });
   }
   void operator()(const DataArray& array) {
-    WriteContainer('[', array, ']',
-                   [this](const DataValue& element) { std::visit(*this, element.Get()); });
+    WriteContainer('[', array, ']', [this](const DataValue& element) { Write(element); });
   }
   void operator()(const DataDictionary& dictionary) {
     WriteContainer('{', dictionary, '}', [this](const DataDictionary::Entry& entry) {
-      AppendJsonString(buffer_, entry.key);
-      buffer_ += isLine_ ? ":" : ": ";
-      std::visit(*this, entry.value.Get());
+      PutText(entry.key);
+      buffer_.Put(isLine_ ? ":" : ": ");
+      Write(entry.value);
     });
   }
 
-  Result<void> Finish() {
-    buffer_ += '\n';
-    Flush();
-    return outcome_;
+ private:
+  void Write(const DataValue& value) {
+    if (const auto* text = value.As<String>()) return PutText(*text);  // what most values are
+    std::visit(*this, value.Get());
   }
 
- private:
+  /// A long text goes piece by piece, since the room for the worst is six times what most take.
+  void PutText(std::string_view text) {
+    const std::string_view first = FirstCharacters(text, kPieceBytes);
+    text.remove_prefix(first.size());
+    buffer_.Put(kJsonBytesEach * first.size() + 2, [&](char* to) {
+      *to = '"';
+      to = PutJsonCharacters(to + 1, first);
+      if (text.empty()) *to++ = '"';
+      return to;
+    });
+    if (!text.empty()) PutRest(text);
+  }
+  void PutRest(std::string_view text) {
+    while (!text.empty() && buffer_.Outcome()) {
+      buffer_.FlushFull();
+      const std::string_view piece = FirstCharacters(text, kPieceBytes);
+      text.remove_prefix(piece.size());
+      buffer_.Put(kJsonBytesEach * piece.size(),
+                  [&](char* to) { return PutJsonCharacters(to, piece); });
+    }
+    buffer_.Put('"');
+  }
+
   template <typename Container, typename WriteItem>
   void WriteContainer(char open, const Container& items, char close, WriteItem writeItem) {
-    buffer_ += open;
+    buffer_.Put(open);
     ++depth_;
     bool isFirst = true;
     for (const auto& item : items) {
-      if (!outcome_) return;
-      if (!isFirst) buffer_ += ',';
+      if (!buffer_.Outcome()) return;
+      if (!isFirst) buffer_.Put(',');
       isFirst = false;
       StartLine();
       writeItem(item);
-      if (buffer_.size() >= kBufferBytes) Flush();
+      buffer_.FlushFull();
     }
     --depth_;
     if (!isFirst) StartLine();
-    buffer_ += close;
+    buffer_.Put(close);
   }
 
   void StartLine() {
     if (isLine_) return;
-    buffer_ += '\n';
-    buffer_.append(2 * depth_, ' ');
+    buffer_.Put('\n');
+    buffer_.PutBlanks(2 * depth_);
   }
 
-  void Flush() {
-    if (outcome_) outcome_ = sink_(buffer_);
-    buffer_.clear();
-  }
-
-  const ByteSink& sink_;
+  Buffer& buffer_;
   const bool isLine_;
-  std::string buffer_;
   std::size_t depth_ = 0;
-  Result<void> outcome_;
 };
 
 }  // namespace
 
 Result<void> WriteJson(const DataDictionary& tree, const ByteSink& sink, JsonForm form) {
-  Writer writer(sink, form);
-  writer(tree);
-  return writer.Finish();
+  Buffer buffer(&sink);
+  Writer(buffer, form)(tree);
+  buffer.Put('\n');
+  buffer.Flush();
+  return buffer.Outcome();
+}
+
+std::string JsonDocument(const DataDictionary& tree, JsonForm form) {
+  Buffer buffer(nullptr);
+  Writer(buffer, form)(tree);
+  buffer.Put('\n');
+  return buffer.Take();
 }
 
 }  // namespace tarvo

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 
 #include "tarvo/data_dictionary.h"
@@ -28,5 +29,9 @@ enum class JsonForm : std::uint8_t {
 /// The sink's first error ends the writing and is returned. Memory: the nesting and one buffer.
 Result<void> WriteJson(const DataDictionary& tree, const ByteSink& sink,
                        JsonForm form = JsonForm::Indented);
+
+/// The same document as a text, which is made in place.
+[[nodiscard]] std::string JsonDocument(const DataDictionary& tree,
+                                       JsonForm form = JsonForm::Indented);
 
 }  // namespace tarvo

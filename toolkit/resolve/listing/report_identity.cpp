@@ -2,11 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <vector>
 
 #include "tarvo/format.h"
 #include "toolkit/base/regular_file.h"
@@ -38,7 +38,7 @@ Result<ReportIdentity> IdentifyReport(const Url& report) {
   ReportIdentity identity{
       .size = opened->size, .time = TimeText(status.st_mtim.tv_sec), .hash = {}};
   std::setvbuf(opened->file.get(), nullptr, _IONBF, 0);
-  std::vector<char> piece(kReadBytes);
+  std::array<char, kReadBytes> piece;
   Sha256 hash;
   while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), opened->file.get()))
     hash.Add({piece.data(), count});

@@ -155,16 +155,27 @@ Looked LookAt(Framework& framework, const Url& file) try {
   return {};
 }
 
+/// Whether only blanks stand in front of `at` on its line.
+bool StartsLine(std::string_view text, std::size_t at) {
+  while (at != 0 && (text[at - 1] == ' ' || text[at - 1] == '\t' || text[at - 1] == '\r')) --at;
+  return at == 0 || text[at - 1] == '\n';
+}
+
+std::string_view LineAt(std::string_view text, std::size_t at) {
+  return text.substr(at, text.find('\n', at) - at);
+}
+
 }  // namespace
 
 Builds BuildsIn(std::string_view report) {
   constexpr std::string_view kKey = crash_report::key::kBuild;
   Builds builds;
-  while (!report.empty() && builds.size() < kMaximumBuilds) {
-    const std::string_view line = report.substr(0, report.find('\n'));
-    report.remove_prefix(std::min(report.size(), line.size() + 1));
-    if (!report::Content(line).starts_with(kKey)) continue;
-    const auto entry = report::SplitKeyValue(line);
+  // From word to word, not from line to line: a report has few lines with this one.
+  for (std::size_t at = 0; builds.size() < kMaximumBuilds; ++at) {
+    at = report.find(kKey, at);
+    if (at == std::string_view::npos) break;
+    if (!StartsLine(report, at)) continue;
+    const auto entry = report::SplitKeyValue(LineAt(report, at));
     if (!entry || entry->key != kKey || entry->value.empty()) continue;
     if (std::ranges::find(builds, entry->value) == builds.end()) builds.emplace_back(entry->value);
   }

@@ -53,17 +53,17 @@ Result<ResultsFile> ResultsFile::MakeKept(FileService& files, const Url& file, s
   return made;
 }
 
-void ResultsFile::Add(std::size_t report, std::string_view line) {
+void ResultsFile::Add(std::size_t report, std::string line) {
   const std::scoped_lock lock(*mutex_);
-  if (written_) written_ = Take(places_.empty() ? report : places_[report], line);
+  if (written_) written_ = Take(places_.empty() ? report : places_[report], std::move(line));
 }
 
-Result<void> ResultsFile::Take(std::size_t place, std::string_view line) {
+Result<void> ResultsFile::Take(std::size_t place, std::string line) {
   if (!kept_.empty()) {
     if (auto aside = PutAside(place, line); !aside) return aside;
     return std::fflush(aside_.get()) == 0 ? Result<void>() : NotWritten(file_, errno);
   }
-  if (place != next_) return Wait(place, line);
+  if (place != next_) return Wait(place, std::move(line));
   if (auto written = output_->Write(line); !written) return written;
   ++next_;
   return WriteWaiting();
@@ -83,8 +83,9 @@ Result<void> ResultsFile::WriteWaiting() {
   return {};
 }
 
-Result<void> ResultsFile::Wait(std::size_t place, std::string_view line) {
-  if (waiting_.emplace(place, line).second) waitingBytes_ += line.size();
+Result<void> ResultsFile::Wait(std::size_t place, std::string line) {
+  const std::size_t size = line.size();
+  if (waiting_.emplace(place, std::move(line)).second) waitingBytes_ += size;
   if (waitingBytes_ <= kMostWaitingBytes) return {};
   if (!aside_) {
     const std::string directory = file_.Parent().SystemPath().ToStdString();

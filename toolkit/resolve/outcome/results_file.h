@@ -34,7 +34,7 @@ class ResultsFile {
 
   /// Takes the line of one report, with its line end. Any thread. An error ends the taking: Commit
   /// gives it.
-  void Add(std::size_t report, std::string_view line);
+  void Add(std::size_t report, std::string line);
 
   /// Writes what still waits, past lines that have not come; `file` appears in one step and
   /// replaces an older one.
@@ -48,10 +48,10 @@ class ResultsFile {
 
   ResultsFile(Url file, Ref<OutputFile> output, std::size_t count)
       : file_(std::move(file)), output_(std::move(output)), extents_(count) {}
-  Result<void> Take(std::size_t place, std::string_view line);
+  Result<void> Take(std::size_t place, std::string line);
   /// Writes the lines whose turn has come, until one is missing.
   Result<void> WriteWaiting();
-  Result<void> Wait(std::size_t place, std::string_view line);
+  Result<void> Wait(std::size_t place, std::string line);
   Result<void> PutAside(std::size_t place, std::string_view line);
   Result<void> WriteAside(const Extent& extent);
 

@@ -21,22 +21,22 @@ namespace {
 constexpr std::size_t kSymbolProperties = 7;
 
 /// Sets what is known of a function and of the place in it.
-void SetPlace(const SourceFrame& place, DataDictionary& entry) {
-  entry.Set(property::kFunctionName, place.function);
-  entry.Set(property::kSourceFileName, place.sourceFile);
+void SetPlace(SourceFrame place, DataDictionary& entry) {
+  entry.Set(property::kFunctionName, std::move(place.function));
+  entry.Set(property::kSourceFileName, std::move(place.sourceFile));
   entry.Set(property::kSourceLine, place.line);
   if (!place.sourceFileChecksum.IsEmpty())
-    entry.Set(property::kSourceFileChecksum, place.sourceFileChecksum);
+    entry.Set(property::kSourceFileChecksum, std::move(place.sourceFileChecksum));
 }
 
-/// The functions around the innermost one.
-DataArray Callers(const AddressChain& chain) {
+/// The functions around the innermost one; their texts are taken out of `chain`.
+DataArray Callers(AddressChain& chain) {
   DataArray callers;
   callers.Reserve(chain.frames.size() - 1);
-  for (const SourceFrame& caller : std::span(chain.frames).subspan(1)) {
+  for (SourceFrame& caller : std::span(chain.frames).subspan(1)) {
     DataDictionary entry;
     entry.Reserve(caller.sourceFileChecksum.IsEmpty() ? 3 : 4);
-    SetPlace(caller, entry);
+    SetPlace(std::move(caller), entry);
     callers.Append(std::move(entry));
   }
   return callers;
@@ -77,13 +77,13 @@ class FrameResolver {
       return Tell(module.outcome, frame, module.build, &symbols.GetError());
     }
     FrameOutcome outcome = FrameOutcome::Resolved;
-    const Result<AddressChain> chain = LookUp(*symbols, address - module.baseAddress, outcome);
+    Result<AddressChain> chain = LookUp(*symbols, address - module.baseAddress, outcome);
     if (!chain) {
       ShowUnresolvedFrame(frame);
       return Tell(outcome, frame, module.build, &chain.GetError());
     }
     frame.Reserve(frame.Size() + kSymbolProperties);
-    SetPlace(chain->frames.front(), frame);
+    SetPlace(std::move(chain->frames.front()), frame);
     if (chain->symbolOffset) frame.Set(property::kSymbolOffset, *chain->symbolOffset);
     if (chain->frames.size() > 1) frame.Set(property::kInlinedInto, Callers(*chain));
     ShowResolvedFrame(frame);

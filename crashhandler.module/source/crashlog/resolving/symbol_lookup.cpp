@@ -1,5 +1,6 @@
 #include "crashlog/resolving/symbol_lookup.h"
 
+#include <optional>
 #include <utility>
 
 #include "connection.h"
@@ -37,9 +38,11 @@ class InlineLookup final : public SymbolLookup {
       : symbols_(std::move(symbols)), architecture_(std::move(architecture)) {}
 
   Result<void> Load(const SymbolFileRequest& request) override {
-    SymbolFileRequest full = request;
-    full.architecture = architecture_;
-    return symbols_->Load(full);
+    if (asked_ != request) {
+      asked_ = full_ = request;
+      full_.architecture = architecture_;
+    }
+    return symbols_->Load(full_);
   }
   Result<AddressChain> Resolve(std::uint64_t offset) override {
     Result<AddressChain> chain = symbols_->Resolve(offset);
@@ -51,6 +54,8 @@ class InlineLookup final : public SymbolLookup {
  private:
   InlineSymbolificationRef symbols_;
   String architecture_;
+  std::optional<SymbolFileRequest> asked_;  ///< last: frames of one module follow each other
+  SymbolFileRequest full_;                  ///< what that became
 };
 
 }  // namespace
