@@ -9,9 +9,9 @@
 
 namespace tarvo::symbolreader {
 
-/// Keeps in standard output, behind the progress, which files with parts of the debug file are looked
-/// at (indexer_protocol.h): should one of them break this process, the module knows what to wait
-/// for. The first kMostMissingFiles. Any thread.
+/// Keeps in standard output, behind the progress, which files with parts of the debug file are
+/// looked at (indexer_protocol.h): should one of them break this process, the module knows what to
+/// wait for. The first kMostMissingFiles. Any thread.
 class LookedAtFiles {
  public:
   void Add(std::span<const MissingFile> files);

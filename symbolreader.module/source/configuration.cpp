@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "index/name_memo.h"
 #include "symbol_file_cache.h"
 #include "tarvo/url.h"
 
@@ -41,7 +42,10 @@ Result<void> Initialise() {
   return {};
 }
 
-void Free() { SymbolFileCache::Instance().Clear(); }
+void Free() {
+  SymbolFileCache::Instance().Clear();
+  BorrowedNames::Clear();
+}
 
 }  // namespace
 

@@ -77,7 +77,7 @@ Result<void> BundleReader::Load(const SymbolFileRequest& request) {
   return {};
 }
 
-Result<AddressChain> BundleReader::Resolve(std::uint64_t offset) const {
+Result<AddressChain> BundleReader::Resolve(std::uint64_t offset) {
   if (loaded_ == nullptr) return Error::IllegalState(kSource.Here(), "No symbol bundle is loaded.");
   const auto address = ImageAddress(loaded_->format, loaded_->image, offset);
   if (!address) {
@@ -87,7 +87,7 @@ Result<AddressChain> BundleReader::Resolve(std::uint64_t offset) const {
                "0x@{x}.",
                offset, loaded_->path, loaded_->image.start, loaded_->image.end));
   }
-  auto chain = loaded_->source->Find(*address);
+  auto chain = loaded_->source->Find(*address, names_.Get());
   if (!chain) {
     return Error::IllegalState(
         kSource.Here(),

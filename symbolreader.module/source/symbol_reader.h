@@ -23,7 +23,7 @@ class BundleReader {
   /// An illegal-state error when nothing is loaded or nothing is known of the address; an
   /// illegal-argument error when the offset lies outside the image. Where the address belongs to
   /// no function, but has a line, the function is empty.
-  Result<AddressChain> Resolve(std::uint64_t offset) const;
+  Result<AddressChain> Resolve(std::uint64_t offset);
 
  private:
   struct Bundle {
@@ -32,7 +32,8 @@ class BundleReader {
   };
 
   std::vector<Bundle> bundles_;  ///< the oldest is replaced first
-  std::size_t next_ = 0;         ///< the place of the next new one
+  BorrowedNames names_;
+  std::size_t next_ = 0;                ///< the place of the next new one
   const SymbolFile* loaded_ = nullptr;  ///< one of bundles_
 };
 

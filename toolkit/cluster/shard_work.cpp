@@ -108,7 +108,8 @@ Result<TakenUpShard> TakeUpShard(FileService& files, const std::vector<ListedRep
     // A line that cannot be read, or a file that has gone meanwhile, is nothing to take up.
     (void)static_cast<bool>(
         ForEachOutcome(earlier, CutEnd::PassedOver, [&](const OutcomeLine& outcome) {
-          if (const auto place = awaited.Take(outcome)) results->Add(*place, std::string(outcome.line));
+          if (const auto place = awaited.Take(outcome))
+            results->Add(*place, std::string(outcome.line));
           return Result<void>();
         }));
   }

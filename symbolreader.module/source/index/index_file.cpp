@@ -141,6 +141,12 @@ std::size_t CountUpTo(std::span<const std::uint64_t> numbers, std::uint64_t numb
   return before + static_cast<std::size_t>(left == 1 && *first <= number);
 }
 
+/// A string with its number in the index; that of the empty one is 0.
+struct NumberedText {
+  std::uint32_t number = 0;
+  std::string_view text;
+};
+
 class IndexSource final : public SymbolSource {
  public:
   IndexSource(Mapping mapping, const IndexTrailer& trailer)
@@ -152,7 +158,7 @@ class IndexSource final : public SymbolSource {
         stringEnds_(Numbers(trailer.stringsPlace, trailer.strings)),
         strings_(bytes_.subspan(trailer.stringsPlace + trailer.strings * sizeof(std::uint64_t))) {}
 
-  std::optional<AddressChain> Find(std::uint64_t address) const override;
+  std::optional<AddressChain> Find(std::uint64_t address, NameMemo& names) const override;
   std::size_t Bytes() const override { return bytes_.size(); }
 
  private:
@@ -164,10 +170,12 @@ class IndexSource final : public SymbolSource {
     return VarintReader(bytes_.subspan(std::min<std::uint64_t>(place, bytes_.size())));
   }
   [[nodiscard]] std::optional<Row> FindRow(std::uint64_t address) const;
-  [[nodiscard]] std::string_view Text(std::uint64_t body, std::uint64_t place) const;
-  void SetFile(std::uint64_t body, std::uint64_t place, SourceFrame& frame) const;
-  void AddNodes(const Row& row, std::uint64_t address, AddressChain& chain) const;
+  [[nodiscard]] NumberedText Text(std::uint64_t body, std::uint64_t place) const;
+  [[nodiscard]] String Name(std::uint64_t body, std::uint64_t place, NameMemo& names) const;
+  void SetFile(std::uint64_t body, std::uint64_t place, NameMemo& names, SourceFrame& frame) const;
+  void AddNodes(const Row& row, std::uint64_t address, NameMemo& names, AddressChain& chain) const;
 
+  const std::uint32_t number_ = NewIndexNumber();
   Mapping mapping_;
   symbolreader::Bytes bytes_;
   std::span<const std::uint64_t> starts_;
@@ -194,7 +202,7 @@ std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
   return std::nullopt;
 }
 
-std::string_view IndexSource::Text(std::uint64_t body, std::uint64_t place) const {
+NumberedText IndexSource::Text(std::uint64_t body, std::uint64_t place) const {
   const auto count = ReadAt<std::uint32_t>(bytes_, body - sizeof(std::uint32_t));
   if (place >= count || (std::uint64_t{count} + 1) * sizeof(std::uint32_t) > body) return {};
   const auto number =
@@ -203,41 +211,50 @@ std::string_view IndexSource::Text(std::uint64_t body, std::uint64_t place) cons
   const std::uint64_t start = stringEnds_[number - 1];
   const std::uint64_t end = stringEnds_[number];
   if (start > end || end > strings_.size()) return {};
-  return {reinterpret_cast<const char*>(strings_.data()) + start, end - start};
+  return {number, {reinterpret_cast<const char*>(strings_.data()) + start, end - start}};
 }
 
-void IndexSource::SetFile(std::uint64_t body, std::uint64_t place, SourceFrame& frame) const {
-  const std::string_view text = Text(body, place);
+String IndexSource::Name(std::uint64_t body, std::uint64_t place, NameMemo& names) const {
+  const auto [number, text] = Text(body, place);
+  return names.Text(number_, number, text);
+}
+
+void IndexSource::SetFile(std::uint64_t body, std::uint64_t place, NameMemo& names,
+                          SourceFrame& frame) const {
+  const auto [number, text] = Text(body, place);
   const std::size_t mark = text.find(kChecksumMark);
-  frame.sourceFile = text.substr(0, mark);
-  if (mark != std::string_view::npos) frame.sourceFileChecksum = text.substr(mark + 1);
+  frame.sourceFile = names.Text(number_, number, text.substr(0, mark));
+  // No index has so many strings that a number has another one's complement.
+  if (mark != std::string_view::npos)
+    frame.sourceFileChecksum = names.Text(number_, ~number, text.substr(mark + 1));
 }
 
 /// Fills in the name of the chain's only frame, and adds the frames around it.
-void IndexSource::AddNodes(const Row& row, std::uint64_t address, AddressChain& chain) const {
+void IndexSource::AddNodes(const Row& row, std::uint64_t address, NameMemo& names,
+                           AddressChain& chain) const {
   for (std::uint64_t place = row.node - 1; chain.frames.size() < kLongestChain;) {
     VarintReader reader = ReaderAt(row.body + place);
-    chain.frames.back().function = Text(row.body, reader.Read());
+    chain.frames.back().function = Name(row.body, reader.Read(), names);
     const std::uint64_t head = reader.Read();
     if (head & 1) chain.symbolOffset = address - reader.Read();
     const std::uint64_t distance = head >> 1;
     if (distance == 0 || distance > place) return;
     place -= distance;
     SourceFrame& caller = chain.frames.emplace_back();
-    SetFile(row.body, reader.Read(), caller);
+    SetFile(row.body, reader.Read(), names, caller);
     caller.line = static_cast<std::int64_t>(reader.Read());
   }
 }
 
-std::optional<AddressChain> IndexSource::Find(std::uint64_t address) const {
+std::optional<AddressChain> IndexSource::Find(std::uint64_t address, NameMemo& names) const {
   const auto row = FindRow(address);
   if (!row) return std::nullopt;
   AddressChain chain;
   chain.frames.reserve(kUsualChain);
   SourceFrame& innermost = chain.frames.emplace_back();
-  SetFile(row->body, row->file, innermost);
+  SetFile(row->body, row->file, names, innermost);
   innermost.line = row->line;
-  if (row->node != 0) AddNodes(*row, address, chain);
+  if (row->node != 0) AddNodes(*row, address, names, chain);
   if (chain.frames.size() == 1 && chain.frames.front() == SourceFrame{}) return std::nullopt;
   return chain;
 }

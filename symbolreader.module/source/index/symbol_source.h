@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "index/name_memo.h"
 #include "tarvo/inline_symbolification.h"
 
 namespace tarvo::symbolreader {
@@ -19,7 +20,9 @@ class SymbolSource {
 
   /// The chain of an address in the image's own address space, names demangled, files joined with
   /// the compilation directory; nothing when neither debug information nor symbol table knows it.
-  [[nodiscard]] virtual std::optional<AddressChain> Find(std::uint64_t address) const = 0;
+  /// `names` is the caller's own.
+  [[nodiscard]] virtual std::optional<AddressChain> Find(std::uint64_t address,
+                                                         NameMemo& names) const = 0;
   /// What it takes of the address space: the size of the mapped file.
   [[nodiscard]] virtual std::size_t Bytes() const = 0;
 };

@@ -65,9 +65,7 @@ class VarintReader {
 
   [[nodiscard]] bool IsAtEnd() const { return at_ == end_; }
 
-  std::int64_t ReadSigned() {
-    return Signed(Read());
-  }
+  std::int64_t ReadSigned() { return Signed(Read()); }
 
   /// What AppendSignedVarint has written as `bits`.
   static constexpr std::int64_t Signed(std::uint64_t bits) {

@@ -138,7 +138,7 @@ class IndexerSource final : public SymbolSource {
       : arguments_(std::move(arguments)), bytes_(bytes) {}
 
   Result<ImageRange> Start() { return indexer_.Start(arguments_); }
-  std::optional<AddressChain> Find(std::uint64_t address) const override;
+  std::optional<AddressChain> Find(std::uint64_t address, NameMemo& names) const override;
   std::size_t Bytes() const override { return bytes_; }
 
  private:
@@ -149,7 +149,7 @@ class IndexerSource final : public SymbolSource {
   mutable int restarts_ = 0;
 };
 
-std::optional<AddressChain> IndexerSource::Find(std::uint64_t address) const {
+std::optional<AddressChain> IndexerSource::Find(std::uint64_t address, NameMemo& /*names*/) const {
   const std::scoped_lock lock(mutex_);
   std::optional<AddressChain> chain;
   if (indexer_.Ask(address, chain)) return chain;

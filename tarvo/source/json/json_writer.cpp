@@ -4,7 +4,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <utility>
 
 #include "json/json_text.h"
@@ -30,13 +29,11 @@ class Buffer {
     size_ = static_cast<std::size_t>(write(bytes_.data() + size_) - bytes_.data());
   }
   void Put(char c) {
-    Put(std::string_view(&c, 1));
+    if (size_ == bytes_.size()) bytes_.resize(2 * size_);
+    bytes_[size_++] = c;
   }
   void Put(std::string_view text) {
-    Put(text.size(), [&](char* to) {
-      std::memcpy(to, text.data(), text.size());
-      return to + text.size();
-    });
+    for (const char c : text) Put(c);  // all are short
   }
   void PutBlanks(std::size_t count) {
     Put(count, [&](char* to) { return std::fill_n(to, count, ' '); });
@@ -79,9 +76,8 @@ class Writer {
   }
   template <std::integral T>
   void operator()(T number) {
-    buffer_.Put(kMostNumberBytes, [&](char* to) {
-      return std::to_chars(to, to + kMostNumberBytes, number).ptr;
-    });
+    buffer_.Put(kMostNumberBytes,
+                [&](char* to) { return std::to_chars(to, to + kMostNumberBytes, number).ptr; });
   }
   void operator()(const DataArray& array) {
     WriteContainer('[', array, ']', [this](const DataValue& element) { Write(element); });
@@ -89,7 +85,8 @@ class Writer {
   void operator()(const DataDictionary& dictionary) {
     WriteContainer('{', dictionary, '}', [this](const DataDictionary::Entry& entry) {
       PutText(entry.key);
-      buffer_.Put(isLine_ ? ":" : ": ");
+      buffer_.Put(':');
+      if (!isLine_) buffer_.Put(' ');
       Write(entry.value);
     });
   }

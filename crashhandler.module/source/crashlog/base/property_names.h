@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "tarvo/crash_report.h"
 #include "tarvo/string.h"
 
@@ -29,6 +31,10 @@ inline constexpr String kSourceFileChecksum =
     String::Literal(crash_report::property::kSourceFileChecksum);
 inline constexpr String kInlinedInto = String::Literal(crash_report::property::kInlinedInto);
 inline constexpr String kSymbolOffset = String::Literal(crash_report::property::kSymbolOffset);
+
+/// How many a frame may get by being resolved, with the mark and the text that a user of the tree
+/// adds to it.
+inline constexpr std::size_t kMostAdded = 7;
 
 inline constexpr String kLoadedModules = String::Literal(crash_report::property::kLoadedModules);
 inline constexpr String kBaseAddress = String::Literal(crash_report::property::kBaseAddress);

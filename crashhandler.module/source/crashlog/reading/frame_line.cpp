@@ -6,6 +6,7 @@
 #include "crashlog/base/property_names.h"
 #include "crashlog/base/text.h"
 #include "crashlog/reading/numbers.h"
+#include "crashlog/reading/recovery.h"
 #include "tarvo/crash_report.h"
 
 namespace tarvo::crashhandler {
@@ -13,6 +14,10 @@ namespace tarvo::crashhandler {
 namespace frame = crash_report::frame;
 
 namespace {
+
+/// Until frames and what is around them take so much they get room for what resolving adds, so that
+/// they need not grow. Beyond that a report's size would multiply.
+constexpr std::size_t kRoomyBytes = kFreeTreeBytes / 2;
 
 /// The parts of a frame line in front of " (SP: 0x". Empty stands for "none".
 struct ModuleAndFunction {
@@ -109,7 +114,9 @@ DataDictionary ParseLine(std::string_view line, TokenKind first, std::size_t fir
       FindAddress(line.substr(hasStackPointer ? stackPointer : firstSize), tokens.Salvages());
 
   DataDictionary frame;
-  frame.Reserve(std::size_t{!module.empty()} + !function.empty() + address.has_value());
+  const bool canBeResolved = !module.empty() && address && tokens.Room() < kRoomyBytes;
+  frame.Reserve(std::size_t{!module.empty()} + !function.empty() + address.has_value() +
+                (canBeResolved ? property::kMostAdded : 0));
   if (!module.empty()) frame.Set(property::kModuleName, tokens.Share(module));
   if (!function.empty()) frame.Set(property::kFunctionName, tokens.Share(function));
   if (address) frame.Set(property::kAddress, *address);

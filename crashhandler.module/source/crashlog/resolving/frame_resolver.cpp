@@ -16,10 +16,6 @@
 namespace tarvo::crashhandler {
 namespace {
 
-/// What a frame may get here, with room for the mark and the text that a user of the tree adds to
-/// it: a frame grows once.
-constexpr std::size_t kSymbolProperties = 7;
-
 /// Sets what is known of a function and of the place in it.
 void SetPlace(SourceFrame place, DataDictionary& entry) {
   entry.Set(property::kFunctionName, std::move(place.function));
@@ -82,7 +78,7 @@ class FrameResolver {
       ShowUnresolvedFrame(frame);
       return Tell(outcome, frame, module.build, &chain.GetError());
     }
-    frame.Reserve(frame.Size() + kSymbolProperties);
+    frame.Reserve(frame.Size() + property::kMostAdded);
     SetPlace(std::move(chain->frames.front()), frame);
     if (chain->symbolOffset) frame.Set(property::kSymbolOffset, *chain->symbolOffset);
     if (chain->frames.size() > 1) frame.Set(property::kInlinedInto, Callers(*chain));

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "tarvo/string.h"
+
+namespace tarvo::symbolreader {
+
+/// The names that look-ups in indices gave last, as texts that are handed out again: crash reports
+/// ask for few functions and fewer files again and again, and making a text for each frame costs as
+/// much as finding its place.
+///
+/// Used by one thread at a time, so that the counts of the texts' holders stay with its processor.
+/// Names are told apart by their index (`NewIndexNumber`) and their number in it. Bounded by its
+/// places, in each of which the later of two names stays, and by the size of the names that it
+/// keeps.
+class NameMemo {
+ public:
+  static constexpr std::size_t kPlaces = 8192;
+  static constexpr std::size_t kLongestName = 256;
+
+  /// The text of `name`, which has `number`, from 1, in the index of that number.
+  [[nodiscard]] String Text(std::uint32_t index, std::uint32_t number, std::string_view name) {
+    if (name.empty() || name.size() > kLongestName) return String(name);
+    Place& place = (*places_)[(number ^ index * kSpread) % kPlaces];
+    if (place.index != index || place.number != number) place = {index, number, String(name)};
+    return place.text;
+  }
+
+ private:
+  static constexpr std::uint32_t kSpread = 0x9E3779B1;
+
+  struct Place {
+    std::uint32_t index = 0;
+    std::uint32_t number = 0;
+    String text{};
+  };
+  std::unique_ptr<std::array<Place, kPlaces>> places_ =
+      std::make_unique<std::array<Place, kPlaces>>();
+};
+
+/// A number above 0 that no other index of this process has had.
+[[nodiscard]] std::uint32_t NewIndexNumber() noexcept;
+
+/// A memo for as long as this lives: one that another has left, so that what was found for one
+/// report serves the next ones, or a new one. There are as many as readers that are at work at the
+/// same time.
+class BorrowedNames {
+ public:
+  /// Frees the memos that nobody has borrowed.
+  static void Clear();
+
+  BorrowedNames() = default;
+  ~BorrowedNames();
+  BorrowedNames(const BorrowedNames&) = delete;
+  BorrowedNames& operator=(const BorrowedNames&) = delete;
+
+  /// Borrowed at the first call.
+  [[nodiscard]] NameMemo& Get();
+
+ private:
+  std::unique_ptr<NameMemo> memo_;
+};
+
+}  // namespace tarvo::symbolreader
