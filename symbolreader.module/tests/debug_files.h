@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,8 @@ struct Recipe {
   std::uint64_t imageStart;  ///< where the image begins by its own account
   std::string_view script;   ///< run by sh; $SAMPLE is the source
 };
+
+inline void PrintTo(const Recipe& recipe, std::ostream* out) { *out << recipe.name; }
 
 extern const std::vector<Recipe> kRecipes;
 /// A program of 40 units.

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,8 @@ struct Shape {
   std::size_t values;      ///< how many values the tree then holds
   std::string_view error;  ///< or the error
 };
+
+void PrintTo(const Shape& shape, std::ostream* out) { *out << shape.name; }
 
 std::size_t CountValues(const DataValue& value) {
   std::size_t count = 1;

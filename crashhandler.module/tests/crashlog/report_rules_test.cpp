@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -38,6 +39,8 @@ struct Rule {
   std::string_view report;
   std::string_view outcome;
 };
+
+void PrintTo(const Rule& rule, std::ostream* out) { *out << rule.name; }
 
 class Rules : public testing::TestWithParam<Rule> {};
 
