@@ -36,8 +36,9 @@ UTF-16 is read too.
 
 Each document begins with "Outcome": which file it was made of (Report, Size, Time,
 Hash: SHA-256), and which archives of symbols were there or missing (Archives: Build,
-File, Identity or Missing). A report that nothing can be read of has a document with
-this alone, and an Error: --missing-only counts it as known to be bad, until its content
+File, Identity or Missing), and where else symbols were looked for in vain (Missed: File,
+Missing or the Identity of what stood there). A report that nothing can be read of has a
+document with this alone, and an Error: --missing-only counts it as known to be bad, until its content
 changes. With --results that is its line; an interrupted run leaves no file.
 
 Of a damaged or cut report what can be read is resolved; its document says under
@@ -274,7 +275,8 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
   const Option missing = resolve.AddFlag(
       "--missing-only", options.missingOnly,
       "Leave reports alone that have not changed since\nthey were resolved, nor have the archives "
-      "of their\nbuilds, whatever times the files have");
+      "of their\nbuilds, whatever times the files have, nor the places\nwhere other symbols were "
+      "missed");
   const Option output = resolve.AddOption(
       "--output", options.output,
       "Leave what comes of the reports below DIR instead of\nbeside them, each where its report is "

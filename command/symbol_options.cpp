@@ -91,6 +91,7 @@ DebugFileOptions DebugFiles(const SymbolOptions& options) {
   DebugFileOptions files{.build = options.build, .archivesOnly = options.archivesOnly};
   if (!options.debugDirectories.empty()) files.directories = options.debugDirectories;
   files.onActivity = ShowActivity;
+  files.onMissed = NoteMissed;
   return files;
 }
 

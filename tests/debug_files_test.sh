@@ -48,19 +48,38 @@ crash own
 resolve own
 expect_line own
 
+# What comes late is found by --missing-only, and only what is new is looked at.
+expect_up_to_date() {
+  resolve "$@" --missing-only
+  expect_said '^Reports: 0 read.* 1 up to date'
+}
+# comes PART NAME [OPTION…]: the separate debug file of NAME appears as PART, where another file stood before.
+comes() {
+  local part=$1
+  shift
+  resolve "$@"
+  expect_no_line "$1"
+  expect_up_to_date "$@"
+  mkdir -p "$(dirname "$part")"
+  head -c 300 late >"$part"
+  resolve "$@" --missing-only
+  expect_said '^Reports: 1 read'
+  expect_no_line "$1"
+  expect_up_to_date "$@"
+  mv late "$part"
+  resolve "$@" --missing-only
+  expect_line "$1"
+  expect_up_to_date "$@"
+}
 crash by_id
 id=$(build_id by_id/by_id)
-separate by_id "debug/.build-id/${id:0:2}/${id:2}.debug"
-resolve by_id
-expect_no_line by_id
-resolve by_id --debug-directory debug
-expect_line by_id
+separate by_id late
+comes "debug/.build-id/${id:0:2}/${id:2}.debug" by_id --debug-directory debug
 
 crash by_link
-separate by_link by_link/by_link.debug
-objcopy --add-gnu-debuglink=by_link/by_link.debug by_link/by_link
-resolve by_link
-expect_line by_link
+separate by_link late
+objcopy --add-gnu-debuglink=late by_link/by_link
+comes by_link/late by_link
 
 # A symbol table gives the name alone, and says that it does.
 crash by_symbol
@@ -75,12 +94,16 @@ late() {
   mv "$part" part
   resolve "$name"
   expect_no_chain "$name"
-  [[ -z $wrong ]] || head -c 300 part >"$wrong"
-  resolve "$name"
+  expect_up_to_date "$name"
+  head -c 300 part >"$wrong"
+  resolve "$name" --missing-only
+  expect_said '^Reports: 1 read'
   expect_no_chain "$name"
+  expect_up_to_date "$name"
   mv part "$part"
-  resolve "$name"
+  resolve "$name" --missing-only
   expect_chain "$name"
+  expect_up_to_date "$name"
   [[ $(find cache/tarvo/symbols -newer "$part" -name "$(build_id "$name/$name")*") ]] || fail "$name: no new index"
 }
 expect_chain() { [[ $document =~ \"FunctionName\":\"Fault\"[^}]*\"InlinedInto\":.[^]]*\"FunctionName\":\"main\" ]] ||

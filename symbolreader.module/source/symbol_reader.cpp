@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <exception>
 
+#include "connection.h"
+#include "index/missing_files.h"
 #include "source.h"
 #include "symbol_file_cache.h"
 #include "tarvo/format.h"
+#include "tarvo/framework.h"
+#include "tarvo/resolve_observer.h"
 #include "tarvo/symbolification.h"
 
 namespace tarvo::symbolreader {
@@ -22,6 +26,18 @@ Result<SymbolFileRef> Open(const SymbolFileRequest& request) try {
 } catch (const std::exception& exception) {
   return Error::IllegalState(kSource.Here(), Format("The symbol bundle @ could not be loaded: @.",
                                                     request.file, exception.what()));
+}
+
+/// Tells the ResolveObserver, if there is one, where parts of `file` were looked for.
+void TellMissed(const SymbolFile& file) {
+  constexpr std::size_t kMostTold = 100;
+  if (file.missing.empty()) return;
+  const auto observer = Bind<ResolveObserver>(*g_tarvo.framework);
+  if (!observer) return;
+  std::size_t told = 0;
+  for (const MissingFile& part : file.missing)
+    for (const std::string& path : PathsOf(part.place, file.path))
+      if (told++ < kMostTold) (*observer)->PartMissed(Url::FromSystemPath(path));
 }
 
 class SymbolReader final : public Counted<Symbolification> {
@@ -64,6 +80,7 @@ Result<void> BundleReader::Load(const SymbolFileRequest& request) {
   auto bundle = std::ranges::find(bundles_, request, &Bundle::request);
   if (bundle == bundles_.end()) {
     Bundle opened{request, Open(request)};
+    if (opened.file) TellMissed(**opened.file);
     if (bundles_.size() < kRememberedBundles) {
       bundle = bundles_.insert(bundles_.end(), std::move(opened));
     } else {

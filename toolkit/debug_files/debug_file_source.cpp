@@ -13,6 +13,7 @@
 
 #include "tarvo/format.h"
 #include "tarvo/symbol_file_source.h"
+#include "toolkit/base/place_identity.h"
 #include "toolkit/debug_files/archived_files.h"
 #include "toolkit/debug_files/debuginfod.h"
 #include "toolkit/debug_files/module_identity.h"
@@ -47,62 +48,79 @@ class Places {
       : options_(std::move(options)), onProblem_(std::move(onProblem)) {}
 
   using Files = std::vector<SymbolFileRequest>;
-  /// The files of one step behind the archives, from 1 to kSteps - 1, that are there.
-  Files Step(const ModuleIdentity& module, std::size_t step);
+  using Paths = std::vector<std::string>;
+  struct Looked {
+    Files files{};   ///< that are there
+    Paths places{};  ///< that were looked at
+  };
+  /// One step behind the archives, from 1 to kSteps - 1.
+  Looked Step(const ModuleIdentity& module, std::size_t step);
   static constexpr std::size_t kSteps = 6;
 
   [[nodiscard]] const DebugFileOptions& Options() const noexcept { return options_; }
 
  private:
-  using Paths = std::vector<std::string>;
-  [[nodiscard]] Paths ByBuildId(const ModuleIdentity& module);
-  [[nodiscard]] Paths Own(const ModuleIdentity& module);
-  [[nodiscard]] Paths ByDebugLink(const ModuleIdentity& module);
-  [[nodiscard]] Paths Downloaded(const ModuleIdentity& module);
+  /// Paths of files that are there, and places that were looked at.
+  struct Found {
+    Paths paths{};
+    Paths places{};
+  };
+  [[nodiscard]] Found ByBuildId(const ModuleIdentity& module);
+  [[nodiscard]] Found Own(const ModuleIdentity& module);
+  [[nodiscard]] Found ByDebugLink(const ModuleIdentity& module);
+  [[nodiscard]] Found Downloaded(const ModuleIdentity& module);
 
   DebugFileOptions options_;
   OnProblem onProblem_;
   Debuginfod debuginfod_;
 };
 
-Places::Files Places::Step(const ModuleIdentity& module, std::size_t step) {
+Places::Looked Places::Step(const ModuleIdentity& module, std::size_t step) {
   if (options_.archivesOnly) return {};
-  constexpr std::array<Paths (Places::*)(const ModuleIdentity&), kSteps - 1> kFind = {
+  constexpr std::array<Found (Places::*)(const ModuleIdentity&), kSteps - 1> kFind = {
       &Places::ByBuildId, &Places::Own, &Places::ByDebugLink, &Places::Downloaded, &Places::Own};
-  Files files;
-  for (const std::string& path : (this->*kFind[step - 1])(module)) {
-    files.push_back({.file = Url::FromSystemPath(path),
-                     .id = String(module.id),
-                     .takesSymbolTable = step == kSteps - 1,
-                     .platform = String(module.platform)});
+  Found found = (this->*kFind[step - 1])(module);
+  Looked looked{.places = std::move(found.places)};
+  for (const std::string& path : found.paths) {
+    looked.files.push_back({.file = Url::FromSystemPath(path),
+                            .id = String(module.id),
+                            .takesSymbolTable = step == kSteps - 1,
+                            .platform = String(module.platform)});
   }
-  return files;
+  return looked;
 }
 
-Places::Paths Places::ByBuildId(const ModuleIdentity& module) {
-  Paths paths;
-  if (module.id.empty()) return paths;
+Places::Found Places::ByBuildId(const ModuleIdentity& module) {
+  Found found;
+  if (module.id.empty()) return found;
   for (const fs::path directory : options_.directories) {
     const fs::path path =
         directory / ".build-id" / module.id.substr(0, 2) / (module.id.substr(2) + ".debug");
-    if (IsFile(path)) paths.push_back(path);
+    if (IsFile(path)) found.paths.push_back(path);
+    found.places.push_back(path);
   }
-  return paths;
+  return found;
 }
 
-Places::Paths Places::Own(const ModuleIdentity& module) {
-  return HasOwnFile(module) ? Paths{module.path} : Paths();
+Places::Found Places::Own(const ModuleIdentity& module) {
+  Found found;
+  if (HasOwnFile(module)) found.paths.push_back(module.path);
+  if (!module.path.empty()) found.places.push_back(module.path);
+  return found;
 }
 
-Places::Paths Places::ByDebugLink(const ModuleIdentity& module) {
+Places::Found Places::ByDebugLink(const ModuleIdentity& module) {
   if (!HasOwnFile(module)) return {};
   const auto library = PackLibrary::Load();
   if (!library) return {};
-  const Result<std::string> found = (*library)->findDebugFile(module.path, options_.directories);
-  return found && !found->empty() ? Paths{*found} : Paths();
+  auto debugFile = (*library)->findDebugFile(module.path, options_.directories);
+  if (!debugFile) return {};
+  Found found{.places = std::move(debugFile->places)};
+  if (!debugFile->path.empty()) found.paths.push_back(debugFile->path);
+  return found;
 }
 
-Places::Paths Places::Downloaded(const ModuleIdentity& module) {
+Places::Found Places::Downloaded(const ModuleIdentity& module) {
   if (module.id.empty() || !Debuginfod::IsConfigured()) return {};
   const auto tell = [&](long done, long all) {
     if (!options_.onActivity) return;
@@ -115,7 +133,7 @@ Places::Paths Places::Downloaded(const ModuleIdentity& module) {
   const Result<std::string> found = debuginfod_.Find(module.id, tell);
   if (options_.onActivity) options_.onActivity({});
   if (!found) onProblem_("debuginfod", found.GetError());
-  return found && !found->empty() ? Paths{*found} : Paths();
+  return found && !found->empty() ? Found{.paths = {*found}} : Found();
 }
 
 /// A search that is taken up where it stood: each step runs once for a module, however many reports
@@ -123,6 +141,7 @@ Places::Paths Places::Downloaded(const ModuleIdentity& module) {
 struct Search {
   std::mutex mutex;
   std::vector<SymbolFileRequest> found;
+  std::map<std::string, std::string> places;  ///< that were looked at, and what stood there
   std::size_t nextStep = 0;
 };
 
@@ -164,12 +183,14 @@ class DebugFileSource final : public Counted<SymbolFileSource> {
     const std::vector<std::string> builds = BuildsFor(query, g_state->places.Options().build);
     const std::shared_ptr<Search> search = SearchFor(module, builds);
     const std::scoped_lock lock(search->mutex);
-    while (search->found.size() <= number && search->nextStep < Places::kSteps) {
-      const std::size_t step = search->nextStep++;
-      auto files = step == 0 ? Archived(module, builds) : g_state->places.Step(module, step);
-      search->found.insert(search->found.end(), files.begin(), files.end());
-    }
-    if (number < search->found.size()) return search->found[number];
+    while (search->found.size() <= number && search->nextStep < Places::kSteps)
+      Advance(*search, module, builds);
+    const bool isThere = number < search->found.size();
+    // Without debug information, or with a symbol table alone, each place is one to wait for; but
+    // not the own file, where that serves.
+    if (!isThere || search->found[number].takesSymbolTable)
+      TellMissed(*search, isThere ? module.path : "");
+    if (isThere) return search->found[number];
     return Error::IllegalState(kSource.Here(),
                                Format("No further debug file of @ is known.", module.name));
   }
@@ -187,6 +208,24 @@ class DebugFileSource final : public Counted<SymbolFileSource> {
   }
 
  private:
+  /// Takes the next step.
+  static void Advance(Search& search, const ModuleIdentity& module,
+                      const std::vector<std::string>& builds) {
+    const std::size_t step = search.nextStep++;
+    const auto looked = step == 0 ? Places::Looked{.files = Archived(module, builds)}
+                                  : g_state->places.Step(module, step);
+    search.found.insert(search.found.end(), looked.files.begin(), looked.files.end());
+    for (const std::string& place : looked.places)
+      search.places.try_emplace(place, IdentifyPlace(place));
+  }
+
+  static void TellMissed(const Search& search, const std::string& serving) {
+    const auto& onMissed = g_state->places.Options().onMissed;
+    if (!onMissed) return;
+    for (const auto& [place, identity] : search.places)
+      if (place != serving) onMissed(place, identity);
+  }
+
   static Places::Files Archived(const ModuleIdentity& module,
                                 const std::vector<std::string>& builds) {
     if (g_state->archives == nullptr) return {};

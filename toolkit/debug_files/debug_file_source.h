@@ -22,6 +22,10 @@ struct DebugFileOptions {
   /// Told what takes time ("libc.so.6: 3.2 of 10.5 MB from debuginfod"), and an empty text when it
   /// is over. Any thread.
   std::function<void(const std::string& activity)> onActivity{};
+
+  /// Told, for a report one of whose modules has no debug file, of each place where one would have
+  /// been taken and of what stood there (IdentifyPlace). By the thread that resolves the report.
+  std::function<void(const std::string& place, const std::string& identity)> onMissed{};
 };
 
 /// Where symbols are looked for that no archive holds, one line a place, for people.

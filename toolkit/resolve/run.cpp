@@ -133,6 +133,7 @@ class Run {
     work.onResolved = [&](DataDictionary& crashLog) {
       DataDictionary outcome = OutcomeOf(report.file, *identity, work.builds, archives_);
       const std::uint64_t resolved = work.tally.Frames(FrameOutcome::Resolved);
+      NoteMissedIn(outcome, work.missed);
       outcome.Set(String(crash_report::property::kOutcomeResolved), resolved);
       outcome.Set(String(crash_report::property::kOutcomeLacks),
                   LacksDocument(work.tally.ReportLacks()));

@@ -26,10 +26,8 @@ std::uint64_t FileState(const fs::path& path) {
 }
 
 std::uint64_t StateAt(const std::string& place, const std::string& debugFile) {
-  if (place != kPackages) return FileState(fs::path(debugFile).parent_path() / place);
   std::uint64_t state = 0;
-  for (const std::string& package : PackagesBeside(debugFile))
-    state = state * 31 + FileState(package);
+  for (const std::string& path : PathsOf(place, debugFile)) state = state * 31 + FileState(path);
   return state;
 }
 
@@ -40,6 +38,11 @@ std::vector<std::string> PackagesBeside(const std::string& debugFile) {
   if (fs::path(debugFile).extension() == ".debug")
     packages.push_back(fs::path(debugFile).replace_extension(".dwp"));
   return packages;
+}
+
+std::vector<std::string> PathsOf(const std::string& place, const std::string& debugFile) {
+  if (place == kPackages) return PackagesBeside(debugFile);
+  return {fs::path(debugFile).parent_path() / place};
 }
 
 std::vector<MissingFile> LookAt(std::span<const std::string> places, const std::string& debugFile) {

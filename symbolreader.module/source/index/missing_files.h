@@ -35,6 +35,10 @@ inline constexpr std::size_t kMostMissingFiles = 10'000;
 [[nodiscard]] std::vector<MissingFile> LookAt(std::span<const std::string> places,
                                               const std::string& debugFile);
 
+/// The paths that a place stands for.
+[[nodiscard]] std::vector<std::string> PathsOf(const std::string& place,
+                                               const std::string& debugFile);
+
 /// The bytes by which files are remembered: for each a varint, the size of its place, the place and
 /// a varint, its state.
 [[nodiscard]] std::string Encode(const MissingFile& file);

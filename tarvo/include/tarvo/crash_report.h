@@ -101,13 +101,14 @@
 ///     Documents          array of { DocumentName, DocumentPath }, the opened scenes
 ///     CriticalLog        array of texts
 ///
-///     Outcome            { Report, Size, Time, Hash, Archives, Resolved, Lacks }: which file this
-///                        was made of, and which archives were there for it, as an array of {
-///                        Build, File, Identity } and { Build, Missing }; how many frames were
-///                        resolved and what the others want, as an array of { Reason, Platform,
-///                        Build, Module, Bundle, Frames, Owner, Error }. First, and only in what
-///                        `tarvo resolve` makes. A report that could not be resolved has only this,
-///                        with an Error
+///     Outcome            { Report, Size, Time, Hash, Archives, Missed, Resolved, Lacks }: which
+///                        file this was made of, and which archives were there for it, as an array
+///                        of { Build, File, Identity } and { Build, Missing }; where else symbols
+///                        were looked for and not found, as an array of { File, Identity } and {
+///                        File, Missing }; how many frames were resolved and what the others want,
+///                        as an array of { Reason, Platform, Build, Module, Bundle, Frames, Owner,
+///                        Error }. First, and only in what `tarvo resolve` makes. A report that
+///                        could not be resolved has only this, with an Error
 ///     Crashed            true on the thread that crashed and on its frame to look at: the one that
 ///                        was interrupted or, of an abort, the one that asked for it. Only in what
 ///                        `tarvo resolve` makes; where no thread is marked the first one counts
@@ -322,6 +323,9 @@ inline constexpr std::string_view kOutcomeArchives = "Archives";  ///< each with
 inline constexpr std::string_view kOutcomeFile = "File";          ///< ... its path and ...
 inline constexpr std::string_view kOutcomeIdentity = "Identity";  ///< ... what tells its content,
 inline constexpr std::string_view kOutcomeMissing = "Missing";    ///< or that there is none
+/// Where symbols that no archive has were looked for, each with a File and Missing or, where
+/// another one stood there, its Identity.
+inline constexpr std::string_view kOutcomeMissed = "Missed";
 inline constexpr std::string_view kOutcomeResolved = "Resolved";  ///< how many frames were
 inline constexpr std::string_view kOutcomeLacks = "Lacks";     ///< what the others want, each with
 inline constexpr std::string_view kLackReason = "Reason";      ///< a word of `tarvo resolve --help`

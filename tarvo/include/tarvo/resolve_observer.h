@@ -7,6 +7,7 @@
 #include "tarvo/error.h"
 #include "tarvo/object.h"
 #include "tarvo/string.h"
+#include "tarvo/url.h"
 
 namespace tarvo {
 
@@ -82,6 +83,10 @@ class ResolveObserver : public Object {
   virtual void Working(const WorkReport& report) { static_cast<void>(report); }
   /// The work that was reported last is over.
   virtual void WorkEnds() {}
+
+  /// Called when symbols are loaded for the report of which parts are missing, as split debug
+  /// information can be: for each place where one was looked for, at most a hundred.
+  virtual void PartMissed(const Url& place) { static_cast<void>(place); }
 
  protected:
   ~ResolveObserver() = default;

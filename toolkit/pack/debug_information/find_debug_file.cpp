@@ -5,11 +5,13 @@
 
 namespace tarvo::toolkit {
 
-Result<std::string> FindDebugFile(const std::string& path,
-                                  const std::vector<std::string>& debugDirectories) {
+Result<FoundDebugFile> FindDebugFile(const std::string& path,
+                                     const std::vector<std::string>& debugDirectories) {
   const Result<ElfFacts> facts = ReadElfFacts(path);
   if (!facts) return facts.GetError();
-  return FindSeparateDebugFile(path, *facts, {.directories = debugDirectories, .given = {}}).path;
+  return FoundDebugFile{
+      FindSeparateDebugFile(path, *facts, {.directories = debugDirectories, .given = {}}).path,
+      DebugLinkPlaces(path, *facts, debugDirectories)};
 }
 
 }  // namespace tarvo::toolkit

@@ -40,12 +40,9 @@ class Finder {
     std::error_code error;
     const fs::path own = fs::canonical(path_, error);
     bool isFound = Choose(search_.Find({}, {}, facts_.buildId), Proof::BuildId);
-    // A name that leads elsewhere is no name of a file.
-    const bool hasLink =
-        facts_.debugLink && facts_.debugLink->fileName.find('/') == std::string::npos;
-    if (!isFound && hasLink)
-      isFound = Choose(search_.Find(LinkPaths(own.parent_path()), facts_.debugLink->fileName, {}),
-                       Proof::Checksum);
+    const auto linked = DebugLinkPlaces(path_, facts_, places_.directories);
+    if (!isFound && !linked.empty())
+      isFound = Choose(search_.Find(linked, facts_.debugLink->fileName, {}), Proof::Checksum);
     if (!isFound && !facts_.buildId.empty())
       isFound =
           Choose(search_.Find({own.native() + ".debug"}, own.filename().native() + ".debug", {}),
@@ -55,14 +52,6 @@ class Finder {
   }
 
  private:
-  [[nodiscard]] std::vector<std::string> LinkPaths(const fs::path& own) const {
-    const std::string& name = facts_.debugLink->fileName;
-    std::vector<std::string> paths = {own / name, own / ".debug" / name};
-    for (const fs::path directory : places_.directories)
-      paths.push_back(directory / own.relative_path() / name);
-    return paths;
-  }
-
   bool Choose(const std::vector<std::string>& candidates, Proof proof) {
     std::error_code error;
     for (const std::string& candidate : candidates) {
@@ -86,6 +75,19 @@ class Finder {
 };
 
 }  // namespace
+
+std::vector<std::string> DebugLinkPlaces(const std::string& path, const ElfFacts& facts,
+                                         const std::vector<std::string>& directories) {
+  // A name that leads elsewhere is no name of a file.
+  if (!facts.debugLink || facts.debugLink->fileName.find('/') != std::string::npos) return {};
+  std::error_code error;
+  const fs::path own = fs::canonical(path, error).parent_path();
+  const std::string& name = facts.debugLink->fileName;
+  std::vector<std::string> places = {own / name, own / ".debug" / name};
+  for (const fs::path directory : directories)
+    places.push_back(directory / own.relative_path() / name);
+  return places;
+}
 
 SeparateDebugFile FindSeparateDebugFile(const std::string& path, const ElfFacts& facts,
                                         const DebugPlaces& places) {

@@ -30,4 +30,9 @@ struct SeparateDebugFile {
 SeparateDebugFile FindSeparateDebugFile(const std::string& path, const ElfFacts& facts,
                                         const DebugPlaces& places);
 
+/// The places of the second step; none without a debug link.
+[[nodiscard]] std::vector<std::string> DebugLinkPlaces(const std::string& path,
+                                                       const ElfFacts& facts,
+                                                       const std::vector<std::string>& directories);
+
 }  // namespace tarvo::toolkit

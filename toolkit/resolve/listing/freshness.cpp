@@ -8,6 +8,7 @@
 #include "tarvo/crash_report.h"
 #include "tarvo/report/resolve.h"
 #include "toolkit/base/json_reader.h"
+#include "toolkit/base/place_identity.h"
 #include "toolkit/base/regular_file.h"
 #include "toolkit/resolve/listing/report_identity.h"
 #include "toolkit/resolve/summary/lacks_document.h"
@@ -45,10 +46,21 @@ std::optional<std::uint64_t> NumberOf(const DataDictionary& object, std::string_
   return number == nullptr ? std::nullopt : std::optional(*number);
 }
 
+std::map<std::string, std::string> MissedIn(const DataDictionary& outcome) {
+  std::map<std::string, std::string> missed;
+  const auto* entries = outcome.FindAs<DataArray>(property::kOutcomeMissed);
+  for (std::size_t i = 0; entries != nullptr && i < entries->Size(); ++i)
+    if (const auto* entry = (*entries)[i].As<DataDictionary>())
+      missed.emplace(TextOf(*entry, property::kOutcomeFile),
+                     TextOf(*entry, property::kOutcomeIdentity));
+  return missed;
+}
+
 MadeOf Parse(const DataDictionary& outcome) {
   MadeOf made{.size = NumberOf(outcome, property::kOutcomeSize).value_or(0),
               .hash = TextOf(outcome, property::kOutcomeHash),
               .archives = {},
+              .missed = MissedIn(outcome),
               .resolved = NumberOf(outcome, property::kOutcomeResolved),
               .error = TextOf(outcome, property::kOutcomeError)};
   if (const auto* lacks = outcome.FindAs<DataArray>(property::kOutcomeLacks))
@@ -96,6 +108,10 @@ std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives) 
     return std::nullopt;
   if (std::ranges::any_of(made->archives, [&](const auto& archive) {
         return IdentitiesOf(archives, archive.first) != archive.second;
+      }))
+    return std::nullopt;
+  if (std::ranges::any_of(made->missed, [](const auto& place) {
+        return IdentifyPlace(place.first) != place.second;
       }))
     return std::nullopt;
   const Result<ReportIdentity> identity = IdentifyReport(report.file);

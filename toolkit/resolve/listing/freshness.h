@@ -19,6 +19,8 @@ struct MadeOf {
   std::string hash;        ///< of the report
   /// By build the identities of its archives, sorted; none where there was none.
   std::map<std::string, std::vector<std::string>> archives;
+  /// By place outside archives where symbols were missed, what stood there (IdentifyPlace).
+  std::map<std::string, std::string> missed{};
   std::optional<std::uint64_t> resolved;  ///< frames that were resolved
   std::string error;                      ///< why the report could not be; else empty
   std::optional<Lacks> lacks{};           ///< what it lacks; nothing: it does not say
@@ -33,8 +35,9 @@ struct MadeOf {
                                                     const std::string& build);
 
 /// What the document beside the report's place was made of, where resolving `report` again would
-/// give the same: it has the same content, and the archives of its builds are the same, there or
-/// not there. Whatever times the files have.
+/// give the same: it has the same content, the archives of its builds are the same, there or not
+/// there, and nothing else stands where symbols were missed. Whatever times report and archives
+/// have.
 [[nodiscard]] std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives);
 
 }  // namespace tarvo::toolkit

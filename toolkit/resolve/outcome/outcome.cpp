@@ -49,6 +49,21 @@ DataDictionary OutcomeOf(const Url& file, const ReportIdentity& identity,
   return outcome;
 }
 
+void NoteMissedIn(DataDictionary& outcome, const std::map<std::string, std::string>& missed) {
+  if (missed.empty()) return;
+  DataArray entries;
+  for (const auto& [place, identity] : missed) {
+    DataDictionary entry;
+    entry.Set(String(property::kOutcomeFile), String(place));
+    if (identity.empty())
+      entry.Set(String(property::kOutcomeMissing), true);
+    else
+      entry.Set(String(property::kOutcomeIdentity), String(identity));
+    entries.Append(std::move(entry));
+  }
+  outcome.Set(String(property::kOutcomeMissed), std::move(entries));
+}
+
 DataDictionary FailedOutcome(const Url& file, const ReportIdentity& identity, const String& error) {
   DataDictionary outcome = ReportEntries(file, identity);
   outcome.Set(String(property::kOutcomeError), error);

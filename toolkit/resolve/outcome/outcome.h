@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -16,6 +17,10 @@ namespace tarvo::toolkit {
 /// that its frames asked for.
 [[nodiscard]] DataDictionary OutcomeOf(const Url& file, const ReportIdentity& identity,
                                        const std::set<String>& builds, ArchiveTree& archives);
+
+/// Adds to a report's outcome the places outside archives where symbols were missed, with what
+/// stood there (IdentifyPlace).
+void NoteMissedIn(DataDictionary& outcome, const std::map<std::string, std::string>& missed);
 
 /// Of a report that could not be resolved; `identity` is empty where it could not be read.
 [[nodiscard]] DataDictionary FailedOutcome(const Url& file, const ReportIdentity& identity,

@@ -5,8 +5,11 @@
 
 #include "tarvo/crash_report.h"
 #include "tarvo/resolve_observer.h"
+#include "toolkit/base/place_identity.h"
+#include "toolkit/base/safe_text.h"
 #include "toolkit/report/reading.h"
 #include "toolkit/resolve/running/progress.h"
+#include "toolkit/resolve/summary/lacks_document.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -67,12 +70,22 @@ class ReportWorker final : public Counted<ResolveObserver> {
     if (t_work != nullptr) ShowActivity(WorkText(report, t_work->module));
   }
   void WorkEnds() override { ShowActivity({}); }
+  void PartMissed(const Url& place) override {
+    const std::string path = place.SystemPath().ToStdString();
+    NoteMissed(path, IdentifyPlace(path));
+  }
 };
 
 }  // namespace
 
 ReportWorkScope::ReportWorkScope(ReportWork& work) noexcept { t_work = &work; }
 ReportWorkScope::~ReportWorkScope() { t_work = nullptr; }
+
+void NoteMissed(const std::string& place, const std::string& identity) {
+  // What could not be written as it is would be another place when it is read back.
+  if (t_work == nullptr || place.size() > kLongestNotedText || SafeText(place) != place) return;
+  if (t_work->missed.size() < kMostNotedPlaces) t_work->missed.try_emplace(place, identity);
+}
 
 void RetireOutdatedIn(ArchiveCache* cache) { g_cache = cache; }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <set>
+#include <string>
 
 #include "tarvo/data_dictionary.h"
 #include "tarvo/registration.h"
@@ -18,6 +21,9 @@ struct ReportWork {
   ModuleFacts modules;      ///< of the report
   std::set<String> builds;  ///< whose symbols frames asked for
   String module;            ///< that they ask for now
+  /// Places outside archives where symbols or parts of them were looked for and were not, or not
+  /// the right ones, and what stood there (IdentifyPlace); at most kMostNotedPlaces.
+  std::map<std::string, std::string> missed{};
 
   /// Given the resolved crash log, which it may change; whether it is to be written beside the
   /// report. Empty: it is.
@@ -35,6 +41,10 @@ class ReportWorkScope {
 
 /// The component through which the crash handler's module fills a thread's ReportWork.
 [[nodiscard]] ComponentRecord ReportWorkComponent();
+
+/// Notes such a place for the report that the calling thread resolves.
+void NoteMissed(const std::string& place, const std::string& identity);
+inline constexpr std::size_t kMostNotedPlaces = 100;
 
 /// From now on what is unpacked of archives that have changed is retired before a report's frames
 /// are resolved. `cache` lives until this is called with null.

@@ -244,7 +244,7 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&ResolveObserver::Salvages, &ResolveObserver::ReportRead,
                 &ResolveObserver::FrameDone, &ResolveObserver::ReportResolved,
                 &ResolveObserver::ModuleBegins, &ResolveObserver::Working,
-                &ResolveObserver::WorkEnds)
+                &ResolveObserver::WorkEnds, &ResolveObserver::PartMissed)
         .Enumerators(SymbolWork::Unpacking, SymbolWork::Indexing)
         .Record(&WorkReport::work, &WorkReport::done, &WorkReport::all)
         .Reference<const String>(offsetof(WorkReport, file))
