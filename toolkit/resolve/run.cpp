@@ -31,6 +31,7 @@ namespace {
 constexpr SourceFile kRun{"command/resolve/run"};
 constexpr std::chrono::milliseconds kBetweenLooks{100};
 constexpr std::chrono::milliseconds kPatience{700};
+constexpr std::uint64_t kMostExpected = 1 << 20;
 
 using report::ReportDamage;
 
@@ -139,7 +140,11 @@ class Run {
                   LacksDocument(work.tally.ReportLacks()));
       AddAddressTexts(crashLog);
       crashLog = WithOutcome(std::move(outcome), crashLog);
-      if (results_ != nullptr) results_->Add(index, JsonDocument(crashLog, JsonForm::Line));
+      if (results_ != nullptr) {
+        // Lines are up to twice as long as their reports.
+        const std::size_t expected = std::min<std::uint64_t>(2 * identity->size, kMostExpected);
+        results_->Add(index, JsonDocument(crashLog, JsonForm::Line, expected));
+      }
       return results_ == nullptr && !KeepsBetter(report, *identity, resolved);
     };
     const Result<ReportDamage> resolved = Resolved(report, work);

@@ -141,11 +141,11 @@ std::size_t CountUpTo(std::span<const std::uint64_t> numbers, std::uint64_t numb
   return before + static_cast<std::size_t>(left == 1 && *first <= number);
 }
 
-/// A string with its number in the index; that of the empty one is 0.
-struct NumberedText {
-  std::uint32_t number = 0;
-  std::string_view text;
-};
+std::string_view PathIn(std::string_view file) { return file.substr(0, file.find(kChecksumMark)); }
+std::string_view ChecksumIn(std::string_view file) {
+  const std::size_t mark = file.find(kChecksumMark);
+  return mark == std::string_view::npos ? std::string_view() : file.substr(mark + 1);
+}
 
 class IndexSource final : public SymbolSource {
  public:
@@ -170,7 +170,9 @@ class IndexSource final : public SymbolSource {
     return VarintReader(bytes_.subspan(std::min<std::uint64_t>(place, bytes_.size())));
   }
   [[nodiscard]] std::optional<Row> FindRow(std::uint64_t address) const;
-  [[nodiscard]] NumberedText Text(std::uint64_t body, std::uint64_t place) const;
+  /// The number of a string, from 1; 0 is the empty one's.
+  [[nodiscard]] std::uint32_t NumberAt(std::uint64_t body, std::uint64_t place) const;
+  [[nodiscard]] std::string_view StringAt(std::uint32_t number) const;
   [[nodiscard]] String Name(std::uint64_t body, std::uint64_t place, NameMemo& names) const;
   void SetFile(std::uint64_t body, std::uint64_t place, NameMemo& names, SourceFrame& frame) const;
   void AddNodes(const Row& row, std::uint64_t address, NameMemo& names, AddressChain& chain) const;
@@ -202,31 +204,36 @@ std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
   return std::nullopt;
 }
 
-NumberedText IndexSource::Text(std::uint64_t body, std::uint64_t place) const {
+std::uint32_t IndexSource::NumberAt(std::uint64_t body, std::uint64_t place) const {
   const auto count = ReadAt<std::uint32_t>(bytes_, body - sizeof(std::uint32_t));
-  if (place >= count || (std::uint64_t{count} + 1) * sizeof(std::uint32_t) > body) return {};
+  if (place >= count || (std::uint64_t{count} + 1) * sizeof(std::uint32_t) > body) return 0;
   const auto number =
       ReadAt<std::uint32_t>(bytes_, body - (count + 1 - place) * sizeof(std::uint32_t));
-  if (number == 0 || number >= stringEnds_.size()) return {};
+  return number < stringEnds_.size() ? number : 0;
+}
+
+/// `number` is above 0 and one of the strings.
+std::string_view IndexSource::StringAt(std::uint32_t number) const {
   const std::uint64_t start = stringEnds_[number - 1];
   const std::uint64_t end = stringEnds_[number];
   if (start > end || end > strings_.size()) return {};
-  return {number, {reinterpret_cast<const char*>(strings_.data()) + start, end - start}};
+  return {reinterpret_cast<const char*>(strings_.data()) + start, end - start};
 }
 
 String IndexSource::Name(std::uint64_t body, std::uint64_t place, NameMemo& names) const {
-  const auto [number, text] = Text(body, place);
-  return names.Text(number_, number, text);
+  const std::uint32_t number = NumberAt(body, place);
+  if (number == 0) return {};
+  return names.Text(number_, number, [&] { return StringAt(number); });
 }
 
 void IndexSource::SetFile(std::uint64_t body, std::uint64_t place, NameMemo& names,
                           SourceFrame& frame) const {
-  const auto [number, text] = Text(body, place);
-  const std::size_t mark = text.find(kChecksumMark);
-  frame.sourceFile = names.Text(number_, number, text.substr(0, mark));
-  // No index has so many strings that a number has another one's complement.
-  if (mark != std::string_view::npos)
-    frame.sourceFileChecksum = names.Text(number_, ~number, text.substr(mark + 1));
+  const std::uint32_t number = NumberAt(body, place);
+  if (number == 0) return;
+  frame.sourceFile = names.Text(number_, number, [&] { return PathIn(StringAt(number)); });
+  // No index has so many strings that one's number is the complement of another's.
+  frame.sourceFileChecksum =
+      names.Text(number_, ~number, [&] { return ChecksumIn(StringAt(number)); });
 }
 
 /// Fills in the name of the chain's only frame, and adds the frames around it.

@@ -23,11 +23,15 @@ class NameMemo {
   static constexpr std::size_t kPlaces = 8192;
   static constexpr std::size_t kLongestName = 256;
 
-  /// The text of `name`, which has `number`, from 1, in the index of that number.
-  [[nodiscard]] String Text(std::uint32_t index, std::uint32_t number, std::string_view name) {
-    if (name.empty() || name.size() > kLongestName) return String(name);
+  /// The text of the name `number`, from 1, of an index; `read` gives its bytes where it is not
+  /// remembered.
+  template <typename Read>
+  [[nodiscard]] String Text(std::uint32_t index, std::uint32_t number, Read read) {
     Place& place = (*places_)[(number ^ index * kSpread) % kPlaces];
-    if (place.index != index || place.number != number) place = {index, number, String(name)};
+    if (place.index == index && place.number == number) return place.text;
+    const std::string_view name = read();
+    if (name.size() > kLongestName) return String(name);
+    place = {index, number, String(name)};
     return place.text;
   }
 

@@ -13,6 +13,7 @@ namespace tarvo {
 namespace {
 
 constexpr std::size_t kBufferBytes = 16 * 1024;
+constexpr std::size_t kLeastRoom = 512;
 constexpr std::size_t kPieceBytes = 4 * 1024;
 constexpr std::size_t kMostNumberBytes = 64;
 
@@ -20,7 +21,8 @@ constexpr std::size_t kMostNumberBytes = 64;
 /// somebody takes it.
 class Buffer {
  public:
-  explicit Buffer(const ByteSink* sink) : sink_(sink), bytes_(kBufferBytes, '\0') {}
+  Buffer(const ByteSink* sink, std::size_t room)
+      : sink_(sink), bytes_(std::max(room, kLeastRoom), '\0') {}
 
   /// Puts at most `most` bytes: `write(char*)` returns the end of what it writes.
   template <typename Write>
@@ -152,15 +154,15 @@ class Writer {
 }  // namespace
 
 Result<void> WriteJson(const DataDictionary& tree, const ByteSink& sink, JsonForm form) {
-  Buffer buffer(&sink);
+  Buffer buffer(&sink, kBufferBytes + kJsonBytesEach * kPieceBytes);
   Writer(buffer, form)(tree);
   buffer.Put('\n');
   buffer.Flush();
   return buffer.Outcome();
 }
 
-std::string JsonDocument(const DataDictionary& tree, JsonForm form) {
-  Buffer buffer(nullptr);
+std::string JsonDocument(const DataDictionary& tree, JsonForm form, std::size_t expected) {
+  Buffer buffer(nullptr, expected);
   Writer(buffer, form)(tree);
   buffer.Put('\n');
   return buffer.Take();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -30,8 +31,9 @@ enum class JsonForm : std::uint8_t {
 Result<void> WriteJson(const DataDictionary& tree, const ByteSink& sink,
                        JsonForm form = JsonForm::Indented);
 
-/// The same document as a text, which is made in place.
+/// The same document as a text, which is made in place, in room for `expected` bytes at first.
 [[nodiscard]] std::string JsonDocument(const DataDictionary& tree,
-                                       JsonForm form = JsonForm::Indented);
+                                       JsonForm form = JsonForm::Indented,
+                                       std::size_t expected = 0);
 
 }  // namespace tarvo

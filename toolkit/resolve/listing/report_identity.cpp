@@ -40,8 +40,10 @@ Result<ReportIdentity> IdentifyReport(const Url& report) {
   std::setvbuf(opened->file.get(), nullptr, _IONBF, 0);
   std::array<char, kReadBytes> piece;
   Sha256 hash;
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), opened->file.get()))
+  for (std::size_t count = piece.size(); count == piece.size();) {  // a short one is the last
+    count = std::fread(piece.data(), 1, piece.size(), opened->file.get());
     hash.Add({piece.data(), count});
+  }
   if (std::ferror(opened->file.get()) != 0)
     return Error::File(kReportIdentity.Here(), Format("Could not read \"@\".", report), report);
   identity.hash = hash.TakeHexadecimal();

@@ -54,31 +54,43 @@ Result<ResultsFile> ResultsFile::MakeKept(FileService& files, const Url& file, s
 }
 
 void ResultsFile::Add(std::size_t report, std::string line) {
-  const std::scoped_lock lock(*mutex_);
-  if (written_) written_ = Take(places_.empty() ? report : places_[report], std::move(line));
+  Lock lock(*mutex_);
+  if (!written_) return;
+  const auto taken = Take(lock, places_.empty() ? report : places_[report], std::move(line));
+  if (!taken) written_ = taken;
 }
 
-Result<void> ResultsFile::Take(std::size_t place, std::string line) {
+Result<void> ResultsFile::Take(Lock& lock, std::size_t place, std::string line) {
   if (!kept_.empty()) {
     if (auto aside = PutAside(place, line); !aside) return aside;
     return std::fflush(aside_.get()) == 0 ? Result<void>() : NotWritten(file_, errno);
   }
-  if (place != next_) return Wait(place, std::move(line));
-  if (auto written = output_->Write(line); !written) return written;
-  ++next_;
-  return WriteWaiting();
+  if (isWriting_ || place != next_) return Wait(place, std::move(line));
+  return WriteFrom(lock, std::move(line));
 }
 
-Result<void> ResultsFile::WriteWaiting() {
+Result<void> ResultsFile::WriteFrom(Lock& lock, std::string line) {
+  isWriting_ = true;
+  lock.unlock();
+  const auto written = output_->Write(line);
+  lock.lock();
+  if (!written) return written;
+  ++next_;
+  auto waiting = WriteWaiting(lock);
+  isWriting_ = !waiting;
+  return waiting;
+}
+
+Result<void> ResultsFile::WriteWaiting(Lock& lock) {
   for (; next_ < extents_.size(); ++next_) {
-    const auto early = waiting_.find(next_);
-    if (early == waiting_.end() && extents_[next_].size == 0) return {};
-    const auto written =
-        early == waiting_.end() ? WriteAside(extents_[next_]) : output_->Write(early->second);
+    auto early = waiting_.extract(next_);
+    const Extent extent = extents_[next_];
+    if (early.empty() && extent.size == 0) return {};
+    if (!early.empty()) waitingBytes_ -= early.mapped().size();
+    lock.unlock();
+    const auto written = early.empty() ? WriteAside(extent) : output_->Write(early.mapped());
+    lock.lock();
     if (!written) return written;
-    if (early == waiting_.end()) continue;
-    waitingBytes_ -= early->second.size();
-    waiting_.erase(early);
   }
   return {};
 }
@@ -110,9 +122,10 @@ Result<void> ResultsFile::PutAside(std::size_t place, std::string_view line) {
 }
 
 Result<void> ResultsFile::Commit() {
+  Lock lock(*mutex_);
   if (!written_) return written_;
   for (; next_ < extents_.size(); ++next_)
-    if (auto written = WriteWaiting(); !written) return written;
+    if (auto written = WriteWaiting(lock); !written) return written;
   if (auto committed = output_->Commit(); !committed) return committed;
   if (!kept_.empty()) unlink(kept_.c_str());
   return {};

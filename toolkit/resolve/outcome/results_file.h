@@ -16,10 +16,10 @@
 namespace tarvo::toolkit {
 
 /// One file with a line of JSON for each report, in the order of the list, whatever the order in
-/// which the lines come. A line whose turn has come is written at once. One that is early waits in
-/// memory, and when many do, in a second file, so that memory does not grow with their number: in
-/// one without a name, of which a killed process leaves nothing, or in one with a name, which
-/// outlives it.
+/// which the lines come. A line whose turn has come is written at once, by one thread at a time.
+/// One that is early waits in memory, and when many do, in a second file, so that memory does not
+/// grow with their number: in one without a name, of which a killed process leaves nothing, or in
+/// one with a name, which outlives it.
 class ResultsFile {
  public:
   /// For `count` reports. A file error when nothing can be written in the directory of `file`.
@@ -48,9 +48,14 @@ class ResultsFile {
 
   ResultsFile(Url file, Ref<OutputFile> output, std::size_t count)
       : file_(std::move(file)), output_(std::move(output)), extents_(count) {}
-  Result<void> Take(std::size_t place, std::string line);
+  using Lock = std::unique_lock<std::mutex>;
+
+  Result<void> Take(Lock& lock, std::size_t place, std::string line);
+  /// Writes `line`, which is the next one, and those behind it that are there. What is written is
+  /// the thread's own, so others need not wait for it: they leave their lines.
+  Result<void> WriteFrom(Lock& lock, std::string line);
   /// Writes the lines whose turn has come, until one is missing.
-  Result<void> WriteWaiting();
+  Result<void> WriteWaiting(Lock& lock);
   Result<void> Wait(std::size_t place, std::string line);
   Result<void> PutAside(std::size_t place, std::string_view line);
   Result<void> WriteAside(const Extent& extent);
@@ -61,6 +66,7 @@ class ResultsFile {
   std::size_t next_ = 0;                          ///< the line whose turn it is
   std::map<std::size_t, std::string> waiting_{};  ///< early lines
   std::size_t waitingBytes_ = 0;
+  bool isWriting_ = false;       ///< a thread is, or has been when writing failed
   File aside_{};                 ///< early lines that were too many, one after the other
   std::string kept_{};           ///< its path; empty when it has no name
   std::vector<Extent> extents_;  ///< where each line is in it
