@@ -317,6 +317,42 @@ TEST_F(PackTest, APipeDoesNotBlock) {
             "tarvo: Nothing was packed for \"B12345\".\n");
 }
 
+/// Makes "large", a program with 200 MiB of debug information, which takes no room on the disk.
+constexpr const char* kMakeLarge = R"(python3 - <<'end'
+import struct
+with open("app", "rb") as file:
+    program = bytearray(file.read())
+headers, = struct.unpack_from("<Q", program, 40)
+size, count, names = struct.unpack_from("<HHH", program, 58)
+names, = struct.unpack_from("<Q", program, headers + names * size + 24)
+for header in range(headers, headers + count * size, size):
+    name = names + struct.unpack_from("<I", program, header)[0]
+    if program[name:].startswith(b".debug_str\0"):
+        struct.pack_into("<QQ", program, header + 24, 1 << 20, 200 << 20)
+with open("large", "wb") as file:
+    file.write(program)
+    file.truncate(201 << 20)
+end
+)";
+
+// With less memory than it has bytes; the control is what reads it at once. A pack that takes
+// longer than it should, for it is stopped for a while, says how far it is.
+TEST_F(PackTest, ALargeFileGoesThroughInPiecesAndIsToldOf) {
+  if (kSanitized) GTEST_SKIP() << "a sanitizer's own memory is above the limit";
+  const auto end = Shell(kMakeLarge + std::string(R"(ulimit -d 65536
+python3 -c 'open("large", "rb").read()' 2>/dev/null && echo "The control had enough memory."
+pack large >output 2>errors & packer=$!
+until [ "$(ls -A archives 2>/dev/null)" ]; do sleep 0.01; done
+program=$(pgrep -P $packer || echo $packer)
+kill -STOP $program && sleep 10.5 && kill -CONT $program
+wait $packer || cat errors
+grep -c '^application.app.dsym: 2097[0-9]* bytes from large$' output
+grep -vE '^tarvo: archives/B12345_dsym.zip: [0-9]{1,3} %$' errors
+[ $(wc -l <errors) -ge 1 ] && unzip -tqq archives/B12345_dsym.zip && rm large)"));
+  EXPECT_EQ(end.output + end.errors, "1\n");
+  EXPECT_EQ(end.exitStatus, 0);
+}
+
 TEST_F(PackTest, AnArchiveIsReplacedInOneStepOrStays) {
   const struct {
     const char* what;
