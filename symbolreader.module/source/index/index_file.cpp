@@ -170,12 +170,11 @@ class IndexSource final : public SymbolSource {
     return VarintReader(bytes_.subspan(std::min<std::uint64_t>(place, bytes_.size())));
   }
   [[nodiscard]] std::optional<Row> FindRow(std::uint64_t address) const;
-  /// The number of a string, from 1; 0 is the empty one's.
-  [[nodiscard]] std::uint32_t NumberAt(std::uint64_t body, std::uint64_t place) const;
   [[nodiscard]] std::string_view StringAt(std::uint32_t number) const;
-  [[nodiscard]] String Name(std::uint64_t body, std::uint64_t place, NameMemo& names) const;
-  void SetFile(std::uint64_t body, std::uint64_t place, NameMemo& names, SourceFrame& frame) const;
-  void AddNodes(const Row& row, std::uint64_t address, NameMemo& names, AddressChain& chain) const;
+  [[nodiscard]] std::uint32_t NumberOf(std::uint64_t body, std::uint64_t place) const;
+  [[nodiscard]] String Name(std::uint32_t number, NameMemo& names) const;
+  [[nodiscard]] SourceFrame FileFrame(std::uint32_t number, NameMemo& names) const;
+  void AddFrames(const Row& row, std::uint64_t address, NameMemo& names, AddressChain& chain) const;
 
   const std::uint32_t number_ = NewIndexNumber();
   Mapping mapping_;
@@ -191,6 +190,7 @@ std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
   if (behind == 0) return std::nullopt;
   const std::size_t number = behind - 1;
   VarintReader reader = ReaderAt(places_[number]);
+  reader.FetchAhead();
   const std::uint64_t rows = std::min<std::uint64_t>(reader.Read(), kRowsPerBlock);
   const std::uint64_t distance = reader.Read();
   if (distance > places_[number]) return std::nullopt;
@@ -204,14 +204,6 @@ std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
   return std::nullopt;
 }
 
-std::uint32_t IndexSource::NumberAt(std::uint64_t body, std::uint64_t place) const {
-  const auto count = ReadAt<std::uint32_t>(bytes_, body - sizeof(std::uint32_t));
-  if (place >= count || (std::uint64_t{count} + 1) * sizeof(std::uint32_t) > body) return 0;
-  const auto number =
-      ReadAt<std::uint32_t>(bytes_, body - (count + 1 - place) * sizeof(std::uint32_t));
-  return number < stringEnds_.size() ? number : 0;
-}
-
 /// `number` is above 0 and one of the strings.
 std::string_view IndexSource::StringAt(std::uint32_t number) const {
   const std::uint64_t start = stringEnds_[number - 1];
@@ -220,36 +212,52 @@ std::string_view IndexSource::StringAt(std::uint32_t number) const {
   return {reinterpret_cast<const char*>(strings_.data()) + start, end - start};
 }
 
-String IndexSource::Name(std::uint64_t body, std::uint64_t place, NameMemo& names) const {
-  const std::uint32_t number = NumberAt(body, place);
+/// Of the string at `place` among a part's names; 0 where there is none.
+std::uint32_t IndexSource::NumberOf(std::uint64_t body, std::uint64_t place) const {
+  const auto count = ReadAt<std::uint32_t>(bytes_, body - sizeof(std::uint32_t));
+  if (place >= count || (std::uint64_t{count} + 1) * sizeof(std::uint32_t) > body) return 0;
+  const auto number =
+      ReadAt<std::uint32_t>(bytes_, body - (count + 1 - place) * sizeof(std::uint32_t));
+  return number < stringEnds_.size() ? number : 0;
+}
+
+String IndexSource::Name(std::uint32_t number, NameMemo& names) const {
   if (number == 0) return {};
   return names.Text(number_, number, [&] { return StringAt(number); });
 }
 
-void IndexSource::SetFile(std::uint64_t body, std::uint64_t place, NameMemo& names,
-                          SourceFrame& frame) const {
-  const std::uint32_t number = NumberAt(body, place);
-  if (number == 0) return;
-  frame.sourceFile = names.Text(number_, number, [&] { return PathIn(StringAt(number)); });
+/// A frame with a file and its checksum alone.
+SourceFrame IndexSource::FileFrame(std::uint32_t number, NameMemo& names) const {
+  if (number == 0) return {};
   // No index has so many strings that one's number is the complement of another's.
-  frame.sourceFileChecksum =
-      names.Text(number_, ~number, [&] { return ChecksumIn(StringAt(number)); });
+  return {.sourceFile = names.Text(number_, number, [&] { return PathIn(StringAt(number)); }),
+          .sourceFileChecksum =
+              names.Text(number_, ~number, [&] { return ChecksumIn(StringAt(number)); })};
 }
 
-/// Fills in the name of the chain's only frame, and adds the frames around it.
-void IndexSource::AddNodes(const Row& row, std::uint64_t address, NameMemo& names,
-                           AddressChain& chain) const {
+/// Adds the row's own frame and those around it.
+void IndexSource::AddFrames(const Row& row, std::uint64_t address, NameMemo& names,
+                            AddressChain& chain) const {
+  std::uint32_t file = NumberOf(row.body, row.file);
+  const auto add = [&](std::uint32_t function, std::int64_t line) {
+    names.Fetch(number_, file, function);
+    SourceFrame& frame = chain.frames.emplace_back(FileFrame(file, names));
+    frame.function = Name(function, names);
+    frame.line = line;
+  };
+  if (row.node == 0) return add(0, row.line);
+  std::int64_t line = row.line;
   for (std::uint64_t place = row.node - 1; chain.frames.size() < kLongestChain;) {
     VarintReader reader = ReaderAt(row.body + place);
-    chain.frames.back().function = Name(row.body, reader.Read(), names);
+    const std::uint32_t function = NumberOf(row.body, reader.Read());
     const std::uint64_t head = reader.Read();
     if (head & 1) chain.symbolOffset = address - reader.Read();
+    add(function, line);
     const std::uint64_t distance = head >> 1;
     if (distance == 0 || distance > place) return;
     place -= distance;
-    SourceFrame& caller = chain.frames.emplace_back();
-    SetFile(row.body, reader.Read(), names, caller);
-    caller.line = static_cast<std::int64_t>(reader.Read());
+    file = NumberOf(row.body, reader.Read());
+    line = static_cast<std::int64_t>(reader.Read());
   }
 }
 
@@ -258,10 +266,7 @@ std::optional<AddressChain> IndexSource::Find(std::uint64_t address, NameMemo& n
   if (!row) return std::nullopt;
   AddressChain chain;
   chain.frames.reserve(kUsualChain);
-  SourceFrame& innermost = chain.frames.emplace_back();
-  SetFile(row->body, row->file, names, innermost);
-  innermost.line = row->line;
-  if (row->node != 0) AddNodes(*row, address, names, chain);
+  AddFrames(*row, address, names, chain);
   if (chain.frames.size() == 1 && chain.frames.front() == SourceFrame{}) return std::nullopt;
   return chain;
 }

@@ -43,6 +43,13 @@ class VarintReader {
     return number;
   }
 
+  /// Has memory fetched that is read soon: that of a block is next to never near.
+  void FetchAhead() const noexcept {
+    constexpr std::ptrdiff_t kLine = 64;
+    for (std::ptrdiff_t ahead = 0; ahead != 3 * kLine; ahead += kLine)
+      if (ahead < end_ - at_) __builtin_prefetch(at_ + ahead);
+  }
+
   /// Reads as many numbers as `numbers` takes, if each of them is one byte.
   template <std::size_t kCount>
   bool ReadSmall(std::array<std::uint8_t, kCount>& numbers) {
