@@ -1,10 +1,12 @@
 // Open symbol files: shared by readers and threads, let go when there are too many.
 
+#include <array>
 #include <thread>
 
 #include "configuration.h"
 #include "connection.h"
 #include "debug_files.h"
+#include "index/name_memo.h"
 #include "symbol_file_cache.h"
 
 // Of this program's copy of the module.
@@ -95,4 +97,26 @@ TEST(Sharing, AReplacedFileIsReadAnew) {
 }
 
 }  // namespace
+// Files of one thread have their names in one memo, in which places are few.
+TEST(NameMemo, NeverGivesTheNameOfAnotherFileOrPlace) {
+  NameMemo memo;
+  const std::array<std::uint32_t, 3> files = {NewIndexNumber(), NewIndexNumber(), NewIndexNumber()};
+  std::size_t made = 0;
+  std::vector<std::string> wrong;
+  for (int round = 0; round < 2; ++round) {
+    for (std::uint32_t number = 1; number <= 6 * NameMemo::kPlaces; ++number) {
+      for (const std::uint32_t file : files) {
+        const std::uint32_t asked = (number + 2) / 3;  // three times each
+        std::string name = std::to_string(file) + " " + std::to_string(asked);
+        if (asked % 7 == 0) name.resize(NameMemo::kLongestName + 1, 'x');
+        const String text = memo.Text(file, asked, [&] { return ++made, std::string_view(name); });
+        if (text.View() != name) wrong.push_back(name);
+      }
+    }
+  }
+  EXPECT_EQ(wrong, std::vector<std::string>());
+  EXPECT_LT(made, 2 * 6 * NameMemo::kPlaces * files.size() / 2)
+      << "a name that is asked for again is there";
+}
+
 }  // namespace tarvo::symbolreader

@@ -89,9 +89,19 @@ TEST(JsonWriterTest, TextsOfAnyBytesAreValidUtf8) {
       {"\xF4\x90\x80\x80", replaced + replaced + replaced + replaced},  // above U+10FFFF
       {"\xF1\x80\xC3\xA4", replaced + "\xC3\xA4"},
   };
-  for (const Case& test : cases)
-    EXPECT_EQ(Document(With(String(test.text), String(test.text))),
-              "{\n  \"" + test.written + "\": \"" + test.written + "\"\n}\n");
+  // Also across the borders of what is written in one step.
+  for (const Case& test : cases) {
+    for (const std::size_t before : {0, 1, 7, 8, 15, 16, 4092, 4093, 4094, 4095, 4096, 8190}) {
+      for (const std::size_t after : {0, 1, 9, 16}) {
+        const auto within = [&](const std::string& text) {
+          return std::string(before, 'a') + text + std::string(after, 'b');
+        };
+        const String text(within(test.text));
+        const std::string written = "\"" + within(test.written) + "\"";
+        EXPECT_EQ(Document(With(text, text)), "{\n  " + written + ": " + written + "\n}\n");
+      }
+    }
+  }
 }
 
 TEST(JsonWriterTest, AnIndependentReaderTakesWhateverIsWritten) {

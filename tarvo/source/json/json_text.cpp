@@ -1,5 +1,7 @@
 #include "json/json_text.h"
 
+#include <emmintrin.h>
+
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -64,37 +66,47 @@ constexpr bool StandsForItself(char c) noexcept {
   return Byte(c) >= 0x20 && Byte(c) < 0x80 && c != '"' && c != '\\';
 }
 
-/// The high bit of each byte of `word` that is zero, or that stands behind a zero one.
-constexpr std::uint64_t ZeroBytes(std::uint64_t word) noexcept {
-  return (word - 0x0101010101010101) & ~word & 0x8080808080808080;
+/// Whether none of the bytes is a control character, a quote, a backslash or outside of ASCII.
+bool AllStandForThemselves(__m128i bytes) noexcept {
+  const __m128i special = _mm_or_si128(
+      _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                   _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))),
+      _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)));  // signed, so those from 0x80 on too
+  return _mm_movemask_epi8(special) == 0;
 }
 
-/// Whether all eight characters at `text` stand for themselves.
-bool EightStandForThemselves(const char* text) noexcept {
-  constexpr std::uint64_t kEach = 0x0101010101010101;
-  std::uint64_t word = 0;
-  std::memcpy(&word, text, sizeof word);
-  const std::uint64_t high = word & 0x80 * kEach;
-  const std::uint64_t control = (word - 0x20 * kEach) & 0x80 * kEach;
-  return (high | control | ZeroBytes(word ^ '"' * kEach) | ZeroBytes(word ^ '\\' * kEach)) == 0;
+/// Copies sixteen characters, and returns whether they stand for themselves.
+bool CopySixteen(const char* from, char* to) noexcept {
+  __m128i bytes;
+  std::memcpy(&bytes, from, sizeof bytes);
+  std::memcpy(to, &bytes, sizeof bytes);
+  return AllStandForThemselves(bytes);
+}
+
+/// The same for the first and the last of `size` characters, 8 to 16.
+bool CopyUpToSixteen(const char* from, char* to, std::size_t size) noexcept {
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  std::memcpy(&first, from, sizeof first);
+  std::memcpy(&last, from + size - sizeof last, sizeof last);
+  std::memcpy(to, &first, sizeof first);
+  std::memcpy(to + size - sizeof last, &last, sizeof last);
+  return AllStandForThemselves(_mm_set_epi64x(last, first));
 }
 
 /// Copies the characters at the start of `text` that stand for themselves, and returns how many
-/// these are.
+/// these are. What follows them at `to`, up to the size of `text`, may be changed.
 std::size_t CopyPlainStart(std::string_view text, char* to) noexcept {
-  constexpr std::size_t kStep = 8;
+  constexpr std::size_t kStep = 16;
   std::size_t size = 0;
-  while (text.size() - size >= kStep) {
-    if (!EightStandForThemselves(text.data() + size)) break;
-    std::memcpy(to + size, text.data() + size, kStep);
-    size += kStep;
-  }
+  while (text.size() - size >= kStep && CopySixteen(text.data() + size, to + size)) size += kStep;
   const std::size_t left = text.size() - size;
-  // The last step may go over what was copied before.
-  if (left < kStep && size != 0 && EightStandForThemselves(text.data() + size - (kStep - left))) {
-    std::memcpy(to + size - (kStep - left), text.data() + size - (kStep - left), kStep);
+  if (left == 0) return size;
+  // The last step goes over what was copied before.
+  const std::size_t last = text.size() - kStep;
+  if (left < kStep && size != 0 && CopySixteen(text.data() + last, to + last)) return text.size();
+  if (left < kStep && left >= kStep / 2 && CopyUpToSixteen(text.data() + size, to + size, left))
     return text.size();
-  }
   for (; size < text.size() && StandsForItself(text[size]); ++size) to[size] = text[size];
   return size;
 }

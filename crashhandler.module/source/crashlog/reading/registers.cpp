@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <cstddef>
 #include <utility>
 
 #include "crashlog/base/text.h"
@@ -30,9 +30,10 @@ class RegisterLine {
   /// Cuts off what stands before the first blank, and all blanks around it.
   std::string_view CutValue() noexcept {
     left_ = SkipBlanks(left_);
-    const auto blank = std::ranges::find_if(left_, IsBlank);
-    const std::string_view value(left_.begin(), blank);
-    left_ = SkipBlanks({blank, left_.end()});
+    std::size_t size = 0;
+    while (size < left_.size() && !IsBlank(left_[size])) ++size;
+    const std::string_view value = left_.substr(0, size);
+    left_ = SkipBlanks(left_.substr(size));
     return value;
   }
 
