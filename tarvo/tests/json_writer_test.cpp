@@ -90,9 +90,11 @@ TEST(JsonWriterTest, TextsOfAnyBytesAreValidUtf8) {
       {"\xF1\x80\xC3\xA4", replaced + "\xC3\xA4"},
   };
   // Also across the borders of what is written in one step.
+  constexpr std::size_t kBefore[] = {0, 1, 7, 8, 15, 16, 4092, 4093, 4094, 4095, 4096, 8190};
+  constexpr std::size_t kAfter[] = {0, 1, 9, 16};
   for (const Case& test : cases) {
-    for (const std::size_t before : {0, 1, 7, 8, 15, 16, 4092, 4093, 4094, 4095, 4096, 8190}) {
-      for (const std::size_t after : {0, 1, 9, 16}) {
+    for (const std::size_t before : kBefore) {
+      for (const std::size_t after : kAfter) {
         const auto within = [&](const std::string& text) {
           return std::string(before, 'a') + text + std::string(after, 'b');
         };
