@@ -339,7 +339,7 @@ end
 // longer than it should, for it is stopped for a while, says how far it is.
 TEST_F(PackTest, ALargeFileGoesThroughInPiecesAndIsToldOf) {
   if (kSanitized) GTEST_SKIP() << "a sanitizer's own memory is above the limit";
-  const auto end = Shell(kMakeLarge + std::string(R"(ulimit -d 65536
+  const auto end = Shell(kMakeLarge + std::string(R"sh(ulimit -d 65536
 python3 -c 'open("large", "rb").read()' 2>/dev/null && echo "The control had enough memory."
 pack large >output 2>errors & packer=$!
 until [ "$(ls -A archives 2>/dev/null)" ]; do sleep 0.01; done
@@ -348,7 +348,7 @@ kill -STOP $program && sleep 10.5 && kill -CONT $program
 wait $packer || cat errors
 grep -c '^application.app.dsym: 2097[0-9]* bytes from large$' output
 grep -vE '^tarvo: archives/B12345_dsym.zip: [0-9]{1,3} %$' errors
-[ $(wc -l <errors) -ge 1 ] && unzip -tqq archives/B12345_dsym.zip && rm large)"));
+[ $(wc -l <errors) -ge 1 ] && unzip -tqq archives/B12345_dsym.zip && rm large)sh"));
   EXPECT_EQ(end.output + end.errors, "1\n");
   EXPECT_EQ(end.exitStatus, 0);
 }
