@@ -624,6 +624,14 @@ TEST_F(ResolveOriginsTest, LeavesAloneWhatIsUpToDate) {
   age(archive, 9);
   EXPECT_EQ(counts(), "Reports: 1 read, 1 resolved, 0 failed, 3 up to date");
   EXPECT_EQ(counts(), "Reports: 0 read, 0 resolved, 0 failed, 4 up to date");
+  // An archive that cannot be unpacked for the machine's sake is tried again each time.
+  fs::remove_all(folder_ / "cache");
+  Write("cache/R15.5-400", "in the way");
+  Resolve({"reports", "--force"});
+  EXPECT_EQ(counts(), "Reports: 1 read, 1 resolved, 0 failed, 3 up to date");
+  fs::remove(folder_ / "cache/R15.5-400");
+  EXPECT_EQ(counts(), "Reports: 1 read, 1 resolved, 0 failed, 3 up to date");
+  EXPECT_EQ(counts(), "Reports: 0 read, 0 resolved, 0 failed, 4 up to date");
 }
 
 // Nothing is written beside the reports, and none of two reports of one name is lost.

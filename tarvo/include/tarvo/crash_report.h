@@ -331,10 +331,11 @@ inline constexpr std::string_view kOutcomeLacks = "Lacks";     ///< what the oth
 inline constexpr std::string_view kLackReason = "Reason";      ///< a word of `tarvo resolve --help`
 inline constexpr std::string_view kLackPlatform = "Platform";  ///< "linux", "macos", "windows"
 inline constexpr std::string_view kLackModule = "Module";
-inline constexpr std::string_view kLackBundle = "Bundle";   ///< that would help
-inline constexpr std::string_view kLackFrames = "Frames";   ///< how many
-inline constexpr std::string_view kLackOwner = "Owner";     ///< "System" or "CrashHandler", or none
-inline constexpr std::string_view kOutcomeError = "Error";  ///< why it was not resolved
+inline constexpr std::string_view kLackBundle = "Bundle";  ///< that would help
+inline constexpr std::string_view kLackFrames = "Frames";  ///< how many
+inline constexpr std::string_view kLackOwner = "Owner";    ///< "System" or "CrashHandler", or none
+inline constexpr std::string_view kLackMayPass = "MayPass";  ///< another try may go better
+inline constexpr std::string_view kOutcomeError = "Error";   ///< why it was not resolved
 }  // namespace property
 
 }  // namespace tarvo::crash_report

@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include "archive/entry_path.h"
+#include "archive/system_failure.h"
 #include "tarvo/format.h"
 
 namespace tarvo {
@@ -15,14 +15,10 @@ namespace {
 
 constexpr SourceFile kExtractionTree{"tarvo/source/extraction_tree"};
 
-Error SystemError(SourceLocation where, int reason) {
-  return Error::Plain(where, std::generic_category().message(reason));
-}
-
 /// Why a new file or link could not be made; entries never replace each other.
 Error NotMade(SourceLocation where, int reason) {
   if (reason == EEXIST) return Error::Plain(where, "the archive holds it twice");
-  return SystemError(where, reason);
+  return SystemFailure(where, reason);
 }
 
 }  // namespace
@@ -51,14 +47,14 @@ Result<FileDescriptor> ExtractionTree::OpenChild(int directory, const std::strin
         kExtractionTree.Here(),
         Format("its path leads through \"@\", which is no directory", NameForMessage(name)));
   }
-  if (errno != ENOENT) return SystemError(kExtractionTree.Here(), errno);
+  if (errno != ENOENT) return SystemFailure(kExtractionTree.Here(), errno);
   if (mkdirat(directory, name.c_str(), 0777) == 0) {
     if (auto taken = budget_.TakeEntry(); !taken) return taken.GetError();
   } else if (errno != EEXIST) {  // another thread may have made it meanwhile
-    return SystemError(kExtractionTree.Here(), errno);
+    return SystemFailure(kExtractionTree.Here(), errno);
   }
   child = FileDescriptor(Uninterrupted([&] { return openat(directory, name.c_str(), kFlags); }));
-  if (!child.IsOpen()) return SystemError(kExtractionTree.Here(), errno);
+  if (!child.IsOpen()) return SystemFailure(kExtractionTree.Here(), errno);
   return child;
 }
 

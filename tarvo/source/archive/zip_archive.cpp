@@ -42,8 +42,8 @@ class ZipArchive final : public Counted<ReadArchive> {
 
   Result<void> Extract(const Url& directory) override {
     if (!file_.IsOpen()) return Error::IllegalState(kZipArchive.Here(), "No archive is open.");
-    return MakeDirectoryOnce(directory, [this](int tree) {
-      return ExtractZip(file_.Get(), archive_, tree, limits_, progress_);
+    return MakeDirectoryOnce(directory, [&](int tree) {
+      return ExtractZip(file_.Get(), archive_, tree, directory, limits_, progress_);
     });
   }
 

@@ -49,8 +49,7 @@ class Utf8Names {
 Result<void> WriteAll(int file, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = Uninterrupted([&] { return write(file, bytes.data(), bytes.size()); });
-    if (written < 0)
-      return Error::Plain(kZipExtraction.Here(), std::generic_category().message(errno));
+    if (written < 0) return SystemFailure(kZipExtraction.Here(), errno);
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return {};
@@ -60,11 +59,12 @@ Result<void> WriteAll(int file, std::string_view bytes) {
 /// and extracts the entries that it claims.
 class Extraction {
  public:
-  Extraction(int file, const Url& archive, int directory, const ArchiveLimits& limits,
-             ExtractionProgress& progress)
+  Extraction(int file, const Url& archive, int directory, const Url& place,
+             const ArchiveLimits& limits, ExtractionProgress& progress)
       : file_(file),
         archive_(archive),
         directory_(directory),
+        place_(place),
         limits_(limits),
         progress_(progress),
         budget_(limits) {}
@@ -116,9 +116,9 @@ class Extraction {
     const Utf8Names names;
     ZipEntry entry;
     const Result<void> worked = WorkThrough(entry);
-    if (!worked) Fail(entry, worked.GetError().Text());
+    if (!worked) Fail(entry, worked.GetError());
   } catch (const std::bad_alloc&) {
-    Fail({}, "there is no memory left");
+    Fail({}, Error::File(kZipExtraction.Here(), "there is no memory left", Url()));
   }
 
   Result<void> WorkThrough(ZipEntry& entry) {
@@ -163,23 +163,25 @@ class Extraction {
       progress_.done.fetch_add(block->size(), std::memory_order_relaxed);
     }
     if (file->Close()) return {};
-    return Error::Plain(kZipExtraction.Here(), std::generic_category().message(errno));
+    return SystemFailure(kZipExtraction.Here(), errno);
   }
 
   /// Ends the work of all threads. The first failure is the extraction's.
-  void Fail(const ZipEntry& entry, std::string_view reason) {
+  void Fail(const ZipEntry& entry, const Error& reason) {
     const std::scoped_lock lock(mutex_);
     isOver_ = true;
     if (error_) return;
     const String where =
         entry.path.empty() ? String() : Format("entry \"@\": ", NameForMessage(entry.path));
     error_ = Error::File(kZipExtraction.Here(),
-                         Format("Could not extract \"@\": @@", archive_, where, reason), archive_);
+                         Format("Could not extract \"@\": @@", archive_, where, reason.Text()),
+                         reason.ClassId() == Error::kFile ? place_ : archive_);
   }
 
   const int file_;
   const Url& archive_;
   const int directory_;
+  const Url& place_;
   const ArchiveLimits limits_;
   ExtractionProgress& progress_;
   ExtractionBudget budget_;
@@ -191,9 +193,9 @@ class Extraction {
 
 }  // namespace
 
-Result<void> ExtractZip(int file, const Url& archive, int directory, const ArchiveLimits& limits,
-                        ExtractionProgress& progress) {
-  return Extraction(file, archive, directory, limits, progress).Run();
+Result<void> ExtractZip(int file, const Url& archive, int directory, const Url& place,
+                        const ArchiveLimits& limits, ExtractionProgress& progress) {
+  return Extraction(file, archive, directory, place, limits, progress).Run();
 }
 
 }  // namespace tarvo

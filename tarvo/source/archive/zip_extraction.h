@@ -21,9 +21,10 @@ struct ExtractionProgress {
 ///
 /// The archive is untrusted: files, directories and inner links are made, below the directory only
 /// (see ExtractionTree); an entry that is anything else, an encrypted, damaged or doubled one, or
-/// one above the limits ends the extraction. The file error names the archive and the entry. What
-/// was made before an error stays.
-Result<void> ExtractZip(int file, const Url& archive, int directory, const ArchiveLimits& limits,
-                        ExtractionProgress& progress);
+/// one above the limits ends the extraction. The file error's text names the archive and the entry;
+/// its file is the archive, or `place`, the directory's path for people, where the machine is at
+/// fault (SystemFailure). What was made before an error stays.
+Result<void> ExtractZip(int file, const Url& archive, int directory, const Url& place,
+                        const ArchiveLimits& limits, ExtractionProgress& progress);
 
 }  // namespace tarvo

@@ -103,6 +103,9 @@ std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives) 
   if (!made || made->hash.empty()) return std::nullopt;
   // Of a report that could not be resolved there is neither.
   if (made->error.empty() && !made->lacks) return std::nullopt;
+  if (made->lacks &&
+      std::ranges::any_of(made->lacks->All(), [](const auto& lack) { return lack.second.mayPass; }))
+    return std::nullopt;
   if (made->error.empty() &&
       !std::filesystem::exists(report::CopyOf(report.place).SystemPath().ToStdString(), missing))
     return std::nullopt;

@@ -36,8 +36,8 @@ struct MadeOf {
 
 /// What the document beside the report's place was made of, where resolving `report` again would
 /// give the same: it has the same content, the archives of its builds are the same, there or not
-/// there, and nothing else stands where symbols were missed. Whatever times report and archives
-/// have.
+/// there, none could only not be unpacked for the machine's sake, and nothing else stands where
+/// symbols were missed. Whatever times report and archives have.
 [[nodiscard]] std::optional<MadeOf> FindUpToDate(const Report& report, ArchiveTree& archives);
 
 }  // namespace tarvo::toolkit

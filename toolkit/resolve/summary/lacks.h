@@ -26,7 +26,8 @@ class Lacks {
     std::uint64_t frames = 0;
     String bundle{};  ///< that would help; empty where that is not known
     ModuleOwner owner = ModuleOwner::Application;
-    String reason{};  ///< the error of one of the frames
+    String reason{};       ///< the error of one of the frames
+    bool mayPass = false;  ///< the machine is at fault, as with a full disk, and not the symbols
   };
   /// What is asked for together.
   using Place = std::pair<String, String>;  ///< platform and build

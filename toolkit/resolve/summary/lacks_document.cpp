@@ -59,6 +59,7 @@ DataArray LacksDocument(const Lacks& ofReport) {
       entry.Set(String(property::kLackOwner),
                 String(kOwners[static_cast<std::size_t>(count->owner)]));
     NoteText(entry, property::kOutcomeError, count->reason);
+    if (count->mayPass) entry.Set(String(property::kLackMayPass), true);
     document.Append(std::move(entry));
   }
   return document;
@@ -78,6 +79,7 @@ Lacks ReadLacks(const DataArray& document) {
                   *frames);
     count.bundle = NotedText(*entry, property::kLackBundle);
     count.reason = NotedText(*entry, property::kOutcomeError);
+    count.mayPass = entry->Find(property::kLackMayPass) != nullptr;
     const auto* const owner =
         std::ranges::find(kOwners, NotedText(*entry, property::kLackOwner).View());
     if (owner != kOwners.end()) count.owner = static_cast<ModuleOwner>(owner - kOwners.begin());

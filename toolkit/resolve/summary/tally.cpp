@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "tarvo/crash_report.h"
+#include "tarvo/symbol_archive.h"
 
 namespace tarvo::toolkit {
 namespace {
@@ -39,7 +40,10 @@ void Tally::Add(const FrameReport& report, ModuleFacts& facts) {
   const ModuleFacts::Fact fact = facts.Of(name);
   count.bundle = fact.bundle;
   count.owner = fact.owner;
-  if (report.error != nullptr) count.reason = report.error->Text();
+  if (report.error == nullptr) return;
+  count.reason = report.error->Text();
+  count.mayPass = report.outcome == FrameOutcome::UnreadableArchive &&
+                  !report.error->Url().Name().View().ends_with(symbol_archive::kSuffix);
 }
 
 void Tally::AddFrames(const Tally& other) {
