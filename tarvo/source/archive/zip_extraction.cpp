@@ -15,6 +15,7 @@
 
 #include "archive/entry_path.h"
 #include "archive/extraction_tree.h"
+#include "archive/system_failure.h"
 #include "archive/zip_reader.h"
 #include "tarvo/format.h"
 
