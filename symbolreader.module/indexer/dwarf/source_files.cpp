@@ -1,5 +1,7 @@
 #include "indexer/dwarf/source_files.h"
 
+#include <llvm/DebugInfo/DWARF/DWARFCompileUnit.h>
+
 #include <string_view>
 #include <utility>
 
