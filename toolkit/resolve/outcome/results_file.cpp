@@ -66,13 +66,13 @@ Result<void> ResultsFile::Take(Lock& lock, std::size_t place, std::string line) 
     return std::fflush(aside_.get()) == 0 ? Result<void>() : NotWritten(file_, errno);
   }
   if (isWriting_ || place != next_) return Wait(place, std::move(line));
-  return WriteFrom(lock, std::move(line));
+  return WriteFrom(lock, line);
 }
 
-Result<void> ResultsFile::WriteFrom(Lock& lock, std::string line) {
+Result<void> ResultsFile::WriteFrom(Lock& lock, std::string_view line) {
   isWriting_ = true;
   lock.unlock();
-  const auto written = output_->Write(line);
+  auto written = output_->Write(line);
   lock.lock();
   if (!written) return written;
   ++next_;
@@ -86,9 +86,9 @@ Result<void> ResultsFile::WriteWaiting(Lock& lock) {
     auto early = waiting_.extract(next_);
     const Extent extent = extents_[next_];
     if (early.empty() && extent.size == 0) return {};
-    if (!early.empty()) waitingBytes_ -= early.mapped().size();
+    if (!early.empty()) waitingBytes_ -= early.mapped().capacity();
     lock.unlock();
-    const auto written = early.empty() ? WriteAside(extent) : output_->Write(early.mapped());
+    auto written = early.empty() ? WriteAside(extent) : output_->Write(early.mapped());
     lock.lock();
     if (!written) return written;
   }
@@ -96,8 +96,8 @@ Result<void> ResultsFile::WriteWaiting(Lock& lock) {
 }
 
 Result<void> ResultsFile::Wait(std::size_t place, std::string line) {
-  const std::size_t size = line.size();
-  if (waiting_.emplace(place, std::move(line)).second) waitingBytes_ += size;
+  const std::size_t bytes = line.capacity();
+  if (waiting_.emplace(place, std::move(line)).second) waitingBytes_ += bytes;
   if (waitingBytes_ <= kMostWaitingBytes) return {};
   if (!aside_) {
     const std::string directory = file_.Parent().SystemPath().ToStdString();

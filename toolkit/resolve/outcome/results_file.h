@@ -53,7 +53,7 @@ class ResultsFile {
   Result<void> Take(Lock& lock, std::size_t place, std::string line);
   /// Writes `line`, which is the next one, and those behind it that are there. What is written is
   /// the thread's own, so others need not wait for it: they leave their lines.
-  Result<void> WriteFrom(Lock& lock, std::string line);
+  Result<void> WriteFrom(Lock& lock, std::string_view line);
   /// Writes the lines whose turn has come, until one is missing.
   Result<void> WriteWaiting(Lock& lock);
   Result<void> Wait(std::size_t place, std::string line);
