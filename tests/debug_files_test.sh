@@ -47,6 +47,12 @@ expect_said() { grep -qE "$1" output || fail "not said: $1"; }
 crash own
 resolve own
 expect_line own
+# Without a build id the file counts where it is not newer than the crash, for each report by itself.
+sed '/BuildId_/d' own/own_bugreport.txt >own/now_bugreport.txt
+sed 's/CrashTime = 20../CrashTime = 1999/' own/now_bugreport.txt >own/past_bugreport.txt
+timeout 120 "$tarvo" resolve own/now_bugreport.txt own/past_bugreport.txt --jobs 1 >output 2>&1
+grep -q '"SourceLine": 2' own/now_bugreport.resolved.json || fail "own: no line without a build id"
+grep -q '"SourceLine": 2' own/past_bugreport.resolved.json && fail "own: a line of a file that is newer than the crash"
 
 # What comes late is found by --missing-only, and only what is new is looked at.
 expect_up_to_date() {

@@ -235,7 +235,9 @@ class DebugFileSource final : public Counted<SymbolFileSource> {
   static std::shared_ptr<Search> SearchFor(const ModuleIdentity& module,
                                            const std::vector<std::string>& builds) {
     std::vector<std::string> key = {module.name, module.path, module.id, module.platform,
-                                    module.isExecutable ? "program" : ""};
+                                    module.isExecutable ? "program" : "",
+                                    // Of two crashes only one may be older than the file.
+                                    module.id.empty() && HasOwnFile(module) ? "own file" : ""};
     key.insert(key.end(), builds.begin(), builds.end());
     const std::scoped_lock lock(g_state->mutex);
     std::shared_ptr<Search>& search = g_state->searches[std::move(key)];
