@@ -1,5 +1,5 @@
-// What `tarvo resolve` says: of what was done, of what is missing, of what cannot be written, and of
-// wrong usage.
+// What `tarvo resolve` says: what was done, what is missing, what cannot be written, and how it is
+// to be used.
 
 #include <gtest/gtest.h>
 
