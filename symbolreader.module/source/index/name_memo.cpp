@@ -1,7 +1,10 @@
 #include "index/name_memo.h"
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <mutex>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -11,10 +14,15 @@ namespace {
 /// Of more readers than this at once the others' are freed.
 constexpr std::size_t kMostLeft = 64;
 
+struct LeftMemo {
+  std::thread::id thread;  ///< that has left it
+  std::unique_ptr<NameMemo> memo;
+};
+
 /// The memos that nobody has borrowed.
 struct Left {
   std::mutex mutex;
-  std::vector<std::unique_ptr<NameMemo>> memos;
+  std::vector<LeftMemo> memos;
 };
 
 Left& TheLeft() {
@@ -30,7 +38,7 @@ std::uint32_t NewIndexNumber() noexcept {
 }
 
 void BorrowedNames::Clear() {
-  std::vector<std::unique_ptr<NameMemo>> dropped;
+  std::vector<LeftMemo> dropped;
   const std::scoped_lock lock(TheLeft().mutex);
   dropped.swap(TheLeft().memos);
 }
@@ -38,16 +46,21 @@ void BorrowedNames::Clear() {
 BorrowedNames::~BorrowedNames() {
   if (memo_ == nullptr) return;
   const std::scoped_lock lock(TheLeft().mutex);
-  if (TheLeft().memos.size() < kMostLeft) TheLeft().memos.push_back(std::move(memo_));
+  if (TheLeft().memos.size() < kMostLeft)
+    TheLeft().memos.push_back({std::this_thread::get_id(), std::move(memo_)});
 }
 
 NameMemo& BorrowedNames::Get() {
   if (memo_ != nullptr) return *memo_;
   {
     const std::scoped_lock lock(TheLeft().mutex);
-    if (!TheLeft().memos.empty()) {
-      memo_ = std::move(TheLeft().memos.back());
-      TheLeft().memos.pop_back();
+    auto& memos = TheLeft().memos;
+    // Its own, if it can: another one's texts are in another processor's memory.
+    auto found = std::ranges::find(memos, std::this_thread::get_id(), &LeftMemo::thread);
+    if (found == memos.end() && !memos.empty()) found = std::prev(memos.end());
+    if (found != memos.end()) {
+      memo_ = std::move(found->memo);
+      memos.erase(found);
     }
   }
   if (memo_ == nullptr) memo_ = std::make_unique<NameMemo>();
