@@ -10,8 +10,11 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdint>
+
 #include "crash_context/text_buffer.h"
 #include "linux/linux_crashhandler/asking/register_page.h"
+#include "linux/linux_crashhandler/base/patience.h"
 #include "linux/linux_crashhandler/capture.h"
 #include "linux/linux_crashhandler/facts/thread_table.h"
 #include "linux/linux_crashhandler/signals.h"
@@ -20,8 +23,8 @@
 namespace tarvo::crashhandler {
 namespace {
 
-/// How long a thread is looked at where waiting for it is refused, in looks and nanoseconds.
-constexpr int kMaximumLooks = 500;
+/// How long a thread is looked at where waiting for it is refused, and how often, in nanoseconds.
+constexpr std::int64_t kPatience = 500'000'000;
 constexpr long kPause = 1'000'000;
 
 void Print(const char* text) {
@@ -54,7 +57,7 @@ pid_t Wait(int& status) {
 /// Looks whether the thread stands still: its registers can be read then.
 void AwaitStop(pid_t tid) {
   user_regs_struct registers{};
-  for (int looks = 0; looks < kMaximumLooks; ++looks) {
+  for (const Patience patience(kPatience, kPatience); !patience.IsOver();) {
     if (ptrace(PTRACE_GETREGS, tid, nullptr, &registers) == 0) return;
     const timespec pause{0, kPause};
     nanosleep(&pause, nullptr);

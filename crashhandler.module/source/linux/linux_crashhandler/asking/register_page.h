@@ -31,7 +31,7 @@ extern RegisterPage* sharedRegisterPage;
 /// shared with a parent would be no page of its own. Crashed process.
 void MapRegisterPage();
 
-/// The second way to registers: makes the crash child, which attaches to each thread of
+/// The second way to registers: makes the crash child, which stops each thread of
 /// g_threadTable that the tracer did not get, and copies what it finds. Returns within some
 /// seconds; threads that were not reached keep no registers. Crashed process.
 void ReadRegisters();
