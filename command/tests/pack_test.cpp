@@ -341,10 +341,12 @@ TEST_F(PackTest, ALargeFileGoesThroughInPiecesAndIsToldOf) {
   if (kSanitized) GTEST_SKIP() << "a sanitizer's own memory is above the limit";
   const auto end = Shell(kMakeLarge + std::string(R"sh(ulimit -d 65536
 python3 -c 'open("large", "rb").read()' 2>/dev/null && echo "The control had enough memory."
-pack large >output 2>errors & packer=$!
+)sh"
+                                                  "'" TARVO_PROGRAM
+                                                  "' pack --build B12345 --archives archives large"
+                                                  R"sh( >output 2>errors & packer=$!
 until [ "$(ls -A archives 2>/dev/null)" ]; do sleep 0.01; done
-program=$(pgrep -P $packer || echo $packer)
-kill -STOP $program && sleep 10.5 && kill -CONT $program
+kill -STOP $packer && sleep 10.5 && kill -CONT $packer
 wait $packer || cat errors
 grep -c '^application.app.dsym: 2097[0-9]* bytes from large$' output
 grep -vE '^tarvo: archives/B12345_dsym.zip: [0-9]{1,3} %$' errors
