@@ -64,7 +64,8 @@ TEST_F(ResolveOriginsTest, ResultsAreOneLineForEachReport) {
   const auto hash = [&](const std::string& report) {
     return Run({"sh", "-c", "sha256sum < " + report}).output.substr(0, 64);
   };
-  ASSERT_EQ(Resolve({"reports", "--jobs", "2"}).exitStatus, 1);
+  const auto first = Resolve({"reports", "--jobs", "2"});
+  ASSERT_EQ(first.exitStatus, 1) << first.errors;
   auto files = Files("reports");
   const auto end = Resolve({"reports", "--results", "results", "--jobs", "2"});
   EXPECT_EQ(end.exitStatus, 1) << end.errors;

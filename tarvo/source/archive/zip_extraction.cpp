@@ -31,19 +31,18 @@ constexpr unsigned kMaximumThreads = 4;
 /// locale is.
 class Utf8Names {
  public:
-  Utf8Names() : utf8_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {
-    if (utf8_ != nullptr) before_ = uselocale(utf8_);
+  Utf8Names() {
+    // One for all extractions, and for good: what it converts with is made once.
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if (utf8 != nullptr) before_ = uselocale(utf8);
   }
   ~Utf8Names() {
-    if (utf8_ == nullptr) return;
-    uselocale(before_);
-    freelocale(utf8_);
+    if (before_ != nullptr) uselocale(before_);
   }
   Utf8Names(const Utf8Names&) = delete;
   Utf8Names& operator=(const Utf8Names&) = delete;
 
  private:
-  locale_t utf8_;
   locale_t before_ = nullptr;
 };
 
