@@ -59,12 +59,12 @@ sed -i -z 's/,\n *"AddressText": "[^"]*"//g' by_command/*.json
 diff -r by_call by_command || fail "the program and the command resolve differently"
 if [[ -e prefix/lib/tarvo/modules/symbolreader.so ]]; then
   line=$(grep -n 'return 100 / divisor' "$installed/embedding/main.cpp" | cut -d : -f 1)
-  grep -A 1 '"SourceFileName": ".*/embedding/main.cpp"' by_call/crash_bugreport.resolved.json |
-    grep -q "\"SourceLine\": $line" || fail "the crash is not resolved to line $line of the example"
+  lines=$(grep -A 1 '"SourceFileName": ".*/embedding/main.cpp"' by_call/crash_bugreport.resolved.json || true)
+  [[ $lines == *"\"SourceLine\": $line"* ]] || fail "the crash is not resolved to line $line of the example"
 fi
 
 # The installed programs find the installed modules.
-prefix/bin/tarvo config | grep -q g_crashReportUrl || fail "the installed tarvo finds no module"
+[[ $(prefix/bin/tarvo config) == *g_crashReportUrl* ]] || fail "the installed tarvo finds no module"
 
 # The module of docs/modules.md, which the page shows to the letter.
 module=$source/examples/module
@@ -82,7 +82,7 @@ for compiler in c++ clang++-19; do
   [[ $said == *"Hello, you!"* ]] || fail "the module that $compiler built said \"$said\""
 done
 cmake --install module >>module.log
-prefix/bin/tarvo config | grep -q '^org.example.hello$' || fail "the installed module is not loaded"
+[[ $'\n'$(prefix/bin/tarvo config)$'\n' == *$'\norg.example.hello\n'* ]] || fail "the installed module is not loaded"
 
 # The program of docs/embedding.md, which the page shows to the letter: its steps as they stand there, then
 # its report with the archive alone.

@@ -16,4 +16,4 @@ for library in $needed; do
   esac
 done
 
-readelf --dynamic "$module" | grep -q 'FLAGS.*BIND_NOW\|Flags:.*NOW' || fail "binds functions lazily"
+grep -q 'FLAGS.*BIND_NOW\|Flags:.*NOW' <<<"$(readelf --dynamic "$module")" || fail "binds functions lazily"
