@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "command/subcommand.h"
+#include "json/json_writer.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/debug_files/served_modules.h"
@@ -15,7 +16,6 @@
 #include "toolkit/resolve/running/report_work.h"
 #include "toolkit/store/archive_tree.h"
 #include "toolkit/store/bundle_check.h"
-#include "toolkit/store/json_text.h"
 
 namespace tarvo::command {
 namespace {
@@ -223,7 +223,7 @@ class Checker {
     document.Set("Archives", std::move(archives_));
     document.Set("Reports", std::move(reports_));
     document.Set("Failures", std::move(failures_));
-    std::fputs(JsonText(document).c_str(), stdout);
+    std::fputs(JsonDocument(document).c_str(), stdout);
   }
 
   Host& host_;

@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "command/subcommand.h"
+#include "json/json_writer.h"
 #include "tarvo/format.h"
 #include "toolkit/base/safe_text.h"
 #include "toolkit/base/size_text.h"
 #include "toolkit/pack/pack_library.h"
 #include "toolkit/store/archive_tree.h"
-#include "toolkit/store/json_text.h"
 
 namespace tarvo::command {
 namespace {
@@ -133,7 +133,7 @@ int List(const ListOptions& options) {
     for (const ListedArchive& listed : archives) documents.Append(DocumentOf(listed));
     DataDictionary document;
     document.Set("Archives", std::move(documents));
-    std::fputs(JsonText(document).c_str(), stdout);
+    std::fputs(JsonDocument(document).c_str(), stdout);
   } else {
     Print(archives);
   }

@@ -35,11 +35,12 @@ below is taken whose name ends in "_bugreport.txt", or in that and ".gz" or ".xz
 UTF-16 is read too.
 
 Each document begins with "Outcome": which file it was made of (Report, Size, Time,
-Hash: SHA-256), and which archives of symbols were there or missing (Archives: Build,
-File, Identity or Missing), and where else symbols were looked for in vain (Missed: File,
-Missing or the Identity of what stood there). A report that nothing can be read of has a
-document with this alone, and an Error: --missing-only counts it as known to be bad, until its content
-changes. With --results that is its line; an interrupted run leaves no file.
+Hash: SHA-256), which archives of symbols were there or missing (Archives: Build, File,
+Identity or Missing), and where else symbols were looked for in vain (Missed: File,
+Missing or the Identity of what stood there). A report that nothing can be read of has
+a document with this alone, and an Error: --missing-only counts it as known to be bad,
+until its content changes. With --results that is its line; an interrupted run leaves
+no file.
 
 Of a damaged or cut report what can be read is resolved; its document says under
 "Damage" what was left out: the line, and what was expected there, and of the last one

@@ -16,6 +16,7 @@ std::string Document(const DataDictionary& tree) {
     document += bytes;
     return Result<void>();
   }));
+  EXPECT_EQ(JsonDocument(tree), document);
   return document;
 }
 

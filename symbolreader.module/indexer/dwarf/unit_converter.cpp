@@ -103,7 +103,7 @@ std::uint32_t UnitConverter::NameOf(const FunctionScope& scope) {
   ByteCursor cursor(entries_->Bytes(), scope.offset);
   const Abbreviation* abbreviation = entries_->abbreviations->Find(cursor.ReadLeb());
   const FunctionEntry entry = entries_->ReadFunction(*abbreviation, scope.offset, cursor);
-  const bool isShared = entry.origin && !entry.linkageName && !entry.name && !entry.specification &&
+  const bool isShared = entry.origin && !entry.linkageName && !entry.name && !entry.declaration &&
                         entry.origin.number < entries_->unit->getInfoSection().Data.size();
   if (!isShared) return part_.NumberName(symbolreader::NameOf(*entries_, entry));
   // One number in two forms is two entries: a unit's, or the section's. The last keys are the

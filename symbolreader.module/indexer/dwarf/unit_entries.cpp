@@ -23,7 +23,7 @@ RawValue* Wanted(Attribute name, FunctionEntry& entry) {
     case DW_AT_abstract_origin:
       return &entry.origin;
     case DW_AT_specification:
-      return &entry.specification;
+      return &entry.declaration;
     case DW_AT_linkage_name:
     case DW_AT_MIPS_linkage_name:
       return &entry.linkageName;
@@ -281,7 +281,7 @@ llvm::StringRef NameOf(const UnitEntries& unit, const FunctionEntry& entry) {
     const llvm::StringRef linkageName = place.unit.TextOf(place.entry.linkageName);
     if (!linkageName.empty()) return linkageName;
     if (plainName.empty()) plainName = place.unit.TextOf(place.entry.name);
-    for (const RawValue* reference : {&place.entry.origin, &place.entry.specification})
+    for (const RawValue* reference : {&place.entry.origin, &place.entry.declaration})
       if (*reference)
         if (auto next = Follow(place.unit, *reference)) places.push_back(*std::move(next));
   }

@@ -34,8 +34,8 @@ struct FunctionEntry {
   RawValue lowPc{};
   RawValue highPc{};
   RawValue ranges{};
-  RawValue origin{};  ///< DW_AT_abstract_origin
-  RawValue specification{};
+  RawValue origin{};       ///< DW_AT_abstract_origin
+  RawValue declaration{};  ///< DW_AT_specification: the entry that this one completes
   RawValue linkageName{};
   RawValue name{};
   RawValue callFile{};

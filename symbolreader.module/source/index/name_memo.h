@@ -35,8 +35,8 @@ class NameMemo {
     return place.text;
   }
 
-  /// Has the memory of two names fetched that are asked for next, of both at once: there are few
-  /// look-ups for which it is near, and taking hold of one text lets no other wait meanwhile.
+  /// Has the memory of two names that are asked for next fetched at once. It is seldom near, and
+  /// asking for one after the other would wait twice.
   void Fetch(std::uint32_t index, std::uint32_t first, std::uint32_t second) noexcept {
     const Place& one = PlaceOf(index, first);
     const Place& other = PlaceOf(index, second);
@@ -65,9 +65,9 @@ class NameMemo {
 /// A number above 0 that no other index of this process has had.
 [[nodiscard]] std::uint32_t NewIndexNumber() noexcept;
 
-/// A memo for as long as this lives: one that another has left, so that what was found for one
-/// report serves the next ones, or a new one. There are as many as readers that are at work at the
-/// same time.
+/// A memo for as long as this lives: one that the thread has left before, so that what was found
+/// for one report serves the next ones; else one that another has left, or a new one. There are as
+/// many as readers that are at work at the same time.
 class BorrowedNames {
  public:
   /// Frees the memos that nobody has borrowed.

@@ -49,7 +49,8 @@ std::optional<std::uint64_t> NumberOf(const DataDictionary& object, std::string_
 std::map<std::string, std::string> MissedIn(const DataDictionary& outcome) {
   std::map<std::string, std::string> missed;
   const auto* entries = outcome.FindAs<DataArray>(property::kOutcomeMissed);
-  for (std::size_t i = 0; entries != nullptr && i < entries->Size(); ++i)
+  const std::size_t count = entries == nullptr ? 0 : std::min(entries->Size(), kMostNotedPlaces);
+  for (std::size_t i = 0; i < count; ++i)
     if (const auto* entry = (*entries)[i].As<DataDictionary>())
       missed.emplace(TextOf(*entry, property::kOutcomeFile),
                      TextOf(*entry, property::kOutcomeIdentity));

@@ -13,7 +13,7 @@ namespace property = crash_report::property;
 
 constexpr String kAddressTextsKey = String::Literal(property::kAddressText);
 
-/// Texts of addresses as slices of one buffer, which takes a tenth of the time of one each.
+/// Texts of addresses as slices of one buffer: they are made for every frame.
 class TextPool {
  public:
   explicit TextPool(std::size_t texts)

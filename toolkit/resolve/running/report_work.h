@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <map>
 #include <set>
@@ -44,7 +43,6 @@ class ReportWorkScope {
 
 /// Notes such a place for the report that the calling thread resolves.
 void NoteMissed(const std::string& place, const std::string& identity);
-inline constexpr std::size_t kMostNotedPlaces = 100;
 
 /// From now on what is unpacked of archives that have changed is retired before a report's frames
 /// are resolved. `cache` lives until this is called with null.
