@@ -58,6 +58,9 @@ class ReportWorker final : public Counted<ResolveObserver> {
   void FrameDone(const FrameReport& report) override {
     if (t_work == nullptr) return;
     t_work->tally.Add(report, t_work->modules);
+    // Frames of one module follow each other, with the same text and not only an equal one.
+    if (report.build.View().data() == t_work->build.View().data()) return;
+    t_work->build = report.build;
     if (!report.build.IsEmpty()) t_work->builds.insert(report.build);
   }
   bool ReportResolved(DataDictionary& crashLog) override {

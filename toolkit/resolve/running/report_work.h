@@ -19,6 +19,7 @@ struct ReportWork {
   Tally tally;
   ModuleFacts modules;      ///< of the report
   std::set<String> builds;  ///< whose symbols frames asked for
+  String build;             ///< of the frame before, or empty
   String module;            ///< that they ask for now
   /// Places outside archives where symbols or parts of them were looked for and were not, or not
   /// the right ones, and what stood there (IdentifyPlace); at most kMostNotedPlaces.
