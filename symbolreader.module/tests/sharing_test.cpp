@@ -108,7 +108,8 @@ TEST(NameMemo, NeverGivesTheNameOfAnotherFileOrPlace) {
       for (const std::uint32_t file : files) {
         const std::uint32_t asked = (number + 2) / 3;  // three times each
         std::string name = std::to_string(file) + " " + std::to_string(asked);
-        if (asked % 7 == 0) name.resize(NameMemo::kLongestName + 1, 'x');
+        // Together several times what the memo holds.
+        name.resize(asked % 7 == 0 ? NameMemo::kLongestName + 1 : 100, 'x');
         const String text = memo.Text(file, asked, [&] { return ++made, std::string_view(name); });
         if (text.View() != name) wrong.push_back(name);
       }

@@ -32,6 +32,25 @@ Left& TheLeft() {
 
 }  // namespace
 
+String NameMemo::Keep(std::string_view name) {
+  if (name.empty()) return {};
+  if (name.size() > left_) {
+    if (buffersMade_ == kMostBuffers) {
+      places_->fill({});
+      buffersMade_ = 0;
+    }
+    buffer_ = String::Build(kBufferBytes, [&](char* to) {
+      next_ = to;
+      return left_ = kBufferBytes;
+    });
+    ++buffersMade_;
+  }
+  const std::size_t start = kBufferBytes - left_;
+  next_ = std::ranges::copy(name, next_).out;
+  left_ -= name.size();
+  return buffer_.Slice(start, name.size());
+}
+
 std::uint32_t NewIndexNumber() noexcept {
   static std::atomic<std::uint32_t> last{0};
   return ++last;

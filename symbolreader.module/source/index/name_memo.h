@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "tarvo/string.h"
 
@@ -15,13 +16,16 @@ namespace tarvo::symbolreader {
 /// much as finding its place.
 ///
 /// Used by one thread at a time, so that the counts of the texts' holders stay with its processor.
-/// Names are told apart by their index (`NewIndexNumber`) and their number in it. Bounded by its
-/// places, in each of which the later of two names stays, and by the size of the names that it
-/// keeps.
+/// Names are told apart by their index (`NewIndexNumber`) and their number in it. Texts are slices
+/// of few buffers, so that handing one out touches a count that is near and not the text. Bounded
+/// by its places, in each of which the later of two names stays, by the size of the names that it
+/// keeps, and by its buffers: when they are full it forgets all.
 class NameMemo {
  public:
   static constexpr std::size_t kPlaces = 8192;
   static constexpr std::size_t kLongestName = 256;
+  static constexpr std::size_t kBufferBytes = 64 * 1024;
+  static constexpr std::size_t kMostBuffers = 32;
 
   /// The text of the name `number`, from 1, of an index; `read` gives its bytes where it is not
   /// remembered.
@@ -31,18 +35,16 @@ class NameMemo {
     if (place.index == index && place.number == number) return place.text;
     const std::string_view name = read();
     if (name.size() > kLongestName) return String(name);
-    place = {index, number, String(name)};
+    String text = Keep(name);  // which may forget all
+    place = {index, number, std::move(text)};
     return place.text;
   }
 
   /// Has the memory of two names that are asked for next fetched at once. It is seldom near, and
   /// asking for one after the other would wait twice.
   void Fetch(std::uint32_t index, std::uint32_t first, std::uint32_t second) noexcept {
-    const Place& one = PlaceOf(index, first);
-    const Place& other = PlaceOf(index, second);
-    __builtin_prefetch(&other);
-    __builtin_prefetch(one.text.View().data());
-    __builtin_prefetch(other.text.View().data());
+    __builtin_prefetch(&PlaceOf(index, first));
+    __builtin_prefetch(&PlaceOf(index, second));
   }
 
  private:
@@ -58,8 +60,16 @@ class NameMemo {
     std::uint32_t number = 0;
     String text{};
   };
+
+  /// A slice of the last buffer with a copy of `name`.
+  [[nodiscard]] String Keep(std::string_view name);
+
   std::unique_ptr<std::array<Place, kPlaces>> places_ =
       std::make_unique<std::array<Place, kPlaces>>();
+  String buffer_;                ///< the last one
+  char* next_ = nullptr;         ///< where the next text goes in it
+  std::size_t left_ = 0;         ///< bytes of it
+  std::size_t buffersMade_ = 0;  ///< since all was forgotten
 };
 
 /// A number above 0 that no other index of this process has had.
