@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <limits>
+#include <random>
 #include <set>
 
 #include "debug_files.h"
+#include "index/ascending_numbers.h"
 #include "index/index_format.h"
 #include "support/files.h"
 #include "support/program.h"
@@ -248,6 +251,34 @@ TEST(IndexDirectory, DefaultsToTheUsersCache) {
     (void)Ask(BindReader(*host), directory / recipe.bundle, "x86_64", 0x1000);
     EXPECT_EQ(ListDirectory(scratch / test.expected).size(), 1U) << test.cache;
   }
+}
+
+// The starts of blocks: wherever they lie, the search begins where it must.
+TEST(AscendingNumbers, CountsAsASearchByHalvesDoes) {
+  constexpr std::uint64_t kHighest = std::numeric_limits<std::uint64_t>::max();
+  std::vector<std::vector<std::uint64_t>> lists = {
+      {}, {0}, {5}, {0, kHighest}, {7, 7, 7, 7, 7}, {1, 2, 3, kHighest - 1, kHighest, kHighest}};
+  std::mt19937_64 draw(1);
+  for (const int shift : {0, 20, 44, 58}) {
+    lists.emplace_back(1000);
+    for (std::uint64_t& number : lists.back()) number = draw() >> shift;
+    for (std::size_t i = 0; i < 500; ++i) lists.back()[i] >>= 5;  // most are close together
+    std::ranges::sort(lists.back());
+  }
+  for (const auto& list : lists) {
+    const AscendingNumbers numbers(list);
+    std::vector<std::uint64_t> asked = {0, 1, kHighest / 2, kHighest};
+    for (const std::uint64_t number : list)
+      asked.insert(asked.end(), {number - 1, number, number + 1});
+    for (const std::uint64_t number : asked) {
+      const auto count = std::ranges::upper_bound(list, number) - list.begin();
+      EXPECT_EQ(numbers.CountUpTo(number), count) << number << " of " << list.size();
+    }
+  }
+  std::vector<std::uint64_t> damaged(1000);  // wrong answers, but none outside
+  std::ranges::generate(damaged, [&] { return draw(); });
+  const AscendingNumbers numbers(damaged);
+  for (const std::uint64_t number : damaged) EXPECT_LE(numbers.CountUpTo(number), damaged.size());
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "index/ascending_numbers.h"
 #include "index/index_format.h"
 #include "index/missing_files.h"
 #include "index/varint.h"
@@ -84,6 +85,7 @@ std::optional<IndexTrailer> CheckedTrailer(Bytes bytes, const std::string& key) 
   const bool isWhole = trailer.magic == IndexTrailer::kMagic && trailer.version == kIndexVersion &&
                        trailer.size == sizeof trailer && trailer.fileSize == bytes.size() &&
                        trailer.key == llvm::xxh3_64bits(key) && trailer.blocks <= bytes.size() &&
+                       trailer.blocks <= AscendingNumbers::kMost &&
                        trailer.missing <= bytes.size() && trailer.strings > 0 &&
                        Holds(place, trailer.blocksPlace, 2 * trailer.blocks) &&
                        Holds(place, trailer.stringsPlace, trailer.strings) &&
@@ -127,20 +129,6 @@ struct Row {
   }
 };
 
-/// How many of `numbers`, which ascend, are not above `number`. Without a branch on what is
-/// compared: which way it goes cannot be told before.
-std::size_t CountUpTo(std::span<const std::uint64_t> numbers, std::uint64_t number) {
-  const std::uint64_t* first = numbers.data();
-  std::size_t left = numbers.size();
-  while (left > 1) {
-    const std::size_t half = left / 2;
-    first += static_cast<std::size_t>(first[half - 1] <= number) * half;
-    left -= half;
-  }
-  const auto before = static_cast<std::size_t>(first - numbers.data());
-  return before + static_cast<std::size_t>(left == 1 && *first <= number);
-}
-
 std::string_view PathIn(std::string_view file) { return file.substr(0, file.find(kChecksumMark)); }
 std::string_view ChecksumIn(std::string_view file) {
   const std::size_t mark = file.find(kChecksumMark);
@@ -179,14 +167,16 @@ class IndexSource final : public SymbolSource {
   const std::uint32_t number_ = NewIndexNumber();
   Mapping mapping_;
   symbolreader::Bytes bytes_;
-  std::span<const std::uint64_t> starts_;
+  AscendingNumbers starts_;
   std::span<const std::uint64_t> places_;
   std::span<const std::uint64_t> stringEnds_;
   symbolreader::Bytes strings_;
 };
 
 std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
-  const std::size_t behind = CountUpTo(starts_, address);
+  const std::size_t near = starts_.Near(address);
+  if (near < places_.size()) __builtin_prefetch(&places_[near]);
+  const std::size_t behind = starts_.CountUpTo(address);
   if (behind == 0) return std::nullopt;
   const std::size_t number = behind - 1;
   VarintReader reader = ReaderAt(places_[number]);
