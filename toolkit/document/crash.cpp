@@ -32,7 +32,12 @@ report::CrashFacts FactsOf(const CrashDocument& document) {
           .exceptionText = FindText(document.exception, key::kExceptionText),
           .threads = document.threads.size(),
           .thread = [&](std::size_t index) { return FactsOf(document.threads[index]); },
-          .frames = [&](std::size_t index) { return NamesOf(document.threads[index]); }};
+          .frames = [&](std::size_t index) { return NamesOf(document.threads[index]); },
+          .isIn =
+              [&](std::size_t index, std::string_view module) {
+                const auto& frames = document.threads[index].frames;
+                return std::ranges::find(frames, module, &DocumentFrame::module) != frames.end();
+              }};
 }
 
 }  // namespace

@@ -51,6 +51,13 @@ std::vector<FrameName> FramesOf(const DataDictionary& thread) {
   return names;
 }
 
+bool HasFrameIn(const DataDictionary& thread, std::string_view module) {
+  const auto* frames = thread.FindAs<DataArray>(property::kCallstack);
+  for (std::size_t i = 0; frames != nullptr && i < frames->Size(); ++i)
+    if (TextIn(&DictionaryAt(*frames, i), property::kModuleName) == module) return true;
+  return false;
+}
+
 /// Marks element `index` of the array `key`, and returns it; null where there is none.
 DataDictionary* Mark(DataDictionary& parent, std::string_view key, std::size_t index) {
   DataValue* value = parent.FindMutable(key);
@@ -73,7 +80,11 @@ void MarkCrash(DataDictionary& crashLog) {
        .exceptionText = TextIn(exception, crash_report::key::kExceptionText),
        .threads = threads->Size(),
        .thread = [&](std::size_t index) { return FactsOf(DictionaryAt(*threads, index)); },
-       .frames = [&](std::size_t index) { return FramesOf(DictionaryAt(*threads, index)); }});
+       .frames = [&](std::size_t index) { return FramesOf(DictionaryAt(*threads, index)); },
+       .isIn =
+           [&](std::size_t index, std::string_view module) {
+             return HasFrameIn(DictionaryAt(*threads, index), module);
+           }});
   if (!site) return;
   DataDictionary* thread = Mark(crashLog, property::kThreads, site->thread);
   if (thread != nullptr) Mark(*thread, property::kCallstack, site->frame);

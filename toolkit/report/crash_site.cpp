@@ -65,8 +65,8 @@ std::optional<std::size_t> CrashedThread(const CrashFacts& facts) {
         facts, [&](std::size_t, const ThreadFacts& thread) { return thread.number == number; });
     if (byNumber) return byNumber;
   }
-  const auto byFrames = FindThread(facts, [&](std::size_t index, const ThreadFacts& thread) {
-    return FindHandlerFrames(facts.frames(index), ToNumber(thread.fault)).has_value();
+  const auto byFrames = FindThread(facts, [&](std::size_t index, const ThreadFacts&) {
+    return facts.isIn(index, kCaptureModule);
   });
   const bool hasException = !facts.exceptionThread.empty() || !facts.exceptionNumber.empty() ||
                             !facts.exceptionText.empty();

@@ -38,6 +38,8 @@ struct CrashFacts {
   std::size_t threads = 0;
   std::function<ThreadFacts(std::size_t thread)> thread;
   std::function<std::vector<FrameName>(std::size_t thread)> frames;
+  /// Whether one of the thread's frames is in the module: asked of all threads, of most in vain.
+  std::function<bool(std::size_t thread, std::string_view module)> isIn;
 };
 
 /// Finds the thread that crashed:

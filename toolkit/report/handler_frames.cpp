@@ -5,7 +5,6 @@
 namespace tarvo::report {
 namespace {
 
-constexpr std::string_view kCaptureModule = "crashhandler.so";
 constexpr std::string_view kHostLibrary = "libtarvo.so";
 constexpr std::string_view kCLibrary = "libc.so";
 

@@ -8,6 +8,9 @@
 
 namespace tarvo::report {
 
+/// The module whose frames are the crash handler's.
+inline constexpr std::string_view kCaptureModule = "crashhandler.so";
+
 /// What tells whose a frame is.
 struct FrameName {
   std::string_view module;    ///< its file's name

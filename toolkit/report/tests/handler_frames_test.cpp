@@ -73,7 +73,8 @@ TEST(CrashSiteTest, AbortsAreTheirCallers) {
                        .exceptionText = "",
                        .threads = 1,
                        .thread = [&](std::size_t) { return ThreadFacts{7, "", "", signal}; },
-                       .frames = [&](std::size_t) { return frames; }});
+                       .frames = [&](std::size_t) { return frames; },
+                       .isIn = [](std::size_t, std::string_view) { return false; }});
     EXPECT_EQ(std::to_string(site->interrupted) + ' ' + std::to_string(site->frame), found) << what;
   }
 }
