@@ -4,6 +4,7 @@
 #       SOURCES …             beside the CMakeLists.txt that calls this
 #       CRASH_SOURCES …       those of them that run in a crashed process: see CrashContext.cmake
 #       HEADERS …             what others may include; without it, all headers of the folder
+#       HOT                   most of the time goes by in it: -O3 in builds that are optimised
 #       PUBLIC … PRIVATE …)   the pieces and libraries that it uses; PUBLIC those in its headers
 #
 # Headers are named by their path below TARVO_INCLUDE_ROOT, which the folder above sets. No folder of
@@ -13,7 +14,7 @@
 include(${CMAKE_CURRENT_LIST_DIR}/CrashContext.cmake)
 
 function(tarvo_add_piece name)
-  cmake_parse_arguments(piece "" "" "SOURCES;CRASH_SOURCES;HEADERS;PUBLIC;PRIVATE" ${ARGN})
+  cmake_parse_arguments(piece "HOT" "" "SOURCES;CRASH_SOURCES;HEADERS;PUBLIC;PRIVATE" ${ARGN})
   if(piece_SOURCES OR piece_CRASH_SOURCES)
     add_library(${name} STATIC ${piece_SOURCES} ${piece_CRASH_SOURCES})
     set(visibility PUBLIC)
@@ -22,6 +23,9 @@ function(tarvo_add_piece name)
     add_library(${name} INTERFACE)
     set(visibility INTERFACE)
     target_link_libraries(${name} INTERFACE ${piece_PUBLIC})
+  endif()
+  if(piece_HOT)
+    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O3>)
   endif()
   if(piece_CRASH_SOURCES AND NOT piece_SOURCES)
     target_compile_options(${name} PRIVATE ${TARVO_CRASH_CONTEXT_OPTIONS})
