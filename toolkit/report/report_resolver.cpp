@@ -55,7 +55,7 @@ ReportResolver::ReportResolver(Framework& framework, ResolveOptions options, Doc
 Result<ReportDamage> ReportResolver::Resolve(const Url& report, const Url& place, bool needsCopy) {
   Reading reading{.salvages = options_.salvages};
   const ReadingScope scope(reading);
-  needsCopy |= options_.adjustment == ReturnAddressAdjustment::AllReports;
+  needsCopy = MakesCopy(needsCopy);
   if (!needsCopy && place == report) {
     const auto resolved = handler_->ResolveBugReport(report, options_.archives, options_.cache);
     return resolved ? Result<ReportDamage>(reading.damage) : resolved.GetError();

@@ -33,6 +33,11 @@ class ReportResolver {
   /// made where it is missing.
   [[nodiscard]] Result<ReportDamage> Resolve(const Url& report, const Url& place, bool needsCopy);
 
+  /// Whether such a report is resolved by a copy with another text than its file's.
+  [[nodiscard]] bool MakesCopy(bool needsCopy) const noexcept {
+    return needsCopy || options_.adjustment == ReturnAddressAdjustment::AllReports;
+  }
+
  private:
   ReportResolver(Framework& framework, ResolveOptions options, Documents documents,
                  Ref<CrashHandler> handler, Scratch scratch);

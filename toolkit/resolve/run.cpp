@@ -127,10 +127,18 @@ class Run {
   /// How the report was damaged, if it was.
   Result<ReportDamage> Resolve(std::size_t index, ReportWork& work) {
     const Report& report = reports_[index];
-    const Result<ReportIdentity> identity = IdentifyReport(report.file);
+    // What is read of the report itself need not be read another time for the hash.
+    Result<ReportIdentity> identity = resolver_.MakesCopy(report.needsCopy)
+                                          ? IdentifyReport(report.file)
+                                          : LookAtReport(report.file);
     if (!identity) return Failed(index, {}, identity.GetError());
-    if (identity->size == 0)
+    work.onTextRead = [&](const String& text) {
+      if (identity->hash.empty()) AddContent(text, *identity);
+    };
+    if (identity->size == 0) {
+      work.onTextRead({});
       return Failed(index, *identity, Error::Plain(kRun.Here(), "The file is empty."));
+    }
     work.onResolved = [&](DataDictionary& crashLog) {
       DataDictionary outcome = OutcomeOf(report.file, *identity, work.builds, archives_);
       const std::uint64_t resolved = work.tally.Frames(FrameOutcome::Resolved);
@@ -148,7 +156,10 @@ class Run {
       return results_ == nullptr && !KeepsBetter(report, *identity, resolved);
     };
     const Result<ReportDamage> resolved = Resolved(report, work);
-    return resolved ? resolved : Failed(index, *identity, resolved.GetError());
+    if (resolved) return resolved;
+    if (identity->hash.empty()) identity = IdentifyReport(report.file);
+    return identity ? Failed(index, *identity, resolved.GetError())
+                    : Failed(index, {}, identity.GetError());
   }
 
   /// Whether what is beside the report, of the same content, knows more of it than `resolved`

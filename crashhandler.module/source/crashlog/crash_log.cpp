@@ -17,29 +17,38 @@ namespace {
 /// Most reports are smaller, and are read at once.
 constexpr std::size_t kStartBytes = 64 * 1024;
 
-Result<DataDictionary> ReadReport(const Url& report, OnDamage onDamage) try {
-  FileService& files = g_tarvo.framework->Files();
-  Result<String> start = files.ReadStart(report, kStartBytes);
-  if (!start) return start.GetError();
-  const bool isWhole = !start->IsEmpty() && start->Size() < kStartBytes;
-  if (isWhole) return ParseReport(*std::move(start), onDamage);
-  if (!start->IsEmpty())
-    if (auto wrong = FindWrongStart(*std::move(start), false)) return *wrong;
-  Result<String> text = files.ReadText(report);
-  if (!text) return text.GetError();
-  return ParseReport(*std::move(text), onDamage);
+Result<DataDictionary> Parsed(String text, OnDamage onDamage) try {
+  return ParseReport(std::move(text), onDamage);
 } catch (const std::bad_alloc&) {
   return Error::OutOfMemory(kSource.Here());
 }
 
 }  // namespace
 
-Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
-  return ReadReport(report, OnDamage::Fail);
+Result<String> CrashLog::ReadBugReport(const Url& report) try {
+  FileService& files = g_tarvo.framework->Files();
+  Result<String> start = files.ReadStart(report, kStartBytes);
+  const bool isWhole = start && !start->IsEmpty() && start->Size() < kStartBytes;
+  if (!start || isWhole) return start;
+  if (!start->IsEmpty())
+    if (auto wrong = FindWrongStart(*std::move(start), false)) return *wrong;
+  return files.ReadText(report);
+} catch (const std::bad_alloc&) {
+  return Error::OutOfMemory(kSource.Here());
 }
 
-Result<DataDictionary> CrashLog::SalvageBugReport(const Url& report) {
-  return ReadReport(report, OnDamage::GoOn);
+Result<DataDictionary> CrashLog::ParseBugReport(const Url& report) {
+  Result<String> text = ReadBugReport(report);
+  if (!text) return text.GetError();
+  return ParseText(*std::move(text));
+}
+
+Result<DataDictionary> CrashLog::ParseText(String text) {
+  return Parsed(std::move(text), OnDamage::Fail);
+}
+
+Result<DataDictionary> CrashLog::SalvageText(String text) {
+  return Parsed(std::move(text), OnDamage::GoOn);
 }
 
 Result<void> CrashLog::Resolve(const Url& archiveDirectory, const Url& temporaryDirectory) {

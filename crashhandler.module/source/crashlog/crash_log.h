@@ -17,9 +17,14 @@ class CrashLog {
   /// report; there is no partial crash log.
   static Result<DataDictionary> ParseBugReport(const Url& report);
 
-  /// The same, but what cannot be read is left out and noted under "Damage". An error where nothing
-  /// could be read.
-  static Result<DataDictionary> SalvageBugReport(const Url& report);
+  /// The two steps of it. The text of a file that does not start like a report is not read whole:
+  /// the error is ParseText's.
+  static Result<String> ReadBugReport(const Url& report);
+  static Result<DataDictionary> ParseText(String text);
+
+  /// As ParseText, but what cannot be read is left out and noted under "Damage". An error where
+  /// nothing could be read.
+  static Result<DataDictionary> SalvageText(String text);
 
   /// What ParseBugReport has read.
   explicit CrashLog(DataDictionary data) : data_(std::move(data)) {}

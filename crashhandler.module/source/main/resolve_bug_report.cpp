@@ -53,8 +53,11 @@ Result<void> ResolveBugReport(const Url& crashLog, const Url& symbolArchiveDirec
   if (!temporary) return temporary.GetError();
   const Result<Ref<ResolveObserver>> observer = Bind<ResolveObserver>(*g_tarvo.framework);
   const bool salvages = observer && (*observer)->Salvages();
+  Result<String> text = CrashLog::ReadBugReport(crashLog);
+  if (!text) return text.GetError();
+  if (observer) (*observer)->TextRead(*text);
   Result<DataDictionary> parsed =
-      salvages ? CrashLog::SalvageBugReport(crashLog) : CrashLog::ParseBugReport(crashLog);
+      salvages ? CrashLog::SalvageText(*std::move(text)) : CrashLog::ParseText(*std::move(text));
   if (!parsed) return parsed.GetError();
   if (observer) (*observer)->ReportRead(*parsed);
   CrashLog log(*std::move(parsed));

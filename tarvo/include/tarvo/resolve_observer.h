@@ -60,6 +60,9 @@ class ResolveObserver : public Object {
   /// ends the reading.
   [[nodiscard]] virtual bool Salvages() { return false; }
 
+  /// Called with the text that was read of a report's file, whole, before anything is made of it.
+  virtual void TextRead(const String& text) { static_cast<void>(text); }
+
   /// Called once a report is read, before its frames are resolved. What is changed in `crashLog` is
   /// what is resolved and written.
   virtual void ReportRead(DataDictionary& crashLog) { static_cast<void>(crashLog); }

@@ -50,4 +50,21 @@ Result<ReportIdentity> IdentifyReport(const Url& report) {
   return identity;
 }
 
+Result<ReportIdentity> LookAtReport(const Url& report) {
+  if (auto loaded = Sha256::Load(); !loaded) return loaded.GetError();
+  struct stat status{};
+  if (stat(report.SystemPath().ToStdString().c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+    return IdentifyReport(report);  // which says what is wrong
+  return ReportIdentity{.size = static_cast<std::uint64_t>(status.st_size),
+                        .time = TimeText(status.st_mtim.tv_sec),
+                        .hash = {}};
+}
+
+void AddContent(std::string_view content, ReportIdentity& identity) {
+  Sha256 hash;
+  hash.Add(content);
+  identity.size = content.size();
+  identity.hash = hash.TakeHexadecimal();
+}
+
 }  // namespace tarvo::toolkit

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "tarvo/result.h"
 #include "tarvo/url.h"
@@ -17,5 +18,10 @@ struct ReportIdentity {
 
 /// Reads the file once. A file error when it cannot be read or is no regular file.
 [[nodiscard]] Result<ReportIdentity> IdentifyReport(const Url& report);
+
+/// The same without a hash, and where it can be without opening the file: for whoever reads it.
+[[nodiscard]] Result<ReportIdentity> LookAtReport(const Url& report);
+/// Adds what was read: its size, and its hash. After LookAtReport.
+void AddContent(std::string_view content, ReportIdentity& identity);
 
 }  // namespace tarvo::toolkit

@@ -50,6 +50,9 @@ std::string WorkText(const WorkReport& report, const String& module) {
 class ReportWorker final : public Counted<ResolveObserver> {
  public:
   bool Salvages() override { return report::SalvagesReading(); }
+  void TextRead(const String& text) override {
+    if (t_work != nullptr && t_work->onTextRead) t_work->onTextRead(text);
+  }
   void ReportRead(DataDictionary& crashLog) override {
     report::CompleteReading(crashLog);
     if (t_work != nullptr) t_work->modules = ModuleFacts(crashLog);

@@ -25,6 +25,8 @@ struct ReportWork {
   /// the right ones, and what stood there (IdentifyPlace); at most kMostNotedPlaces.
   std::map<std::string, std::string> missed{};
 
+  /// Given the text that is resolved, before that. May be empty.
+  std::function<void(const String& text)> onTextRead{};
   /// Given the resolved crash log, which it may change; whether it is to be written beside the
   /// report. Empty: it is.
   std::function<bool(DataDictionary& crashLog)> onResolved{};

@@ -241,10 +241,10 @@ struct [[gnu::visibility("hidden")]] BorderLayout {
         .Record(&FrameReport::outcome, &FrameReport::error)
         .Reference<const DataDictionary>(offsetof(FrameReport, frame))
         .Reference<const String>(offsetof(FrameReport, build))
-        .Record(&ResolveObserver::Salvages, &ResolveObserver::ReportRead,
-                &ResolveObserver::FrameDone, &ResolveObserver::ReportResolved,
-                &ResolveObserver::ModuleBegins, &ResolveObserver::Working,
-                &ResolveObserver::WorkEnds, &ResolveObserver::PartMissed)
+        .Record(&ResolveObserver::Salvages, &ResolveObserver::TextRead,
+                &ResolveObserver::ReportRead, &ResolveObserver::FrameDone,
+                &ResolveObserver::ReportResolved, &ResolveObserver::ModuleBegins,
+                &ResolveObserver::Working, &ResolveObserver::WorkEnds, &ResolveObserver::PartMissed)
         .Enumerators(SymbolWork::Unpacking, SymbolWork::Indexing)
         .Record(&WorkReport::work, &WorkReport::done, &WorkReport::all)
         .Reference<const String>(offsetof(WorkReport, file))
