@@ -1,6 +1,7 @@
 #include "crashlog/resolving/frame_resolver.h"
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -55,17 +56,24 @@ class FrameResolver {
     const auto* name = frame.FindAs<String>(property::kModuleName);
     const auto* address = frame.FindAs<std::uint64_t>(property::kAddress);
     if (name == nullptr || address == nullptr) return Tell(FrameOutcome::NoModule, frame);
-    if (observer_ && *name != module_) observer_->ModuleBegins(module_ = *name);
-    const Result<ModuleSymbols>* module = modules_.Find(*name);
-    if (module == nullptr) return Tell(FrameOutcome::ModuleNotListed, frame);
-    if (!*module) {
+    if (!name_ || *name != *name_) Begin(*name);
+    if (module_ == nullptr) return Tell(FrameOutcome::ModuleNotListed, frame);
+    if (!*module_) {
       ShowUnresolvedFrame(frame);
-      return Tell(FrameOutcome::ModuleIncomplete, frame, {}, &module->GetError());
+      return Tell(FrameOutcome::ModuleIncomplete, frame, {}, &module_->GetError());
     }
-    ResolveInModule(frame, *address, **module);
+    ResolveInModule(frame, *address, **module_);
   }
 
  private:
+  /// Frames of one module follow each other.
+  void Begin(const String& name) {
+    name_ = name;
+    if (observer_) observer_->ModuleBegins(name);
+    module_ = modules_.Find(name);
+    isLoaded_ = false;
+  }
+
   void ResolveInModule(DataDictionary& frame, std::uint64_t address, const ModuleSymbols& module) {
     const Result<SymbolFileRequest>& symbols = module.symbols;
     if (!symbols) {
@@ -95,7 +103,9 @@ class FrameResolver {
   Result<AddressChain> LookUp(const SymbolFileRequest& symbols, std::uint64_t offset,
                               FrameOutcome& outcome) {
     outcome = FrameOutcome::UnreadableBundle;
-    if (Result<void> loaded = symbols_->Load(symbols); !loaded) return loaded.GetError();
+    if (!isLoaded_)
+      if (Result<void> loaded = symbols_->Load(symbols); !loaded) return loaded.GetError();
+    isLoaded_ = symbols_->StaysLoaded();
     outcome = FrameOutcome::UnknownAddress;
     Result<AddressChain> chain = symbols_->Resolve(offset);
     if (chain) outcome = FrameOutcome::Resolved;
@@ -105,7 +115,9 @@ class FrameResolver {
   std::unique_ptr<SymbolLookup> symbols_;
   ModuleTable modules_;
   Ref<ResolveObserver> observer_;
-  String module_;  ///< that the observer was told of last
+  std::optional<String> name_;                     ///< of the module that the last frame was in
+  const Result<ModuleSymbols>* module_ = nullptr;  ///< the same; null: it is not listed
+  bool isLoaded_ = false;                          ///< whether its symbols need no Load
 };
 
 /// Calls `visit` for each dictionary in the array `key` of `parent`, to change it in place.

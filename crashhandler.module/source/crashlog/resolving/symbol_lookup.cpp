@@ -1,6 +1,5 @@
 #include "crashlog/resolving/symbol_lookup.h"
 
-#include <optional>
 #include <utility>
 
 #include "connection.h"
@@ -20,6 +19,7 @@ class PlainLookup final : public SymbolLookup {
   Result<void> Load(const SymbolFileRequest& request) override {
     return symbols_->Load(request.file, architecture_);
   }
+  bool StaysLoaded() const override { return false; }
   Result<AddressChain> Resolve(std::uint64_t offset) override {
     SourceFrame frame;
     auto resolved = symbols_->Resolve(offset, frame.sourceFile, frame.line, frame.function);
@@ -38,12 +38,11 @@ class InlineLookup final : public SymbolLookup {
       : symbols_(std::move(symbols)), architecture_(std::move(architecture)) {}
 
   Result<void> Load(const SymbolFileRequest& request) override {
-    if (asked_ != request) {
-      asked_ = full_ = request;
-      full_.architecture = architecture_;
-    }
-    return symbols_->Load(full_);
+    SymbolFileRequest full = request;
+    full.architecture = architecture_;
+    return symbols_->Load(full);
   }
+  bool StaysLoaded() const override { return true; }
   Result<AddressChain> Resolve(std::uint64_t offset) override {
     Result<AddressChain> chain = symbols_->Resolve(offset);
     if (chain && chain->frames.empty())
@@ -54,8 +53,6 @@ class InlineLookup final : public SymbolLookup {
  private:
   InlineSymbolificationRef symbols_;
   String architecture_;
-  std::optional<SymbolFileRequest> asked_;  ///< last: frames of one module follow each other
-  SymbolFileRequest full_;                  ///< what that became
 };
 
 }  // namespace

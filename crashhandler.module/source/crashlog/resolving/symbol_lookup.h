@@ -16,6 +16,8 @@ class SymbolLookup {
   virtual ~SymbolLookup() = default;
   /// The request's architecture is filled in as far as the crash log states it.
   virtual Result<void> Load(const SymbolFileRequest& request) = 0;
+  /// Whether one Load will do for any number of look-ups; else each has its own.
+  [[nodiscard]] virtual bool StaysLoaded() const = 0;
   /// At least one frame.
   virtual Result<AddressChain> Resolve(std::uint64_t offset) = 0;
 };
