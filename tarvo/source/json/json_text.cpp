@@ -1,7 +1,5 @@
 #include "json/json_text.h"
 
-#include <emmintrin.h>
-
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -62,55 +60,6 @@ char* PutEscape(char* to, char c) noexcept {
   return to;
 }
 
-constexpr bool StandsForItself(char c) noexcept {
-  return Byte(c) >= 0x20 && Byte(c) < 0x80 && c != '"' && c != '\\';
-}
-
-/// Whether none of the bytes is a control character, a quote, a backslash or outside of ASCII.
-bool AllStandForThemselves(__m128i bytes) noexcept {
-  const __m128i special = _mm_or_si128(
-      _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
-                   _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))),
-      _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)));  // signed, so those from 0x80 on too
-  return _mm_movemask_epi8(special) == 0;
-}
-
-/// Copies sixteen characters, and returns whether they stand for themselves.
-bool CopySixteen(const char* from, char* to) noexcept {
-  __m128i bytes;
-  std::memcpy(&bytes, from, sizeof bytes);
-  std::memcpy(to, &bytes, sizeof bytes);
-  return AllStandForThemselves(bytes);
-}
-
-/// The same for the first and the last of `size` characters, 8 to 16.
-bool CopyUpToSixteen(const char* from, char* to, std::size_t size) noexcept {
-  std::int64_t first = 0;
-  std::int64_t last = 0;
-  std::memcpy(&first, from, sizeof first);
-  std::memcpy(&last, from + size - sizeof last, sizeof last);
-  std::memcpy(to, &first, sizeof first);
-  std::memcpy(to + size - sizeof last, &last, sizeof last);
-  return AllStandForThemselves(_mm_set_epi64x(last, first));
-}
-
-/// Copies the characters at the start of `text` that stand for themselves, and returns how many
-/// these are. What follows them at `to`, up to the size of `text`, may be changed.
-std::size_t CopyPlainStart(std::string_view text, char* to) noexcept {
-  constexpr std::size_t kStep = 16;
-  std::size_t size = 0;
-  while (text.size() - size >= kStep && CopySixteen(text.data() + size, to + size)) size += kStep;
-  const std::size_t left = text.size() - size;
-  if (left == 0) return size;
-  // The last step goes over what was copied before.
-  const std::size_t last = text.size() - kStep;
-  if (left < kStep && size != 0 && CopySixteen(text.data() + last, to + last)) return text.size();
-  if (left < kStep && left >= kStep / 2 && CopyUpToSixteen(text.data() + size, to + size, left))
-    return text.size();
-  for (; size < text.size() && StandsForItself(text[size]); ++size) to[size] = text[size];
-  return size;
-}
-
 char* Append(char* to, std::string_view text) noexcept {
   std::memcpy(to, text.data(), text.size());
   return to + text.size();
@@ -118,9 +67,9 @@ char* Append(char* to, std::string_view text) noexcept {
 
 }  // namespace
 
-char* PutJsonCharacters(char* to, std::string_view text) noexcept {
+char* PutOtherCharacters(char* to, std::string_view text) noexcept {
   while (!text.empty()) {
-    std::size_t taken = CopyPlainStart(text, to);
+    std::size_t taken = json_text::CopyPlainStart(text, to);
     if (taken != 0) {
       to += taken;
     } else if (Byte(text[0]) < 0x80) {

@@ -101,7 +101,8 @@ class Writer {
 
   /// A long text goes piece by piece, since the room for the worst is six times what most take.
   void PutText(std::string_view text) {
-    const std::string_view first = FirstCharacters(text, kPieceBytes);
+    const std::string_view first =
+        text.size() <= kPieceBytes ? text : FirstCharacters(text, kPieceBytes);
     text.remove_prefix(first.size());
     buffer_.Put(kJsonBytesEach * first.size() + 2, [&](char* to) {
       *to = '"';
