@@ -58,12 +58,15 @@ Result<void> ReadRegisterLine(Tokenizer& tokens, DataDictionary& registers) {
   do {
     std::string_view name;
     if (!line.CutName(name)) return ErrorInLine("ParseRegisters found an erro in line @", tokens);
-    String key = word.empty() ? tokens.Share(name) : Join(tokens, word, name);
-    word = {};
+    const std::string_view first = std::exchange(word, {});
+    const bool isJoined = !first.empty() && !name.empty();
+    const String joined = isJoined ? Join(tokens, first, name) : String();
+    const std::string_view key = isJoined ? joined.View() : first.empty() ? name : first;
     const std::string_view value = line.CutValue();
     if (Result<void> whole = line.Left().empty() ? CheckLineEnd(tokens) : Result<void>(); !whole)
       return whole;
-    if (registers.Find(key) == nullptr) registers.Set(std::move(key), tokens.Share(value));
+    if (registers.Find(key) == nullptr)
+      registers.Set(isJoined ? joined : tokens.Share(key), tokens.Share(value));
   } while (!line.Left().empty() && !line.IsAtClosingBrace());
   if (!line.Left().empty()) tokens.Return(line.Left());
   return {};
