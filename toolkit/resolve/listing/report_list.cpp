@@ -194,10 +194,11 @@ ReportList ListReports(Framework& framework, const std::vector<std::string>& pat
       looked[i] = LookAt(framework, files[i].file);
   };
   {
-    std::vector<std::jthread> others;
-    for (std::size_t i = 1; i < std::min(options.threads, files.size()); ++i)
-      others.emplace_back(work);
-    work();
+    // This one waits: a thread that is begun beside one at work may not be given a processor of its
+    // own before the work is done.
+    std::vector<std::jthread> threads;
+    for (std::size_t i = 0; i < std::min(options.threads, files.size()); ++i)
+      threads.emplace_back(work);
   }
   ReportList list{.reports = {}, .failures = std::move(collector.failures)};
   std::map<Builds, std::shared_ptr<const Builds>> known;
