@@ -22,7 +22,7 @@ namespace tarvo::symbolreader {
 /// keeps, and by its buffers: when they are full it forgets all.
 class NameMemo {
  public:
-  static constexpr std::size_t kPlaces = 8192;
+  static constexpr std::size_t kPlaces = 16384;
   static constexpr std::size_t kLongestName = 256;
   static constexpr std::size_t kBufferBytes = 64 * 1024;
   static constexpr std::size_t kMostBuffers = 32;
