@@ -264,8 +264,8 @@ Archives: 6, SIZE
 TEST_F(StoreTest, ClearsAwayWhatIsNotUsed) {
   constexpr const char* kAll =
       "cache:\n.tarvo-archive-whole\n.tarvo-retired-1-0\nmine\nwhole\n\nindex:\n"
-      "01020304050607080910111213141516171819aa-x86_64-v4.index\nID-x86_64-v4.index\n"
-      "ID-x86_64-v4.index\nmine\nx.1-0.tmp\n";
+      "01020304050607080910111213141516171819aa-x86_64-v5.index\nID-x86_64-v5.index\n"
+      "ID-x86_64-v5.index\nmine\nx.1-0.tmp\n";
   const std::string kNone = "cache:\nmine\n\nindex:\nmine\n";
   const struct {
     const char* commands;
@@ -286,8 +286,8 @@ TEST_F(StoreTest, ClearsAwayWhatIsNotUsed) {
                            "ls -A cache index; rm -r cache index");
     std::string expected;
     for (const char* item :
-         {"cache/whole", "index/01020304050607080910111213141516171819aa-x86_64-v4.index",
-          "index/ID-x86_64-v4.index", "index/ID-x86_64-v4.index"})
+         {"cache/whole", "index/01020304050607080910111213141516171819aa-x86_64-v5.index",
+          "index/ID-x86_64-v5.index", "index/ID-x86_64-v5.index"})
       if (!reason.empty()) expected += "SIZE  " + std::string(item) + ": " + reason + '\n';
     if (!reason.empty())
       expected = "SIZE  cache/.tarvo-retired-1-0: left over\n" + expected +

@@ -58,8 +58,8 @@
 namespace tarvo::symbolreader {
 
 /// Changes whenever the index of the same debug file would.
-inline constexpr std::uint32_t kIndexVersion = 4;
-inline constexpr std::uint32_t kRowsPerBlock = 32;
+inline constexpr std::uint32_t kIndexVersion = 5;
+inline constexpr std::uint32_t kRowsPerBlock = 16;
 /// Between a path and its file's checksum: no path has one.
 inline constexpr char kChecksumMark = '\0';
 
