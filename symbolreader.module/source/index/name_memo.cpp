@@ -32,23 +32,26 @@ Left& TheLeft() {
 
 }  // namespace
 
-String NameMemo::Keep(std::string_view name) {
-  if (name.empty()) return {};
-  if (name.size() > left_) {
-    if (buffersMade_ == kMostBuffers) {
+String NameMemo::Remember(std::uint32_t index, std::uint32_t number, std::string_view name) {
+  if (buffers_.empty() || name.size() > left_) {
+    if (buffers_.size() == kMostBuffers) {
       places_->fill({});
-      buffersMade_ = 0;
+      buffers_.clear();
     }
-    buffer_ = String::Build(kBufferBytes, [&](char* to) {
+    buffers_.push_back(String::Build(kBufferBytes, [&](char* to) {
       next_ = to;
       return left_ = kBufferBytes;
-    });
-    ++buffersMade_;
+    }));
   }
-  const std::size_t start = kBufferBytes - left_;
+  Place& place = PlaceOf(index, number);
+  place = {.index = index,
+           .number = number,
+           .start = static_cast<std::uint32_t>(kBufferBytes - left_),
+           .size = static_cast<std::uint16_t>(name.size()),
+           .buffer = static_cast<std::uint16_t>(buffers_.size() - 1)};
   next_ = std::ranges::copy(name, next_).out;
   left_ -= name.size();
-  return buffer_.Slice(start, name.size());
+  return TextAt(place);
 }
 
 std::uint32_t NewIndexNumber() noexcept {

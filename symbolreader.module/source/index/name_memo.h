@@ -3,9 +3,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string_view>
-#include <utility>
+#include <vector>
 
 #include "tarvo/string.h"
 
@@ -31,13 +32,10 @@ class NameMemo {
   /// remembered.
   template <typename Read>
   [[nodiscard]] String Text(std::uint32_t index, std::uint32_t number, Read read) {
-    Place& place = PlaceOf(index, number);
-    if (place.index == index && place.number == number) return place.text;
+    const Place& place = PlaceOf(index, number);
+    if (place.index == index && place.number == number) return TextAt(place);
     const std::string_view name = read();
-    if (name.size() > kLongestName) return String(name);
-    String text = Keep(name);  // which may forget all
-    place = {index, number, std::move(text)};
-    return place.text;
+    return name.size() > kLongestName ? String(name) : Remember(index, number, name);
   }
 
   /// Has the memory of two names that are asked for next fetched at once. It is seldom near, and
@@ -50,26 +48,29 @@ class NameMemo {
  private:
   static constexpr std::uint32_t kSpread = 0x9E3779B1;
 
-  struct Place;
+  struct Place {
+    std::uint32_t index;
+    std::uint32_t number;
+    std::uint32_t start;  ///< of the text in its buffer
+    std::uint16_t size;
+    std::uint16_t buffer;
+  };
+  static_assert(kLongestName <= std::numeric_limits<decltype(Place::size)>::max() &&
+                kMostBuffers <= std::numeric_limits<decltype(Place::buffer)>::max());
+
   Place& PlaceOf(std::uint32_t index, std::uint32_t number) noexcept {
     return (*places_)[(number ^ index * kSpread) % kPlaces];
   }
-
-  struct Place {
-    std::uint32_t index = 0;
-    std::uint32_t number = 0;
-    String text{};
-  };
-
-  /// A slice of the last buffer with a copy of `name`.
-  [[nodiscard]] String Keep(std::string_view name);
+  [[nodiscard]] String TextAt(const Place& place) const {
+    return buffers_[place.buffer].Slice(place.start, place.size);
+  }
+  [[nodiscard]] String Remember(std::uint32_t index, std::uint32_t number, std::string_view name);
 
   std::unique_ptr<std::array<Place, kPlaces>> places_ =
       std::make_unique<std::array<Place, kPlaces>>();
-  String buffer_;                ///< the last one
+  std::vector<String> buffers_;  ///< the last one is being filled
   char* next_ = nullptr;         ///< where the next text goes in it
   std::size_t left_ = 0;         ///< bytes of it
-  std::size_t buffersMade_ = 0;  ///< since all was forgotten
 };
 
 /// A number above 0 that no other index of this process has had.
