@@ -34,7 +34,7 @@ class AscendingNumbers {
 
   [[nodiscard]] std::uint64_t operator[](std::size_t index) const { return numbers_[index]; }
 
-  /// The first one, or one before it, that may be above `number`.
+  /// Where CountUpTo begins to look.
   [[nodiscard]] std::size_t Near(std::uint64_t number) const {
     return numbers_.empty() ? 0 : bounds_[BucketOf(number)];
   }

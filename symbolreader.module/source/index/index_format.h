@@ -45,9 +45,10 @@
 ///       function signed varint   its file's place in the names, less that of the row before; 0 for
 ///       none signed varint   its line less that of the row before
 ///
-/// Look-up of an address: the last block that starts at or below it, by halving; in it the row that
-/// covers the address, at most kRowsPerBlock steps; from the row its node, which is the innermost
-/// function, with the row's file and line; from each node the next, with the call's file and line.
+/// Look-up of an address: the last block that starts at or below it, by its leading bits and then
+/// by halving; in it the row that covers the address, at most kRowsPerBlock steps; from the row its
+/// node, which is the innermost function, with the row's file and line; from each node the next,
+/// with the call's file and line.
 /// For example, with `inner` inlined into `outer` at a.cpp:9:
 ///
 ///     names    0, 17 ("outer()"), 18 ("inner()"), 19 ("a.cpp")

@@ -38,6 +38,7 @@ String NameMemo::Remember(std::uint32_t index, std::uint32_t number, std::string
       places_->fill({});
       buffers_.clear();
     }
+    buffers_.reserve(kMostBuffers);  // so that no place for text is there without its buffer
     buffers_.push_back(String::Build(kBufferBytes, [&](char* to) {
       next_ = to;
       return left_ = kBufferBytes;
