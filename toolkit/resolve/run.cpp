@@ -155,7 +155,7 @@ class Run {
       }
       return results_ == nullptr && !KeepsBetter(report, *identity, resolved);
     };
-    const Result<ReportDamage> resolved = Resolved(report, work);
+    Result<ReportDamage> resolved = Resolved(report, work);
     if (resolved) return resolved;
     if (identity->hash.empty()) identity = IdentifyReport(report.file);
     return identity ? Failed(index, *identity, resolved.GetError())
