@@ -132,13 +132,13 @@ class Run {
                                           ? IdentifyReport(report.file)
                                           : LookAtReport(report.file);
     if (!identity) return Failed(index, {}, identity.GetError());
+    if (identity->size == 0) {
+      AddContent({}, *identity);
+      return Failed(index, *identity, Error::Plain(kRun.Here(), "The file is empty."));
+    }
     work.onTextRead = [&](const String& text) {
       if (identity->hash.empty()) AddContent(text, *identity);
     };
-    if (identity->size == 0) {
-      work.onTextRead({});
-      return Failed(index, *identity, Error::Plain(kRun.Here(), "The file is empty."));
-    }
     work.onResolved = [&](DataDictionary& crashLog) {
       DataDictionary outcome = OutcomeOf(report.file, *identity, work.builds, archives_);
       const std::uint64_t resolved = work.tally.Frames(FrameOutcome::Resolved);

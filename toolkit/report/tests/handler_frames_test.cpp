@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tarvo/crash_report.h"
+#include "toolkit/report/crash_mark.h"
 #include "toolkit/report/crash_site.h"
 
 namespace tarvo::report {
@@ -77,6 +79,27 @@ TEST(CrashSiteTest, AbortsAreTheirCallers) {
                        .isIn = [](std::size_t, std::string_view) { return false; }});
     EXPECT_EQ(std::to_string(site->interrupted) + ' ' + std::to_string(site->frame), found) << what;
   }
+}
+
+// Where neither a register nor a number is the exception's thread.
+TEST(CrashMarkTest, TheThreadWithTheHandlerIsMarked) {
+  DataDictionary crashLog;
+  DataArray threads;
+  for (const char* module : {"a.so", "crashhandler.so", "crashhandler.so.1"}) {
+    DataDictionary frame;
+    frame.Set(String(crash_report::property::kModuleName), module);
+    DataArray stack;
+    stack.Append(frame);
+    DataDictionary thread;
+    thread.Set(String(crash_report::property::kCallstack), stack);
+    threads.Append(thread);
+  }
+  crashLog.Set(String(crash_report::property::kThreads), threads);
+  MarkCrash(crashLog);
+  std::string marks;
+  for (const DataValue& thread : *crashLog.FindAs<DataArray>(crash_report::property::kThreads))
+    marks += thread.As<DataDictionary>()->Find(crash_report::property::kCrashed) ? 'x' : '.';
+  EXPECT_EQ(marks, ".x.");
 }
 
 }  // namespace
