@@ -192,7 +192,12 @@ BystanderWithAFalseTable:
   .size BystanderWithAFalseTable, . - BystanderWithAFalseTable
 )");
 
+/// It blocks the signal of the fault that walking its stack leads to.
 void WithAFalseTable() {
+  sigset_t fault;
+  sigemptyset(&fault);
+  sigaddset(&fault, SIGSEGV);
+  pthread_sigmask(SIG_BLOCK, &fault, nullptr);
   ++g_running;
   BystanderWithAFalseTable();
 }
@@ -313,15 +318,31 @@ CrashAtItsReturn:
   .size CrashAtItsReturn, . - CrashAtItsReturn
 )");
 
-/// In code that no table describes, called by code that has one.
+namespace {
+
+/// Code that no table describes.
+auto* AsCode(const auto& bytes) {
+  void* page =
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return reinterpret_cast<void (*)()>(std::memcpy(page, &bytes, sizeof(bytes)));
+}
+
+}  // namespace
+
 EXPORTED void CrashInGeneratedCode() {
   // push %rbp; mov %rsp, %rbp; sub $64, %rsp; xor %eax, %eax; mov %eax, (%rax)
   const unsigned char code[] = {0x55, 0x48, 0x89, 0xe5, 0x48, 0x83,
                                 0xec, 0x40, 0x31, 0xc0, 0x89, 0x00};
-  void* page =
-      mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  std::memcpy(page, code, sizeof(code));
-  reinterpret_cast<void (*)()>(page)();
+  AsCode(code)();
+  asm volatile("");
+}
+
+/// In code that keeps no frame pointer, called by code that does.
+EXPORTED void CrashInAGeneratedLeaf() {
+  // sub $8, %rsp; xor %eax, %eax; mov %eax, (%rax)
+  const unsigned char code[] = {0x48, 0x83, 0xec, 0x08, 0x31, 0xc0, 0x89, 0x00};
+  asm volatile("" : : "r"(__builtin_frame_address(0)));
+  AsCode(code)();
   asm volatile("");
 }
 
@@ -487,6 +508,7 @@ const std::map<std::string, void (*)()> kCrashes = {
     {"alternate-stack-above", CrashBelowItsAlternateStack},
     {"return", CrashAtItsReturn},
     {"generated-code", CrashInGeneratedCode},
+    {"generated-leaf", CrashInAGeneratedLeaf},
     {"held-up", CrashHeldUp},
     {"vfork", CrashAfterAVforkChild},
     {"no-descriptors", CrashWithoutDescriptors},

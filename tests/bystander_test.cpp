@@ -59,6 +59,7 @@ constexpr Scene kScenes[] = {
     {"polls", 1, "BystanderPolls", "one-argument", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "return", "[0x123000]"},
     {"polls", 1, "BystanderPolls", "generated-code", "CrashInGeneratedCode"},
+    {"polls", 1, "BystanderPolls", "generated-leaf", "CrashInAGeneratedLeaf"},
     {"polls", 1, "BystanderPolls", "vfork", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "no-descriptors", "CrashNullWrite"},
     {"polls", 1, "BystanderPolls", "stops", "CrashNullWrite"},
@@ -109,11 +110,12 @@ std::string Value(const ReportThread& thread, std::string_view name) {
   return "";
 }
 
-/// The place of the first frame that shows `text`; -1 when there is none.
-long Place(const ReportThread& thread, std::string_view text) {
-  const auto found = std::ranges::find_if(thread.frames, [&](const ReportFrame& frame) {
+/// The place of the first frame that shows `text`, from place `from` on; -1 when there is none.
+long Place(const ReportThread& thread, std::string_view text, long from = 0) {
+  const auto shows = [&](const ReportFrame& frame) {
     return frame.text.find(text) != std::string::npos;
-  });
+  };
+  const auto found = std::find_if(thread.frames.begin() + from, thread.frames.end(), shows);
   return found == thread.frames.end() ? -1 : found - thread.frames.begin();
 }
 
@@ -137,7 +139,7 @@ void CheckBystanders(const Scene& scene, const Outcome& outcome, bool asks) {
     const bool isCalleeThere =
         scene.callee == nullptr || (place > 0 && Place(thread, scene.callee) == place - 1);
     const bool isOnSmallStack = std::string_view(scene.bystander) == "small-stack";
-    const bool isWhole = Place(thread, "BystanderThread") > place ||
+    const bool isWhole = Place(thread, "BystanderThread", place + 1) >= 0 ||
                          std::string_view(scene.bystander) == "broken-stack" ||
                          (isOnSmallStack && Value(thread, "GuessedFrames").empty());
     found += place >= 0 && isCalleeThere && isWhole ? 1 : 0;

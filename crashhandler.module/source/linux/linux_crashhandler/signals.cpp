@@ -2,14 +2,17 @@
 
 #include <dlfcn.h>
 #include <string.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 
 #include "connection.h"
 #include "crash_context/fatal_signals.h"
 #include "crash_context/previous_action.h"
+#include "crash_context/raw_system_call.h"
 #include "crash_context/signal_frame.h"
 #include "linux/linux_crashhandler/asking/stack_handler.h"
 #include "linux/linux_crashhandler/base/capture_memory.h"
@@ -114,6 +117,11 @@ void MaskSignalsForCapture() {
   for (const NamedSignal& fatal : kFatalSignals) sigdelset(&mask, fatal.number);
   sigdelset(&mask, SIGHUP);
   pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+void UnblockFaults() {
+  const std::uint64_t faults = std::uint64_t{1} << (SIGSEGV - 1) | std::uint64_t{1} << (SIGBUS - 1);
+  RawSystemCall(SYS_rt_sigprocmask, SIG_UNBLOCK, &faults, nullptr, sizeof(faults));
 }
 
 void ResetFatalSignals() {

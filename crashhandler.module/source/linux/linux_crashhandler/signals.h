@@ -36,6 +36,11 @@ bool HasAlternateStacks();
 /// SIGXFSZ would otherwise end the process while the report is written. Crashed process.
 void MaskSignalsForCapture();
 
+/// Lets SIGSEGV and SIGBUS through in the calling thread, for a step that may fault: where a
+/// fault's signal is blocked, the kernel ends the process. A program's thread may block them, and
+/// so does a handler's, and Park. Signalled thread.
+void UnblockFaults();
+
 /// Gives the fatal signals their default effect. Crash child.
 void ResetFatalSignals();
 

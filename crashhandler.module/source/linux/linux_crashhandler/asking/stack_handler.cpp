@@ -17,6 +17,7 @@ namespace tarvo::crashhandler {
 namespace {
 
 void Answer(ThreadEntry& thread, const ucontext_t& interrupted) {
+  UnblockFaults();
   WalkGuarded(WalkRegisters::From(interrupted.uc_mcontext), thread.stack,
               [&](const auto& step) { return RunGuarded(thread.guard, step); });
   thread.request.store(RequestState::Answered);

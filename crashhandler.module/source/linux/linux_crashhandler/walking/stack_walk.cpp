@@ -10,8 +10,12 @@ namespace {
 
 /// How far above the stack pointer a return address is looked for.
 constexpr std::size_t kScannedWords = 512;
+/// Of these, how many a small function that keeps no frame pointer has for itself.
+constexpr std::size_t kNearWords = 6;
 /// A frame is no larger, as far as frame pointers are believed.
 constexpr std::uint64_t kLargestFrame = 1 << 20;
+/// How far behind its start a place is taken to be in the same function.
+constexpr std::uint64_t kLargeFunction = 1 << 14;
 constexpr std::uint64_t kWord = sizeof(std::uint64_t);
 
 /// What a function keeps for its caller (System V ABI AMD64 1.0, figure 3.4), so that the unwinder
@@ -82,8 +86,59 @@ void Enter(Stack& stack, std::uint64_t pc, std::uint64_t sp, bool isGuess) {
   stack.Add(pc, isGuess);
 }
 
-/// The caller by the frame pointer, where that points into the stack at a return address.
-bool GuessByFramePointer(Stack& stack) {
+/// Where an instruction leads whose last four bytes, at `offset`, are the distance from the `next`.
+std::uint64_t RelativeTo(std::uint64_t next, const volatile unsigned char* offset) {
+  std::uint32_t distance = 0;
+  for (int i = 3; i >= 0; --i) distance = distance << 8U | offset[i];
+  return next + static_cast<std::uint64_t>(static_cast<std::int32_t>(distance));
+}
+
+std::uint64_t PointerAt(std::uint64_t slot) {
+  return slot % kWord == 0 && IsReadable(slot) ? WordAt(slot) : 0;
+}
+
+/// Where a call to `target` leads: behind an entry of a procedure linkage table, jmp *slot(%rip)
+/// with or without a prefix and behind an endbr64, it is what the slot holds.
+std::uint64_t BehindLinkage(std::uint64_t target) {
+  if (!IsCode(target) || !IsCode(target + 11)) return 0;
+  const auto* code = reinterpret_cast<const volatile unsigned char*>(target);
+  if (code[0] == 0xf3 && code[1] == 0x0f && code[2] == 0x1e && code[3] == 0xfa) code += 4;
+  if (code[0] == 0xf2) ++code;
+  if (code[0] != 0xff || code[1] != 0x25) return target;
+  return PointerAt(RelativeTo(reinterpret_cast<std::uint64_t>(code) + 6, code + 2));
+}
+
+/// Whether the call before the return address `address` names the function that `pc` is in, or the
+/// jump to it, as far as an instruction tells: not for a call by a register.
+bool CallsFunctionOf(std::uint64_t pc, std::uint64_t address) {
+  const auto* code = reinterpret_cast<const volatile unsigned char*>(address);
+  const std::uint64_t named = RelativeTo(address, code - 4);
+  const auto isIn = [pc](std::uint64_t start) {
+    return start <= pc && pc - start < kLargeFunction;
+  };
+  if (code[-5] == 0xe8 && (isIn(named) || isIn(BehindLinkage(named)))) return true;
+  return code[-6] == 0xff && code[-5] == 0x15 && isIn(PointerAt(named));
+}
+
+/// The first word in the `words` of the stack below `end` that is a return address, of a call of
+/// the function that the walk is in where that is asked for. 0 when there is none.
+std::uint64_t FindReturn(const Stack& stack, std::uint64_t end, std::size_t words, bool isOwnCall) {
+  std::uint64_t at = (stack.last.StackPointer() + kWord - 1) / kWord * kWord;
+  for (std::size_t i = 0; i < words && at < end; ++i, at += kWord) {
+    if ((i == 0 || at % kPage == 0) && !IsReadable(at)) return 0;
+    if (!IsReturnAddress(WordAt(at))) continue;
+    if (!isOwnCall || CallsFunctionOf(stack.last.ProgramCounter(), WordAt(at))) return at;
+  }
+  return 0;
+}
+
+void EnterReturn(Stack& stack, std::uint64_t at) { Enter(stack, WordAt(at), at + kWord, true); }
+
+/// The caller by the frame pointer, where that points into the stack at a return address. In a
+/// function that keeps no frame pointer it is its caller's, or that one's caller's, and the call of
+/// the function itself lies below: that is entered where it names the function. Where the thread
+/// was interrupted, what may be the return from a small function is shown, and no more believed.
+bool GuessByFramePointer(Stack& stack, bool isInterrupted) {
   const std::uint64_t frame = stack.last.FramePointer();
   const std::uint64_t sp = stack.last.StackPointer();
   if (frame % kWord != 0 || frame < sp || frame - sp > kLargestFrame || !IsReadable(frame) ||
@@ -91,6 +146,14 @@ bool GuessByFramePointer(Stack& stack) {
     return false;
   const std::uint64_t address = WordAt(frame + kWord);
   if (!IsReturnAddress(address)) return false;
+  if (!CallsFunctionOf(stack.last.ProgramCounter(), address)) {
+    if (const std::uint64_t own = FindReturn(stack, frame, kScannedWords, true)) {
+      EnterReturn(stack, own);
+      return true;
+    }
+    const std::uint64_t near = isInterrupted ? FindReturn(stack, frame, kNearWords, false) : 0;
+    if (near != 0) EnterReturn(stack, near);
+  }
   stack.last.value[WalkRegisters::kFramePointer] = WordAt(frame);
   Enter(stack, address, frame + 2 * kWord, true);
   return true;
@@ -98,18 +161,14 @@ bool GuessByFramePointer(Stack& stack) {
 
 /// The next word of the stack that is a return address.
 bool GuessByScan(Stack& stack) {
-  std::uint64_t at = (stack.last.StackPointer() + kWord - 1) / kWord * kWord;
-  for (std::size_t i = 0; i < kScannedWords; ++i, at += kWord) {
-    if ((i == 0 || at % kPage == 0) && !IsReadable(at)) return false;
-    if (!IsReturnAddress(WordAt(at))) continue;
-    Enter(stack, WordAt(at), at + kWord, true);
-    return true;
-  }
-  return false;
+  const std::uint64_t at = FindReturn(stack, ~std::uint64_t{0}, kScannedWords, false);
+  if (at != 0) EnterReturn(stack, at);
+  return at != 0;
 }
 
-bool Guess(Stack& stack) {
-  return stack.guesses < kMaximumGuesses && (GuessByFramePointer(stack) || GuessByScan(stack));
+bool Guess(Stack& stack, bool isInterrupted) {
+  return stack.guesses < kMaximumGuesses &&
+         (GuessByFramePointer(stack, isInterrupted) || GuessByScan(stack));
 }
 
 /// From the signal trampoline to what the handler has interrupted. The unwinder would do the same,
@@ -146,10 +205,12 @@ void Unwind(Stack& stack, std::uint64_t back) {
 /// Goes on from a frame that is in `stack` already.
 void GoOn(Stack& stack, bool isInterrupted) {
   for (;;) {
+    const std::size_t before = stack.count;
     Unwind(stack, isInterrupted ? 0 : 1);
     if (stack.isAtEnd || stack.count == kMaximumFrames) return;
+    const bool isStill = isInterrupted && stack.count == before;
     isInterrupted = LeaveHandler(stack);
-    if (!isInterrupted && !LeaveWildCall(stack) && !Guess(stack)) return;
+    if (!isInterrupted && !LeaveWildCall(stack) && !Guess(stack, isStill)) return;
   }
 }
 
@@ -177,7 +238,8 @@ void WalkStack(const WalkRegisters& registers, Stack& stack) {
 }
 
 void ContinueWalk(Stack& stack) {
-  if (!stack.isAtEnd && Guess(stack)) GoOn(stack, false);
+  const bool isInterrupted = stack.count == 1;
+  if (!stack.isAtEnd && Guess(stack, isInterrupted)) GoOn(stack, false);
 }
 
 void WalkHandler(std::uint64_t end, Stack& stack) {
