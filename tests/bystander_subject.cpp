@@ -46,6 +46,7 @@ extern "C" void __deregister_frame(void* table);
 namespace {
 
 std::atomic<int> g_running{0};
+struct sigaction g_before;  ///< of SIGSEGV
 
 void RanOn() {
   (void)!write(STDOUT_FILENO, "ran on\n", 7);
@@ -206,16 +207,11 @@ void WithAFalseTable() {
 EXPORTED void BystanderCallsWildly() {
   struct sigaction own{};
   own.sa_handler = [](int) {
+    sigaction(SIGSEGV, &g_before, nullptr);  // the others' faults are the crash handler's again
     ++g_running;
     for (;;) pause();
   };
-  struct sigaction before{};
-  sigaction(SIGSEGV, &own, &before);
-  // The others' faults are the crash handler's again.
-  std::thread([before] {
-    while (g_running.load() == 0) usleep(100);
-    sigaction(SIGSEGV, &before, nullptr);
-  }).detach();
+  sigaction(SIGSEGV, &own, &g_before);
   auto* volatile wild = reinterpret_cast<void (*)()>(0x123000);
   wild();
   asm volatile("");
@@ -261,8 +257,6 @@ EXPORTED void BystanderWithAKernelWorker() {
 // --- how the crash comes -------------------------------------------------------------------------
 
 namespace {
-
-struct sigaction g_before;
 
 /// As runtimes do that know of no other arguments: the one before gets the number alone, and finds
 /// in the other arguments' registers what happens to be there.
@@ -349,7 +343,7 @@ EXPORTED void CrashInAGeneratedLeaf() {
 /// Beside the first crash, which is held up.
 EXPORTED void BystanderCrashesToo() {
   ++g_running;
-  while (g_running.load() < 1000) usleep(1000);
+  while (g_running.load() <= 1000) usleep(1000);
   usleep(200'000);
   CrashInGeneratedCode();
 }
