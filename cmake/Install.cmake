@@ -16,5 +16,13 @@ function(tarvo_find_host_library target folder)
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${folder} OUTPUT_VARIABLE way)
   if(NOT CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${way}")
+    # In the build tree the way is mostly the same. One that is replaced when it is installed ends in a colon
+    # until then: the loader takes that for the folder that the user is in, and looks for libraries there.
+    cmake_path(RELATIVE_PATH folder BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
+    cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY ${PROJECT_BINARY_DIR} OUTPUT_VARIABLE built)
+    cmake_path(RELATIVE_PATH CMAKE_LIBRARY_OUTPUT_DIRECTORY BASE_DIRECTORY ${built} OUTPUT_VARIABLE built_way)
+    if(built_way STREQUAL way)
+      set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+    endif()
   endif()
 endfunction()
