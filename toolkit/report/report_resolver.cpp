@@ -38,19 +38,15 @@ Result<ReportResolver> ReportResolver::Make(Framework& framework, ResolveOptions
                                             Documents documents) {
   Result<Ref<CrashHandler>> handler = Bind<CrashHandler>(framework);
   if (!handler) return handler.GetError();
-  Result<Scratch> scratch = Scratch::Make();
-  if (!scratch) return scratch.GetError();
-  return ReportResolver(framework, std::move(options), documents, *std::move(handler),
-                        *std::move(scratch));
+  return ReportResolver(framework, std::move(options), documents, *std::move(handler));
 }
 
 ReportResolver::ReportResolver(Framework& framework, ResolveOptions options, Documents documents,
-                               Ref<CrashHandler> handler, Scratch scratch)
+                               Ref<CrashHandler> handler)
     : framework_(framework),
       options_(std::move(options)),
       documents_(documents),
-      handler_(std::move(handler)),
-      scratch_(std::move(scratch)) {}
+      handler_(std::move(handler)) {}
 
 Result<ReportDamage> ReportResolver::Resolve(const Url& report, const Url& place, bool needsCopy) {
   Reading reading{.salvages = options_.salvages};
@@ -60,8 +56,10 @@ Result<ReportDamage> ReportResolver::Resolve(const Url& report, const Url& place
     const auto resolved = handler_->ResolveBugReport(report, options_.archives, options_.cache);
     return resolved ? Result<ReportDamage>(reading.damage) : resolved.GetError();
   }
+  const Result<std::string> directory = scratch_->Path();
+  if (!directory) return directory.GetError();
   const std::string name = std::to_string((*copies_)++) + std::string(crash_report::kNameEnd);
-  const Url copy = Url::FromSystemPath(scratch_.Path()).Append(name);
+  const Url copy = Url::FromSystemPath(*directory).Append(name);
   Result<void> resolved = needsCopy ? MakeCopy(report, copy, reading) : LinkTo(report, copy);
   if (resolved) resolved = ResolveCopy(copy, place);
   for (const Url& file : {copy, DocumentOf(copy), CopyOf(copy)}) Remove(file);

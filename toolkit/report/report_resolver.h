@@ -23,7 +23,7 @@ enum class Documents : bool { Left, Written };
 /// from any thread.
 class ReportResolver {
  public:
-  /// An error when there is no crash handler, or no directory for the copies.
+  /// An error when there is no crash handler.
   static Result<ReportResolver> Make(Framework& framework, ResolveOptions options,
                                      Documents documents = Documents::Written);
 
@@ -40,7 +40,7 @@ class ReportResolver {
 
  private:
   ReportResolver(Framework& framework, ResolveOptions options, Documents documents,
-                 Ref<CrashHandler> handler, Scratch scratch);
+                 Ref<CrashHandler> handler);
   Result<void> MakeCopy(const Url& report, const Url& copy, Reading& reading);
   Result<void> ResolveCopy(const Url& copy, const Url& place);
   Result<void> Write(std::string_view text, const Url& file);
@@ -50,8 +50,8 @@ class ReportResolver {
   ResolveOptions options_;
   Documents documents_;
   Ref<CrashHandler> handler_;
-  Scratch scratch_;  ///< for the copies
-  /// Shared, so that a resolver can be moved.
+  // Shared, so that a resolver can be moved.
+  std::unique_ptr<LateScratch> scratch_ = std::make_unique<LateScratch>();  ///< for the copies
   std::unique_ptr<std::atomic<std::size_t>> copies_ = std::make_unique<std::atomic<std::size_t>>(0);
 };
 

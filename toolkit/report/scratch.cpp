@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -45,8 +46,8 @@ void ClearScratch(const fs::path& parent) {
   std::error_code end;
   fs::directory_iterator entries(parent, end);
   for (; !end && entries != fs::directory_iterator(); entries.increment(end)) {
-    const std::string path = entries->path().string();
-    if (!entries->path().filename().string().starts_with(kScratchName)) continue;
+    const std::string& path = entries->path().native();
+    if (!std::string_view(path).substr(path.rfind('/') + 1).starts_with(kScratchName)) continue;
     const int descriptor = OpenLocked(path);
     if (descriptor < 0) continue;
     std::error_code ignored;
@@ -61,7 +62,8 @@ Result<Scratch> Scratch::Make() {
   std::error_code none;
   fs::path directory = fs::temp_directory_path(none);
   if (none) directory = "/tmp";
-  ClearScratch(directory);
+  static std::once_flag isCleared;
+  std::call_once(isCleared, ClearScratch, directory);
   std::string scratch;
   int lock = -1;
   // Another process may take it for left behind before it is locked.
@@ -89,6 +91,16 @@ Scratch::~Scratch() {
   std::error_code ignored;
   if (!path_.empty()) fs::remove_all(path_, ignored);
   if (lock_ >= 0) close(lock_);
+}
+
+Result<std::string> LateScratch::Path() {
+  const std::scoped_lock lock(mutex_);
+  if (!scratch_) {
+    Result<Scratch> made = Scratch::Make();
+    if (!made) return made.GetError();
+    scratch_.emplace(*std::move(made));
+  }
+  return scratch_->Path();
 }
 
 }  // namespace tarvo::report
