@@ -237,9 +237,7 @@ class Checker {
 
 }  // namespace
 
-void AddCheckCommand(Program& program, Context& context) {
-  Command check =
-      program.AddSubcommand("check", "Say what archives of symbols hold, and whom they serve");
+void FillCheckCommand(Command& check, Context& context) {
   check.SetFooter(kCheckFooter);
   auto options = std::make_shared<CheckOptions>();
   check.AddFlag("--json", options->isJson, "Print a document for programs");

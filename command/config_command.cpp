@@ -69,8 +69,7 @@ int PrintNames(Host& host) {
 
 }  // namespace
 
-void AddConfigCommand(Program& program, Context& context) {
-  Command config = program.AddSubcommand("config", "List every configuration entry");
+void FillConfigCommand(Command& config, Context& context) {
   config.SetFooter(kConfigFooter);
   auto namesOnly = std::make_shared<bool>(false);
   config.AddFlag("--names", *namesOnly, "Print the entries' names only, one a line");

@@ -222,8 +222,7 @@ int Run(const Context& context, const ExecOptions& options) {
 
 }  // namespace
 
-void AddExecCommand(Program& program, Context& context) {
-  Command exec = program.AddSubcommand("exec", "Run a program with crash capture");
+void FillExecCommand(Command& exec, Context& context) {
   exec.SetFooter(kExecFooter);
   auto options = std::make_shared<ExecOptions>();
   exec.AddOption("--report", options->report,

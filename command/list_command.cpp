@@ -144,8 +144,7 @@ int List(const ListOptions& options) {
 
 }  // namespace
 
-void AddListCommand(Program& program, Context& context) {
-  Command list = program.AddSubcommand("list", "List the archives of symbols in directories");
+void FillListCommand(Command& list, Context& context) {
   list.SetFooter(kListFooter);
   auto options = std::make_shared<ListOptions>();
   list.AddFlag("--json", options->isJson, "Print a document for programs");

@@ -145,9 +145,7 @@ int MergeAll(Host& host, const MergeOptions& options) {
 
 }  // namespace
 
-void AddMergeCommand(Program& program, Context& context) {
-  Command merge =
-      program.AddSubcommand("merge", "Put together what many tasks have resolved, and check it");
+void FillMergeCommand(Command& merge, Context& context) {
   merge.SetFooter(kMergeFooter);
   auto options = std::make_shared<MergeOptions>();
   merge.AddOption("LIST", options->list, "The list of reports").Required();

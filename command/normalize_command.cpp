@@ -47,8 +47,7 @@ int PrintNormalized(Host& host, const NormalizeOptions& options) {
 
 }  // namespace
 
-void AddNormalizeCommand(Program& program, Context& context) {
-  Command normalize = program.AddSubcommand("normalize", "Print a report as it is resolved");
+void FillNormalizeCommand(Command& normalize, Context& context) {
   normalize.SetFooter(kNormalizeFooter);
   auto options = std::make_shared<NormalizeOptions>();
   normalize.AddOption("REPORT", options->report, "The crash report").Required();

@@ -168,8 +168,7 @@ int Pack(const PackOptions& options) {
 
 }  // namespace
 
-void AddPackCommand(Program& program, Context& context) {
-  Command pack = program.AddSubcommand("pack", "Add symbols to the archive of a build");
+void FillPackCommand(Command& pack, Context& context) {
   pack.SetFooter(kPackFooter);
   auto options = std::make_shared<PackOptions>();
   pack.AddOption("--build", options->build,

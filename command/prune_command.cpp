@@ -73,9 +73,7 @@ int PruneDirectories(const PruneCommandOptions& options) {
 
 }  // namespace
 
-void AddPruneCommand(Program& program, Context& context) {
-  Command prune =
-      program.AddSubcommand("prune", "Clear away unpacked archives and indices that are not used");
+void FillPruneCommand(Command& prune, Context& context) {
   prune.SetFooter(kPruneFooter);
   auto options = std::make_shared<PruneCommandOptions>();
   prune.AddOption("--cache", options->cache, "Unpacked archives, as for `tarvo resolve`")

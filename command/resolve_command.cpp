@@ -304,9 +304,7 @@ void AddOptions(Command& resolve, ResolveOptions& options) {
 
 }  // namespace
 
-void AddResolveCommand(Program& program, Context& context) {
-  Command resolve =
-      program.AddSubcommand("resolve", "Resolve crash reports to function, file and line");
+void FillResolveCommand(Command& resolve, Context& context) {
   resolve.SetFooter(kResolveFooter);
   auto options = std::make_shared<ResolveOptions>();
   AddOptions(resolve, *options);

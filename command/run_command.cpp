@@ -37,8 +37,7 @@ int RunJob(Host& host, const std::string& jobId) {
 
 }  // namespace
 
-void AddRunCommand(Program& program, Context& context) {
-  Command run = program.AddSubcommand("run", "Run an execution job of a module");
+void FillRunCommand(Command& run, Context& context) {
   run.SetFooter(kRunFooter);
   auto options = std::make_shared<RunOptions>();
   const Option id =

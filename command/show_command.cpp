@@ -150,8 +150,7 @@ int ShowFiles(const Options& options) {
 
 }  // namespace
 
-void AddShowCommand(Program& program, Context& context) {
-  Command show = program.AddSubcommand("show", "Print a resolved crash log for reading");
+void FillShowCommand(Command& show, Context& context) {
   show.SetFooter(kShowFooter);
   auto options = std::make_shared<Options>();
   const Option thread =

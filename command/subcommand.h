@@ -7,8 +7,8 @@
 
 namespace tarvo::toolkit {}
 
-/// The program `tarvo`: one file a subcommand. Each file adds its subcommand, with its options and
-/// its help, to the program; `kSubcommands` in main.cpp lists them.
+/// The program `tarvo`: one file a subcommand, with its options and its help; `kSubcommands` in
+/// main.cpp lists them.
 namespace tarvo::command {
 
 using namespace command_line;
@@ -29,22 +29,22 @@ struct Context {
   std::function<int()> action;
 };
 
-/// Adds a subcommand to the program. Both live until the program ends.
-using AddSubcommand = void (*)(Program& program, Context& context);
+/// Gives a subcommand its options and its help. Both live until the program ends.
+using FillSubcommand = void (*)(Command& command, Context& context);
 
-void AddCheckCommand(Program& program, Context& context);
-void AddConfigCommand(Program& program, Context& context);
-void AddExecCommand(Program& program, Context& context);
-void AddListCommand(Program& program, Context& context);
-void AddMergeCommand(Program& program, Context& context);
-void AddNormalizeCommand(Program& program, Context& context);
-void AddPackCommand(Program& program, Context& context);
-void AddPruneCommand(Program& program, Context& context);
-void AddResolveCommand(Program& program, Context& context);
-void AddRunCommand(Program& program, Context& context);
-void AddShowCommand(Program& program, Context& context);
-void AddTriageCommand(Program& program, Context& context);
-void AddWatchCommand(Program& program, Context& context);
+void FillCheckCommand(Command& command, Context& context);
+void FillConfigCommand(Command& command, Context& context);
+void FillExecCommand(Command& command, Context& context);
+void FillListCommand(Command& command, Context& context);
+void FillMergeCommand(Command& command, Context& context);
+void FillNormalizeCommand(Command& command, Context& context);
+void FillPackCommand(Command& command, Context& context);
+void FillPruneCommand(Command& command, Context& context);
+void FillResolveCommand(Command& command, Context& context);
+void FillRunCommand(Command& command, Context& context);
+void FillShowCommand(Command& command, Context& context);
+void FillTriageCommand(Command& command, Context& context);
+void FillWatchCommand(Command& command, Context& context);
 
 /// Starts the host with the shared options and calls `work`, whose exit status it returns; where
 /// the host cannot start it prints why and returns kWrongUsage.

@@ -156,8 +156,7 @@ std::string Check(const TriageCommandOptions& options) {
 
 }  // namespace
 
-void AddTriageCommand(Program& program, Context& context) {
-  Command triage = program.AddSubcommand("triage", "Group resolved crash logs by what went wrong");
+void FillTriageCommand(Command& triage, Context& context) {
   triage.SetFooter(kTriageFooter);
   auto options = std::make_shared<TriageCommandOptions>();
   AddOptions(triage, *options);

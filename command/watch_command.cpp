@@ -133,9 +133,7 @@ void AddOptions(Command& watch, WatchCommandOptions& options) {
 
 }  // namespace
 
-void AddWatchCommand(Program& program, Context& context) {
-  Command watch =
-      program.AddSubcommand("watch", "Resolve and group reports as they drop into a directory");
+void FillWatchCommand(Command& watch, Context& context) {
   watch.SetFooter(kWatchFooter);
   auto options = std::make_shared<WatchCommandOptions>();
   AddOptions(watch, *options);
