@@ -9,7 +9,7 @@
 #include <set>
 
 #include "debug_files.h"
-#include "index/ascending_numbers.h"
+#include "index/block_table.h"
 #include "index/index_format.h"
 #include "support/files.h"
 #include "support/program.h"
@@ -253,8 +253,14 @@ TEST(IndexDirectory, DefaultsToTheUsersCache) {
   }
 }
 
-// The starts of blocks: wherever they lie, the search begins where it must.
-TEST(AscendingNumbers, CountsAsASearchByHalvesDoes) {
+std::vector<IndexBlock> BlocksAt(const std::vector<std::uint64_t>& starts) {
+  std::vector<IndexBlock> blocks;
+  for (const std::uint64_t start : starts) blocks.push_back({start, 0});
+  return blocks;
+}
+
+// Wherever blocks lie, the search begins where it must.
+TEST(BlockTable, FindsWhatASearchByHalvesDoes) {
   constexpr std::uint64_t kHighest = std::numeric_limits<std::uint64_t>::max();
   std::vector<std::vector<std::uint64_t>> lists = {
       {}, {0}, {5}, {0, kHighest}, {7, 7, 7, 7, 7}, {1, 2, 3, kHighest - 1, kHighest, kHighest}};
@@ -266,19 +272,25 @@ TEST(AscendingNumbers, CountsAsASearchByHalvesDoes) {
     std::ranges::sort(lists.back());
   }
   for (const auto& list : lists) {
-    const AscendingNumbers numbers(list);
+    const std::vector<IndexBlock> blocks = BlocksAt(list);
+    const BlockTable table(blocks);
     std::vector<std::uint64_t> asked = {0, 1, kHighest / 2, kHighest};
     for (const std::uint64_t number : list)
       asked.insert(asked.end(), {number - 1, number, number + 1});
     for (const std::uint64_t number : asked) {
       const auto count = std::ranges::upper_bound(list, number) - list.begin();
-      EXPECT_EQ(numbers.CountUpTo(number), count) << number << " of " << list.size();
+      const IndexBlock* last = count == 0 ? nullptr : &blocks[static_cast<std::size_t>(count) - 1];
+      EXPECT_EQ(table.Find(number), last) << number << " of " << list.size();
     }
   }
   std::vector<std::uint64_t> damaged(1000);  // wrong answers, but none outside
   std::ranges::generate(damaged, [&] { return draw(); });
-  const AscendingNumbers numbers(damaged);
-  for (const std::uint64_t number : damaged) EXPECT_LE(numbers.CountUpTo(number), damaged.size());
+  const std::vector<IndexBlock> blocks = BlocksAt(damaged);
+  const BlockTable table(blocks);
+  for (const std::uint64_t number : damaged) {
+    const IndexBlock* found = table.Find(number);
+    EXPECT_TRUE(found == nullptr || (found >= blocks.data() && found <= &blocks.back()));
+  }
 }
 
 }  // namespace

@@ -108,9 +108,8 @@ void IndexWriter::Align() {
 
 void IndexWriter::WriteBlocks() {
   std::ranges::sort(blocks_, {},
-                    [](const Block& block) { return std::pair(block.start, block.place); });
-  for (const Block& block : blocks_) Write(&block.start, sizeof block.start);
-  for (const Block& block : blocks_) Write(&block.place, sizeof block.place);
+                    [](const IndexBlock& block) { return std::pair(block.start, block.place); });
+  Write(blocks_.data(), blocks_.size() * sizeof(IndexBlock));
 }
 
 /// The ends stand in front of the bytes, and are known behind them: they are put in at last.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "files/image_range.h"
+#include "index/index_format.h"
 #include "index/missing_files.h"
 #include "indexer/writing/part_builder.h"
 #include "tarvo/result.h"
@@ -62,11 +63,7 @@ class IndexWriter {
   std::FILE* file_ = nullptr;
   std::uint64_t size_ = 0;  ///< of what was written
   bool hasFailed_ = false;
-  struct Block {
-    std::uint64_t start = 0;
-    std::uint64_t place = 0;
-  };
-  std::vector<Block> blocks_;
+  std::vector<IndexBlock> blocks_;
   std::unique_ptr<Strings> strings_;
 };
 

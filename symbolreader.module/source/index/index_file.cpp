@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "index/ascending_numbers.h"
+#include "index/block_table.h"
 #include "index/index_format.h"
 #include "index/missing_files.h"
 #include "index/varint.h"
@@ -70,10 +70,10 @@ T ReadAt(Bytes bytes, std::uint64_t place) {
   return value;
 }
 
-/// Whether `count` numbers of 64 bits, aligned, lie at `place` of `size` bytes.
+/// Whether `count` values of the type, aligned, lie at `place` of `size` bytes.
+template <typename T>
 bool Holds(std::uint64_t size, std::uint64_t place, std::uint64_t count) {
-  return place % sizeof(std::uint64_t) == 0 && place <= size &&
-         count <= (size - place) / sizeof(std::uint64_t);
+  return place % alignof(T) == 0 && place <= size && count <= (size - place) / sizeof(T);
 }
 
 /// The trailer of an index that is whole.
@@ -85,10 +85,10 @@ std::optional<IndexTrailer> CheckedTrailer(Bytes bytes, const std::string& key) 
   const bool isWhole = trailer.magic == IndexTrailer::kMagic && trailer.version == kIndexVersion &&
                        trailer.size == sizeof trailer && trailer.fileSize == bytes.size() &&
                        trailer.key == llvm::xxh3_64bits(key) && trailer.blocks <= bytes.size() &&
-                       trailer.blocks <= AscendingNumbers::kMost &&
-                       trailer.missing <= bytes.size() && trailer.strings > 0 &&
-                       Holds(place, trailer.blocksPlace, 2 * trailer.blocks) &&
-                       Holds(place, trailer.stringsPlace, trailer.strings) &&
+                       trailer.blocks <= BlockTable::kMost && trailer.missing <= bytes.size() &&
+                       trailer.strings > 0 &&
+                       Holds<IndexBlock>(place, trailer.blocksPlace, trailer.blocks) &&
+                       Holds<std::uint64_t>(place, trailer.stringsPlace, trailer.strings) &&
                        trailer.checksum == llvm::xxh3_64bits({covered.data(), covered.size()});
   return isWhole ? std::optional(trailer) : std::nullopt;
 }
@@ -140,19 +140,17 @@ class IndexSource final : public SymbolSource {
   IndexSource(Mapping mapping, const IndexTrailer& trailer)
       : mapping_(std::move(mapping)),
         bytes_(mapping_.Get()),
-        starts_(Numbers(trailer.blocksPlace, trailer.blocks)),
-        places_(
-            Numbers(trailer.blocksPlace + trailer.blocks * sizeof(std::uint64_t), trailer.blocks)),
-        stringEnds_(Numbers(trailer.stringsPlace, trailer.strings)),
+        blocks_(Values<IndexBlock>(trailer.blocksPlace, trailer.blocks)),
+        stringEnds_(Values<std::uint64_t>(trailer.stringsPlace, trailer.strings)),
         strings_(bytes_.subspan(trailer.stringsPlace + trailer.strings * sizeof(std::uint64_t))) {}
 
   std::optional<AddressChain> Find(std::uint64_t address, NameMemo& names) const override;
   std::size_t Bytes() const override { return bytes_.size(); }
 
  private:
-  [[nodiscard]] std::span<const std::uint64_t> Numbers(std::uint64_t place,
-                                                       std::uint64_t count) const {
-    return {reinterpret_cast<const std::uint64_t*>(bytes_.data() + place), count};
+  template <typename T>
+  [[nodiscard]] std::span<const T> Values(std::uint64_t place, std::uint64_t count) const {
+    return {reinterpret_cast<const T*>(bytes_.data() + place), count};
   }
   [[nodiscard]] VarintReader ReaderAt(std::uint64_t place) const {
     return VarintReader(bytes_.subspan(std::min<std::uint64_t>(place, bytes_.size())));
@@ -167,25 +165,21 @@ class IndexSource final : public SymbolSource {
   const std::uint32_t number_ = NewIndexNumber();
   Mapping mapping_;
   symbolreader::Bytes bytes_;
-  AscendingNumbers starts_;
-  std::span<const std::uint64_t> places_;
+  BlockTable blocks_;
   std::span<const std::uint64_t> stringEnds_;
   symbolreader::Bytes strings_;
 };
 
 std::optional<Row> IndexSource::FindRow(std::uint64_t address) const {
-  const std::size_t near = starts_.Near(address);
-  if (near < places_.size()) __builtin_prefetch(&places_[near]);
-  const std::size_t behind = starts_.CountUpTo(address);
-  if (behind == 0) return std::nullopt;
-  const std::size_t number = behind - 1;
-  VarintReader reader = ReaderAt(places_[number]);
+  const IndexBlock* block = blocks_.Find(address);
+  if (block == nullptr) return std::nullopt;
+  VarintReader reader = ReaderAt(block->place);
   reader.FetchAhead();
   const std::uint64_t rows = std::min<std::uint64_t>(reader.Read(), kRowsPerBlock);
   const std::uint64_t distance = reader.Read();
-  if (distance > places_[number]) return std::nullopt;
-  Row row{.body = places_[number] - distance};
-  std::uint64_t left = address - starts_[number];
+  if (distance > block->place) return std::nullopt;
+  Row row{.body = block->place - distance};
+  std::uint64_t left = address - block->start;
   for (std::uint64_t i = 0; i < rows; ++i) {
     const std::uint64_t size = row.ReadNext(reader);
     if (left < size) return row;

@@ -12,8 +12,7 @@
 ///                       names    u32 each, the numbers of the strings that the part uses
 ///                       u32      how many these are
 ///                       body     nodes, then blocks; a place in a part counts from here
-///     block starts    u64 each, ascending: the first address of every block of every part
-///     block places    u64 each, in the same order: where in the file the block is
+///     blocks          IndexBlock each, of every part, ascending
 ///     string ends     u64 each: where in the string bytes the string ends; it begins where the one
 ///                     before does
 ///     string bytes    functions, demangled, and paths; string 0 is the empty one. Behind a path
@@ -59,10 +58,16 @@
 namespace tarvo::symbolreader {
 
 /// Changes whenever the index of the same debug file would.
-inline constexpr std::uint32_t kIndexVersion = 5;
+inline constexpr std::uint32_t kIndexVersion = 6;
 inline constexpr std::uint32_t kRowsPerBlock = 16;
 /// Between a path and its file's checksum: no path has one.
 inline constexpr char kChecksumMark = '\0';
+
+/// Both in one place: who has found the start needs the other at once.
+struct IndexBlock {
+  std::uint64_t start = 0;  ///< the first address
+  std::uint64_t place = 0;  ///< in the file
+};
 
 struct IndexTrailer {
   static constexpr std::array<char, 8> kMagic = {'T', 'A', 'R', 'V', 'O', 'S', 'Y', 'M'};
@@ -72,7 +77,7 @@ struct IndexTrailer {
   std::uint32_t size = sizeof(IndexTrailer);
   std::uint64_t fileSize = 0;      ///< of the whole file
   std::uint64_t blocks = 0;        ///< how many
-  std::uint64_t blocksPlace = 0;   ///< of the block starts in the file; multiple of 8
+  std::uint64_t blocksPlace = 0;   ///< of these in the file; multiple of 8
   std::uint64_t strings = 0;       ///< how many
   std::uint64_t stringsPlace = 0;  ///< of the string ends in the file; multiple of 8
   std::uint64_t missing = 0;       ///< how many files
