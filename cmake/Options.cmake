@@ -38,7 +38,7 @@ add_compile_options(
   # Frames of a crash are walked by unwind tables; every function gets them, handlers too.
   -fasynchronous-unwind-tables
   # Other libraries' functions are called through the table of their addresses, without a stub in between: resolving
-  # is 2 to 3 % faster, and none of them is bound for the first time in a crash.
+  # is some 2 % faster, and none of them is bound for the first time in a crash.
   -fno-plt
   # Names in the binaries do not depend on where the project was checked out, and are the sources'
   # names as seen from there.

@@ -37,9 +37,10 @@ bool SymbolFileCache::Entry::HasPartCome() {
 
 namespace {
 
-/// What tells this file in this state from all others.
-std::string KeyOf(const std::string& path, const struct stat& status,
-                  const DebugFileRequest& request) {
+/// What tells this file in this state from all others. Empty when it cannot be looked at.
+std::string KeyOf(const std::string& path, const DebugFileRequest& request) {
+  struct stat status{};
+  if (stat(path.c_str(), &status) != 0) return {};
   return Format("@ @ @ @ @.@ @ @ @ @", path, status.st_dev, status.st_ino, status.st_size,
                 status.st_mtim.tv_sec, status.st_mtim.tv_nsec, request.architecture, request.id,
                 request.takesSymbolTable, request.platform)
@@ -55,14 +56,11 @@ SymbolFileCache& SymbolFileCache::Instance() {
 
 Result<SymbolFileRef> SymbolFileCache::Open(const std::string& bundle,
                                             const DebugFileRequest& request) {
-  struct stat status{};
-  Result<std::string> path = bundle;  // as it mostly is
-  if (stat(bundle.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    path = FindDebugFile(bundle);
-    if (!path) return path.GetError();
-    if (stat(path->c_str(), &status) != 0) return OpenSymbolFile(*path, request);
-  }
-  const std::shared_ptr<Entry> entry = Use(KeyOf(*path, status, request));
+  const auto path = FindDebugFile(bundle);
+  if (!path) return path.GetError();
+  const std::string key = KeyOf(*path, request);
+  if (key.empty()) return OpenSymbolFile(*path, request);
+  const std::shared_ptr<Entry> entry = Use(key);
   const std::scoped_lock lock(entry->mutex);
   if (!entry->outcome || entry->HasPartCome()) {
     entry->outcome = OpenSymbolFile(*path, request);

@@ -28,22 +28,13 @@ Schedule::Schedule(std::span<const Report> reports) {
   }
 }
 
-/// Where the next report is; null while all that are left have to wait.
-std::deque<std::size_t>* Schedule::Next() {
-  if (!ready_.empty()) return &ready_;
-  if (!firsts_.empty()) return &firsts_;
-  // Of the last build: its symbols alone are waited for, and what comes before them can be done.
-  const bool isOne = followers_.size() == 1 && !followers_.begin()->second.empty();
-  return isOne ? &followers_.begin()->second : nullptr;
-}
-
 std::optional<std::size_t> Schedule::Take() {
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return Next() != nullptr || awaitedFirsts_ == 0; });
-  std::deque<std::size_t>* next = Next();
-  if (next == nullptr) return std::nullopt;
-  if (next == &firsts_) ++awaitedFirsts_;
-  return TakeFront(*next);
+  changed_.wait(lock, [&] { return !ready_.empty() || !firsts_.empty() || awaitedFirsts_ == 0; });
+  if (!ready_.empty()) return TakeFront(ready_);
+  if (firsts_.empty()) return std::nullopt;
+  ++awaitedFirsts_;
+  return TakeFront(firsts_);
 }
 
 void Schedule::Done(std::size_t report) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "toolkit/resolve/listing/report_list.h"
 
@@ -16,7 +17,7 @@ namespace tarvo::toolkit {
 /// Hands reports out to the threads that resolve them. Of each build one report goes first: it
 /// makes the build's archive be unpacked and indexed, while other threads work for other builds
 /// instead of waiting for it. The rest of the build's reports follow at once, so that its symbols
-/// stay open; they need not wait where there is no other work. All operations from any thread.
+/// stay open. All operations from any thread.
 class Schedule {
  public:
   /// A report counts to the first build that it names.
@@ -30,13 +31,11 @@ class Schedule {
   void Stop();
 
  private:
-  [[nodiscard]] std::deque<std::size_t>* Next();
-
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::size_t> ready_;
   std::deque<std::size_t> firsts_;
-  std::map<std::size_t, std::deque<std::size_t>> followers_;  ///< by a build's first report
+  std::map<std::size_t, std::vector<std::size_t>> followers_;  ///< by a build's first report
   std::size_t awaitedFirsts_ = 0;  ///< that were handed out and are not done
 };
 

@@ -42,21 +42,19 @@ TEST(ScheduleTest, OneReportOfABuildGoesFirst) {
   ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready);
   EXPECT_EQ(waiting.get(), 4);
   schedule.Done(4);
-  EXPECT_EQ(schedule.Take(), 2);  // nothing else is left
   schedule.Done(0);
+  EXPECT_EQ(schedule.Take(), 2);
   EXPECT_EQ(schedule.Take(), 5);
   EXPECT_EQ(schedule.Take(), std::nullopt);
 }
 
 TEST(ScheduleTest, StopReleasesWhoWaits) {
-  const auto reports = ReportsOf({"a", "b", "a", "b"});
+  const auto reports = ReportsOf({"a", "a"});
   Schedule schedule(reports);
   EXPECT_EQ(schedule.Take(), 0);
-  EXPECT_EQ(schedule.Take(), 1);
   auto waiting = std::async(std::launch::async, [&] { return schedule.Take(); });
   schedule.Stop();
   schedule.Done(0);
-  schedule.Done(1);
   ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready);
   EXPECT_EQ(waiting.get(), std::nullopt);
 }

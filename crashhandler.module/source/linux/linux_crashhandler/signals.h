@@ -37,8 +37,9 @@ bool HasAlternateStacks();
 void MaskSignalsForCapture();
 
 /// Lets SIGSEGV and SIGBUS through in the calling thread, for a step that may fault: where a
-/// fault's signal is blocked, the kernel ends the process. A program's thread may block them, and
-/// so does a handler's, and Park. Signalled thread.
+/// fault's signal is blocked, the kernel ends the process (linux-6.1 kernel/signal.c,
+/// force_sig_info_to_task). The program may block them, and a handler and Park do. Signalled
+/// thread.
 void UnblockFaults();
 
 /// Gives the fatal signals their default effect. Crash child.

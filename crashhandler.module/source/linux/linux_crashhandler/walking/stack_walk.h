@@ -12,7 +12,7 @@ namespace tarvo::crashhandler {
 
 /// The innermost frames are kept: with the interrupted instruction's double, 99 in the report.
 inline constexpr std::size_t kMaximumFrames = 99;
-/// Frames without call-frame information that are guessed in one stack.
+/// In a stack with so many guesses no more are made. A guess may show two frames.
 inline constexpr std::size_t kMaximumGuesses = 32;
 /// Frames at which unwinding faults, and which one stack is walked past.
 inline constexpr int kMaximumFaults = 8;
